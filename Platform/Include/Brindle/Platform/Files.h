@@ -1,0 +1,80 @@
+// Files and directories: opening with share modes, transfer, sizes, times, attributes, creation and removal.
+// Paths are Windows syntax; Host.h says which host directories stand behind drives and shares.
+#pragma once
+
+#include <Brindle/Platform/Types.h>
+
+#define GENERIC_READ 0x80000000U
+#define GENERIC_WRITE 0x40000000U
+#define GENERIC_EXECUTE 0x20000000U
+#define GENERIC_ALL 0x10000000U
+#define DELETE 0x00010000U
+#define READ_CONTROL 0x00020000U
+#define SYNCHRONIZE 0x00100000U
+#define FILE_READ_DATA 0x0001U
+#define FILE_LIST_DIRECTORY 0x0001U
+#define FILE_WRITE_DATA 0x0002U
+#define FILE_APPEND_DATA 0x0004U
+#define FILE_EXECUTE 0x0020U
+#define FILE_READ_ATTRIBUTES 0x0080U
+#define FILE_WRITE_ATTRIBUTES 0x0100U
+
+#define FILE_SHARE_READ 0x00000001U
+#define FILE_SHARE_WRITE 0x00000002U
+#define FILE_SHARE_DELETE 0x00000004U
+
+#define CREATE_NEW 1U
+#define CREATE_ALWAYS 2U
+#define OPEN_EXISTING 3U
+#define OPEN_ALWAYS 4U
+#define TRUNCATE_EXISTING 5U
+
+#define FILE_ATTRIBUTE_READONLY 0x00000001U
+#define FILE_ATTRIBUTE_HIDDEN 0x00000002U
+#define FILE_ATTRIBUTE_SYSTEM 0x00000004U
+#define FILE_ATTRIBUTE_DIRECTORY 0x00000010U
+#define FILE_ATTRIBUTE_ARCHIVE 0x00000020U
+#define FILE_ATTRIBUTE_DEVICE 0x00000040U
+#define FILE_ATTRIBUTE_NORMAL 0x00000080U
+#define FILE_ATTRIBUTE_TEMPORARY 0x00000100U
+#define FILE_ATTRIBUTE_REPARSE_POINT 0x00000400U
+#define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFU
+
+#define FILE_FLAG_BACKUP_SEMANTICS 0x02000000U
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000U
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000U
+#define FILE_FLAG_RANDOM_ACCESS 0x10000000U
+#define FILE_FLAG_OPEN_REPARSE_POINT 0x00200000U
+#define FILE_FLAG_OVERLAPPED 0x40000000U
+#define FILE_FLAG_WRITE_THROUGH 0x80000000U
+
+extern "C"
+{
+    /// Opens or creates a file, or opens a directory (FILE_FLAG_BACKUP_SEMANTICS). INVALID_HANDLE_VALUE on failure.
+    /// Share modes hold against every other handle of this and of all other processes. Never waits.
+    VOK_PLATFORM_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
+                                                  LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
+                                                  HANDLE templateFile) noexcept;
+
+    /// Transfers count bytes at the handle's position; the host's interruptions and short transfers are carried on.
+    VOK_PLATFORM_EXPORT BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD count, LPDWORD transferred,
+                                             LPOVERLAPPED overlapped) noexcept;
+    VOK_PLATFORM_EXPORT BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD transferred,
+                                              LPOVERLAPPED overlapped) noexcept;
+
+    VOK_PLATFORM_EXPORT BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) noexcept;
+    /// Times in UTC; the host's status change time stands for the creation where the file system keeps none.
+    VOK_PLATFORM_EXPORT BOOL WINAPI GetFileTime(HANDLE file, LPFILETIME creation, LPFILETIME lastAccess,
+                                                LPFILETIME lastWrite) noexcept;
+
+    /// INVALID_FILE_ATTRIBUTES on failure.
+    VOK_PLATFORM_EXPORT DWORD WINAPI GetFileAttributesW(LPCWSTR path) noexcept;
+    /// Of the mask only FILE_ATTRIBUTE_READONLY reaches the host, as the write bits.
+    VOK_PLATFORM_EXPORT BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes) noexcept;
+
+    VOK_PLATFORM_EXPORT BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security) noexcept;
+    VOK_PLATFORM_EXPORT BOOL WINAPI RemoveDirectoryW(LPCWSTR path) noexcept;
+    VOK_PLATFORM_EXPORT BOOL WINAPI DeleteFileW(LPCWSTR path) noexcept;
+    /// FILE_ATTRIBUTE_DIRECTORY for an existing directory, otherwise FALSE.
+    VOK_PLATFORM_EXPORT BOOL WINAPI PathIsDirectoryW(LPCWSTR path) noexcept;
+}

@@ -1,0 +1,26 @@
+// What only the stand-in has: which host directories stand behind drives and shares. C: is the host's root from the
+// start. Each function gives false with the last error set on failure. All may be called from any thread; a path that
+// is being looked up meanwhile sees the mapping before or after the call.
+#pragma once
+
+#include <Brindle/Platform/Types.h>
+
+#include <string>
+
+namespace Brindle::Vok::Platform
+{
+
+/// Puts a host directory (UTF-8 bytes as the host has them) behind a drive letter, A to Z in either case. Fails with
+/// ERROR_INVALID_DRIVE for another letter, ERROR_ALREADY_ASSIGNED for a drive that is mapped, C among them, and with
+/// the host's code when there is no such directory.
+VOK_PLATFORM_EXPORT bool MapDrive(wchar_t letter, std::string const& directory);
+
+/// Takes a mapped drive away. Fails with ERROR_INVALID_DRIVE for C and for what isn't a letter, ERROR_PATH_NOT_FOUND
+/// for a drive that is not mapped. Handles that are open stay open.
+VOK_PLATFORM_EXPORT bool UnmapDrive(wchar_t letter);
+
+/// Puts a host directory behind \\server\share, found without regard to the case of A to Z. Mapping a share again
+/// replaces its directory. Fails with ERROR_INVALID_NAME for an empty name or one with a separator.
+VOK_PLATFORM_EXPORT bool MapShare(std::wstring const& server, std::wstring const& share, std::string const& directory);
+
+} // namespace Brindle::Vok::Platform
