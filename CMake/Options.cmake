@@ -1,0 +1,19 @@
+# What every target of this tree is compiled with: C++20, warnings as errors, source locations that read the same
+# wherever the tree was built, and the sanitizers that were asked for.
+add_library(Vok2Options INTERFACE)
+target_compile_features(Vok2Options INTERFACE cxx_std_20)
+target_compile_options(Vok2Options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+    # Members named like parameters of a constructor are this tree's habit.
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-shadow>
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-shadow>
+    # The seam's reader-writer lock and the atomics are checked by the sanitizers without standalone fences.
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
+if(VOK2_SANITIZE)
+    target_compile_options(Vok2Options INTERFACE -fsanitize=${VOK2_SANITIZE} -fno-omit-frame-pointer
+        -fno-sanitize-recover=all)
+    target_link_options(Vok2Options INTERFACE -fsanitize=${VOK2_SANITIZE})
+endif()
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
