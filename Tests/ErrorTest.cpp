@@ -121,7 +121,7 @@ TEST(Error, TextsOfCodes)
         {HresultToStringA(Hresult(0x80040205)), "IDispatch error #5"},
         {HresultToStringA(Hresult(0x80040200)), "Unknown error 0x80040200"},
         {HresultToStringA(Hresult(0x80040201)), "IDispatch error #1"},
-        {WideToUtf8(HresultToString(Hresult(0x8004FFFF))), "IDispatch error #64767"},
+        {WideToUtf8(HresultToString(Hresult(0x8004FFFF))), "IDispatch error #65023"},
         {WideToUtf8(HresultToString(Hresult(0x80050000))), "Unknown error 0x80050000"},
     };
     for (auto const& each : cases)
