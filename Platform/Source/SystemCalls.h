@@ -11,6 +11,7 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <type_traits>
 #include <unistd.h>
 
 #ifdef VOK_SYSTEM_CALL_SEAM
@@ -70,7 +71,7 @@ Redirection(Call<Signature>&, Function) -> Redirection<Signature>;
 
 #else
 
-#define VOK_SYSTEM_CALL(name, signature, host) inline constexpr auto name = static_cast<signature*>(host)
+#define VOK_SYSTEM_CALL(name, signature, host) inline constexpr std::add_pointer_t<signature> name = host
 
 #endif
 

@@ -1,0 +1,250 @@
+#include <Brindle/Platform/Environment.h>
+
+#include "Utf.h"
+
+#include <Brindle/Platform/ErrorCodes.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace Brindle::Vok::Platform
+{
+
+namespace
+{
+
+/// The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
+std::mutex environmentMutex;
+
+DWORD Fail(DWORD code)
+{
+    SetLastError(code);
+    return 0;
+}
+
+std::wstring ToWide(std::string_view text)
+{
+    std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
+    Utf::Utf8ToWide(text.data(), text.size(), wide.data());
+    return wide;
+}
+
+std::string ToHost(std::wstring_view text)
+{
+    std::string host(Utf::Utf8LengthOfWide(text.data(), text.size()), '\0');
+    Utf::WideToUtf8(text.data(), text.size(), host.data());
+    return host;
+}
+
+/// A character that Windows names can't hold.
+bool IsReserved(char32_t character)
+{
+    return character < 0x20 || std::u32string_view(U"<>:\"|?*\\").find(character) != std::u32string_view::npos;
+}
+
+/// Windows syntax for a path of the host that begins at its root. Characters that such a path can't hold stand at
+/// U+F000 plus their code, bytes that aren't UTF-8 at U+DC80 and up.
+std::wstring WindowsPathFromHost(std::string_view path)
+{
+    constexpr char32_t reservedBase = 0xF000;
+    constexpr unsigned byteBase = 0xDC00;
+    std::wstring result = L"C:";
+    while (!path.empty())
+    {
+        auto const character = Utf::DecodeUtf8(path.data(), path.size());
+        auto const bytes = path.substr(0, character.consumed);
+        path.remove_prefix(character.consumed);
+        auto const codePoint = character.codePoint;
+        bool const isDisguised =
+            codePoint >= reservedBase && codePoint < reservedBase + 0x80 && IsReserved(codePoint - reservedBase);
+        wchar_t units[2];
+        if (!character.valid || isDisguised)
+            for (char const byte : bytes)
+                result += static_cast<wchar_t>(byteBase + static_cast<unsigned char>(byte));
+        else if (codePoint == U'/')
+            result += L'\\';
+        else if (IsReserved(codePoint))
+            result += static_cast<wchar_t>(reservedBase + codePoint);
+        else
+            result.append(units, Utf::EncodeWide(codePoint, units));
+    }
+    return result;
+}
+
+char ToLowerAscii(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+bool EqualWithoutCase(std::string_view left, std::string_view right)
+{
+    return std::ranges::equal(left, right, {}, ToLowerAscii, ToLowerAscii);
+}
+
+struct Variable
+{
+    std::string_view name;
+    char const* value;
+};
+
+/// The host's variable of this name: one that is spelled the same, or else the first that differs in case only.
+std::optional<Variable> FindVariable(std::string_view name)
+{
+    std::optional<Variable> alike;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+    {
+        std::string_view const text(*entry);
+        auto const end = text.find('=');
+        if (end != name.size() || !EqualWithoutCase(text.substr(0, end), name))
+            continue;
+        Variable const variable{text.substr(0, end), *entry + end + 1};
+        if (variable.name == name)
+            return variable;
+        if (!alike)
+            alike = variable;
+    }
+    return alike;
+}
+
+bool IsNameUsable(std::wstring_view name)
+{
+    return !name.empty() && name.find(L'=') == name.npos && Utf::IsValidWide(name.data(), name.size());
+}
+
+/// The directory for temporary files in Windows syntax. A variable that is empty counts as one that is not set.
+std::wstring ReadTemporaryDirectory(std::string_view name)
+{
+    std::string_view const other = EqualWithoutCase(name, "TEMP") ? "TMP" : "TEMP";
+    for (auto const candidate : {name, other})
+    {
+        auto const variable = FindVariable(candidate);
+        if (!variable || *variable->value == '\0')
+            continue;
+        return *variable->value == '/' ? WindowsPathFromHost(variable->value) : ToWide(variable->value);
+    }
+    return L"C:\\tmp";
+}
+
+std::optional<std::wstring> ReadVariable(std::wstring_view name)
+{
+    if (!IsNameUsable(name))
+        return std::nullopt;
+    auto const hostName = ToHost(name);
+    if (EqualWithoutCase(hostName, "TEMP") || EqualWithoutCase(hostName, "TMP"))
+        return ReadTemporaryDirectory(hostName);
+    auto const variable = FindVariable(hostName);
+    return variable ? std::optional(ToWide(variable->value)) : std::nullopt;
+}
+
+std::wstring Expand(std::wstring_view text)
+{
+    std::wstring result;
+    while (!text.empty())
+    {
+        auto const begin = std::min(text.find(L'%'), text.size());
+        result += text.substr(0, begin);
+        text.remove_prefix(begin);
+        auto const end = text.find(L'%', 1);
+        if (end == text.npos)
+            return result.append(text);
+        auto const value = ReadVariable(text.substr(1, end - 1));
+        result += value ? std::wstring_view(*value) : text.substr(0, end + 1);
+        text.remove_prefix(end + 1);
+    }
+    return result;
+}
+
+/// Whether the text and its terminator were copied.
+bool CopyIfItFits(std::wstring const& text, wchar_t* buffer, DWORD size)
+{
+    if (buffer == nullptr || text.size() >= size)
+        return false;
+    std::copy_n(text.c_str(), text.size() + 1, buffer);
+    return true;
+}
+
+DWORD GiveVariable(std::wstring const& value, wchar_t* buffer, DWORD size)
+{
+    if (!CopyIfItFits(value, buffer, size))
+        return static_cast<DWORD>(value.size() + 1);
+    // An empty variable has the same result as a missing one; the last error tells them apart.
+    if (value.empty())
+        SetLastError(ERROR_SUCCESS);
+    return static_cast<DWORD>(value.size());
+}
+
+BOOL WriteVariable(std::wstring_view name, wchar_t const* value)
+{
+    if (!IsNameUsable(name))
+        return static_cast<BOOL>(Fail(ERROR_INVALID_PARAMETER));
+    auto hostName = ToHost(name);
+    std::lock_guard const lock(environmentMutex);
+    auto const variable = FindVariable(hostName);
+    if (variable)
+        hostName = variable->name;
+    if (value == nullptr)
+    {
+        if (!variable)
+            return static_cast<BOOL>(Fail(ERROR_ENVVAR_NOT_FOUND));
+        unsetenv(hostName.c_str());
+        return TRUE;
+    }
+    if (setenv(hostName.c_str(), ToHost(value).c_str(), 1) != 0)
+        return static_cast<BOOL>(Fail(ERROR_NOT_ENOUGH_MEMORY));
+    return TRUE;
+}
+
+} // namespace
+
+} // namespace Brindle::Vok::Platform
+
+using namespace Brindle::Vok::Platform;
+
+DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size) noexcept
+try
+{
+    if (name == nullptr)
+        return Fail(ERROR_ENVVAR_NOT_FOUND);
+    std::lock_guard const lock(environmentMutex);
+    auto const value = ReadVariable(name);
+    return value ? GiveVariable(*value, buffer, size) : Fail(ERROR_ENVVAR_NOT_FOUND);
+}
+catch (std::bad_alloc const&)
+{
+    return Fail(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) noexcept
+try
+{
+    return WriteVariable(name != nullptr ? std::wstring_view(name) : std::wstring_view(), value);
+}
+catch (std::bad_alloc const&)
+{
+    return static_cast<BOOL>(Fail(ERROR_NOT_ENOUGH_MEMORY));
+}
+
+DWORD ExpandEnvironmentStringsW(LPCWSTR text, LPWSTR buffer, DWORD size) noexcept
+try
+{
+    if (text == nullptr)
+        return Fail(ERROR_INVALID_PARAMETER);
+    std::lock_guard const lock(environmentMutex);
+    auto const expanded = Expand(text);
+    if (expanded.size() >= std::numeric_limits<DWORD>::max())
+        return Fail(ERROR_ARITHMETIC_OVERFLOW);
+    CopyIfItFits(expanded, buffer, size);
+    return static_cast<DWORD>(expanded.size() + 1);
+}
+catch (std::bad_alloc const&)
+{
+    return Fail(ERROR_NOT_ENOUGH_MEMORY);
+}
