@@ -25,7 +25,8 @@ step_tidy() {
     bad=$(find "$logs/tidy" -name '*.log' | wc -l)
     count_passed $(($(wc -l <<<"$files") - bad))
     if ((bad > 0)); then
-        cat "$logs"/tidy/*.log | head -n 200 >&2
+        echo "what clang-tidy found (each place once; whole reports in Build/Logs/tidy):"
+        sed -n "s|^$PWD/||; /error:/p" "$logs"/tidy/*.log | sort -u | sed 's/^/    /'
         count_failed "$bad" "tidy: $(cd "$logs/tidy" && ls | sed 's/\.log$//; s/+/\//g' | paste -sd ' ')"
     fi
 }

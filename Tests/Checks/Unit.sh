@@ -1,11 +1,15 @@
 # The steps that build a preset and run its tests with CTest.
 
 step_unit() {
-    build release && run_tests unit "$PWD/Build/release"
+    if build release; then
+        run_tests unit "$PWD/Build/release"
+    fi
 }
 
 step_clang() {
-    build clang && run_tests clang "$PWD/Build/clang"
+    if build clang; then
+        run_tests clang "$PWD/Build/clang"
+    fi
 }
 
 step_asan() {
@@ -67,7 +71,9 @@ shown_to_others() {
 }
 
 step_limit() {
-    build release && run_tests limit "$PWD/Build/release" bash -c 'ulimit -n 64 && exec "$@"' limited
+    if build release; then
+        run_tests limit "$PWD/Build/release" bash -c 'ulimit -n 64 && exec "$@"' limited
+    fi
 }
 
 # build PRESET [PREFIX...]: configures and builds; a failure counts as one. The prefix is a command that runs another.
