@@ -88,29 +88,36 @@ char* EncodeUnit(std::wstring_view text, std::size_t& at, char* out) noexcept
     return out;
 }
 
+// Writes the run of plain ASCII units that begins at text[at] and gives how many they are.
+std::size_t CopyPlainRun(std::wstring_view text, std::size_t at, char* out) noexcept
+{
+    wchar_t const* const begin = text.data() + at;
+    wchar_t const* const end = text.data() + text.size();
+    wchar_t const* unit = begin;
+    for (; unit != end; ++unit)
+    {
+        auto const code = static_cast<std::make_unsigned_t<wchar_t>>(*unit);
+        if (code >= UnitTable.size() || UnitTable[code] != Unit::plain)
+            break;
+        *out++ = static_cast<char>(code);
+    }
+    return static_cast<std::size_t>(unit - begin);
+}
+
 // Writes the component that begins at text[at] and moves `at` to the separator behind it. Null when it is no name.
 char* EncodeComponent(std::wstring_view text, std::size_t& at, bool verbatim, char* out) noexcept
 {
-    while (at < text.size())
+    while (out)
     {
-        wchar_t const unit = text[at];
-        if (static_cast<std::make_unsigned_t<wchar_t>>(unit) >= UnitTable.size())
-        {
-            out = EncodeUnit(text, at, out);
-            if (!out)
-                return nullptr;
-            continue;
-        }
-        Unit const kind = UnitTable[static_cast<std::size_t>(unit)];
-        if (kind == Unit::plain)
-        {
-            *out++ = static_cast<char>(unit);
-            ++at;
-            continue;
-        }
-        return kind == Unit::forbidden || (kind == Unit::slash && verbatim) ? nullptr : out;
+        std::size_t const count = CopyPlainRun(text, at, out);
+        at += count;
+        out += count;
+        if (at == text.size() || text[at] == L'\\' || (text[at] == L'/' && !verbatim))
+            return out;
+        bool const isAscii = static_cast<std::make_unsigned_t<wchar_t>>(text[at]) < UnitTable.size();
+        out = isAscii ? nullptr : EncodeUnit(text, at, out);
     }
-    return out;
+    return nullptr;
 }
 
 // 1 for a component that is `.`, 2 for `..`, otherwise 0.

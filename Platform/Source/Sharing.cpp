@@ -3,8 +3,11 @@
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <pthread.h>
+#include <sys/single_threaded.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -117,6 +120,8 @@ public:
             Change(F_UNLCK, RangeOf(set, 0), MarkerCount * RangeLength);
     }
 
+    void UnmarkAll() const noexcept { Change(F_UNLCK, Area, AreaLength); }
+
     /// Another descriptor holds one of the markers.
     bool OthersHold(Set set, Markers markers) const noexcept
     {
@@ -178,6 +183,26 @@ int LockWhole(int descriptor, int operation) noexcept
     return result == 0 ? 0 : errno;
 }
 
+std::atomic<unsigned> forksMade{0};
+std::atomic<unsigned> forksDescended{0};
+
+[[maybe_unused]] int const countsForks = pthread_atfork(
+    nullptr, [] { forksMade.fetch_add(1, std::memory_order_relaxed); },
+    [] { forksDescended.fetch_add(1, std::memory_order_relaxed); });
+
+ForkCounts CurrentForks() noexcept
+{
+    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
+}
+
+// Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
+// may be starting a program this very moment, in ways that call no handler.
+bool MayBeCopied(ForkCounts const& then) noexcept
+{
+    ForkCounts const now = CurrentForks();
+    return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
+}
+
 long CodeOfRefusedLock(int error, DWORD shares) noexcept
 {
     if (error == EWOULDBLOCK)
@@ -194,7 +219,8 @@ SharedDescriptor::~SharedDescriptor()
 {
     if (descriptor < 0)
         return;
-    Unlock();
+    if (locks != Locks::none && MayBeCopied(forks))
+        Unlock();
     SystemCalls::Close(descriptor);
 }
 
@@ -208,7 +234,7 @@ long SharedDescriptor::Lock(ShareTerms const& terms) noexcept
         return LockShared(terms, false);
     if (error != 0)
         return CodeOfRefusedLock(error, terms.shares);
-    locks = Locks::whole;
+    Hold(Locks::whole);
     return ERROR_SUCCESS;
 }
 
@@ -222,7 +248,7 @@ long SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcep
     constexpr int attempts = 40;
     if (int const error = LockWhole(descriptor, LOCK_SH))
         return CodeOfRefusedLock(error, terms.shares);
-    locks = Locks::wholeAndMarkers;
+    Hold(Locks::wholeAndMarkers);
     MarkedFile const file(descriptor, terms.readable);
     DWORD const denied = AllRights & ~terms.shares;
     Markers const own = UsersOf(terms.uses) | DeniersOf(denied);
@@ -255,17 +281,16 @@ long SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcep
     return ERROR_SHARING_VIOLATION;
 }
 
+void SharedDescriptor::Hold(Locks taken) noexcept
+{
+    locks = taken;
+    forks = CurrentForks();
+}
+
 void SharedDescriptor::Unlock() noexcept
 {
     if (locks == Locks::wholeAndMarkers)
-    {
-        MarkedFile const both[] = {{descriptor, true}, {descriptor, false}};
-        for (MarkedFile const& file : both)
-        {
-            file.Unmark(Set::provisional);
-            file.Unmark(Set::definite);
-        }
-    }
+        MarkedFile(descriptor, true).UnmarkAll();
     if (locks != Locks::none)
         SystemCalls::LockWhole(descriptor, LOCK_UN);
     locks = Locks::none;

@@ -27,21 +27,30 @@ struct ShareTerms
     bool readable;
 };
 
-/// An open descriptor and the locks that it holds. Closing gives the locks back before the descriptor, since a child
-/// process that was forked meanwhile holds a copy of the descriptor until it runs its program.
+struct ForkCounts
+{
+    unsigned made = 0;
+    unsigned descended = 0;
+};
+
+/// An open descriptor and the locks that it holds. The locks belong to the open file, which a child process shares from
+/// its fork until it runs its program. So where there may be such a child, closing gives the locks back by name instead
+/// of leaving that to the descriptor's end; and in the child itself closing leaves them to the parent.
 class SharedDescriptor
 {
 public:
     SharedDescriptor() noexcept = default;
     explicit SharedDescriptor(int descriptor) noexcept : descriptor(descriptor) {}
     SharedDescriptor(SharedDescriptor&& other) noexcept
-        : descriptor(std::exchange(other.descriptor, -1)), locks(std::exchange(other.locks, Locks::none))
+        : descriptor(std::exchange(other.descriptor, -1)), locks(std::exchange(other.locks, Locks::none)),
+          forks(other.forks)
     {
     }
     SharedDescriptor& operator=(SharedDescriptor&& other) noexcept
     {
         std::swap(descriptor, other.descriptor);
         std::swap(locks, other.locks);
+        std::swap(forks, other.forks);
         return *this;
     }
     ~SharedDescriptor();
@@ -68,8 +77,12 @@ private:
 
     long LockShared(ShareTerms const& terms, bool briefly) noexcept;
 
+    void Hold(Locks taken) noexcept;
+
     int descriptor = -1;
     Locks locks = Locks::none;
+    /// How many forks this process had made, and how many had made it, when the locks were taken.
+    ForkCounts forks;
 };
 
 } // namespace Brindle::Vok::Platform
