@@ -2,7 +2,8 @@
 // shipped library each name is a constant function pointer, so a call costs what a direct call costs. In the build
 // that the tests link (VOK_SYSTEM_CALL_SEAM) a test can put a function of its own in its place, call by call:
 //
-//     SystemCalls::Redirection redirect(SystemCalls::Write, [](int, void const*, size_t) { errno = ENOSPC; return -1; });
+//     SystemCalls::Redirection redirect(SystemCalls::Write, [](int, void const*, size_t) { errno = ENOSPC; return -1;
+//     });
 #pragma once
 
 #include <cerrno>
