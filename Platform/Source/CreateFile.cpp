@@ -240,7 +240,7 @@ private:
         }
         if (opening.Empties() && !created && !Empty(status))
             return Refuse(CodeFromHost(errno));
-        if (opening.share == 0 && locks && !opening.WritesOrEmpties())
+        if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == File::Type::plain)
             file.sizeAtOpening.store(status.st_size, std::memory_order_relaxed);
         return Admission::granted;
     }
