@@ -28,8 +28,8 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr auto write = ByteOrderMarkPolicy::Write;
-constexpr auto omit = ByteOrderMarkPolicy::Omit;
+constexpr auto withMark = ByteOrderMarkPolicy::Write;
+constexpr auto withoutMark = ByteOrderMarkPolicy::Omit;
 constexpr auto unchanged = LineEndingPolicy::Unchanged;
 constexpr auto windows = LineEndingPolicy::Windows;
 
@@ -101,23 +101,23 @@ TEST_F(TextFile, EveryFormByteForByte)
         std::string actual;
         std::string expected;
     } const cases[] = {
-        {Written(std::wstring(L"a\nb"), utf16, write, windows),
+        {Written(std::wstring(L"a\nb"), utf16, withMark, windows),
          Bytes({0xFF, 0xFE, 0x61, 0, 0x0D, 0, 0x0A, 0, 0x62, 0})},
-        {Written(std::wstring(L"a\r\nb\rc\n"), utf8, omit, windows), "a\r\nb\r\nc\r\n"},
-        {Written(std::string("\r\r\n\n\r\n"), utf8, omit, windows), "\r\n\r\n\r\n\r\n"},
-        {Written(std::string("\n\r"), utf8, omit, windows), "\r\n\r\n"},
-        {Written(std::string("a\nb\r"), utf8, omit, unchanged), "a\nb\r"},
-        {Written(std::string("\xC3\xA9"), utf16, write, unchanged), Bytes({0xFF, 0xFE, 0xE9, 0})},
-        {Written(std::wstring(L"\u00E9"), utf8, write, unchanged), "\xEF\xBB\xBF\xC3\xA9"},
-        {Written(emoji, utf16, omit, unchanged), Bytes({0x3D, 0xD8, 0x00, 0xDE})},
-        {Written(emoji, utf8, omit, unchanged), "\xF0\x9F\x98\x80"},
-        {Written(std::string(), utf8, write, windows), "\xEF\xBB\xBF"},
-        {Written(std::wstring(), utf16, omit, windows), ""},
-        {Written(std::wstring(L"a\0b", 3), utf8, omit, unchanged), std::string("a\0b", 3)},
-        {Written(std::wstring(L"text"), utf8, write, otherEndings), "\xEF\xBB\xBF"},
-        {Written(std::string("text"), utf16, write, otherEndings), "\xFF\xFE"},
+        {Written(std::wstring(L"a\r\nb\rc\n"), utf8, withoutMark, windows), "a\r\nb\r\nc\r\n"},
+        {Written(std::string("\r\r\n\n\r\n"), utf8, withoutMark, windows), "\r\n\r\n\r\n\r\n"},
+        {Written(std::string("\n\r"), utf8, withoutMark, windows), "\r\n\r\n"},
+        {Written(std::string("a\nb\r"), utf8, withoutMark, unchanged), "a\nb\r"},
+        {Written(std::string("\xC3\xA9"), utf16, withMark, unchanged), Bytes({0xFF, 0xFE, 0xE9, 0})},
+        {Written(std::wstring(L"\u00E9"), utf8, withMark, unchanged), "\xEF\xBB\xBF\xC3\xA9"},
+        {Written(emoji, utf16, withoutMark, unchanged), Bytes({0x3D, 0xD8, 0x00, 0xDE})},
+        {Written(emoji, utf8, withoutMark, unchanged), "\xF0\x9F\x98\x80"},
+        {Written(std::string(), utf8, withMark, windows), "\xEF\xBB\xBF"},
+        {Written(std::wstring(), utf16, withoutMark, windows), ""},
+        {Written(std::wstring(L"a\0b", 3), utf8, withoutMark, unchanged), std::string("a\0b", 3)},
+        {Written(std::wstring(L"text"), utf8, withMark, otherEndings), "\xEF\xBB\xBF"},
+        {Written(std::string("text"), utf16, withMark, otherEndings), "\xFF\xFE"},
         {Written(std::string("a"), utf8, otherMark, unchanged), "a"},
-        {Written(std::string("\xFF"), utf16, omit, unchanged), Bytes({0xFD, 0xFF})},
+        {Written(std::string("\xFF"), utf16, withoutMark, unchanged), Bytes({0xFD, 0xFF})},
     };
     for (auto const& each : cases)
         EXPECT_EQ(each.actual, each.expected);
@@ -128,9 +128,9 @@ TEST_F(TextFile, AnUnknownEncodingTouchesNothing)
 {
     auto const other = static_cast<TextEncoding>(2);
     drive.Write("written.txt", "kept");
-    EXPECT_EQ(Written(std::string("x"), other, write, windows), "kept");
-    EXPECT_EQ(Written(std::wstring(L"x"), other, write, windows), "kept");
-    Make(L"none.txt")->WriteAllText(std::string("x"), other, write, windows);
+    EXPECT_EQ(Written(std::string("x"), other, withMark, windows), "kept");
+    EXPECT_EQ(Written(std::wstring(L"x"), other, withMark, windows), "kept");
+    Make(L"none.txt")->WriteAllText(std::string("x"), other, withMark, windows);
     EXPECT_FALSE(drive.Exists("none.txt"));
 }
 
@@ -146,8 +146,8 @@ TEST_F(TextFile, ReadsTheBytesAsTheyAre)
 
 TEST_F(TextFile, WritesReplaceAndShorten)
 {
-    Written(std::string(1000, 'x'), TextEncoding::Utf8, omit, unchanged);
-    EXPECT_EQ(Written(std::string("y"), TextEncoding::Utf8, omit, unchanged), "y");
+    Written(std::string(1000, 'x'), TextEncoding::Utf8, withoutMark, unchanged);
+    EXPECT_EQ(Written(std::string("y"), TextEncoding::Utf8, withoutMark, unchanged), "y");
 }
 
 TEST_F(TextFile, AFailedOpenIsWhatTheWrapperThrows)
@@ -178,7 +178,7 @@ TEST_F(TextFile, AFailedOpenIsWhatTheWrapperThrows)
         if (each.readCode != 0)
             ExpectOpenError([&] { file->ReadAllTextA(); }, each.readCode, each.path);
         if (each.writeCode != 0)
-            ExpectOpenError([&] { file->WriteAllText(std::string("x"), TextEncoding::Utf8, write, unchanged); },
+            ExpectOpenError([&] { file->WriteAllText(std::string("x"), TextEncoding::Utf8, withMark, unchanged); },
                             each.writeCode, each.path);
     }
     EXPECT_THAT(recorder.Lines(), IsEmpty());
@@ -193,7 +193,7 @@ TEST_F(TextFile, APathWithANulNamesNoFile)
     drive.Write("plain.txt", "kept");
     std::wstring const path = drive.Path(L"plain.txt") + std::wstring(L"\0.bak", 5);
     auto const run = [&]
-    { MakeFileSystem()->MakeFile(path)->WriteAllText(std::string("x"), TextEncoding::Utf8, write, unchanged); };
+    { MakeFileSystem()->MakeFile(path)->WriteAllText(std::string("x"), TextEncoding::Utf8, withMark, unchanged); };
     ExpectError<Error>(run, ERROR_INVALID_NAME, "Source/Vok/VokWindows.cpp: Brindle::Vok::VokCreateFile",
                        "CreateFile failed, path[" + WideToUtf8(drive.Path(L"plain.txt"))); // ends at the NUL
     EXPECT_EQ(drive.Read("plain.txt"), "kept");
@@ -213,7 +213,7 @@ TEST_F(TextFile, AFileThatAnotherProcessHoldsIsRefusedUntilItGoes)
         });
     child.WaitUntilReady();
     std::unique_ptr<File> const file = Make(L"held.txt");
-    auto const attempt = [&] { file->WriteAllText(std::string("x"), TextEncoding::Utf8, omit, unchanged); };
+    auto const attempt = [&] { file->WriteAllText(std::string("x"), TextEncoding::Utf8, withoutMark, unchanged); };
     ExpectOpenError(attempt, ERROR_SHARING_VIOLATION, drive.Path(L"held.txt"));
     ExpectOpenError([&] { file->ReadAllTextA(); }, ERROR_SHARING_VIOLATION, drive.Path(L"held.txt"));
     EXPECT_EQ(drive.Read("held.txt"), "kept");
@@ -240,7 +240,7 @@ TEST_F(TextFile, AFullDiskIsReportedForTheMarkAndForTheBody)
                                                         errno = ENOSPC;
                                                         return -1;
                                                     });
-            file->WriteAllText(std::wstring(L"text"), encoding, write, unchanged);
+            file->WriteAllText(std::wstring(L"text"), encoding, withMark, unchanged);
         };
         ExpectError<WindowsError>([&] { failAt(1); }, ERROR_DISK_FULL, writer,
                                   "WriteFile bom [" + WideToUtf8(path) + "].");
