@@ -25,7 +25,7 @@ consumer_prepare() {
 }
 
 consumer_cmake() {
-    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release "$3" &&
+    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ "$3" &&
         cmake --build "$1/$2" &&
         "$1/$2/Consumer" &&
         "$1/$2/Readme"
