@@ -6,8 +6,9 @@ announce() {
     printf '== %s\n' "$*"
 }
 
-# logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log. When it fails, the command and the end
-# of its output are printed and its exit code is given.
+# logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log. When it fails, the command and the part
+# of its output that tells why are printed, and its exit code is given: of a build what the first failed command said,
+# otherwise the end.
 logged() {
     local name=$1 code=0
     shift
@@ -16,8 +17,12 @@ logged() {
     ((code != 0)) || return 0
     {
         printf 'failed with exit code %d: %s\n' "$code" "$*"
-        printf 'the end of Build/Logs/%s.log:\n' "$name"
-        tail -n 60 "$logs/$name.log" | sed 's/^/    /'
+        printf 'from Build/Logs/%s.log:\n' "$name"
+        if grep --quiet '^FAILED: ' "$logs/$name.log"; then
+            sed -n '/^FAILED: /,$p' "$logs/$name.log" | head -n 40
+        else
+            tail -n 60 "$logs/$name.log"
+        fi | sed 's/^/    /'
     } >&2
     return "$code"
 }

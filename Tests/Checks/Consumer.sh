@@ -1,5 +1,5 @@
 # Programs outside the tree: an installed package that was moved is found through CMake and pkg-config, and the tree is
-# added to another build. The program in README.md is built exactly as it stands there.
+# added to another build. The program in README.md is built exactly as it stands there, and prints what it says there.
 
 step_consumer() {
     local work prefix
@@ -18,26 +18,36 @@ step_consumer() {
 consumer_prepare() {
     local work=$1 prefix=$2
     cp -R Tests/Consumer "$work/source"
-    awk '/^```/ { inside = !inside && /^```cpp$/ && !seen++; next } inside' README.md >"$work/source/Readme.cpp"
+    block_of_readme cpp >"$work/source/Readme.cpp"
     build_library &&
         logged consumer-install cmake --install Build/release --prefix "$work/installed" &&
         mv "$work/installed" "$prefix"
 }
 
 consumer_cmake() {
-    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release "$3" &&
+    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ "$3" &&
         cmake --build "$1/$2" &&
         "$1/$2/Consumer" &&
-        "$1/$2/Readme"
+        says_what_readme_says "$1/$2/Readme"
 }
 
 consumer_pkg_config() {
     export PKG_CONFIG_PATH=$2/lib/pkgconfig
+    export LD_LIBRARY_PATH=$2/lib
     local flags program
     pkg-config --exists --print-errors 'Vok2 >= 2.0' || return
     read -ra flags < <(pkg-config --cflags --libs Vok2)
     for program in Consumer Readme; do
-        g++ -std=c++20 "$1/source/$program.cpp" "${flags[@]}" -o "$1/$program" &&
-            LD_LIBRARY_PATH=$2/lib "$1/$program" || return
+        g++ -std=c++20 "$1/source/$program.cpp" "${flags[@]}" -o "$1/$program" || return
     done
+    "$1/Consumer" && says_what_readme_says "$1/Readme"
+}
+
+# The first block of that language in README.md.
+block_of_readme() {
+    awk -v fence="\`\`\`$1" '/^```/ { inside = !inside && $0 == fence && !seen++; next } inside' README.md
+}
+
+says_what_readme_says() {
+    "$1" | sed 's/cpp([0-9]*)/cpp(...)/' | diff <(block_of_readme text) -
 }

@@ -101,22 +101,23 @@ run_tests() {
         count_failed 1 "$name: ctest made no report"
         return
     fi
-    local tests failures skipped disabled
+    local tests bad skipped
     tests=$(attribute tests "$report")
-    failures=$(attribute failures "$report")
-    skipped=$(attribute skipped "$report")
-    disabled=$(attribute disabled "$report")
-    count_passed $((tests - failures - skipped - disabled))
-    if ((failures > 0)); then
-        count_failed "$failures" "$name: $(sed -n 's/.*<testcase name="\([^"]*\)".*status="fail".*/\1/p' "$report" |
-            paste -sd ' ')"
+    bad=$(attribute failures "$report")
+    skipped=$(($(attribute skipped "$report") + $(attribute disabled "$report")))
+    count_passed $((tests - bad - skipped))
+    if ((bad > 0)); then
+        count_failed "$bad" "$name: $(tests_with 'fail' "$report")"
     elif ((code != 0)); then
         count_failed 1 "$name: ctest ended with exit code $code"
     fi
-    if ((skipped + disabled > 0)); then
-        echo "   $((skipped + disabled)) not run: $(sed -n \
-            's/.*<testcase name="\([^"]*\)".*status="\(notrun\|disabled\)".*/\1/p' "$report" | paste -sd ' ')"
+    if ((skipped > 0)); then
+        echo "   $skipped not run: $(tests_with 'notrun\|disabled' "$report")"
     fi
+}
+
+tests_with() {
+    sed -n "s/.*<testcase name=\"\([^\"]*\)\".* status=\"\($1\)\".*/\1/p" "$2" | paste -sd ' '
 }
 
 attribute() {

@@ -2,6 +2,7 @@
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/Log.h>
+#include <Brindle/Vok/String.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -32,13 +33,13 @@ int main()
 
     try
     {
-        MakeFileSystem()->MakeFile(LR"(C:\no such directory\file)")->ReadAllTextA();
-        Expect(false, "reading what isn't there throws");
+        String::StringToWstring("a", 4321);
+        Expect(false, "an unknown code page throws");
     }
     catch (WindowsError const& error)
     {
-        Expect(error.code().value() == 3, "the library's error is caught by its type, with its code");
-        Expect(std::string(error.what()).find("(Windows Error 3)") != std::string::npos, "the code is in the message");
+        Expect(error.code().value() == 87, "the library's error is caught by its type, with its code");
+        Expect(error.Message().find("(Windows Error 87)") != std::string::npos, "the code is in the message");
     }
     Expect(statements == 2, "the library's statement reaches the subscriber");
 
