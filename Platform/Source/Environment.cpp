@@ -33,14 +33,14 @@ DWORD Fail(DWORD code)
 std::wstring ToWide(std::string_view text)
 {
     std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
-    Utf::Utf8ToWide(text.data(), text.size(), wide.data());
+    Utf::Utf8ToWide(text.data(), text.size(), wide.data(), wide.size());
     return wide;
 }
 
 std::string ToHost(std::wstring_view text)
 {
     std::string host(Utf::Utf8LengthOfWide(text.data(), text.size()), '\0');
-    Utf::WideToUtf8(text.data(), text.size(), host.data());
+    Utf::WideToUtf8(text.data(), text.size(), host.data(), host.size());
     return host;
 }
 

@@ -29,7 +29,7 @@ void Copy(std::string_view text, char* out)
 
 void Copy(std::string_view text, wchar_t* out)
 {
-    *Utf::Utf8ToWide(text.data(), text.size(), out) = L'\0';
+    *Utf::Utf8ToWide(text.data(), text.size(), out, text.size()) = L'\0';
 }
 
 /// The texts are in English, which also serves callers that leave the language to the system.

@@ -1,41 +1,20 @@
 // The one converter between UTF-8 and wide text. A wide text holds UTF-16 code units, one a wchar_t, also where wchar_t
-// has 32 bits. Nothing here fails: what is ill-formed becomes U+FFFD, in UTF-8 one for each maximal part that could
-// have begun a character, in wide text one for each lone surrogate and each unit above 0xFFFF.
+// has 32 bits. Nothing here fails for its input: what is ill-formed becomes U+FFFD, in UTF-8 one for each maximal part
+// that could have begun a character, in wide text one for each lone surrogate and each unit above 0xFFFF.
 //
 //     std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
-//     Utf::Utf8ToWide(text.data(), text.size(), wide.data());
+//     Utf::Utf8ToWide(text.data(), text.size(), wide.data(), wide.size());
 //
 // All functions are pure. Lengths count bytes or code units, without a terminator; NUL is a character like any other.
-// A null text with length 0 is allowed.
+// A null text of length 0 is allowed. Nothing is read or written outside the given ranges.
 #pragma once
+
+#include "UtfCharacters.h"
 
 #include <cstddef>
 
 namespace Brindle::Vok::Platform::Utf
 {
-
-inline constexpr char32_t ReplacementCharacter = 0xFFFD;
-
-/// The first character of a text. For an ill-formed one codePoint is ReplacementCharacter, and consumed the length of
-/// its maximal part.
-struct Decoded
-{
-    char32_t codePoint;
-    unsigned consumed;
-    bool valid;
-};
-
-/// Decodes the first character of length bytes, of which there is at least one.
-Decoded DecodeUtf8(char const* text, std::size_t length) noexcept;
-
-/// The same for code units.
-Decoded DecodeWide(wchar_t const* text, std::size_t length) noexcept;
-
-/// Writes the 1 to 4 bytes of a character and gives their count. What is no character is written as U+FFFD.
-unsigned EncodeUtf8(char32_t codePoint, char* out) noexcept;
-
-/// Writes the 1 or 2 code units of a character and gives their count. What is no character is written as U+FFFD.
-unsigned EncodeWide(char32_t codePoint, wchar_t* out) noexcept;
 
 /// Bytes that WideToUtf8 writes for the text.
 std::size_t Utf8LengthOfWide(wchar_t const* text, std::size_t length) noexcept;
@@ -43,14 +22,21 @@ std::size_t Utf8LengthOfWide(wchar_t const* text, std::size_t length) noexcept;
 /// Code units that Utf8ToWide writes for the text.
 std::size_t WideLengthOfUtf8(char const* text, std::size_t length) noexcept;
 
-/// Converts into a buffer that the length function has sized, and gives the end of what was written.
-char* WideToUtf8(wchar_t const* text, std::size_t length, char* out) noexcept;
-wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out) noexcept;
-
 /// Converts into size bytes or units in one pass over the text. Gives the end of what was written, or null when the
 /// result does not fit; the buffer then holds nothing useful.
 char* WideToUtf8(wchar_t const* text, std::size_t length, char* out, std::size_t size) noexcept;
 wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out, std::size_t size) noexcept;
+
+/// The same for a buffer whose size the length function gave; looks for it once more, so that nothing is written
+/// beyond.
+inline char* WideToUtf8(wchar_t const* text, std::size_t length, char* out) noexcept
+{
+    return WideToUtf8(text, length, out, Utf8LengthOfWide(text, length));
+}
+inline wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out) noexcept
+{
+    return Utf8ToWide(text, length, out, WideLengthOfUtf8(text, length));
+}
 
 /// Whether the text would be converted without any U+FFFD in the place of something ill-formed.
 bool IsValidUtf8(char const* text, std::size_t length) noexcept;

@@ -4,7 +4,6 @@
 
 #include "StringStorage.h"
 
-#include <iterator>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -73,7 +72,9 @@ void FormatInto(StackBuffer<Char>& buffer, Char const* format,
 {
     if (format == nullptr)
         throw fmt::format_error("null format string");
-    fmt::vformat_to(std::back_inserter(buffer), fmt::basic_string_view<Char>(format), arguments);
+    // The iterator that fmt itself uses: any other one makes it write to a buffer of its own first.
+    using Iterator = typename fmt::buffer_context<Char>::iterator;
+    fmt::vformat_to(Iterator(buffer), fmt::basic_string_view<Char>(format), arguments);
 }
 
 /// The one place where a failed format turns into the format itself. `make` makes the result from a view.

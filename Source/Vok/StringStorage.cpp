@@ -11,7 +11,8 @@ template <class String>
 void Resize(String& text, std::size_t length)
 {
 #ifdef __cpp_lib_string_resize_and_overwrite
-    text.resize_and_overwrite(length, [](auto*, std::size_t size) { return size; });
+    // Not the size that it hands over: some library versions pass the capacity there.
+    text.resize_and_overwrite(length, [length](auto*, std::size_t) { return length; });
 #else
     text.resize(length);
 #endif

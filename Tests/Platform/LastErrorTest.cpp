@@ -7,9 +7,12 @@
 TEST(LastError, BelongsToTheThread)
 {
     SetLastError(5);
-    std::thread([] {
-        EXPECT_EQ(GetLastError(), 0U);
-        SetLastError(7);
-    }).join();
+    std::thread(
+        []
+        {
+            EXPECT_EQ(GetLastError(), 0U);
+            SetLastError(7);
+        })
+        .join();
     EXPECT_EQ(GetLastError(), 5U);
 }

@@ -232,7 +232,7 @@ private:
             std::size_t end = 0;
             while (end < arguments.size() && arguments[end] != ',')
                 end = arguments[end] == '<' || arguments[end] == '(' ? BehindBracket(arguments, end) : end + 1;
-            AppendArgument(Bound(Trimmed(arguments.substr(0, end))));
+            AppendArgument(Plain(Bound(Trimmed(arguments.substr(0, end)))));
             if (end >= arguments.size())
                 break;
             Append(",");
@@ -256,6 +256,21 @@ private:
             return Trimmed(value.substr(0, end));
         }
         return argument;
+    }
+
+    /// The usual spelling of an integer type that one compiler spells out.
+    static constexpr std::string_view Plain(std::string_view type)
+    {
+        constexpr std::string_view spellings[][2] = {
+            {"short int", "short"},         {"short unsigned int", "unsigned short"},
+            {"long int", "long"},           {"long unsigned int", "unsigned long"},
+            {"long long int", "long long"}, {"long long unsigned int", "unsigned long long"}};
+        for (auto const& [spelledOut, usual] : spellings)
+        {
+            if (type == spelledOut)
+                return usual;
+        }
+        return type;
     }
 
     constexpr void AppendArgument(std::string_view argument)

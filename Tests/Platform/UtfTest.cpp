@@ -1,0 +1,428 @@
+#include "Utf.h"
+
+#include "UtfConverters.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+namespace Utf = Brindle::Vok::Platform::Utf;
+using namespace std::string_literals;
+
+struct Converter
+{
+    char const* name;
+    std::size_t (*utf8LengthOfWide)(wchar_t const*, std::size_t) noexcept;
+    std::size_t (*wideLengthOfUtf8)(char const*, std::size_t) noexcept;
+    char* (*wideToUtf8)(wchar_t const*, std::size_t, char*, std::size_t) noexcept;
+    wchar_t* (*utf8ToWide)(char const*, std::size_t, wchar_t*, std::size_t) noexcept;
+};
+
+#define CONVERTER(space)                                                                                               \
+    {                                                                                                                  \
+#space, Utf::space::Utf8LengthOfWide, Utf::space::WideLengthOfUtf8, Utf::space::WideToUtf8,                    \
+            Utf::space::Utf8ToWide                                                                                     \
+    }
+
+std::vector<Converter> Converters()
+{
+    std::vector<Converter> converters{CONVERTER(Portable)};
+#ifdef VOK_UTF_AVX2
+    if (Utf::Avx2::IsSupported())
+        converters.push_back(CONVERTER(Avx2));
+#endif
+    return converters;
+}
+
+/// The well-formed byte sequences, row by row: the ranges of the first and the second byte, and the length.
+struct WellFormedRow
+{
+    unsigned char first[2];
+    unsigned char second[2];
+    std::size_t length;
+};
+
+constexpr WellFormedRow wellFormedRows[] = {
+    {{0x00, 0x7F}, {0x80, 0xBF}, 1}, {{0xC2, 0xDF}, {0x80, 0xBF}, 2}, {{0xE0, 0xE0}, {0xA0, 0xBF}, 3},
+    {{0xE1, 0xEC}, {0x80, 0xBF}, 3}, {{0xED, 0xED}, {0x80, 0x9F}, 3}, {{0xEE, 0xEF}, {0x80, 0xBF}, 3},
+    {{0xF0, 0xF0}, {0x90, 0xBF}, 4}, {{0xF1, 0xF3}, {0x80, 0xBF}, 4}, {{0xF4, 0xF4}, {0x80, 0x8F}, 4},
+};
+
+/// The expected conversion, spelled out byte by byte.
+std::wstring ExpectedWide(std::string_view text)
+{
+    std::wstring result;
+    for (std::size_t i = 0; i < text.size();)
+    {
+        auto const byteAt = [&](std::size_t k) { return static_cast<unsigned char>(text[i + k]); };
+        std::size_t matched = 1;
+        std::uint32_t codePoint = 0xFFFD;
+        for (auto const& row : wellFormedRows)
+        {
+            if (byteAt(0) < row.first[0] || byteAt(0) > row.first[1])
+                continue;
+            std::uint32_t bits = row.length == 1 ? byteAt(0) : byteAt(0) & ((0x80U >> row.length) - 1);
+            for (; matched < row.length && i + matched < text.size(); ++matched)
+            {
+                bool const isSecond = matched == 1;
+                if (byteAt(matched) < (isSecond ? row.second[0] : 0x80) ||
+                    byteAt(matched) > (isSecond ? row.second[1] : 0xBF))
+                    break;
+                bits = bits * 64 + byteAt(matched) % 64;
+            }
+            if (matched == row.length)
+                codePoint = bits;
+        }
+        i += matched;
+        if (codePoint >= 0x10000)
+            result += {static_cast<wchar_t>(0xD800 + (codePoint - 0x10000) / 0x400),
+                       static_cast<wchar_t>(0xDC00 + codePoint % 0x400)};
+        else
+            result += static_cast<wchar_t>(codePoint);
+    }
+    return result;
+}
+
+std::string ExpectedUtf8(std::wstring_view text)
+{
+    std::string result;
+    auto const add = [&](unsigned mark, std::uint32_t bits) { result += static_cast<char>(mark + bits); };
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        auto unit = static_cast<std::uint32_t>(text[i]);
+        auto const next = i + 1 < text.size() ? static_cast<std::uint32_t>(text[i + 1]) : 0;
+        if (unit >= 0xD800 && unit <= 0xDBFF && next >= 0xDC00 && next <= 0xDFFF)
+        {
+            auto const codePoint = 0x10000 + (unit - 0xD800) * 0x400 + (next - 0xDC00);
+            add(0xF0, codePoint / 0x40000);
+            add(0x80, codePoint / 0x1000 % 64);
+            add(0x80, codePoint / 64 % 64);
+            add(0x80, codePoint % 64);
+            ++i;
+            continue;
+        }
+        if (unit > 0xFFFF || (unit >= 0xD800 && unit <= 0xDFFF))
+            unit = 0xFFFD;
+        if (unit < 0x80)
+            add(0, unit);
+        else if (unit < 0x800)
+            add(0xC0, unit / 64), add(0x80, unit % 64);
+        else
+            add(0xE0, unit / 0x1000), add(0x80, unit / 64 % 64), add(0x80, unit % 64);
+    }
+    return result;
+}
+
+/// Memory between two pages that can't be touched, so that an access outside of it ends the test in any build.
+template <class Unit>
+class GuardedBuffer
+{
+public:
+    GuardedBuffer()
+    {
+        auto* const memory = mmap(nullptr, Capacity + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        begin = static_cast<char*>(memory) + page;
+        if (memory == MAP_FAILED || mprotect(begin, Capacity, PROT_READ | PROT_WRITE) != 0)
+            throw std::bad_alloc();
+    }
+    ~GuardedBuffer() { munmap(begin - page, Capacity + 2 * page); }
+    GuardedBuffer(GuardedBuffer const&) = delete;
+    GuardedBuffer& operator=(GuardedBuffer const&) = delete;
+
+    /// Room for this many units that ends at the page behind.
+    Unit* AtEnd(std::size_t count) { return reinterpret_cast<Unit*>(begin + Capacity) - count; }
+
+    /// The units, beginning right behind the page before or ending right before the page behind.
+    Unit const* Hold(std::basic_string_view<Unit> text, bool atEnd)
+    {
+        Unit* const place = atEnd ? AtEnd(text.size()) : reinterpret_cast<Unit*>(begin);
+        if (!text.empty())
+            std::memcpy(place, text.data(), text.size() * sizeof(Unit));
+        return place;
+    }
+
+    static constexpr std::size_t Capacity = std::size_t{1} << 16;
+
+private:
+    std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    char* begin;
+};
+
+/// Holds all that one direction of a converter does with a text against the expectation.
+template <class Unit, class OutputUnit>
+class Checker
+{
+public:
+    using Text = std::basic_string_view<Unit>;
+    using Output = std::basic_string<OutputUnit>;
+    using Length = std::size_t (*)(Unit const*, std::size_t) noexcept;
+    using Convert = OutputUnit* (*)(Unit const*, std::size_t, OutputUnit*, std::size_t) noexcept;
+
+    bool IsAsExpected(Length length, Convert convert, Text text, Output const& expected)
+    {
+        for (bool const atEnd : {false, true})
+        {
+            auto const* const place = input.Hold(text, atEnd);
+            if (length(place, text.size()) != expected.size())
+                return false;
+            for (std::size_t const spare : {std::size_t{0}, std::size_t{1}, std::size_t{40}, 4 * text.size()})
+            {
+                auto* const out = output.AtEnd(expected.size() + spare);
+                auto* const end = convert(place, text.size(), out, expected.size() + spare);
+                if (end != out + expected.size() || Output(out, expected.size()) != expected)
+                    return false;
+            }
+            for (std::size_t const missing : {std::size_t{1}, expected.size() / 2, expected.size()})
+                if (missing > 0 && missing <= expected.size() &&
+                    convert(place, text.size(), output.AtEnd(expected.size() - missing), expected.size() - missing))
+                    return false;
+        }
+        return true;
+    }
+
+private:
+    GuardedBuffer<Unit> input;
+    GuardedBuffer<OutputUnit> output;
+};
+
+class UtfTest : public ::testing::TestWithParam<Converter>
+{
+protected:
+    void ExpectToWide(std::string_view text, std::wstring const& expected)
+    {
+        EXPECT_TRUE(toWide.IsAsExpected(GetParam().wideLengthOfUtf8, GetParam().utf8ToWide, text, expected))
+            << ::testing::PrintToString(text);
+    }
+    void ExpectToUtf8(std::wstring_view text, std::string const& expected)
+    {
+        EXPECT_TRUE(toUtf8.IsAsExpected(GetParam().utf8LengthOfWide, GetParam().wideToUtf8, text, expected))
+            << ::testing::PrintToString(text);
+    }
+
+private:
+    Checker<char, wchar_t> toWide;
+    Checker<wchar_t, char> toUtf8;
+};
+
+INSTANTIATE_TEST_SUITE_P(, UtfTest, ::testing::ValuesIn(Converters()),
+                         [](auto const& info) { return std::string(info.param.name); });
+
+std::wstring Wide(std::initializer_list<unsigned> units)
+{
+    std::wstring text;
+    for (auto const unit : units)
+        text += static_cast<wchar_t>(unit);
+    return text;
+}
+
+TEST_P(UtfTest, EachMaximalIllFormedPartOfUtf8BecomesOneReplacement)
+{
+    struct
+    {
+        std::string text;
+        std::wstring expected;
+    } const cases[] = {
+        {"", L""},
+        {"a\0b"s, Wide({'a', 0, 'b'})},
+        {"\xC3\xA9", Wide({0xE9})},
+        {"\xEF\xBB\xBF", Wide({0xFEFF})},
+        {"\xEF\xBF\xBF", Wide({0xFFFF})},
+        {"\xF0\x9F\x98\x80", Wide({0xD83D, 0xDE00})},
+        {"\xF4\x8F\xBF\xBF", Wide({0xDBFF, 0xDFFF})},
+        {"\xC0\xAF", Wide({0xFFFD, 0xFFFD})},
+        {"\xE0\x9F\x80", Wide({0xFFFD, 0xFFFD, 0xFFFD})},
+        {"\xED\xA0\x80", Wide({0xFFFD, 0xFFFD, 0xFFFD})},
+        {"\xF4\x90\x80\x80", Wide({0xFFFD, 0xFFFD, 0xFFFD, 0xFFFD})},
+        {"\xF0\x9F\x98", Wide({0xFFFD})},
+        {"\xF0\x9F\x98z", Wide({0xFFFD, 'z'})},
+        {"\xE2\x82\xE2\x82\xAC", Wide({0xFFFD, 0x20AC})},
+        {"\x80\xBF", Wide({0xFFFD, 0xFFFD})},
+        {"\xFE\xFF", Wide({0xFFFD, 0xFFFD})},
+        {"a\xF1\x80\x80\xE1\x80\xC2"
+         "b\x80"
+         "c\x80\xBF"
+         "d",
+         Wide({'a', 0xFFFD, 0xFFFD, 0xFFFD, 'b', 0xFFFD, 'c', 0xFFFD, 0xFFFD, 'd'})},
+    };
+    for (auto const& c : cases)
+        for (auto const& before : {std::string(), std::string(61, 'x'), std::string(80, 'y')})
+            for (auto const& after : {std::string(), std::string(100, 'z')})
+            {
+                std::wstring const wideBefore(before.begin(), before.end());
+                std::wstring const wideAfter(after.begin(), after.end());
+                ExpectToWide(before + c.text + after, wideBefore + c.expected + wideAfter);
+            }
+}
+
+TEST_P(UtfTest, LoneSurrogatesAndUnitsTooLargeBecomeReplacements)
+{
+    struct
+    {
+        std::wstring text;
+        std::string expected;
+    } const cases[] = {
+        {Wide({}), ""},
+        {Wide({'a', 0, 'b'}), "a\0b"s},
+        {Wide({0x7F, 0x80, 0x7FF, 0x800, 0xFFFF}), "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
+        {Wide({0xD83D, 0xDE00}), "\xF0\x9F\x98\x80"},
+        {Wide({0xD800, 0xDC00, 0xDBFF, 0xDFFF}), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+        {Wide({0xD83D}), "\xEF\xBF\xBD"},
+        {Wide({0xDE00, 0xD83D}), "\xEF\xBF\xBD\xEF\xBF\xBD"},
+        {Wide({0xD83D, 0xD83D, 0xDE00, 0xDE00}), "\xEF\xBF\xBD\xF0\x9F\x98\x80\xEF\xBF\xBD"},
+        {Wide({0xD83D, 'x', 0xDE00}), "\xEF\xBF\xBDx\xEF\xBF\xBD"},
+        {Wide({0x10000, 0x1F600, 0x1D83D, 0xDE00}), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+        {Wide({0x80000000, 0xFFFFFFFF}), "\xEF\xBF\xBD\xEF\xBF\xBD"},
+    };
+    for (auto const& c : cases)
+        for (std::size_t const before : {0, 5, 7, 31, 40})
+            for (std::size_t const after : {0, 40})
+                ExpectToUtf8(std::wstring(before, L'x') + c.text + std::wstring(after, L'z'),
+                             std::string(before, 'x') + c.expected + std::string(after, 'z'));
+}
+
+/// Characters of one kind of text, chosen at random.
+std::string RandomText(std::mt19937& random, std::size_t length, std::vector<std::string> const& characters)
+{
+    std::string text;
+    std::uniform_int_distribution<std::size_t> pick(0, characters.size() - 1);
+    while (text.size() < length)
+        text += characters[pick(random)];
+    text.resize(length);
+    return text;
+}
+
+std::vector<std::vector<std::string>> const& KindsOfText()
+{
+    static std::vector<std::vector<std::string>> const kinds = {
+        {"a", "b", "/"},
+        {"\xD0\xB0", "\xD1\x8F"},
+        {"\xE4\xB8\x80", "\xED\x9F\xBF", "\xE0\xA0\x80"},
+        {"\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80"},
+        {"a", "b", "c", "d", "e", "f", "g", "h", "\xC3\xA9"},
+        {"a", "\xC3\xA9", "\xE4\xB8\x80", "\xF0\x9F\x98\x80"},
+        {"a", "\xC3\xA9", "\xE4\xB8\x80", "\xF0\x9F\x98\x80", "\xE4\xB8", "\x80", "\xFF", "\xF0\x9F"},
+        {"\x80", "\xBF", "\xC0", "\xC2", "\xE0", "\xED", "\xEF", "\xF0", "\xF4", "\xF5", "\x9F", "\xA0", "\x90", "a"},
+    };
+    return kinds;
+}
+
+TEST_P(UtfTest, ConvertsEveryLengthOfEveryKindOfText)
+{
+    std::mt19937 random(20240229);
+    for (auto const& kind : KindsOfText())
+        for (std::size_t length = 0; length <= 200; ++length)
+        {
+            auto const text = RandomText(random, length, kind);
+            ExpectToWide(text, ExpectedWide(text));
+            auto const wide = ExpectedWide(text);
+            ExpectToUtf8(wide, ExpectedUtf8(wide));
+        }
+}
+
+TEST_P(UtfTest, ConvertsAnythingAtRandom)
+{
+    std::mt19937 random(7);
+    std::vector<wchar_t> const units = {
+        'a',    0x7F,   0x80,   0x7FF,  0x800,  0xD7FF,  0xD800,
+        0xDBFF, 0xDC00, 0xDFFF, 0xE000, 0xFFFF, 0x10000, static_cast<wchar_t>(0x80000000)};
+    for (unsigned round = 0; round < 2000; ++round)
+    {
+        std::string bytes(random() % 400, '\0');
+        for (auto& byte : bytes)
+            byte = static_cast<char>(random());
+        ExpectToWide(bytes, ExpectedWide(bytes));
+        std::wstring wide(random() % 100, L'\0');
+        for (auto& unit : wide)
+            unit = units[random() % units.size()];
+        ExpectToUtf8(wide, ExpectedUtf8(wide));
+    }
+}
+
+TEST_P(UtfTest, JudgesEveryPairOfBytesAcrossABlocksEnd)
+{
+    for (unsigned const tail : {0x41U, 0x80U})
+        for (unsigned pair = 0; pair < 0x10000; ++pair)
+        {
+            std::string text(100, 'x');
+            text[63] = static_cast<char>(pair >> 8);
+            text[64] = static_cast<char>(pair);
+            text[65] = text[66] = static_cast<char>(tail);
+            auto const expected = ExpectedWide(text);
+            std::wstring wide(expected.size(), L'\0');
+            ASSERT_EQ(GetParam().wideLengthOfUtf8(text.data(), text.size()), expected.size()) << pair;
+            ASSERT_TRUE(GetParam().utf8ToWide(text.data(), text.size(), wide.data(), wide.size())) << pair;
+            ASSERT_EQ(wide, expected) << pair;
+        }
+}
+
+TEST_P(UtfTest, BringsEveryCharacterThereAndBack)
+{
+    std::wstring all;
+    for (char32_t codePoint = 0; codePoint <= 0x10FFFF; ++codePoint)
+    {
+        wchar_t units[2];
+        if (Utf::IsCharacter(codePoint))
+            all.append(units, Utf::EncodeWide(codePoint, units));
+    }
+    auto const expected = ExpectedUtf8(all);
+    std::string bytes(GetParam().utf8LengthOfWide(all.data(), all.size()), '\0');
+    GetParam().wideToUtf8(all.data(), all.size(), bytes.data(), bytes.size());
+    ASSERT_TRUE(bytes == expected);
+    std::wstring back(GetParam().wideLengthOfUtf8(bytes.data(), bytes.size()), L'\0');
+    GetParam().utf8ToWide(bytes.data(), bytes.size(), back.data(), back.size());
+    EXPECT_TRUE(back == all);
+}
+
+TEST(UtfCharacters, AreDecodedOneByOne)
+{
+    struct
+    {
+        std::string text;
+        Utf::Decoded expected;
+    } const cases[] = {
+        {"a\x80", {'a', 1, true}},
+        {"\xC3\xA9", {0xE9, 2, true}},
+        {"\xE2\x82\xAC!", {0x20AC, 3, true}},
+        {"\xF0\x9F\x98\x80", {0x1F600, 4, true}},
+        {"\xEF\xBF\xBD", {0xFFFD, 3, true}},
+        {"\xE2\x82", {0xFFFD, 2, false}},
+        {"\xE2(", {0xFFFD, 1, false}},
+        {"\x80", {0xFFFD, 1, false}},
+    };
+    for (auto const& c : cases)
+    {
+        auto const decoded = Utf::DecodeUtf8(c.text.data(), c.text.size());
+        EXPECT_EQ(decoded.codePoint, c.expected.codePoint) << c.text;
+        EXPECT_EQ(decoded.consumed, c.expected.consumed) << c.text;
+        EXPECT_EQ(decoded.valid, c.expected.valid) << c.text;
+    }
+    char bytes[4];
+    wchar_t units[2];
+    for (char32_t const none : {0xD800U, 0xDFFFU, 0x110000U, 0xFFFFFFFFU})
+    {
+        EXPECT_EQ(std::string_view(bytes, Utf::EncodeUtf8(none, bytes)), "\xEF\xBF\xBD");
+        EXPECT_EQ(std::wstring_view(units, Utf::EncodeWide(none, units)), L"\xFFFD");
+    }
+}
+
+TEST(UtfValidity, IsThatNothingWouldBeReplaced)
+{
+    EXPECT_TRUE(Utf::IsValidUtf8("a\xEF\xBF\xBD\xF0\x9F\x98\x80", 8));
+    EXPECT_FALSE(Utf::IsValidUtf8("a\xEF\xBF", 3));
+    EXPECT_TRUE(Utf::IsValidWide(Wide({0xFFFD, 0xD83D, 0xDE00}).data(), 3));
+    EXPECT_FALSE(Utf::IsValidWide(Wide({'a', 0xD83D}).data(), 2));
+    EXPECT_FALSE(Utf::IsValidWide(Wide({0x10000}).data(), 1));
+}
+
+} // namespace
