@@ -76,14 +76,21 @@ step_limit() {
     fi
 }
 
+declare -A buildFailed=()
+
 # build PRESET [PREFIX...]: configures and builds; a failure counts as one. The prefix is a command that runs another.
 build() {
     local preset=$1
     shift
+    if [[ -n ${buildFailed[$preset]:-} ]]; then
+        count_failed 1 "preset $preset has no build"
+        return 1
+    fi
     if logged "$preset-configure" cmake --preset "$preset" &&
         logged "$preset-build" "$@" cmake --build --preset "$preset"; then
         return 0
     fi
+    buildFailed[$preset]=yes
     count_failed 1 "build of preset $preset"
     return 1
 }
