@@ -3,6 +3,9 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/String.h>
 
+#include "PathDecomposition.h"
+
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -11,40 +14,69 @@ namespace Brindle::Vok
 namespace
 {
 
+using Detail::PathPieces;
+using Detail::separator;
+
 std::wstring const noPrefix;
 std::wstring const uncPrefix = L"\\\\";
 std::wstring const extendedLengthPrefix = L"\\\\?\\";
 std::wstring const extendedLengthUncPrefix = L"\\\\?\\UNC\\";
 std::wstring const devicePrefix = L"\\\\.\\";
 
-constexpr wchar_t separator = L'\\';
-
-bool IsHighSurrogate(wchar_t unit)
+PathPrefix PrefixOf(std::wstring_view text)
 {
-    return unit >= 0xD800 && unit <= 0xDBFF;
+    if (!text.starts_with(uncPrefix))
+        return PathPrefix::none;
+    if (text.starts_with(extendedLengthUncPrefix))
+        return PathPrefix::extendedLengthUnc;
+    if (text.starts_with(extendedLengthPrefix) || text.starts_with(devicePrefix))
+        return PathPrefix::extendedLength;
+    return PathPrefix::unc;
 }
 
-bool IsLowSurrogate(wchar_t unit)
+bool IsExtended(PathPrefix prefix)
 {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
+    return prefix == PathPrefix::extendedLength || prefix == PathPrefix::extendedLengthUnc;
 }
 
-/// Code points of UTF-16 code units; a lone surrogate becomes U+FFFD.
-std::u32string JoinedSurrogates(std::wstring_view units)
+/// Gives the string this capacity in one allocation of just that size, unless it has it.
+void MakeRoom(std::wstring& text, std::size_t capacity)
 {
-    std::u32string points;
-    points.reserve(units.size());
-    for (std::size_t i = 0; i < units.size(); ++i)
-    {
-        char32_t const unit = static_cast<char32_t>(units[i]);
-        if (IsHighSurrogate(units[i]) && i + 1 < units.size() && IsLowSurrogate(units[i + 1]))
-            points.push_back(0x10000U + ((unit - 0xD800U) << 10) + (static_cast<char32_t>(units[++i]) - 0xDC00U));
-        else if (IsHighSurrogate(units[i]) || IsLowSurrogate(units[i]))
-            points.push_back(0xFFFDU);
-        else
-            points.push_back(unit);
-    }
-    return points;
+    if (text.capacity() >= capacity)
+        return;
+    std::wstring larger;
+    larger.reserve(capacity);
+    larger.append(text);
+    text = std::move(larger);
+}
+
+/// Hands the normal form of a text, with a NUL behind it, to a function and gives its result.
+template <std::size_t capacity, class Use>
+[[gnu::noinline]] auto UseNormalFormOnStack(std::wstring_view text, Use const& use)
+{
+    wchar_t normal[capacity + 1];
+    std::size_t const length = Detail::NormalizeNonExtendedLengthPath(text, normal);
+    normal[length] = 0;
+    return use(std::wstring_view(normal, length));
+}
+
+template <class Use>
+auto UseNormalForm(std::wstring_view text, Use const& use)
+{
+    constexpr std::size_t usualLength = 511;
+    constexpr std::size_t longestLength = 32767; // of any path of the platform
+    if (text.size() <= usualLength)
+        return UseNormalFormOnStack<usualLength>(text, use);
+    if (text.size() <= longestLength)
+        return UseNormalFormOnStack<longestLength>(text, use);
+    std::wstring normal(text);
+    normal.resize(Detail::NormalizeNonExtendedLengthPath(normal, normal.data()));
+    return use(std::wstring_view(normal));
+}
+
+bool IsNormalAlready(std::wstring_view remainder, PathPrefix prefix)
+{
+    return IsExtended(prefix) || Detail::IsPlainlyNormal(remainder);
 }
 
 } // namespace
@@ -85,12 +117,18 @@ Path::Path(Path const&) = default;
 Path& Path::operator=(Path const&) = default;
 Path::~Path() = default;
 
-Path::Path(Path&& other) noexcept : text(std::exchange(other.text, {})) {}
+Path::Path(Path&& other) noexcept : text(std::move(other.text))
+{
+    other.text.clear();
+}
 
 Path& Path::operator=(Path&& other) noexcept
 {
     if (this != &other)
-        text = std::exchange(other.text, {});
+    {
+        text = std::move(other.text);
+        other.text.clear();
+    }
     return *this;
 }
 
@@ -106,27 +144,18 @@ std::string Path::ToStringA() const
 
 std::filesystem::path Path::ToStdPath() const
 {
-    if constexpr (sizeof(wchar_t) == sizeof(char16_t))
+    if constexpr (std::is_same_v<std::filesystem::path::value_type, wchar_t>)
         return std::filesystem::path(text);
     else
-        return std::filesystem::path(JoinedSurrogates(text));
+        return std::filesystem::path(WideToUtf8(text));
 }
 
 PathPrefix Path::Prefix() const
 {
-    std::wstring_view const view = text;
-    if (!view.starts_with(uncPrefix))
-        return PathPrefix::none;
-    if (view.starts_with(extendedLengthUncPrefix))
-        return PathPrefix::extendedLengthUnc;
-    if (view.starts_with(extendedLengthPrefix))
-        return PathPrefix::extendedLength;
-    if (view.starts_with(devicePrefix))
-    {
+    PathPrefix const prefix = PrefixOf(text);
+    if (prefix == PathPrefix::extendedLength && text.starts_with(devicePrefix))
         VOK_LOG(error, "Device path not supported [{}]", text);
-        return PathPrefix::extendedLength;
-    }
-    return PathPrefix::unc;
+    return prefix;
 }
 
 std::wstring const& Path::PrefixText() const
@@ -153,8 +182,7 @@ std::wstring const& Path::PrefixText(PathPrefix prefix)
 
 bool Path::IsExtendedLength() const
 {
-    PathPrefix const prefix = Prefix();
-    return prefix == PathPrefix::extendedLength || prefix == PathPrefix::extendedLengthUnc;
+    return IsExtended(Prefix());
 }
 
 bool Path::IsUnc() const
@@ -174,29 +202,351 @@ bool Path::IsRelative() const noexcept
     return text.front() != separator;
 }
 
+// Pieces
+
+template <class Use>
+auto Path::Split(bool normalize, Use const& use) const
+{
+    PathPrefix const prefix = Prefix();
+    // This asks for the prefix once more, and a device path is logged at each asking.
+    std::wstring_view const remainder = std::wstring_view(text).substr(PrefixText().size());
+    if (!normalize || IsNormalAlready(remainder, prefix))
+        return use(Detail::Decompose(remainder, prefix));
+    return UseNormalForm(remainder, [&](std::wstring_view normal) { return use(Detail::Decompose(normal, prefix)); });
+}
+
+std::wstring Path::Piece(bool normalize, std::wstring_view PathPieces::*piece) const
+{
+    return Split(normalize, [piece](PathPieces const& pieces) { return std::wstring(pieces.*piece); });
+}
+
+std::wstring Path::DriveWithColon() const
+{
+    return Piece(true, &PathPieces::driveWithColon);
+}
+
+std::wstring Path::Server() const
+{
+    return Piece(true, &PathPieces::server);
+}
+
+std::wstring Path::Share() const
+{
+    return Piece(true, &PathPieces::share);
+}
+
+std::wstring Path::Directory() const
+{
+    return Piece(false, &PathPieces::directory);
+}
+
+std::wstring Path::DirectoryNormalized() const
+{
+    return Piece(true, &PathPieces::directory);
+}
+
+std::wstring Path::DriveAndDirectory() const
+{
+    return Piece(false, &PathPieces::driveAndDirectory);
+}
+
+std::wstring Path::DriveAndDirectoryNormalized() const
+{
+    return Piece(true, &PathPieces::driveAndDirectory);
+}
+
+Path Path::Parent() const
+{
+    return Path(DriveAndDirectory());
+}
+
+std::wstring Path::NameWithExtension() const
+{
+    return Piece(true, &PathPieces::nameWithExtension);
+}
+
+std::wstring Path::NameWithoutExtension() const
+{
+    return Piece(true, &PathPieces::name);
+}
+
+std::wstring Path::ExtensionWithDot() const
+{
+    return Piece(true, &PathPieces::extensionWithDot);
+}
+
+bool Path::HasExtension() const noexcept
+{
+    std::size_t const dot = text.rfind(L'.');
+    if (dot == std::wstring::npos || dot + 1 == text.size())
+        return false;
+    std::size_t const last = text.rfind(separator);
+    return last == std::wstring::npos || dot > last;
+}
+
+Path Path::WithChangedExtension(std::wstring const& extension) const
+{
+    std::size_t const oldLength = Split(true, [](PathPieces const& pieces) { return pieces.extensionWithDot.size(); });
+    bool const needsDot = !extension.empty() && extension.front() != L'.';
+    std::wstring_view const kept = std::wstring_view(text).substr(0, text.size() - oldLength);
+    std::wstring changed;
+    changed.reserve(kept.size() + (needsDot ? 1 : 0) + extension.size());
+    changed.append(kept);
+    if (needsDot)
+        changed.push_back(L'.');
+    changed.append(extension);
+    return Path(std::move(changed));
+}
+
+Path Path::Normalized() const
+{
+    PathPrefix const prefix = Prefix();
+    std::wstring const& prefixText = PrefixText();
+    std::wstring normal = text;
+    // It differs from what stands there for a device path.
+    normal.replace(0, prefixText.size(), prefixText);
+    std::wstring_view const remainder = std::wstring_view(normal).substr(prefixText.size());
+    if (!IsNormalAlready(remainder, prefix))
+    {
+        wchar_t* const target = normal.data() + prefixText.size();
+        normal.resize(prefixText.size() + Detail::NormalizeNonExtendedLengthPath(remainder, target));
+    }
+    return Path(std::move(normal));
+}
+
+// Joining and merging
+
+namespace
+{
+
+/// Appends with one separator at the seam. Pieces may be appended one by one or in pairs, the text is the same.
+void Append(std::wstring& text, std::wstring_view piece)
+{
+    if (!text.empty() && !piece.empty())
+    {
+        bool const endsInSeparator = text.back() == separator;
+        bool const beginsWithSeparator = piece.front() == separator;
+        if (endsInSeparator && beginsWithSeparator)
+            piece.remove_prefix(1);
+        else if (!endsInSeparator && !beginsWithSeparator)
+            text.push_back(separator);
+    }
+    text.append(piece);
+}
+
+} // namespace
+
 Path Path::Join(Path a, Path b)
 {
     if (a.text.empty())
         return b;
-    if (b.text.empty())
-        return a;
-    bool const endsInSeparator = a.text.back() == separator;
-    bool const beginsWithSeparator = b.text.front() == separator;
-    a.text.reserve(a.text.size() + b.text.size() + 1);
-    if (!endsInSeparator && !beginsWithSeparator)
-        a.text.push_back(separator);
-    a.text.append(b.text, endsInSeparator && beginsWithSeparator ? 1 : 0);
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size());
+    Append(a.text, b.text);
     return a;
 }
 
 Path Path::Join(Path a, Path b, Path c)
 {
-    return Join(Join(std::move(a), std::move(b)), std::move(c));
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size());
+    Append(a.text, b.text);
+    Append(a.text, c.text);
+    return a;
 }
 
 Path Path::Join(Path a, Path b, Path c, Path d)
 {
-    return Join(Join(std::move(a), std::move(b)), Join(std::move(c), std::move(d)));
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size() + 1 + d.text.size());
+    Append(a.text, b.text);
+    Append(a.text, c.text);
+    Append(a.text, d.text);
+    return a;
 }
 
+Path Path::Merge(Path a, Path b)
+{
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size());
+    MergeInternal(a, b);
+    return a;
+}
+
+Path Path::Merge(Path a, Path b, Path c)
+{
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size());
+    MergeInternal(a, b);
+    MergeInternal(a, c);
+    return a;
+}
+
+Path Path::Merge(Path a, Path b, Path c, Path d)
+{
+    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size() + 1 + d.text.size());
+    MergeInternal(a, b);
+    MergeInternal(a, c);
+    MergeInternal(a, d);
+    return a;
+}
+
+void Path::MergeInternal(Path& aPath, Path const& bPath)
+{
+    VOK_ASSERT(aPath.Prefix() == PathPrefix::none || aPath.Prefix() == PathPrefix::extendedLength);
+    VOK_ASSERT(bPath.Prefix() == PathPrefix::none);
+    std::wstring& a = aPath.text;
+    std::wstring_view b = bPath.text;
+    if (b.empty())
+        return;
+    bool const hasDrive = b.size() >= 2 && b[1] == L':';
+    if (a.empty())
+        a = b;
+    else if (bPath.IsRelative())
+    {
+        if (hasDrive)
+        {
+            VOK_ASSERT(b.length() <= 2 || b[2] != L'\\');
+            b.remove_prefix(2); // whichever drive it is
+        }
+        bool const endsInSeparator = a.back() == separator;
+        if (b.starts_with(separator)) // `\` alone
+        {
+            VOK_LOG(error, "This shouldn't happen as if b starts with a slash it is not a relative path");
+            if (endsInSeparator)
+                b.remove_prefix(1);
+        }
+        else if (!endsInSeparator)
+            a.push_back(separator);
+        a.append(b);
+    }
+    else if (bPath.Prefix() != PathPrefix::none || hasDrive)
+        a = b;
+    else
+    {
+        // The drive alone is kept, without an extended-length prefix.
+        std::wstring const drive = aPath.DriveWithColon();
+        a = drive;
+        a.append(b);
+    }
+}
+
+// Creation on disk
+
+unsigned long Path::CreatePath() const
+{
+    if (text.empty())
+        return ERROR_INVALID_PARAMETER;
+    if (static_cast<DWORD>(FileAttributes()) != INVALID_FILE_ATTRIBUTES)
+        return ERROR_SUCCESS;
+    DWORD status = static_cast<DWORD>(LastError());
+    if (status == ERROR_FILE_NOT_FOUND || status == ERROR_PATH_NOT_FOUND)
+        status = ERROR_SUCCESS;
+    else if (status != ERROR_INVALID_PARAMETER)
+        VOK_LOG(error, "GetFileAttributes error: [{}]", status);
+    else if (text.size() == 6 && text[5] == L':' && text.starts_with(extendedLengthPrefix))
+        return ERROR_SUCCESS; // `\\?\C:` has no attributes to ask for
+    if (status == ERROR_SUCCESS && text == extendedLengthPrefix)
+        return ERROR_BAD_PATHNAME;
+
+    Path const parent = Parent();
+    if (parent.text == text)
+        return ERROR_BAD_PATHNAME; // a root, whatever the query said
+    if (status != ERROR_SUCCESS)
+        return status;
+    if (DWORD const failure = static_cast<DWORD>(CreateParentPath(parent)); failure != ERROR_SUCCESS)
+        return failure;
+    if (CreateDir() != 0)
+        return ERROR_SUCCESS;
+    DWORD const failure = static_cast<DWORD>(LastError());
+    return failure == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : failure; // another thread was faster
+}
+
+bool Path::IsDirectory() const
+{
+    return static_cast<DWORD>(IsDirectoryImpl()) == FILE_ATTRIBUTE_DIRECTORY;
+}
+
+bool Path::DirectoryExists() const
+{
+    return IsDirectory();
+}
+
+int Path::CreateDir() const
+{
+    return CreateDirectoryW(text.c_str(), nullptr);
+}
+
+unsigned long Path::CreateParentPath(Path const& parent) const
+{
+    return parent.CreatePath();
+}
+
+unsigned long Path::FileAttributes() const
+{
+    return GetFileAttributesW(text.c_str());
+}
+
+unsigned long Path::LastError() const
+{
+    return GetLastError();
+}
+
+unsigned long Path::IsDirectoryImpl() const
+{
+    return static_cast<DWORD>(PathIsDirectoryW(text.c_str()));
+}
+
+// Comparison
+
+bool operator<(Path const& lhs, Path const& rhs)
+{
+    VOK_ASSERT(lhs.Prefix() == rhs.Prefix());
+    return _wcsicmp(lhs.ToString().c_str(), rhs.ToString().c_str()) < 0;
+}
+
+bool operator>(Path const& lhs, Path const& rhs)
+{
+    VOK_ASSERT(lhs.Prefix() == rhs.Prefix());
+    return _wcsicmp(lhs.ToString().c_str(), rhs.ToString().c_str()) > 0;
+}
+
+bool operator==(Path const& lhs, Path const& rhs)
+{
+    VOK_ASSERT(lhs.Prefix() == rhs.Prefix());
+    return lhs.Split(true,
+                     [&rhs](PathPieces const& left)
+                     {
+                         return rhs.Split(true, [&left](PathPieces const& right)
+                                          { return _wcsicmp(left.remainder.data(), right.remainder.data()) == 0; });
+                     });
+}
+
+bool operator!=(Path const& lhs, Path const& rhs)
+{
+    return !(lhs == rhs);
+}
+
+namespace
+{
+
+/// Of what _wcsicmp looks at: up to the first NUL, with A to Z folded.
+std::size_t HashOfFolded(std::wstring_view text)
+{
+    std::uint64_t hash = 0xCBF29CE484222325U; // FNV-1a, a code unit at a time
+    for (wchar_t const unit : text.substr(0, text.find(L'\0')))
+    {
+        wchar_t const folded = unit >= L'A' && unit <= L'Z' ? unit - L'A' + L'a' : unit;
+        hash = (hash ^ static_cast<std::uint32_t>(folded)) * 0x100000001B3U;
+    }
+    return static_cast<std::size_t>(hash ^ (hash >> 32));
+}
+
+} // namespace
+
 } // namespace Brindle::Vok
+
+std::size_t std::hash<Brindle::Vok::Path>::operator()(Brindle::Vok::Path const& path) const
+{
+    using namespace Brindle::Vok;
+    PathPrefix const prefix = PrefixOf(path.text);
+    std::wstring_view const remainder = std::wstring_view(path.text).substr(Path::PrefixText(prefix).size());
+    if (IsNormalAlready(remainder, prefix))
+        return HashOfFolded(remainder);
+    return UseNormalForm(remainder, HashOfFolded);
+}

@@ -24,6 +24,7 @@
 #else
 
 #include <Brindle/Platform/Atl.h>
+#include <Brindle/Platform/CRuntime.h>
 #include <Brindle/Platform/Com.h>
 #include <Brindle/Platform/Environment.h>
 #include <Brindle/Platform/ErrorCodes.h>

@@ -1,0 +1,153 @@
+// Holds Path against its oracle for two texts: every operation, and every statement that each of them logs.
+#pragma once
+
+#include "PathOracle.h"
+
+#include <Brindle/Vok/Log.h>
+#include <Brindle/Vok/Path.h>
+
+#include "Vok/PathDecomposition.h"
+
+#include <string>
+#include <vector>
+
+namespace Brindle::Vok::Testing
+{
+
+class PathAgreement
+{
+public:
+    /// What did not agree, in words; empty if everything did. With `withLog` the logged statements must agree too.
+    static std::string Check(std::wstring const& a, std::wstring const& b, bool withLog)
+    {
+        PathAgreement agreement(a, b, withLog);
+        agreement.CheckPieces();
+        agreement.CheckRewriting();
+        agreement.CheckTwo();
+        agreement.CheckComparison();
+        return agreement.report;
+    }
+
+private:
+    PathAgreement(std::wstring const& a, std::wstring const& b, bool withLog)
+        : a(a), b(b), oracle(a), oracleB(b), withLog(withLog)
+    {
+        PathOracle::Log().clear();
+        if (withLog)
+            subscription = {[this](LogStatement const& each) { Add(each); }, VokLogSeverity::error};
+    }
+
+    void CheckPieces()
+    {
+        Expect("Prefix", a.Prefix(), oracle.Prefix());
+        Expect("PrefixText", a.PrefixText(), oracle.PrefixText(oracle.Prefix()));
+        Expect("IsRelative", a.IsRelative(), oracle.IsRelative());
+        Expect("HasExtension", a.HasExtension(), oracle.HasExtension());
+        auto const plain = [this] { return oracle.Split(false); };
+        Expect("Directory", a.Directory(), plain().directory);
+        Expect("DriveAndDirectory", a.DriveAndDirectory(), plain().DriveAndDirectory());
+        Expect("Parent", a.Parent().ToString(), plain().DriveAndDirectory());
+
+        // The oracle splits once for the rest, so the log of one is what each of them must log.
+        PathOracle::SplitResult const normal = oracle.Split(true);
+        std::vector<std::string> const log = PathOracle::Log();
+        auto const expect = [&](char const* what, std::wstring const& actual, std::wstring const& expected)
+        {
+            PathOracle::Log() = log;
+            Expect(what, actual, expected);
+        };
+        expect("DriveWithColon", a.DriveWithColon(), normal.driveWithColon);
+        expect("Server", a.Server(), normal.server);
+        expect("Share", a.Share(), normal.share);
+        expect("DirectoryNormalized", a.DirectoryNormalized(), normal.directory);
+        expect("DriveAndDirectoryNormalized", a.DriveAndDirectoryNormalized(), normal.DriveAndDirectory());
+        expect("NameWithExtension", a.NameWithExtension(), normal.NameWithExtension());
+        expect("NameWithoutExtension", a.NameWithoutExtension(), normal.NameWithoutExtension());
+        expect("ExtensionWithDot", a.ExtensionWithDot(), normal.extensionWithDot);
+    }
+
+    void CheckRewriting()
+    {
+        Expect("Normalized", a.Normalized().ToString(), oracle.Normalized());
+        std::wstring const extension = oracleB.text.substr(0, 3);
+        Expect("WithChangedExtension", a.WithChangedExtension(extension).ToString(),
+               oracle.WithChangedExtension(extension));
+
+        std::wstring expected = oracle.text;
+        PathOracle::NormalizeNonExtendedLengthPath(expected);
+        std::wstring inPlace = oracle.text;
+        inPlace.resize(Detail::NormalizeNonExtendedLengthPath(inPlace, inPlace.data()));
+        Expect("NormalizeNonExtendedLengthPath", inPlace, expected);
+        if (Detail::IsPlainlyNormal(oracle.text))
+            Expect("IsPlainlyNormal", oracle.text, expected);
+    }
+
+    void CheckTwo()
+    {
+        std::wstring const& x = oracle.text;
+        std::wstring const& y = oracleB.text;
+        using Oracle = PathOracle;
+        Expect("Join 2", Path::Join(a, b).ToString(), Oracle::Join(x, y));
+        Expect("Join 3", Path::Join(a, b, a).ToString(), Oracle::Join(Oracle::Join(x, y), x));
+        Expect("Join 4", Path::Join(b, a, L"\\", b).ToString(),
+               Oracle::Join(Oracle::Join(y, x), Oracle::Join(L"\\", y)));
+        Expect("Merge 2", Path::Merge(a, b).ToString(), Oracle::Merge(oracle, oracleB));
+        Expect("Merge 3", Path::Merge(a, b, L"a").ToString(),
+               Oracle::Merge(Oracle(Oracle::Merge(oracle, oracleB)), Oracle(L"a")));
+        Expect("Merge 4", Path::Merge(b, L"\\x", a, b).ToString(),
+               Oracle::Merge(Oracle(Oracle::Merge(Oracle(Oracle::Merge(oracleB, Oracle(L"\\x"))), oracle)), oracleB));
+    }
+
+    void CheckComparison()
+    {
+        std::wstring changed = oracle.text;
+        for (wchar_t& unit : changed)
+            unit = unit == L'a' ? L'A' : unit == L'/' ? L'\\' : unit;
+        for (std::wstring const& other : {oracleB.text, changed})
+        {
+            Path const path(other);
+            PathOracle const oracleOther(other);
+            Expect("operator<", a < path, PathOracle::Less(oracle, oracleOther));
+            Expect("operator>", a > path, PathOracle::Greater(oracle, oracleOther));
+            Expect("operator==", a == path, PathOracle::Equal(oracle, oracleOther));
+            Expect("operator!=", a != path, !PathOracle::Equal(oracle, oracleOther));
+            bool const equal = PathOracle::Equal(oracle, oracleOther);
+            PathOracle::Log().clear();
+            if (equal)
+                Expect("hash", std::hash<Path>()(a), std::hash<Path>()(path));
+        }
+    }
+
+    template <class Value>
+    void Expect(char const* what, Value const& actual, Value const& expected)
+    {
+        if (actual != expected)
+            Report(what, "result");
+        if (withLog && logged != PathOracle::Log())
+            Report(what, "log");
+        logged.clear();
+        PathOracle::Log().clear();
+    }
+
+    void Report(char const* what, char const* part)
+    {
+        report += std::string(what) + " disagrees in its " + part + " for [" + WideToUtf8(oracle.text) + "] and [" +
+                  WideToUtf8(oracleB.text) + "]\n";
+    }
+
+    void Add(LogStatement const& statement)
+    {
+        logged.push_back(std::string(statement.function) + ": " + statement.message);
+    }
+
+    Path a;
+    Path b;
+    PathOracle oracle;
+    PathOracle oracleB;
+    bool withLog;
+    std::vector<std::string> logged;
+    std::string report;
+    SubscriptionForLogCallbacks subscription;
+};
+
+} // namespace Brindle::Vok::Testing
