@@ -103,46 +103,38 @@ TEST(Path, KeepsItsTextThroughEveryConstruction)
     EXPECT_EQ(original.ToString(), copy.ToString());
 }
 
-TEST(Path, StandardPathsJoinSurrogates)
+TEST(Path, StandardPathsKeepTheText)
 {
+    std::wstring const texts[] = {L"",
+                                  L"C:/a\\b.c",
+                                  L"//server/..//x/.",
+                                  L"\\\\?\\C:\\a",
+                                  L"\u00E9\u4E00\uFFFD\uFFFF",
+                                  L"a\xD83D\xDE00"
+                                  L"b/\xDBFF\xDFFF"};
+    for (std::wstring const& text : texts)
+    {
+        std::filesystem::path const path = Path(text).ToStdPath();
+        std::u16string const units = path.u16string();
+        EXPECT_EQ(std::wstring(units.begin(), units.end()), text);
+        EXPECT_EQ(Path(path.string()).ToString(), text);
+    }
     EXPECT_EQ(Path("C:/\xC3\xA9\xF0\x9F\x98\x80").ToStdPath(), std::filesystem::path(u8"C:/\u00E9\U0001F600"));
     std::wstring const loneOnes = {L'a', wchar_t(0xD83D), L'b', wchar_t(0xDE00)};
     EXPECT_EQ(Path(loneOnes).ToStdPath(), std::filesystem::path(u8"a\uFFFDb\uFFFD"));
 }
 
-TEST(PathJoin, HasOneSeparatorAtTheSeam)
+TEST(Path, StandsInFormatsOfBothWidths)
 {
-    struct
+    class Derived : public Path
     {
-        wchar_t const* a;
-        wchar_t const* b;
-        wchar_t const* expected;
-    } const cases[] = {
-        {LR"(C:\a)", L"b", LR"(C:\a\b)"},
-        {LR"(C:\a\)", L"b", LR"(C:\a\b)"},
-        {LR"(C:\a)", LR"(\b)", LR"(C:\a\b)"},
-        {LR"(C:\a\)", LR"(\b)", LR"(C:\a\b)"},
-        {LR"(C:\a\)", LR"(\\b)", LR"(C:\a\\b)"},
-        {L"", L"b", L"b"},
-        {L"a", L"", L"a"},
-        {L"", L"", L""},
-        {L"C:", L"b", LR"(C:\b)"},
-        {L"a", LR"(..\b)", LR"(a\..\b)"},
-        {LR"(C:\a)", LR"(C:\b)", LR"(C:\a\C:\b)"},
-        {L"C:/a", L"b", LR"(C:/a\b)"},
-        {LR"(C:\a)", L"/b", LR"(C:\a\/b)"},
+        using Path::Path;
     };
-    for (auto const& each : cases)
-        EXPECT_EQ(Path::Join(each.a, each.b).ToString(), each.expected);
-}
-
-TEST(PathJoin, TakesThreeAndFour)
-{
-    EXPECT_EQ(Path::Join(LR"(C:\a\)", LR"(\b\)", LR"(\c)").ToString(), LR"(C:\a\b\c)");
-    EXPECT_EQ(Path::Join(L"", L"", L"c").ToString(), L"c");
-    EXPECT_EQ(Path::Join(L"a", L"", L"c").ToString(), LR"(a\c)");
-    EXPECT_EQ(Path::Join(LR"(C:\a)", L"b", L"c", L"d.txt").ToString(), LR"(C:\a\b\c\d.txt)");
-    EXPECT_EQ(Path::Join(L"a", L"", L"", L"d").ToString(), LR"(a\d)");
-    // Four are paired, which shows where a seam has separators on both sides of an empty pair.
-    EXPECT_EQ(Path::Join(LR"(a\)", L"", LR"(\)", L"d").ToString(), LR"(a\d)");
+    Path const path(L"C:\\\u00E9");
+    EXPECT_EQ(FormatString("[{}] [{:>5}]", path, Derived(L"x")), "[C:\\\xC3\xA9] [    x]");
+    EXPECT_EQ(FormatStringW(L"[{}] [{:>5}]", path, Derived(L"x")), L"[C:\\\u00E9] [    x]");
+    EXPECT_EQ(FormatLogMessage(L"[{}]", path), "[C:\\\xC3\xA9]");
+    LogRecorder recorder;
+    VOK_LOG(info, "opened [{}]", path);
+    EXPECT_THAT(recorder.Lines(), ElementsAre("info: opened [C:\\\xC3\xA9]"));
 }

@@ -23,9 +23,17 @@ std::wstring const extendedLengthPrefix = L"\\\\?\\";
 std::wstring const extendedLengthUncPrefix = L"\\\\?\\UNC\\";
 std::wstring const devicePrefix = L"\\\\.\\";
 
+constexpr bool normalized = true;
+constexpr bool asStored = false;
+
+bool HasPrefix(std::wstring_view text)
+{
+    return text.size() >= 2 && text[0] == separator && text[1] == separator;
+}
+
 PathPrefix PrefixOf(std::wstring_view text)
 {
-    if (!text.starts_with(uncPrefix))
+    if (!HasPrefix(text))
         return PathPrefix::none;
     if (text.starts_with(extendedLengthUncPrefix))
         return PathPrefix::extendedLengthUnc;
@@ -37,17 +45,6 @@ PathPrefix PrefixOf(std::wstring_view text)
 bool IsExtended(PathPrefix prefix)
 {
     return prefix == PathPrefix::extendedLength || prefix == PathPrefix::extendedLengthUnc;
-}
-
-/// Gives the string this capacity in one allocation of just that size, unless it has it.
-void MakeRoom(std::wstring& text, std::size_t capacity)
-{
-    if (text.capacity() >= capacity)
-        return;
-    std::wstring larger;
-    larger.reserve(capacity);
-    larger.append(text);
-    text = std::move(larger);
 }
 
 /// Hands the normal form of a text, with a NUL behind it, to a function and gives its result.
@@ -76,7 +73,7 @@ auto UseNormalForm(std::wstring_view text, Use const& use)
 
 bool IsNormalAlready(std::wstring_view remainder, PathPrefix prefix)
 {
-    return IsExtended(prefix) || Detail::IsPlainlyNormal(remainder);
+    return IsExtended(prefix) || Detail::FindSuspect(remainder) == remainder.size();
 }
 
 } // namespace
@@ -108,34 +105,8 @@ std::string ToStringA(PathPrefix prefix)
     return WideToUtf8(ToString(prefix));
 }
 
-Path::Path() = default;
-Path::Path(std::wstring text) : text(std::move(text)) {}
-Path::Path(wchar_t const* text) : text(text) {}
 Path::Path(std::string text) : text(String::StringToWstring(text, CP_UTF8)) {}
 Path::Path(char const* text) : text(String::StringToWstring(text, CP_UTF8)) {}
-Path::Path(Path const&) = default;
-Path& Path::operator=(Path const&) = default;
-Path::~Path() = default;
-
-Path::Path(Path&& other) noexcept : text(std::move(other.text))
-{
-    other.text.clear();
-}
-
-Path& Path::operator=(Path&& other) noexcept
-{
-    if (this != &other)
-    {
-        text = std::move(other.text);
-        other.text.clear();
-    }
-    return *this;
-}
-
-std::wstring const& Path::ToString() const noexcept
-{
-    return text;
-}
 
 std::string Path::ToStringA() const
 {
@@ -204,55 +175,61 @@ bool Path::IsRelative() const noexcept
 
 // Pieces
 
-template <class Use>
-auto Path::Split(bool normalize, Use const& use) const
+template <bool normalize, class Use>
+auto Path::UseRemainder(Use const& use) const
 {
-    PathPrefix const prefix = Prefix();
-    // This asks for the prefix once more, and a device path is logged at each asking.
-    std::wstring_view const remainder = std::wstring_view(text).substr(PrefixText().size());
+    PathPrefix prefix = PathPrefix::none;
+    std::wstring_view remainder = text;
+    if (HasPrefix(text))
+    {
+        prefix = Prefix();
+        remainder.remove_prefix(PrefixText().size()); // asks once more: a device path is logged at each asking
+    }
     if (!normalize || IsNormalAlready(remainder, prefix))
-        return use(Detail::Decompose(remainder, prefix));
-    return UseNormalForm(remainder, [&](std::wstring_view normal) { return use(Detail::Decompose(normal, prefix)); });
+        return use(remainder, prefix);
+    return UseNormalForm(remainder, [&](std::wstring_view normal) { return use(normal, prefix); });
 }
 
-std::wstring Path::Piece(bool normalize, std::wstring_view PathPieces::*piece) const
+template <bool normalize, std::wstring_view (PathPieces::*piece)() const noexcept>
+std::wstring Path::Piece() const
 {
-    return Split(normalize, [piece](PathPieces const& pieces) { return std::wstring(pieces.*piece); });
+    return UseRemainder<normalize>([](std::wstring_view remainder, PathPrefix prefix)
+                                   { return std::wstring((PathPieces(remainder, prefix).*piece)()); });
 }
 
 std::wstring Path::DriveWithColon() const
 {
-    return Piece(true, &PathPieces::driveWithColon);
+    return Piece<normalized, &PathPieces::DriveWithColon>();
 }
 
 std::wstring Path::Server() const
 {
-    return Piece(true, &PathPieces::server);
+    return Piece<normalized, &PathPieces::Server>();
 }
 
 std::wstring Path::Share() const
 {
-    return Piece(true, &PathPieces::share);
+    return Piece<normalized, &PathPieces::Share>();
 }
 
 std::wstring Path::Directory() const
 {
-    return Piece(false, &PathPieces::directory);
+    return Piece<asStored, &PathPieces::Directory>();
 }
 
 std::wstring Path::DirectoryNormalized() const
 {
-    return Piece(true, &PathPieces::directory);
+    return Piece<normalized, &PathPieces::Directory>();
 }
 
 std::wstring Path::DriveAndDirectory() const
 {
-    return Piece(false, &PathPieces::driveAndDirectory);
+    return Piece<asStored, &PathPieces::DriveAndDirectory>();
 }
 
 std::wstring Path::DriveAndDirectoryNormalized() const
 {
-    return Piece(true, &PathPieces::driveAndDirectory);
+    return Piece<normalized, &PathPieces::DriveAndDirectory>();
 }
 
 Path Path::Parent() const
@@ -260,19 +237,31 @@ Path Path::Parent() const
     return Path(DriveAndDirectory());
 }
 
+template <class Use>
+auto Path::UseName(Use const& use) const
+{
+    if (!HasPrefix(text))
+    {
+        if (std::wstring_view const name = Detail::FindPlainName(text); !name.empty())
+            return use(name);
+    }
+    return UseRemainder<normalized>([&use](std::wstring_view remainder, PathPrefix prefix)
+                                    { return use(PathPieces(remainder, prefix).NameWithExtension()); });
+}
+
 std::wstring Path::NameWithExtension() const
 {
-    return Piece(true, &PathPieces::nameWithExtension);
+    return UseName([](std::wstring_view name) { return std::wstring(name); });
 }
 
 std::wstring Path::NameWithoutExtension() const
 {
-    return Piece(true, &PathPieces::name);
+    return UseName([](std::wstring_view name) { return std::wstring(Detail::WithoutExtension(name)); });
 }
 
 std::wstring Path::ExtensionWithDot() const
 {
-    return Piece(true, &PathPieces::extensionWithDot);
+    return UseName([](std::wstring_view name) { return std::wstring(Detail::ExtensionWithDot(name)); });
 }
 
 bool Path::HasExtension() const noexcept
@@ -286,7 +275,7 @@ bool Path::HasExtension() const noexcept
 
 Path Path::WithChangedExtension(std::wstring const& extension) const
 {
-    std::size_t const oldLength = Split(true, [](PathPieces const& pieces) { return pieces.extensionWithDot.size(); });
+    std::size_t const oldLength = UseName([](std::wstring_view name) { return Detail::ExtensionWithDot(name).size(); });
     bool const needsDot = !extension.empty() && extension.front() != L'.';
     std::wstring_view const kept = std::wstring_view(text).substr(0, text.size() - oldLength);
     std::wstring changed;
@@ -302,14 +291,15 @@ Path Path::Normalized() const
 {
     PathPrefix const prefix = Prefix();
     std::wstring const& prefixText = PrefixText();
+    std::size_t const prefixLength = prefixText.size();
     std::wstring normal = text;
-    // It differs from what stands there for a device path.
-    normal.replace(0, prefixText.size(), prefixText);
-    std::wstring_view const remainder = std::wstring_view(normal).substr(prefixText.size());
-    if (!IsNormalAlready(remainder, prefix))
+    if (prefix == PathPrefix::extendedLength)
+        normal.replace(0, prefixLength, prefixText); // a device path has another one
+    if (!IsExtended(prefix))
     {
-        wchar_t* const target = normal.data() + prefixText.size();
-        normal.resize(prefixText.size() + Detail::NormalizeNonExtendedLengthPath(remainder, target));
+        std::wstring_view const remainder = std::wstring_view(normal).substr(prefixLength);
+        wchar_t* const target = normal.data() + prefixLength;
+        normal.resize(prefixLength + Detail::NormalizeNonExtendedLengthPath(remainder, target));
     }
     return Path(std::move(normal));
 }
@@ -318,6 +308,15 @@ Path Path::Normalized() const
 
 namespace
 {
+
+/// An empty text with room for these and a separator behind each.
+template <class... Paths>
+std::wstring WithRoomFor(Paths const&... paths)
+{
+    std::wstring text;
+    text.reserve(((paths.ToString().size() + 1) + ...));
+    return text;
+}
 
 /// Appends with one separator at the seam. Pieces may be appended one by one or in pairs, the text is the same.
 void Append(std::wstring& text, std::wstring_view piece)
@@ -336,54 +335,58 @@ void Append(std::wstring& text, std::wstring_view piece)
 
 } // namespace
 
-Path Path::Join(Path a, Path b)
+Path Path::Join(Path const& a, Path const& b)
 {
-    if (a.text.empty())
-        return b;
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size());
-    Append(a.text, b.text);
-    return a;
+    std::wstring text = WithRoomFor(a, b);
+    Append(text, a.text);
+    Append(text, b.text);
+    return Path(std::move(text));
 }
 
-Path Path::Join(Path a, Path b, Path c)
+Path Path::Join(Path const& a, Path const& b, Path const& c)
 {
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size());
-    Append(a.text, b.text);
-    Append(a.text, c.text);
-    return a;
+    std::wstring text = WithRoomFor(a, b, c);
+    Append(text, a.text);
+    Append(text, b.text);
+    Append(text, c.text);
+    return Path(std::move(text));
 }
 
-Path Path::Join(Path a, Path b, Path c, Path d)
+Path Path::Join(Path const& a, Path const& b, Path const& c, Path const& d)
 {
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size() + 1 + d.text.size());
-    Append(a.text, b.text);
-    Append(a.text, c.text);
-    Append(a.text, d.text);
-    return a;
+    std::wstring text = WithRoomFor(a, b, c, d);
+    Append(text, a.text);
+    Append(text, b.text);
+    Append(text, c.text);
+    Append(text, d.text);
+    return Path(std::move(text));
 }
 
 Path Path::Merge(Path a, Path b)
 {
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size());
-    MergeInternal(a, b);
-    return a;
+    Path merged(WithRoomFor(a, b));
+    merged.text.append(a.text);
+    MergeInternal(merged, b);
+    return merged;
 }
 
 Path Path::Merge(Path a, Path b, Path c)
 {
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size());
-    MergeInternal(a, b);
-    MergeInternal(a, c);
-    return a;
+    Path merged(WithRoomFor(a, b, c));
+    merged.text.append(a.text);
+    MergeInternal(merged, b);
+    MergeInternal(merged, c);
+    return merged;
 }
 
 Path Path::Merge(Path a, Path b, Path c, Path d)
 {
-    MakeRoom(a.text, a.text.size() + 1 + b.text.size() + 1 + c.text.size() + 1 + d.text.size());
-    MergeInternal(a, b);
-    MergeInternal(a, c);
-    MergeInternal(a, d);
-    return a;
+    Path merged(WithRoomFor(a, b, c, d));
+    merged.text.append(a.text);
+    MergeInternal(merged, b);
+    MergeInternal(merged, c);
+    MergeInternal(merged, d);
+    return merged;
 }
 
 void Path::MergeInternal(Path& aPath, Path const& bPath)
@@ -509,12 +512,12 @@ bool operator>(Path const& lhs, Path const& rhs)
 bool operator==(Path const& lhs, Path const& rhs)
 {
     VOK_ASSERT(lhs.Prefix() == rhs.Prefix());
-    return lhs.Split(true,
-                     [&rhs](PathPieces const& left)
-                     {
-                         return rhs.Split(true, [&left](PathPieces const& right)
-                                          { return _wcsicmp(left.remainder.data(), right.remainder.data()) == 0; });
-                     });
+    return lhs.UseRemainder<normalized>(
+        [&rhs](std::wstring_view left, PathPrefix)
+        {
+            return rhs.UseRemainder<normalized>([left](std::wstring_view right, PathPrefix)
+                                                { return _wcsicmp(left.data(), right.data()) == 0; });
+        });
 }
 
 bool operator!=(Path const& lhs, Path const& rhs)

@@ -34,6 +34,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace Brindle::Vok
 {
@@ -53,28 +54,37 @@ VOK_EXPORT std::string ToStringA(PathPrefix prefix);
 
 namespace Detail
 {
-struct PathPieces;
+class PathPieces;
 } // namespace Detail
 
 class VOK_EXPORT Path
 {
 public:
-    Path();
+    Path() = default;
     /// The text as it stands. From narrow text by UTF-8 decoding, where String::StringToWstring tells what is thrown; a
     /// null narrow pointer gives the empty path, a null wide one is not provided for.
-    Path(std::wstring text);
-    Path(wchar_t const* text);
+    Path(std::wstring text) : text(std::move(text)) {}
+    Path(wchar_t const* text) : text(text) {}
     Path(std::string text);
     Path(char const* text);
 
-    Path(Path const&);
-    Path(Path&& other) noexcept; ///< leaves the other path empty
-    Path& operator=(Path const&);
-    Path& operator=(Path&& other) noexcept;
-    virtual ~Path();
+    Path(Path const&) = default;
+    /// Leaves the other path empty.
+    Path(Path&& other) noexcept : text(std::move(other.text)) { other.text.clear(); }
+    Path& operator=(Path const&) = default;
+    Path& operator=(Path&& other) noexcept
+    {
+        if (this != &other)
+        {
+            text = std::move(other.text);
+            other.text.clear();
+        }
+        return *this;
+    }
+    virtual ~Path() = default;
 
     /// The stored text.
-    std::wstring const& ToString() const noexcept;
+    std::wstring const& ToString() const noexcept { return text; }
     /// The stored text in UTF-8; an ill-formed unit becomes U+FFFD.
     std::string ToStringA() const;
     /// A standard path of the stored text as it is. Where the standard library's paths are UTF-8, surrogate pairs are
@@ -136,9 +146,9 @@ public:
 
     /// The pieces with exactly one separator at each seam, whatever they mean: an absolute second piece is appended
     /// like any other. An empty piece adds nothing. Of two separators at a seam one goes.
-    static Path Join(Path a, Path b);
-    static Path Join(Path a, Path b, Path c);
-    static Path Join(Path a, Path b, Path c, Path d);
+    static Path Join(Path const& a, Path const& b);
+    static Path Join(Path const& a, Path const& b, Path const& c);
+    static Path Join(Path const& a, Path const& b, Path const& c, Path const& d);
 
     /// Each path as seen from the one before: an absolute one replaces it, one that begins with `\` keeps its drive,
     /// and a relative one is appended, without its drive if it has one (`D:b` onto `C:\a` gives `C:\a\b`). An empty
@@ -183,10 +193,14 @@ private:
     /// Merges the second path into the first, which has the room.
     static void MergeInternal(Path& aPath, Path const& bPath);
 
-    /// Hands the pieces of the text to a function and gives its result. A NUL stands behind their remainder.
+    /// Hands what stands behind the prefix, and the prefix, to a function and gives its result. A NUL stands behind it.
+    template <bool normalize, class Use>
+    auto UseRemainder(Use const& use) const;
+    /// Hands the last component to a function and gives its result.
     template <class Use>
-    auto Split(bool normalize, Use const& use) const;
-    std::wstring Piece(bool normalize, std::wstring_view Detail::PathPieces::*piece) const;
+    auto UseName(Use const& use) const;
+    template <bool normalize, std::wstring_view (Detail::PathPieces::*piece)() const noexcept>
+    std::wstring Piece() const;
 
     std::wstring text;
 };
