@@ -187,7 +187,7 @@ TEST(PathCreation, MakesOneDirectoryBehindAShare)
     ASSERT_TRUE(Platform::MapShare(L"path-server", L"share", drive.Host()));
     EXPECT_EQ(Path(LR"(\\path-server\share\a)").CreatePath(), 0U);
     EXPECT_TRUE(Path(LR"(\\path-server\share\a)").IsDirectory());
-    // The parent is looked for as `\n`, which is made in the root of the current drive if that can be.
+    // Its missing parent would be looked for, and made, in the root of the current drive.
     EXPECT_EQ(Path(LR"(\\path-server\share\a\b)").Parent().ToString(), LR"(\a)");
 }
 

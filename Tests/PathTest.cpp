@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
@@ -137,4 +139,9 @@ TEST(Path, StandsInFormatsOfBothWidths)
     LogRecorder recorder;
     VOK_LOG(info, "opened [{}]", path);
     EXPECT_THAT(recorder.Lines(), ElementsAre("info: opened [C:\\\xC3\xA9]"));
+}
+
+TEST(Path, AllocatesOnlyTheStringsThatItReturns)
+{
+    EXPECT_EQ(std::system(VOK_TEST_CHILDREN "/PathAllocations"), 0); // it counts what its whole process allocates
 }

@@ -542,14 +542,13 @@ std::size_t HashOfFolded(std::wstring_view text)
 
 } // namespace
 
-} // namespace Brindle::Vok
-
-std::size_t std::hash<Brindle::Vok::Path>::operator()(Brindle::Vok::Path const& path) const
+std::size_t Detail::HashOf(Path const& path)
 {
-    using namespace Brindle::Vok;
     PathPrefix const prefix = PrefixOf(path.text);
     std::wstring_view const remainder = std::wstring_view(path.text).substr(Path::PrefixText(prefix).size());
     if (IsNormalAlready(remainder, prefix))
         return HashOfFolded(remainder);
     return UseNormalForm(remainder, HashOfFolded);
 }
+
+} // namespace Brindle::Vok

@@ -52,9 +52,15 @@ enum class PathPrefix : std::int32_t
 VOK_EXPORT std::wstring const& ToString(PathPrefix prefix);
 VOK_EXPORT std::string ToStringA(PathPrefix prefix);
 
+class Path;
+
 namespace Detail
 {
+
 class PathPieces;
+
+VOK_EXPORT std::size_t HashOf(Path const& path);
+
 } // namespace Detail
 
 class VOK_EXPORT Path
@@ -187,7 +193,7 @@ protected:
 
 private:
     friend VOK_EXPORT bool operator==(Path const& lhs, Path const& rhs);
-    friend struct std::hash<Path>;
+    friend VOK_EXPORT std::size_t Detail::HashOf(Path const& path);
 
     static std::wstring const& PrefixText(PathPrefix prefix);
     /// Merges the second path into the first, which has the room.
@@ -222,7 +228,7 @@ VOK_EXPORT bool operator!=(Path const& lhs, Path const& rhs);
 template <>
 struct std::hash<Brindle::Vok::Path>
 {
-    VOK_EXPORT std::size_t operator()(Brindle::Vok::Path const& path) const;
+    std::size_t operator()(Brindle::Vok::Path const& path) const { return Brindle::Vok::Detail::HashOf(path); }
 };
 
 /// A path in a format is its stored text, with the specifications of a text: `{}`, `{:>40}`.
