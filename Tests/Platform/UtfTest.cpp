@@ -285,8 +285,8 @@ TEST_P(UtfTest, LoneSurrogatesAndUnitsTooLargeBecomeReplacements)
         {Wide({0x80000000, 0xFFFFFFFF}), "\xEF\xBF\xBD\xEF\xBF\xBD"},
     };
     for (auto const& c : cases)
-        for (std::size_t const before : {0, 5, 7, 31, 40})
-            for (std::size_t const after : {0, 40})
+        for (std::size_t const before : {0U, 5U, 7U, 31U, 40U})
+            for (std::size_t const after : {0U, 40U})
                 ExpectToUtf8(std::wstring(before, L'x') + c.text + std::wstring(after, L'z'),
                              std::string(before, 'x') + c.expected + std::string(after, 'z'));
 }
