@@ -3,12 +3,9 @@
 add_library(Vok2Options INTERFACE)
 target_compile_features(Vok2Options INTERFACE cxx_std_20)
 target_compile_options(Vok2Options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+    -Wall -Wextra -Wpedantic -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-    # Members named like parameters of a constructor are this tree's habit.
-    $<$<CXX_COMPILER_ID:Clang>:-Wno-shadow>
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-shadow>
-    # The seam's reader-writer lock and the atomics are checked by the sanitizers without standalone fences.
+    # A macro may be used with no variable argument at all.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 if(VOK2_SANITIZE)
     target_compile_options(Vok2Options INTERFACE -fsanitize=${VOK2_SANITIZE} -fno-omit-frame-pointer

@@ -2,11 +2,12 @@
 // shipped library each name is a constant function pointer, so a call costs what a direct call costs. In the build
 // that the tests link (VOK_SYSTEM_CALL_SEAM) a test can put a function of its own in its place, call by call:
 //
-//     SystemCalls::Redirection redirect(SystemCalls::Write, [](int, void const*, size_t) { errno = ENOSPC; return -1;
-//     });
+//     SystemCalls::Redirection fail(SystemCalls::Write, [](int, void const*, size_t) { errno = ENOSPC; return -1; });
 #pragma once
 
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
@@ -83,6 +84,35 @@ VOK_SYSTEM_CALL(Read, ssize_t(int, void*, size_t),
                 [](int descriptor, void* buffer, size_t count) { return ::read(descriptor, buffer, count); });
 VOK_SYSTEM_CALL(Write, ssize_t(int, void const*, size_t),
                 [](int descriptor, void const* buffer, size_t count) { return ::write(descriptor, buffer, count); });
+VOK_SYSTEM_CALL(Status, int(int, struct stat*),
+                [](int descriptor, struct stat* status) { return ::fstat(descriptor, status); });
+VOK_SYSTEM_CALL(StatusAt, int(int, char const*, struct stat*, int),
+                [](int directory, char const* path, struct stat* status, int flags)
+                { return ::fstatat(directory, path, status, flags); });
+VOK_SYSTEM_CALL(ExtendedStatusAt, int(int, char const*, int, unsigned, struct statx*),
+                [](int directory, char const* path, int flags, unsigned mask, struct statx* status)
+                { return ::statx(directory, path, flags, mask, status); });
+VOK_SYSTEM_CALL(LockWhole, int(int, int), [](int descriptor, int operation) { return ::flock(descriptor, operation); });
+VOK_SYSTEM_CALL(LockRange, int(int, int, struct flock*),
+                [](int descriptor, int command, struct flock* range) { return ::fcntl(descriptor, command, range); });
+VOK_SYSTEM_CALL(SetStatusFlags, int(int, int),
+                [](int descriptor, int flags) { return ::fcntl(descriptor, F_SETFL, flags); });
+VOK_SYSTEM_CALL(Truncate, int(int, off_t), [](int descriptor, off_t size) { return ::ftruncate(descriptor, size); });
+VOK_SYSTEM_CALL(ChangeMode, int(char const*, mode_t),
+                [](char const* path, mode_t mode) { return ::chmod(path, mode); });
+VOK_SYSTEM_CALL(ChangeModeOf, int(int, mode_t), [](int descriptor, mode_t mode) { return ::fchmod(descriptor, mode); });
+VOK_SYSTEM_CALL(MakeDirectory, int(char const*, mode_t),
+                [](char const* path, mode_t mode) { return ::mkdir(path, mode); });
+VOK_SYSTEM_CALL(RemoveDirectory, int(char const*), [](char const* path) { return ::rmdir(path); });
+VOK_SYSTEM_CALL(Unlink, int(char const*), [](char const* path) { return ::unlink(path); });
+VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
+                [](char* buffer, size_t size) { return ::getcwd(buffer, size); });
+VOK_SYSTEM_CALL(Sleep, int(timespec const*), [](timespec const* time) { return ::nanosleep(time, nullptr); });
+VOK_SYSTEM_CALL(ChangeSignalMask, int(int, sigset_t const*, sigset_t*),
+                [](int how, sigset_t const* set, sigset_t* previous) { return ::pthread_sigmask(how, set, previous); });
+VOK_SYSTEM_CALL(PendingSignals, int(sigset_t*), [](sigset_t* set) { return ::sigpending(set); });
+VOK_SYSTEM_CALL(TakeSignal, int(sigset_t const*, timespec const*),
+                [](sigset_t const* set, timespec const* time) { return ::sigtimedwait(set, nullptr, time); });
 VOK_SYSTEM_CALL(GetRandom, ssize_t(void*, size_t, unsigned),
                 [](void* buffer, size_t count, unsigned flags) { return ::getrandom(buffer, count, flags); });
 

@@ -1,0 +1,112 @@
+// Writing and reading a whole file, beside plain open, write or read, and close on the same bytes in the same
+// directory. The plain reader makes a fresh buffer each time, as whoever returns a text has to.
+#include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/PlatformHost.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Brindle::Vok;
+
+namespace
+{
+
+/// A directory of its own behind drive T, gone at the end.
+class Workplace
+{
+public:
+    Workplace()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "VokBenchmark.XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr || !Platform::MapDrive(L'T', pattern))
+            std::abort();
+        directory = pattern;
+    }
+    ~Workplace()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(directory, ignored);
+    }
+
+    std::string directory;
+};
+
+std::string const& HostPath()
+{
+    static Workplace const workplace;
+    static std::string const path = workplace.directory + "/file.txt";
+    return path;
+}
+
+void Check(bool ok)
+{
+    if (!ok)
+        std::abort();
+}
+
+void PlainWrite(std::string const& path, std::string const& bytes)
+{
+    int const descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    Check(descriptor >= 0);
+    Check(::write(descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
+    Check(::close(descriptor) == 0);
+}
+
+void PlainWriting(benchmark::State& state)
+{
+    std::string const bytes(static_cast<std::size_t>(state.range(0)), 'x');
+    for (auto _ : state)
+        PlainWrite(HostPath(), bytes);
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void OursWriting(benchmark::State& state)
+{
+    std::string const bytes(static_cast<std::size_t>(state.range(0)), 'x');
+    HostPath();
+    std::unique_ptr<File> const file = MakeFileSystem()->MakeFile(L"T:\\file.txt");
+    for (auto _ : state)
+        file->WriteAllText(bytes, TextEncoding::Utf8, ByteOrderMarkPolicy::Omit, LineEndingPolicy::Unchanged);
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void PlainReading(benchmark::State& state)
+{
+    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    for (auto _ : state)
+    {
+        int const descriptor = ::open(HostPath().c_str(), O_RDONLY | O_CLOEXEC);
+        Check(descriptor >= 0);
+        struct stat status;
+        Check(::fstat(descriptor, &status) == 0);
+        auto const size = static_cast<std::size_t>(status.st_size);
+        auto const buffer = std::make_unique_for_overwrite<char[]>(size);
+        Check(::read(descriptor, buffer.get(), size) == status.st_size);
+        Check(::close(descriptor) == 0);
+        benchmark::DoNotOptimize(buffer.get());
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+void OursReading(benchmark::State& state)
+{
+    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    std::unique_ptr<File> const file = MakeFileSystem()->MakeFile(L"T:\\file.txt");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(file->ReadAllTextA());
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(PlainWriting)->Name("Write/Plain")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+BENCHMARK(OursWriting)->Name("Write/Vok")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+BENCHMARK(PlainReading)->Name("Read/Plain")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+BENCHMARK(OursReading)->Name("Read/Vok")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+
+} // namespace

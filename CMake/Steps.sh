@@ -1,0 +1,58 @@
+# What ./run, ./test and the checks share: messages, logs, ccache. To be sourced in the tree's root.
+
+logs=$PWD/Build/Logs
+
+announce() {
+    printf '== %s\n' "$*"
+}
+
+# logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log. When it fails, the command and the part
+# of its output that tells why are printed, and its exit code is given: of a build what the first failed command said,
+# otherwise the end.
+logged() {
+    local name=$1 code=0
+    shift
+    mkdir -p "$logs"
+    "$@" >"$logs/$name.log" 2>&1 || code=$?
+    ((code != 0)) || return 0
+    {
+        printf 'failed with exit code %d: %s\n' "$code" "$*"
+        printf 'from Build/Logs/%s.log:\n' "$name"
+        if grep --quiet '^FAILED: ' "$logs/$name.log"; then
+            sed -n '/^FAILED: /,$p' "$logs/$name.log" | head -n 40
+        else
+            tail -n 60 "$logs/$name.log"
+        fi | sed 's/^/    /'
+    } >&2
+    return "$code"
+}
+
+# Compilers run through ccache where it is installed.
+use_ccache() {
+    if command -v ccache >/dev/null; then
+        export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+    fi
+}
+
+passed=0
+failed=0
+failures=()
+
+# count_passed NUMBER; count_failed NUMBER WHAT
+count_passed() {
+    passed=$((passed + $1))
+}
+
+count_failed() {
+    failed=$((failed + $1))
+    failures+=("$2")
+}
+
+# check NAME COMMAND...: a command whose success is one check.
+check() {
+    if logged "$@"; then
+        count_passed 1
+    else
+        count_failed 1 "$1"
+    fi
+}

@@ -1,0 +1,128 @@
+// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, and shows a
+// failure the way a host sees it.
+//
+//     Tour DIRECTORY        the directory stands behind the drive T: for the time of the tour
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/Log.h>
+#include <Brindle/Vok/PlatformHost.h>
+
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+
+using namespace Brindle::Vok;
+
+namespace
+{
+
+void ShowBytes(std::string const& bytes)
+{
+    for (char const byte : bytes)
+        std::printf(" %02X", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    std::printf("\n");
+}
+
+void ShowStatement(LogStatement const& statement)
+{
+    std::printf("  log %-8s %s(%d): %s: %s\n", ToStringA(statement.severity).c_str(), statement.file, statement.line,
+                statement.function, statement.message.c_str());
+}
+
+/// Writes the text in one form and shows what the file then holds.
+void WriteAndReadBack(FileSystem& fileSystem, Path const& path, std::wstring const& text, TextEncoding encoding,
+                      ByteOrderMarkPolicy mark)
+{
+    VOK_LOG_SCOPE("path[{}]", path.ToString());
+    std::unique_ptr<File> const file = fileSystem.MakeFile(path);
+    file->WriteAllText(text, encoding, mark, LineEndingPolicy::Windows);
+    std::string const bytes = file->ReadAllTextA();
+    std::printf("%s, %zu bytes:", path.ToStringA().c_str(), bytes.size());
+    ShowBytes(bytes);
+}
+
+void WriteEveryForm(FileSystem& fileSystem, Path const& directory)
+{
+    std::wstring const text = L"Gr\u00FC\u00DFe\n\u20AC 5\n";
+    struct
+    {
+        wchar_t const* name;
+        TextEncoding encoding;
+        ByteOrderMarkPolicy mark;
+    } const forms[] = {
+        {L"utf8.txt", TextEncoding::Utf8, ByteOrderMarkPolicy::Omit},
+        {L"utf8-with-mark.txt", TextEncoding::Utf8, ByteOrderMarkPolicy::Write},
+        {L"utf16.txt", TextEncoding::Utf16, ByteOrderMarkPolicy::Omit},
+        {L"utf16-with-mark.txt", TextEncoding::Utf16, ByteOrderMarkPolicy::Write},
+    };
+    for (auto const& form : forms)
+        WriteAndReadBack(fileSystem, Path::Join(directory, form.name), text, form.encoding, form.mark);
+}
+
+void OpenWhatIsMissing(FileSystem& fileSystem, Path const& directory)
+{
+    try
+    {
+        fileSystem.MakeFile(Path::Join(directory, L"no-such-directory", L"file.txt"))->ReadAllTextA();
+    }
+    catch (Error const& error)
+    {
+        std::printf("caught: %s\n", error.what());
+        std::printf("code:   %d\n", error.code().value());
+    }
+}
+
+/// At a boundary any exception becomes one Error, and a statement tells which it was.
+void FailAtABoundary()
+{
+    try
+    {
+        VOK_THROW(ComError, E_ACCESSDENIED, L"opening [{}]", L"C:\\locked");
+    }
+    catch (...)
+    {
+        Error error;
+        error = Detail::CurrentExceptionToError(__FILE__, __LINE__, VOK_FUNCTION_NAME);
+        std::printf("boundary: code %d: %s\n", error.code().value(), error.what());
+    }
+}
+
+int Run(std::string const& directory)
+{
+    SubscriptionForLogCallbacks const subscription(ShowStatement, VokLogSeverity::trace);
+    if (!Platform::MapDrive(L'T', directory))
+    {
+        std::fprintf(stderr, "%s: %s\n", directory.c_str(), WindowsErrorToStringA(GetLastError()).c_str());
+        return 1;
+    }
+    std::shared_ptr<FileSystem> const fileSystem = MakeFileSystem();
+
+    std::printf("== One text in every encoding\n");
+    WriteEveryForm(*fileSystem, L"T:\\");
+    std::printf("== A path that does not exist\n");
+    OpenWhatIsMissing(*fileSystem, L"T:\\");
+    std::printf("== An HRESULT at a boundary\n");
+    FailAtABoundary();
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2)
+    {
+        std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
+        return 2;
+    }
+    try
+    {
+        return Run(argv[1]);
+    }
+    catch (std::exception const& exception)
+    {
+        std::fprintf(stderr, "failed: %s\n", exception.what());
+        return 1;
+    }
+}

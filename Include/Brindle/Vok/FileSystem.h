@@ -1,0 +1,189 @@
+// The first generation of the file-system service: one replaceable object that makes everything else.
+//
+//     std::shared_ptr<FileSystem> fileSystem = MakeFileSystem();
+//     std::unique_ptr<File> file = fileSystem->MakeFile(L"C:\\tmp\\a.txt");
+//     file->WriteAllText(L"one\ntwo\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
+//     std::string bytes = file->ReadAllTextA();
+//
+// Texts are read and written whole, in memory. Writing is not atomic: a failure part-way leaves a partial file. A file
+// is opened sharing nothing, so of several callers at one time all but one fail.
+#pragma once
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/Path.h>
+#include <Brindle/Vok/Platform.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Brindle::Vok
+{
+
+class FileSystem;
+class FileSystemIterator;
+
+/// What the bytes of a text file mean. Any other value writes nothing.
+enum class TextEncoding : std::int32_t
+{
+    Utf16 = 0, ///< UTF-16, little-endian, 2 bytes a code unit
+    Utf8 = 1
+};
+
+/// Whether a text file begins with the mark of its encoding, FF FE or EF BB BF. Any other value means Omit.
+enum class ByteOrderMarkPolicy : std::int32_t
+{
+    Write = 0,
+    Omit = 1
+};
+
+/// What happens to line endings. Any other value drops the text: the file then holds the mark, if any, and no more.
+enum class LineEndingPolicy : std::int32_t
+{
+    Unchanged = 0,
+    Windows = 1 ///< CR LF, lone CR and lone LF all become CR LF
+};
+
+/// One file on disk, for texts as a whole. An object holds its path and no handle; several threads may use it at once,
+/// and all but one of them then fail at the open.
+class VOK_EXPORT_TYPE File
+{
+public:
+    virtual ~File() = default;
+
+    /// Writes a text, replacing the file if there is one. Narrow text is UTF-8 whatever `encoding` says, wide text is
+    /// UTF-16; an ill-formed part becomes U+FFFD where the encoding changes. A path with a NUL in it fails with 123 and
+    /// touches nothing. Throws Error if the file can't be opened (5, 32, 3 ...) and WindowsError if writing fails, with
+    /// the platform's code (112 for a full disk); what had been written then stays. One write carries at most
+    /// 0xFFFFFFFF bytes.
+    virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
+                              LineEndingPolicy lineEndings) = 0;
+    virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
+                              LineEndingPolicy lineEndings) = 0;
+
+    /// The bytes of the file, unchanged: marks, line endings and zero bytes stay. Throws Error if the file can't be
+    /// opened (2, 3, 5, 32 ...) and WindowsError if reading fails; 1627 for a file of 4 GiB or more.
+    virtual std::string ReadAllTextA() = 0;
+};
+
+/// The platform's mask of file attributes (FILE_ATTRIBUTE_*).
+enum class FileAttributes : std::uint32_t
+{
+    none = 0,
+    readOnly = 0x1,
+    directory = 0x10
+};
+
+/// What PathInfo answers, behind a replaceable implementation.
+class VOK_EXPORT_TYPE IPathInfo
+{
+public:
+    virtual ~IPathInfo() = default;
+    virtual Brindle::Vok::Path const& Path() const = 0;
+    virtual std::wstring const& ToString() const = 0;
+    virtual void Refresh() = 0;
+    virtual bool Exists() = 0;
+    virtual bool IsDirectory() = 0;
+    virtual bool IsFile() = 0;
+    virtual FileAttributes Attributes() = 0;
+    virtual bool Delete() = 0;
+};
+
+/// A path on disk as a copyable value that answers what it is. It reads the disk at the first question and keeps the
+/// answer until Refresh.
+class VOK_EXPORT PathInfo
+{
+public:
+    PathInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem);
+    PathInfo(PathInfo const& other);
+    PathInfo(PathInfo&& other) noexcept;
+    PathInfo& operator=(PathInfo const& other);
+    PathInfo& operator=(PathInfo&& other) noexcept;
+    ~PathInfo();
+
+    Brindle::Vok::Path const& Path() const;
+    std::wstring const& ToString() const;
+    void Refresh();
+    bool Exists();
+    bool IsDirectory();
+    bool IsFile();
+    FileAttributes Attributes();
+    /// Deletes nothing and answers false; DirectoryInfo::Delete deletes.
+    bool Delete();
+
+protected:
+    class Impl;
+    explicit PathInfo(std::unique_ptr<Impl> impl);
+
+    std::unique_ptr<Impl> impl;
+};
+
+/// A directory on disk, and what can be done to it.
+class VOK_EXPORT DirectoryInfo : public PathInfo
+{
+public:
+    DirectoryInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem);
+    DirectoryInfo(DirectoryInfo const& other);
+    DirectoryInfo(DirectoryInfo&& other) noexcept;
+    DirectoryInfo& operator=(DirectoryInfo const& other);
+    DirectoryInfo& operator=(DirectoryInfo&& other) noexcept;
+
+    FileSystemIterator begin();
+    FileSystemIterator end();
+    void Create();
+    DirectoryInfo CreateSubdirectory(std::wstring const& name);
+    bool Delete();
+    void DeleteContent();
+    /// Refreshes and drops the destination; nothing moves. This is the interface as it stands.
+    void MoveTo(Brindle::Vok::Path destination);
+
+private:
+    class Impl;
+};
+
+/// A move-only owner of a directory, which is deleted with all that is in it when its owner goes.
+class VOK_EXPORT TempDirectory
+{
+public:
+    TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path);
+    TempDirectory(TempDirectory&& other) noexcept;
+    TempDirectory& operator=(TempDirectory&& other) noexcept;
+    ~TempDirectory();
+
+    Brindle::Vok::Path const& Path() const;
+    void Delete(Error& error);
+    void Delete();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl;
+};
+
+/// The service. A caller may pass an implementation of its own wherever one is asked for; what each operation promises
+/// is said here. An implementation is used from any thread.
+class VOK_EXPORT_TYPE FileSystem
+{
+public:
+    virtual ~FileSystem() = default;
+
+    /// A directory that exists, is unique to this call, and is deleted by the object that is returned.
+    virtual TempDirectory MakeTempDirectory() = 0;
+    /// Values that hold the path and keep this service alive. Nothing is touched on disk.
+    virtual PathInfo MakePathInfo(Path path) = 0;
+    virtual DirectoryInfo MakeDirectoryInfo(Path path) = 0;
+    /// A new File for the path. Nothing is touched on disk, and no reference to the service is kept.
+    virtual std::unique_ptr<File> MakeFile(Path path) = 0;
+    /// Afterwards the directory and its parents exist; one that was there already is a success. Failure is thrown.
+    virtual void VokCreateDirectory(Path path) = 0;
+    /// Deletes the directory and everything under it. False if it was not there; true otherwise, a failure included,
+    /// which is assigned to `error`.
+    virtual bool DeleteDirectory(Path path, Error& error) = 0;
+    /// The same, but failure is thrown.
+    virtual bool DeleteDirectory(Path path) = 0;
+};
+
+/// The service on the real platform. Making it touches nothing on disk; it has no state and may be used from any
+/// thread.
+VOK_EXPORT std::shared_ptr<FileSystem> MakeFileSystem();
+
+} // namespace Brindle::Vok

@@ -1,0 +1,70 @@
+// A 128-bit identifier and its one text form, {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX} in upper case, 38 code units.
+//
+//     std::wstring name = Brindle::Vok::Guid::NewGuid();
+//     std::wstring text = Brindle::Vok::Guid(folderId).ToString();
+//
+// Objects are plain values.
+#pragma once
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/Platform.h>
+
+#include <cwctype>
+#include <memory>
+#include <ostream>
+#include <string>
+
+namespace Brindle::Vok
+{
+
+class Guid
+{
+public:
+    /// The identifier of zeros alone.
+    Guid() = default;
+    Guid(GUID const& value) : value(value) {}
+
+    /// The text form. Throws ComError if the platform fails.
+    std::wstring ToString() const
+    {
+        wchar_t* text = nullptr;
+        HRESULT const result = StringFromCLSID(value, &text);
+        if (result < 0)
+            VOK_THROW(ComError, result, L"StringFromCLSID failed");
+        std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> const owner(text, &CoTaskMemFree);
+        return Normalized(text);
+    }
+
+    /// The text of a fresh identifier. Throws ComError for every result of the platform but 0, positive ones included.
+    static std::wstring NewGuid()
+    {
+        GUID fresh{};
+        HRESULT const result = CoCreateGuid(&fresh);
+        if (result != 0)
+            VOK_THROW(ComError, result, L"CoCreateGuid failed");
+        return Guid(fresh).ToString();
+    }
+
+private:
+    static std::wstring Normalized(std::wstring text)
+    {
+        if (text.empty())
+            return text;
+        for (wchar_t& unit : text)
+            unit = static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(unit)));
+        if (text.front() != L'{')
+            text.insert(text.begin(), L'{');
+        if (text.back() != L'}')
+            text.push_back(L'}');
+        return text;
+    }
+
+    GUID value{};
+};
+
+inline std::wostream& operator<<(std::wostream& stream, Guid const& guid)
+{
+    return stream << guid.ToString();
+}
+
+} // namespace Brindle::Vok

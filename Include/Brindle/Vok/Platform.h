@@ -1,0 +1,40 @@
+// The one door between the library and its platform: HANDLE, DWORD, GUID, FILETIME and the platform's functions, and
+// VOK_EXPORT, which marks what leaves the shared library. Include this header, never the platform's own ones.
+#pragma once
+
+#ifdef _WIN32
+
+#include <windows.h>
+
+#include <atlbase.h>
+#include <atlstr.h>
+#include <comdef.h>
+#include <objbase.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+#include <userenv.h>
+
+#ifdef VOK_BUILDING_LIBRARY
+#define VOK_EXPORT __declspec(dllexport)
+#else
+#define VOK_EXPORT __declspec(dllimport)
+#endif
+#define VOK_EXPORT_TYPE
+
+#else
+
+#include <Brindle/Platform/Atl.h>
+#include <Brindle/Platform/Com.h>
+#include <Brindle/Platform/Environment.h>
+#include <Brindle/Platform/ErrorCodes.h>
+#include <Brindle/Platform/Files.h>
+#include <Brindle/Platform/Handles.h>
+#include <Brindle/Platform/Text.h>
+#include <Brindle/Platform/Types.h>
+
+/// Marks a function, a variable or a whole class that other modules use.
+#define VOK_EXPORT __attribute__((visibility("default")))
+/// Marks a class with inline members alone whose type other modules must recognise, exceptions above all.
+#define VOK_EXPORT_TYPE __attribute__((visibility("default")))
+
+#endif

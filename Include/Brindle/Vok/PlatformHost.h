@@ -1,0 +1,15 @@
+// What only the stand-in for the platform has: the host directories behind drives and shares.
+//
+//     if (!Brindle::Vok::Platform::MapDrive(L'T', "/srv/test-data"))
+//         std::cerr << Brindle::Vok::WindowsErrorToStringA(GetLastError());
+//     // T:\a.txt is /srv/test-data/a.txt from here on.
+//
+// C: is the host's root from the start. On the platform itself this header is empty: drives and shares are the
+// system's business there.
+#pragma once
+
+#include <Brindle/Vok/Platform.h>
+
+#ifndef _WIN32
+#include <Brindle/Platform/Host.h>
+#endif

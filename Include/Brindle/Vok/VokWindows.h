@@ -1,0 +1,50 @@
+// Checked wrappers of the platform's calls: a caller gets a value or an owned handle, and never a buffer size, a BOOL
+// or a last-error code.
+//
+//     HandleOwner<Detail::InvalidHandleTraits> file =
+//         VokCreateFile(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+//
+// Failures are thrown with the platform's code and a text that names the call, or assigned to the trailing Error&. No
+// call is retried, except to get a buffer of the right size. All wrappers may be called from any thread.
+#pragma once
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/HandleOwner.h>
+#include <Brindle/Vok/Platform.h>
+
+#include <string>
+
+namespace Brindle::Vok
+{
+
+/// CreateFileW. The overload without Error& throws Error, and logs nothing. The other one returns an owner that holds
+/// INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null `path` fails like a missing one.
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
+                                                                  unsigned long share, SECURITY_ATTRIBUTES* security,
+                                                                  unsigned long disposition, unsigned long flags,
+                                                                  void* templateFile);
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
+                                                                  unsigned long share, SECURITY_ATTRIBUTES* security,
+                                                                  unsigned long disposition, unsigned long flags,
+                                                                  void* templateFile, Error& error);
+
+/// The same for a text whose length is known. One with a NUL in it names no file: it fails with ERROR_INVALID_NAME and
+/// nothing is opened, where the overloads above would open what stands in front of the NUL.
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
+                                                                  unsigned long share, SECURITY_ATTRIBUTES* security,
+                                                                  unsigned long disposition, unsigned long flags,
+                                                                  void* templateFile);
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
+                                                                  unsigned long share, SECURITY_ATTRIBUTES* security,
+                                                                  unsigned long disposition, unsigned long flags,
+                                                                  void* templateFile, Error& error);
+
+/// ExpandEnvironmentStringsW: the text with each %NAME% replaced by the variable's value. An unknown one stays as it
+/// stands. Throws WindowsError.
+VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
+
+/// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
+/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so.
+VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
+
+} // namespace Brindle::Vok

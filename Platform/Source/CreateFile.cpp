@@ -1,0 +1,327 @@
+#include "File.h"
+#include "HostErrors.h"
+#include "Names.h"
+#include "SystemCalls.h"
+
+#include <Brindle/Platform/Files.h>
+
+#include <new>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+constexpr DWORD KnownAccess = 0xF01F'01FFU;
+constexpr DWORD KnownAttributes = 0x0000'FFFFU;
+// What a client allows a server to do in its name concerns pipes alone.
+constexpr DWORD SecurityFlags = 0x001F'0000U;
+constexpr DWORD KnownFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_RANDOM_ACCESS |
+                             FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OVERLAPPED | FILE_FLAG_WRITE_THROUGH |
+                             SecurityFlags | KnownAttributes;
+constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// A file that is deleted between opening and locking is looked for anew, this often at most.
+constexpr int MostAttempts = 16;
+
+// The arguments of one opening, taken apart.
+struct Opening
+{
+    Opening(DWORD access, DWORD share, DWORD disposition, DWORD flags) noexcept
+        : reads((access & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0),
+          executes((access & (GENERIC_EXECUTE | GENERIC_ALL | FILE_EXECUTE)) != 0),
+          overwrites((access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0),
+          appends((access & FILE_APPEND_DATA) != 0), deletes((access & (DELETE | GENERIC_ALL)) != 0), share(share),
+          disposition(disposition), flags(flags)
+    {
+    }
+
+    bool Has(DWORD flag) const noexcept { return (flags & flag) != 0; }
+    bool Writes() const noexcept { return overwrites || appends; }
+    bool Empties() const noexcept { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
+    bool Creates() const noexcept { return disposition != OPEN_EXISTING && disposition != TRUNCATE_EXISTING; }
+    // Rights to attributes alone take part in no sharing and need no permission of the file's own.
+    bool AttributesOnly() const noexcept { return !reads && !executes && !Writes() && !deletes && !Empties(); }
+    // To have a file emptied is to write to it.
+    bool WritesOrEmpties() const noexcept { return Writes() || Empties(); }
+
+    ShareTerms Terms(int hostFlags) const noexcept
+    {
+        DWORD const uses = (reads || executes ? FILE_SHARE_READ : 0) | (WritesOrEmpties() ? FILE_SHARE_WRITE : 0) |
+                           (deletes ? FILE_SHARE_DELETE : 0);
+        return {uses, share, (hostFlags & O_ACCMODE) != O_WRONLY};
+    }
+
+    int HostFlags() const noexcept
+    {
+        // Opening must not wait for a FIFO's other end or a terminal's line.
+        int hostFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+        if (WritesOrEmpties())
+            hostFlags |= reads || executes ? O_RDWR : O_WRONLY;
+        if (appends && !overwrites)
+            hostFlags |= O_APPEND;
+        if (Has(FILE_FLAG_WRITE_THROUGH))
+            hostFlags |= O_DSYNC;
+        if (Has(FILE_FLAG_OPEN_REPARSE_POINT))
+            hostFlags |= O_NOFOLLOW;
+        return hostFlags;
+    }
+
+    mode_t CreationMode() const noexcept { return Has(FILE_ATTRIBUTE_READONLY) ? 0444 : 0666; }
+
+    bool reads;
+    bool executes;
+    bool overwrites;
+    bool appends;
+    bool deletes;
+    DWORD share;
+    DWORD disposition;
+    DWORD flags;
+};
+
+bool CheckArguments(DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD flags, HANDLE templateFile,
+                    Opening const& opening) noexcept
+{
+    if (opening.disposition < CREATE_NEW || opening.disposition > TRUNCATE_EXISTING || (share & ~AllShares) != 0)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    if (opening.disposition == TRUNCATE_EXISTING && !opening.overwrites)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    if ((flags & ~KnownFlags) != 0 || (access & ~KnownAccess) != 0)
+        return FailWith(ERROR_NOT_SUPPORTED);
+    // Neither a security descriptor nor the attributes of a template can be given to what is created.
+    if (opening.Creates() && (templateFile || (security && security->lpSecurityDescriptor)))
+        return FailWith(ERROR_NOT_SUPPORTED);
+    return true;
+}
+
+// One opening in progress.
+class Opener
+{
+public:
+    Opener(HostPath const& path, Opening const& opening, File& file) noexcept : path(path), opening(opening), file(file)
+    {
+    }
+
+    bool Run() noexcept
+    {
+        if (path.NamesDirectory() && (opening.disposition == CREATE_NEW || opening.disposition == CREATE_ALWAYS))
+            return FailWith(ERROR_INVALID_NAME);
+        for (int attempt = 1;; ++attempt)
+        {
+            if (!OpenByDisposition())
+                return false;
+            // A file that has no name after so many attempts is one that is reached by another way.
+            Admission const admission = Admit(attempt == MostAttempts);
+            if (admission != Admission::vanished)
+                return admission == Admission::granted;
+        }
+    }
+
+private:
+    enum class Admission
+    {
+        granted,
+        refused,
+        vanished
+    };
+
+    bool OpenByDisposition() noexcept
+    {
+        created = false;
+        hostFlags = opening.HostFlags();
+        if (!opening.Creates())
+            return OpenExisting() || FailOnPath(path, hostError);
+        if (opening.disposition == CREATE_NEW)
+            return Create(O_EXCL) || FailOnCreation();
+        // A file that is made read-only may still be written by this handle, but one that was there may not: so it
+        // must be known which it is.
+        if (opening.Has(FILE_ATTRIBUTE_READONLY) || opening.AttributesOnly() || path.NamesDirectory())
+            return OpenOrCreate() || FailOnCreation();
+        return Create(0) || FailOnCreation();
+    }
+
+    bool OpenOrCreate() noexcept
+    {
+        for (int attempt = 0; attempt < MostAttempts; ++attempt)
+        {
+            hostFlags = opening.HostFlags();
+            if (OpenExisting())
+                return true;
+            if (hostError != ENOENT || path.NamesDirectory() || Create(O_EXCL))
+                return hostError == 0;
+            if (hostError != EEXIST)
+                return false;
+        }
+        // A link whose target is missing is there and isn't.
+        return Create(0);
+    }
+
+    bool Create(int exclusive) noexcept
+    {
+        if (TryOpen(hostFlags | O_CREAT | exclusive))
+        {
+            created = exclusive != 0;
+            return true;
+        }
+        if (exclusive)
+            return false;
+        // A directory is not created, and in a directory with the sticky bit the host denies creation also where
+        // another user's file is there.
+        int const error = hostError;
+        if ((error == EISDIR && opening.disposition == OPEN_ALWAYS) || error == EACCES || error == ELOOP)
+            if (OpenExisting())
+                return true;
+        hostError = error;
+        return false;
+    }
+
+    bool OpenExisting() noexcept
+    {
+        if (opening.AttributesOnly())
+            return TryOpen(O_PATH | O_CLOEXEC | (hostFlags & O_NOFOLLOW));
+        if (TryOpen(hostFlags))
+            return true;
+        int const error = hostError;
+        // Directories can't be opened for writing there; nothing of the handle needs it.
+        if (error == EISDIR && opening.Has(FILE_FLAG_BACKUP_SEMANTICS) && !opening.Empties())
+            return TryOpen(O_RDONLY | O_DIRECTORY | O_CLOEXEC | (hostFlags & O_NOFOLLOW));
+        if (error == EACCES && (hostFlags & O_ACCMODE) == O_RDONLY && !opening.reads && !opening.executes)
+            return TryOpen(hostFlags | O_WRONLY);
+        // The link itself, which has nothing to read, to write or to lock.
+        if (error == ELOOP && opening.Has(FILE_FLAG_OPEN_REPARSE_POINT) && !opening.Empties())
+            return TryOpen(O_PATH | O_CLOEXEC | O_NOFOLLOW);
+        return false;
+    }
+
+    bool TryOpen(int flags) noexcept
+    {
+        int const descriptor =
+            Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags, opening.CreationMode()); });
+        hostError = descriptor < 0 ? errno : 0;
+        if (descriptor < 0)
+            return false;
+        hostFlags = flags;
+        file.shared = SharedDescriptor(descriptor);
+        return true;
+    }
+
+    bool FailOnCreation() noexcept
+    {
+        if (hostError == EEXIST)
+            return FailWith(ERROR_FILE_EXISTS);
+        if (hostError == ENOENT && path.NamesDirectory())
+            return FailWith(ERROR_INVALID_NAME);
+        return FailOnPath(path, hostError);
+    }
+
+    // Whether what was opened may be had on the terms of the opening, and the last steps to it.
+    Admission Admit(bool last) noexcept
+    {
+        bool const locks = (hostFlags & O_PATH) == 0 && !opening.AttributesOnly();
+        long const lockCode = locks ? file.shared.Lock(opening.Terms(hostFlags)) : ERROR_SUCCESS;
+        struct stat status;
+        if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+            return Refuse(CodeFromHost(errno));
+        if (long const code = CheckKind(status.st_mode))
+            return Refuse(code);
+        // Everybody has the same device and each end of a FIFO its own handle: share modes are for files on disk.
+        if (file.type == File::Type::other || file.type == File::Type::link)
+            return AdmitOther();
+        if (lockCode == ERROR_SHARING_VIOLATION && opening.disposition == CREATE_NEW)
+            return Refuse(ERROR_FILE_EXISTS); // Somebody opened it before its creation was complete.
+        if (lockCode != ERROR_SUCCESS)
+            return Refuse(lockCode);
+        if (locks && status.st_nlink == 0 && !last)
+        {
+            file.shared = SharedDescriptor();
+            return Admission::vanished;
+        }
+        if (opening.Empties() && !created && !Empty(status))
+            return Refuse(CodeFromHost(errno));
+        if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == File::Type::plain)
+            file.sizeAtOpening.store(status.st_size, std::memory_order_relaxed);
+        return Admission::granted;
+    }
+
+    long CheckKind(mode_t mode) noexcept
+    {
+        file.type = S_ISREG(mode)   ? File::Type::plain
+                    : S_ISDIR(mode) ? File::Type::directory
+                    : S_ISLNK(mode) ? File::Type::link
+                                    : File::Type::other;
+        bool const isDirectory = file.type == File::Type::directory;
+        if (path.NamesDirectory() && !isDirectory)
+            return ERROR_INVALID_NAME;
+        if (isDirectory && (!opening.Has(FILE_FLAG_BACKUP_SEMANTICS) || opening.Empties()))
+            return ERROR_ACCESS_DENIED;
+        if (!isDirectory && opening.WritesOrEmpties() && !created && IsReadOnly(mode))
+            return ERROR_ACCESS_DENIED;
+        return ERROR_SUCCESS;
+    }
+
+    Admission AdmitOther() noexcept
+    {
+        file.shared.Unlock();
+        // From here on transfers wait as they do for any program.
+        if ((hostFlags & O_PATH) == 0 &&
+            SystemCalls::SetStatusFlags(file.Descriptor(), hostFlags & (O_APPEND | O_DSYNC)) != 0)
+            return Refuse(CodeFromHost(errno));
+        return Admission::granted;
+    }
+
+    bool Empty(struct stat const& status) noexcept
+    {
+        if (status.st_size > 0 && Uninterrupted([&] { return SystemCalls::Truncate(file.Descriptor(), 0); }) != 0)
+            return false;
+        constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
+        return opening.disposition != CREATE_ALWAYS || !opening.Has(FILE_ATTRIBUTE_READONLY) ||
+               SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~writeBits) == 0;
+    }
+
+    template <class Code>
+    static Admission Refuse(Code code) noexcept
+    {
+        FailWith(static_cast<long>(code));
+        return Admission::refused;
+    }
+
+    HostPath const& path;
+    Opening const& opening;
+    File& file;
+    int hostFlags = 0;
+    int hostError = 0;
+    bool created = false;
+};
+
+HANDLE Create(LPCWSTR text, Opening const& opening) noexcept
+{
+    HostPath path;
+    if (!path.Assign(text))
+        return INVALID_HANDLE_VALUE;
+    std::unique_ptr<File> file(new (std::nothrow) File);
+    if (!file)
+    {
+        FailWith(ERROR_NOT_ENOUGH_MEMORY);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (!Opener(path, opening, *file).Run())
+        return INVALID_HANDLE_VALUE;
+    file->reads = opening.reads;
+    file->writes = opening.Writes();
+    file->overlapped = opening.Has(FILE_FLAG_OVERLAPPED);
+    HANDLE const handle = HandleTable::Insert(std::move(file));
+    return handle ? handle : INVALID_HANDLE_VALUE;
+}
+
+} // namespace
+} // namespace Brindle::Vok::Platform
+
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
+                   DWORD flags, HANDLE templateFile) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    Opening const opening(access, share, disposition, flags);
+    if (!CheckArguments(access, share, security, flags, templateFile, opening))
+        return INVALID_HANDLE_VALUE;
+    return Create(path, opening);
+}

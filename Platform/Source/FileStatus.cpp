@@ -1,0 +1,167 @@
+#include "File.h"
+#include "HostErrors.h"
+#include "Names.h"
+#include "SystemCalls.h"
+
+#include <Brindle/Platform/Files.h>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+constexpr std::int64_t TicksOfSecond = 10'000'000;
+constexpr std::int64_t SecondsFrom1601To1970 = 11'644'473'600;
+
+FILETIME FileTimeOf(struct statx_timestamp const& time) noexcept
+{
+    return FileTimeFromHost(time.tv_sec, time.tv_nsec);
+}
+
+// The status of what the path leads to, or of a link that leads nowhere itself.
+bool GetStatus(HostPath const& path, struct stat& status) noexcept
+{
+    if (SystemCalls::StatusAt(AT_FDCWD, path.Text(), &status, 0) != 0)
+    {
+        int const error = errno;
+        if ((error != ENOENT && error != ELOOP) ||
+            SystemCalls::StatusAt(AT_FDCWD, path.Text(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return FailOnPath(path, error);
+    }
+    if (path.NamesDirectory() && !S_ISDIR(status.st_mode))
+        return FailWith(ERROR_INVALID_NAME);
+    return true;
+}
+
+bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
+{
+    struct stat status;
+    if (!GetStatus(path, status))
+        return false;
+    if (IsReadOnly(status.st_mode) == readOnly)
+        return true;
+    constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
+    mode_t const mode = status.st_mode & 07777;
+    if (SystemCalls::ChangeMode(path.Text(), readOnly ? mode & ~writeBits : mode | S_IWUSR) != 0)
+        return FailOnPath(path, errno);
+    return true;
+}
+
+bool GetSize(File& file, LONGLONG& size) noexcept
+{
+    // The first question is answered by what opening has seen.
+    size = file.sizeAtOpening.exchange(File::NoSize, std::memory_order_relaxed);
+    if (size != File::NoSize)
+        return true;
+    if (file.type == File::Type::other)
+        return FailWith(ERROR_INVALID_FUNCTION);
+    struct stat status;
+    if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+        return FailWithHost(errno);
+    size = file.type == File::Type::plain ? status.st_size : 0;
+    return true;
+}
+
+} // namespace
+
+DWORD AttributesFromMode(mode_t mode) noexcept
+{
+    DWORD attributes = S_ISREG(mode) ? FILE_ATTRIBUTE_ARCHIVE : 0;
+    if (S_ISDIR(mode))
+        attributes = FILE_ATTRIBUTE_DIRECTORY;
+    if (S_ISLNK(mode))
+        attributes = FILE_ATTRIBUTE_REPARSE_POINT;
+    else if (IsReadOnly(mode))
+        attributes |= FILE_ATTRIBUTE_READONLY;
+    return attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL;
+}
+
+FILETIME FileTimeFromHost(std::int64_t seconds, std::uint32_t nanoseconds) noexcept
+{
+    std::int64_t const since1601 = seconds + SecondsFrom1601To1970;
+    std::int64_t const ticks = since1601 < 0 ? 0 : since1601 * TicksOfSecond + nanoseconds / 100;
+    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+bool FailOnPath(HostPath const& path, int error) noexcept
+{
+    if (error == ENXIO)
+    {
+        // A FIFO that nobody reads can't be opened for writing without waiting.
+        struct stat status;
+        if (SystemCalls::StatusAt(AT_FDCWD, path.Text(), &status, 0) == 0 && S_ISFIFO(status.st_mode))
+            return FailWith(ERROR_NOT_READY);
+    }
+    if (error != ENOENT)
+        return FailWithHost(error);
+    std::string_view const text = path.View();
+    std::size_t const separator = text.rfind('/');
+    if (separator == std::string_view::npos || separator == 0)
+        return FailWith(ERROR_FILE_NOT_FOUND);
+    struct stat status;
+    HostPath parent;
+    if (!parent.AssignHost(text.substr(0, separator)))
+        return false;
+    bool const parentIsThere = SystemCalls::StatusAt(AT_FDCWD, parent.Text(), &status, 0) == 0;
+    return FailWith(parentIsThere ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+}
+
+} // namespace Brindle::Vok::Platform
+
+DWORD GetFileAttributesW(LPCWSTR text) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    HostPath path;
+    struct stat status;
+    if (!path.Assign(text) || !GetStatus(path, status))
+        return INVALID_FILE_ATTRIBUTES;
+    return AttributesFromMode(status.st_mode);
+}
+
+BOOL SetFileAttributesW(LPCWSTR text, DWORD attributes) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    HostPath path;
+    return path.Assign(text) && SetReadOnly(path, (attributes & FILE_ATTRIBUTE_READONLY) != 0);
+}
+
+BOOL PathIsDirectoryW(LPCWSTR text) noexcept
+{
+    DWORD const attributes = GetFileAttributesW(text);
+    bool const isDirectory = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return isDirectory ? static_cast<BOOL>(FILE_ATTRIBUTE_DIRECTORY) : FALSE;
+}
+
+BOOL GetFileSizeEx(HANDLE handle, PLARGE_INTEGER size) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    auto const file = HandleTable::Find<File>(handle);
+    if (!file)
+        return FALSE;
+    if (!size)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    LONGLONG found;
+    if (!GetSize(*file, found))
+        return FALSE;
+    size->QuadPart = found;
+    return TRUE;
+}
+
+BOOL GetFileTime(HANDLE handle, LPFILETIME creation, LPFILETIME lastAccess, LPFILETIME lastWrite) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    auto const file = HandleTable::Find<File>(handle);
+    if (!file)
+        return FALSE;
+    struct statx status;
+    constexpr unsigned wanted = STATX_BTIME | STATX_CTIME | STATX_ATIME | STATX_MTIME;
+    if (SystemCalls::ExtendedStatusAt(file->Descriptor(), "", AT_EMPTY_PATH, wanted, &status) != 0)
+        return FailWithHost(errno);
+    if (creation)
+        *creation = FileTimeOf(status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
+    if (lastAccess)
+        *lastAccess = FileTimeOf(status.stx_atime);
+    if (lastWrite)
+        *lastWrite = FileTimeOf(status.stx_mtime);
+    return TRUE;
+}

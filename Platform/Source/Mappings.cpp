@@ -1,0 +1,212 @@
+#include "Mappings.h"
+
+#include "HostErrors.h"
+#include "SystemCalls.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <shared_mutex>
+#include <utility>
+#include <vector>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+struct Share
+{
+    std::wstring server;
+    std::wstring name;
+    std::string directory;
+};
+
+struct Mappings
+{
+    std::shared_mutex mutex;
+    // Null where a letter is free.
+    std::unique_ptr<std::string const> drives[26];
+    std::vector<Share> shares;
+};
+
+// Never destroyed: paths are looked up by static destructors and by threads that outlive main.
+Mappings& TheMappings()
+{
+    static Mappings& mappings = *new Mappings;
+    return mappings;
+}
+
+wchar_t UpperCase(wchar_t unit)
+{
+    return unit >= L'a' && unit <= L'z' ? static_cast<wchar_t>(unit - L'a' + L'A') : unit;
+}
+
+bool EqualWithoutCase(std::wstring_view a, std::wstring_view b)
+{
+    return std::ranges::equal(a, b, {}, UpperCase, UpperCase);
+}
+
+bool IsLetter(wchar_t letter)
+{
+    return UpperCase(letter) >= L'A' && UpperCase(letter) <= L'Z';
+}
+
+std::size_t IndexOf(wchar_t letter)
+{
+    return static_cast<std::size_t>(UpperCase(letter) - L'A');
+}
+
+bool IsShareName(std::wstring_view name)
+{
+    return !name.empty() && name.find_first_of(std::wstring_view(L"\\/\0", 3)) == std::wstring_view::npos;
+}
+
+bool WorkingDirectory(std::string& directory)
+{
+    for (std::size_t size = 256;; size *= 2)
+    {
+        directory.resize(size);
+        if (SystemCalls::GetWorkingDirectory(directory.data(), size))
+            break;
+        if (errno != ERANGE)
+            return FailWithHost(errno);
+    }
+    directory.resize(directory.find('\0'));
+    return true;
+}
+
+// Absolute, so that it stays the same when the working directory changes, and without a separator at the end.
+bool MakeAbsolute(std::string const& directory, std::string& absolute)
+{
+    if (directory.empty())
+        return FailWith(ERROR_PATH_NOT_FOUND);
+    if (directory.find('\0') != std::string::npos)
+        return FailWith(ERROR_INVALID_NAME);
+    struct stat status;
+    if (SystemCalls::StatusAt(AT_FDCWD, directory.c_str(), &status, 0) != 0)
+        return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : static_cast<long>(CodeFromHost(errno)));
+    if (!S_ISDIR(status.st_mode))
+        return FailWith(ERROR_DIRECTORY);
+    absolute.clear();
+    if (directory.front() != '/')
+    {
+        if (!WorkingDirectory(absolute))
+            return false;
+        absolute += '/';
+    }
+    absolute += directory;
+    absolute.resize(absolute.find_last_not_of('/') + 1);
+    return true;
+}
+
+// The host functions report what happened in their result, memory that ran out too.
+template <class Work>
+bool WithoutThrowing(Work work) noexcept
+{
+    try
+    {
+        return work();
+    }
+    catch (std::bad_alloc const&)
+    {
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    }
+}
+
+} // namespace
+
+bool MapDrive(wchar_t letter, std::string const& directory)
+{
+    return WithoutThrowing(
+        [&]
+        {
+            if (!IsLetter(letter))
+                return FailWith(ERROR_INVALID_DRIVE);
+            std::string absolute;
+            if (UpperCase(letter) != L'C' && !MakeAbsolute(directory, absolute))
+                return false;
+            Mappings& mappings = TheMappings();
+            std::unique_lock const lock(mappings.mutex);
+            auto& drive = mappings.drives[IndexOf(letter)];
+            if (drive || UpperCase(letter) == L'C')
+                return FailWith(ERROR_ALREADY_ASSIGNED);
+            drive = std::make_unique<std::string const>(std::move(absolute));
+            return true;
+        });
+}
+
+bool UnmapDrive(wchar_t letter)
+{
+    return WithoutThrowing(
+        [&]
+        {
+            if (!IsLetter(letter) || UpperCase(letter) == L'C')
+                return FailWith(ERROR_INVALID_DRIVE);
+            Mappings& mappings = TheMappings();
+            std::unique_lock const lock(mappings.mutex);
+            if (!std::exchange(mappings.drives[IndexOf(letter)], nullptr))
+                return FailWith(ERROR_PATH_NOT_FOUND);
+            return true;
+        });
+}
+
+bool MapShare(std::wstring const& server, std::wstring const& share, std::string const& directory)
+{
+    return WithoutThrowing(
+        [&]
+        {
+            if (!IsShareName(server) || !IsShareName(share))
+                return FailWith(ERROR_INVALID_NAME);
+            std::string absolute;
+            if (!MakeAbsolute(directory, absolute))
+                return false;
+            Mappings& mappings = TheMappings();
+            std::unique_lock const lock(mappings.mutex);
+            auto const found = std::ranges::find_if(
+                mappings.shares, [&](Share const& known)
+                { return EqualWithoutCase(known.server, server) && EqualWithoutCase(known.name, share); });
+            if (found != mappings.shares.end())
+                found->directory = std::move(absolute);
+            else
+                mappings.shares.push_back({server, share, std::move(absolute)});
+            return true;
+        });
+}
+
+bool FindDrive(wchar_t letter, DirectoryReceiver& receiver) noexcept
+{
+    if (UpperCase(letter) == L'C')
+        return receiver.Receive({});
+    return WithoutThrowing(
+        [&]
+        {
+            Mappings& mappings = TheMappings();
+            std::shared_lock const lock(mappings.mutex);
+            auto const& drive = mappings.drives[IndexOf(letter)];
+            return drive ? receiver.Receive(*drive) : FailWith(ERROR_PATH_NOT_FOUND);
+        });
+}
+
+bool FindShare(std::wstring_view server, std::wstring_view share, DirectoryReceiver& receiver) noexcept
+{
+    return WithoutThrowing(
+        [&]
+        {
+            Mappings& mappings = TheMappings();
+            std::shared_lock const lock(mappings.mutex);
+            bool serverKnown = false;
+            for (Share const& known : mappings.shares)
+            {
+                if (!EqualWithoutCase(known.server, server))
+                    continue;
+                serverKnown = true;
+                if (EqualWithoutCase(known.name, share))
+                    return receiver.Receive(known.directory);
+            }
+            return FailWith(serverKnown ? ERROR_BAD_NET_NAME : ERROR_BAD_NETPATH);
+        });
+}
+
+} // namespace Brindle::Vok::Platform

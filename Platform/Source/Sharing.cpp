@@ -1,0 +1,292 @@
+#include "Sharing.h"
+
+#include "HostErrors.h"
+#include "SystemCalls.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <pthread.h>
+#include <sys/single_threaded.h>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+constexpr DWORD AllRights = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// Sets of markers. They are ordered so that the common terms give runs of neighbours, which one call marks.
+using Markers = unsigned;
+constexpr Markers DeleteUser = 1 << 0;
+constexpr Markers WriteUser = 1 << 1;
+constexpr Markers ReadUser = 1 << 2;
+constexpr Markers WriteDenier = 1 << 3;
+constexpr Markers DeleteDenier = 1 << 4;
+constexpr Markers ReadDenier = 1 << 5;
+constexpr unsigned MarkerCount = 6;
+
+constexpr Markers UsersOf(DWORD rights)
+{
+    return (rights & FILE_SHARE_READ ? ReadUser : 0) | (rights & FILE_SHARE_WRITE ? WriteUser : 0) |
+           (rights & FILE_SHARE_DELETE ? DeleteUser : 0);
+}
+
+constexpr Markers DeniersOf(DWORD rights)
+{
+    return (rights & FILE_SHARE_READ ? ReadDenier : 0) | (rights & FILE_SHARE_WRITE ? WriteDenier : 0) |
+           (rights & FILE_SHARE_DELETE ? DeleteDenier : 0);
+}
+
+// Where the markers lie. A descriptor that reads marks with read locks, and any number of those fit on one byte. One
+// that only writes can take write locks alone, so it marks one byte of a range, any that is free.
+constexpr off_t Area = off_t{1} << 62;
+constexpr off_t RangeArea = Area + (off_t{1} << 24);
+constexpr off_t RangeLength = off_t{1} << 20;
+constexpr off_t SetStride = 8;
+constexpr off_t AreaLength = (off_t{1} << 24) + 2 * SetStride * RangeLength;
+
+enum class Set : unsigned
+{
+    provisional,
+    definite
+};
+
+constexpr off_t ByteOf(Set set, unsigned marker)
+{
+    return Area + static_cast<off_t>(set) * SetStride + marker;
+}
+
+constexpr off_t RangeOf(Set set, unsigned marker)
+{
+    return RangeArea + (static_cast<off_t>(set) * SetStride + marker) * RangeLength;
+}
+
+// Calls use(first, count) for each run of neighbouring markers until it gives false.
+template <class Use>
+bool ForEachRun(Markers markers, Use use)
+{
+    for (unsigned first = 0; first < MarkerCount; ++first)
+    {
+        unsigned count = 0;
+        while (markers >> (first + count) & 1)
+            ++count;
+        if (count != 0 && !use(first, count))
+            return false;
+        first += count;
+    }
+    return true;
+}
+
+// A number that differs from moment to moment and from process to process, for spreading only.
+std::uint64_t Scatter() noexcept
+{
+    auto value = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    value = (value ^ value >> 30 ^ reinterpret_cast<std::uintptr_t>(&value)) * 0xBF58476D1CE4E5B9U;
+    return (value ^ value >> 27) * 0x94D049BB133111EBU >> 16;
+}
+
+void Pause(int attempt) noexcept
+{
+    long const most = 50'000L << (attempt < 6 ? attempt : 6);
+    timespec const time{0, 20'000 + static_cast<long>(Scatter() % static_cast<std::uint64_t>(most))};
+    SystemCalls::Sleep(&time);
+}
+
+class MarkedFile
+{
+public:
+    MarkedFile(int descriptor, bool readable) noexcept : descriptor(descriptor), readable(readable) {}
+
+    bool Mark(Set set, Markers markers) const noexcept
+    {
+        return ForEachRun(markers,
+                          [&](unsigned first, unsigned count)
+                          {
+                              if (readable)
+                                  return Change(F_RDLCK, ByteOf(set, first), count);
+                              for (unsigned marker = first; marker < first + count; ++marker)
+                                  if (!MarkSomewhere(RangeOf(set, marker)))
+                                      return false;
+                              return true;
+                          });
+    }
+
+    void Unmark(Set set) const noexcept
+    {
+        if (readable)
+            Change(F_UNLCK, ByteOf(set, 0), MarkerCount);
+        else
+            Change(F_UNLCK, RangeOf(set, 0), MarkerCount * RangeLength);
+    }
+
+    void UnmarkAll() const noexcept { Change(F_UNLCK, Area, AreaLength); }
+
+    /// Another descriptor holds one of the markers.
+    bool OthersHold(Set set, Markers markers) const noexcept
+    {
+        return !ForEachRun(markers,
+                           [&](unsigned first, unsigned count) {
+                               return !OthersLock(ByteOf(set, first), count) &&
+                                      !OthersLock(RangeOf(set, first), count * RangeLength);
+                           });
+    }
+
+    bool OthersHoldAny() const noexcept { return OthersLock(Area, AreaLength); }
+
+private:
+    bool MarkSomewhere(off_t range) const noexcept
+    {
+        for (int attempt = 0; attempt < 16; ++attempt)
+            if (Change(F_WRLCK, range + static_cast<off_t>(Scatter() % RangeLength), 1))
+                return true;
+        return false;
+    }
+
+    bool Change(int type, off_t start, off_t length) const noexcept
+    {
+        struct flock range = RangeFor(type, start, length);
+        return Uninterrupted([&] { return SystemCalls::LockRange(descriptor, F_OFD_SETLK, &range); }) == 0;
+    }
+
+    // A lock that a foreign program put there, on the whole file for instance, counts: somebody relies on it.
+    bool OthersLock(off_t start, off_t length) const noexcept
+    {
+        struct flock range = RangeFor(F_WRLCK, start, length);
+        return SystemCalls::LockRange(descriptor, F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
+    }
+
+    static struct flock RangeFor(int type, off_t start, off_t length) noexcept
+    {
+        struct flock range = {};
+        range.l_type = static_cast<short>(type);
+        range.l_whence = SEEK_SET;
+        range.l_start = start;
+        range.l_len = length;
+        return range;
+    }
+
+    int descriptor;
+    bool readable;
+};
+
+int LockWhole(int descriptor, int operation) noexcept
+{
+    bool const locked = Uninterrupted([&] { return SystemCalls::LockWhole(descriptor, operation | LOCK_NB); }) == 0;
+    return locked ? 0 : errno;
+}
+
+std::atomic<unsigned> forksMade{0};
+std::atomic<unsigned> forksDescended{0};
+
+[[maybe_unused]] int const countsForks = pthread_atfork(
+    nullptr, [] { forksMade.fetch_add(1, std::memory_order_relaxed); },
+    [] { forksDescended.fetch_add(1, std::memory_order_relaxed); });
+
+ForkCounts CurrentForks() noexcept
+{
+    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
+}
+
+// Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
+// may be starting a program this very moment, in ways that call no handler.
+bool MayBeCopied(ForkCounts const& then) noexcept
+{
+    ForkCounts const now = CurrentForks();
+    return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
+}
+
+long CodeOfRefusedLock(int error, DWORD shares) noexcept
+{
+    if (error == EWOULDBLOCK)
+        return ERROR_SHARING_VIOLATION;
+    bool const keepsNoLocks = error == EOPNOTSUPP || error == ENOSYS || error == EINVAL || error == EBADF;
+    if (!keepsNoLocks)
+        return static_cast<long>(CodeFromHost(error));
+    return shares == AllRights ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+}
+
+} // namespace
+
+SharedDescriptor::~SharedDescriptor()
+{
+    if (descriptor < 0)
+        return;
+    if (locks != Locks::none && MayBeCopied(forks))
+        Unlock();
+    SystemCalls::Close(descriptor);
+}
+
+long SharedDescriptor::Lock(ShareTerms const& terms) noexcept
+{
+    if (terms.shares != 0)
+        return LockShared(terms, false);
+    int const error = LockWhole(descriptor, LOCK_EX);
+    // Some network file systems give an exclusive lock only to descriptors that write; markers serve there.
+    if (error == EBADF && terms.readable)
+        return LockShared(terms, false);
+    if (error != 0)
+        return CodeOfRefusedLock(error, terms.shares);
+    Hold(Locks::whole);
+    return ERROR_SUCCESS;
+}
+
+long SharedDescriptor::LockBriefly(ShareTerms const& terms) noexcept
+{
+    return LockShared(terms, true);
+}
+
+long SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcept
+{
+    constexpr int attempts = 40;
+    if (int const error = LockWhole(descriptor, LOCK_SH))
+        return CodeOfRefusedLock(error, terms.shares);
+    Hold(Locks::wholeAndMarkers);
+    MarkedFile const file(descriptor, terms.readable);
+    DWORD const denied = AllRights & ~terms.shares;
+    Markers const own = UsersOf(terms.uses) | DeniersOf(denied);
+    Markers const against = DeniersOf(terms.uses) | UsersOf(denied);
+    for (int attempt = 0; attempt < attempts; ++attempt)
+    {
+        if (!file.Mark(Set::provisional, own))
+            break;
+        bool raced = false;
+        if (file.OthersHoldAny())
+        {
+            // In this order: a racing opening marks its definite set before it takes the provisional one away.
+            raced = file.OthersHold(Set::provisional, against);
+            if (file.OthersHold(Set::definite, against))
+                break;
+        }
+        if (!raced)
+        {
+            if (briefly)
+                return ERROR_SUCCESS;
+            if (!file.Mark(Set::definite, own))
+                break;
+            file.Unmark(Set::provisional);
+            return ERROR_SUCCESS;
+        }
+        file.Unmark(Set::provisional);
+        Pause(attempt);
+    }
+    Unlock();
+    return ERROR_SHARING_VIOLATION;
+}
+
+void SharedDescriptor::Hold(Locks taken) noexcept
+{
+    locks = taken;
+    forks = CurrentForks();
+}
+
+void SharedDescriptor::Unlock() noexcept
+{
+    if (locks == Locks::wholeAndMarkers)
+        MarkedFile(descriptor, true).UnmarkAll();
+    if (locks != Locks::none)
+        SystemCalls::LockWhole(descriptor, LOCK_UN);
+    locks = Locks::none;
+}
+
+} // namespace Brindle::Vok::Platform

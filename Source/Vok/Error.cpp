@@ -1,0 +1,202 @@
+#include <Brindle/Vok/Error.h>
+
+#include <charconv>
+#include <iterator>
+#include <string_view>
+#include <typeinfo>
+
+namespace Brindle::Vok
+{
+namespace
+{
+
+constexpr DWORD systemTextFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
+
+/// A buffer that the platform allocated.
+template <class Char>
+class SystemText
+{
+public:
+    SystemText() = default;
+    SystemText(SystemText const&) = delete;
+    SystemText& operator=(SystemText const&) = delete;
+    ~SystemText() { LocalFree(text); }
+
+    /// Where FormatMessage puts the buffer's address when it is to allocate one.
+    Char* Target() { return reinterpret_cast<Char*>(&text); }
+
+    /// The text up to its first carriage return.
+    std::basic_string_view<Char> FirstLine() const
+    {
+        std::basic_string_view<Char> const all(text);
+        return all.substr(0, all.find(static_cast<Char>('\r')));
+    }
+
+private:
+    Char* text = nullptr;
+};
+
+constexpr std::string_view unknownCode = "Unknown Error Code.";
+
+/// Gives the text of a Win32 code to `use` while it lasts; the message composer takes it without a copy.
+template <class Use>
+auto WithWindowsText(unsigned long code, Use use)
+{
+    SystemText<char> text;
+    if (FormatMessageA(systemTextFlags, nullptr, static_cast<DWORD>(code), 0, text.Target(), 0, nullptr) == 0)
+        return use(unknownCode);
+    return use(text.FirstLine());
+}
+
+template <class Number>
+void AppendNumber(std::string& target, Number number, int base)
+{
+    char digits[24];
+    char* const end = std::to_chars(std::begin(digits), std::end(digits), number, base).ptr;
+    for (char* digit = digits; digit != end; ++digit)
+    {
+        if (*digit >= 'a' && *digit <= 'f')
+            *digit = static_cast<char>(*digit - 'a' + 'A');
+    }
+    target.append(digits, end);
+}
+
+/// "file(line): function ", system text, code, caller's text. Plain appending gives to the letter what the formats
+/// "{}({}): {} " and "{} (Windows Error {})." give, and it cannot fail but for memory.
+template <class Number>
+std::string Compose(char const* file, int line, char const* function, std::string_view systemText,
+                    std::string_view codeName, Number code, int base, std::string const& text)
+{
+    constexpr std::size_t punctuationAndNumbers = 48;
+    bool const hasLocation = file != nullptr && function != nullptr;
+    std::string_view const fileText = hasLocation ? file : "";
+    std::string_view const functionText = hasLocation ? function : "";
+
+    std::string message;
+    message.reserve(fileText.size() + functionText.size() + systemText.size() + codeName.size() + text.size() +
+                    punctuationAndNumbers);
+    if (hasLocation)
+    {
+        message.append(fileText).append("(");
+        AppendNumber(message, line, 10);
+        message.append("): ").append(functionText).append(" ");
+    }
+    message.append(systemText).append(" (").append(codeName).append(" ");
+    AppendNumber(message, code, base);
+    message.append(").");
+    if (!text.empty())
+        message.append(" ").append(text);
+    return message;
+}
+
+} // namespace
+
+std::wstring WindowsErrorToString(unsigned long code)
+{
+    SystemText<wchar_t> text;
+    if (FormatMessageW(systemTextFlags, nullptr, static_cast<DWORD>(code), 0, text.Target(), 0, nullptr) == 0)
+        return Utf8ToWide(unknownCode);
+    return std::wstring(text.FirstLine());
+}
+
+std::string WindowsErrorToStringA(unsigned long code)
+{
+    return WithWindowsText(code, [](std::string_view text) { return std::string(text); });
+}
+
+std::wstring HresultToString(long code)
+{
+    return _com_error(static_cast<HRESULT>(code)).ErrorMessage();
+}
+
+std::string HresultToStringA(long code)
+{
+    return WideToUtf8(_com_error(static_cast<HRESULT>(code)).ErrorMessage());
+}
+
+namespace Detail
+{
+
+ComErrorCategory const& ComErrorCategory::Instance() noexcept
+{
+    // Never destroyed: error objects are compared and copied in static destruction too.
+    union Storage
+    {
+        constexpr Storage() : category() {}
+        ~Storage() {}
+        ComErrorCategory category;
+    };
+    static constinit Storage storage;
+    return storage.category;
+}
+
+char const* ComErrorCategory::name() const noexcept
+{
+    return "VokCom";
+}
+
+std::string ComErrorCategory::message(int code) const
+{
+    return HresultToStringA(code);
+}
+
+std::error_condition ComErrorCategory::default_error_condition(int code) const noexcept
+{
+    return {code, *this};
+}
+
+bool ComErrorCategory::equivalent(int code, std::error_condition const& condition) const noexcept
+{
+    return IsComCategory(condition.category()) && condition.value() == code;
+}
+
+bool ComErrorCategory::equivalent(std::error_code const& code, int condition) const noexcept
+{
+    return IsComCategory(code.category()) && code.value() == condition;
+}
+
+bool IsComCategory(std::error_category const& category) noexcept
+{
+    return &category == &ComErrorCategory::Instance() || typeid(category) == typeid(ComErrorCategory);
+}
+
+int ConvertCode(int code, std::error_category const& from, std::error_category const& to) noexcept
+{
+    auto const bits = static_cast<std::uint32_t>(code);
+    if (from == std::system_category() && IsComCategory(to))
+        return code > 0 ? static_cast<int>(0x80070000U | (bits & 0xFFFFU)) : code;
+    if (IsComCategory(from) && to == std::system_category())
+    {
+        if (bits >> 16 == 0x8007U)
+            return static_cast<int>(bits & 0xFFFFU);
+        if (code == E_FAIL)
+            return ERROR_FUNCTION_FAILED;
+    }
+    return code;
+}
+
+std::string ComposeWindowsMessage(unsigned long code, char const* file, int line, char const* function,
+                                  std::string const& text)
+{
+    return WithWindowsText(code,
+                           [&](std::string_view systemText) {
+                               return Compose(file, line, function, systemText, "Windows Error",
+                                              static_cast<std::uint32_t>(code), 10, text);
+                           });
+}
+
+std::string ComposeComMessage(long code, char const* file, int line, char const* function, std::string const& text)
+{
+    // The sign stays: E_FAIL is -7FFFBFFB.
+    return Compose(file, line, function, HresultToStringA(code), "Com Error", static_cast<std::int32_t>(code), 16,
+                   text);
+}
+
+void LogNotice(char const* notice, Location const& location, Error const& error)
+{
+    if (IsWanted(VokLogSeverity::error))
+        Log(false, VokLogSeverity::error, location.file, location.function, location.line, notice + error.Message());
+}
+
+} // namespace Detail
+} // namespace Brindle::Vok

@@ -1,0 +1,225 @@
+#include <Brindle/Vok/FormatString.h>
+
+#include <Brindle/Vok/Log.h>
+
+#include "StringStorage.h"
+
+#include <limits>
+#include <system_error>
+#include <utility>
+
+namespace Brindle::Vok
+{
+namespace
+{
+/// The platform counts in int.
+constexpr std::size_t maximumLength = std::numeric_limits<int>::max();
+
+/// Up to this length the result is made on the stack, which spares the pass that finds out its length.
+constexpr std::size_t shortLength = 128;
+} // namespace
+
+std::string WideToUtf8(std::wstring_view text)
+{
+    std::string result;
+    if (text.empty() || text.size() > maximumLength)
+        return result;
+    int const length = static_cast<int>(text.size());
+    if (text.size() <= shortLength)
+    {
+        char buffer[3 * shortLength];
+        int const written =
+            WideCharToMultiByte(CP_UTF8, 0, text.data(), length, buffer, sizeof(buffer), nullptr, nullptr);
+        return std::string(buffer, static_cast<std::size_t>(written));
+    }
+    int const size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
+    return result;
+}
+
+std::string WideToUtf8(wchar_t const* text)
+{
+    return text == nullptr ? std::string() : WideToUtf8(std::wstring_view(text));
+}
+
+std::wstring Utf8ToWide(std::string_view text)
+{
+    std::wstring result;
+    if (text.empty() || text.size() > maximumLength)
+        return result;
+    int const length = static_cast<int>(text.size());
+    if (text.size() <= shortLength)
+    {
+        wchar_t buffer[shortLength];
+        int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, buffer, shortLength);
+        return std::wstring(buffer, static_cast<std::size_t>(written));
+    }
+    int const size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
+    Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), size);
+    return result;
+}
+
+std::wstring Utf8ToWide(char const* text)
+{
+    return text == nullptr ? std::wstring() : Utf8ToWide(std::string_view(text));
+}
+
+namespace Detail
+{
+namespace
+{
+
+template <class Char>
+using StackBuffer = fmt::basic_memory_buffer<Char, 512>;
+
+/// The text up to its first NUL, as a C string would be read.
+template <class Char>
+std::basic_string_view<Char> UpToNul(StackBuffer<Char> const& buffer)
+{
+    std::basic_string_view<Char> const text(buffer.data(), buffer.size());
+    return text.substr(0, text.find(Char()));
+}
+
+template <class Char>
+void FormatInto(StackBuffer<Char>& buffer, Char const* format,
+                fmt::basic_format_args<fmt::buffer_context<Char>> arguments)
+{
+    if (format == nullptr)
+        throw fmt::format_error("null format string");
+    // The iterator that fmt itself uses: any other one makes it write to a buffer of its own first.
+    using Iterator = typename fmt::buffer_context<Char>::iterator;
+    fmt::vformat_to(Iterator(buffer), fmt::basic_string_view<Char>(format), arguments);
+}
+
+/// The one place where a failed format turns into the format itself. `make` makes the result from a view.
+template <class Char, class Make>
+auto FormatOrFallBack(Char const* format, fmt::basic_format_args<fmt::buffer_context<Char>> arguments, Make make)
+{
+    StackBuffer<Char> buffer;
+    try
+    {
+        FormatInto(buffer, format, arguments);
+    }
+    catch (std::exception const&)
+    {
+        Char const* const fallback = HandleFormatException(format);
+        return make(fallback == nullptr ? std::basic_string_view<Char>() : fallback);
+    }
+    return make(UpToNul(buffer));
+}
+
+/// The text was made before anyone is asked whether it is wanted.
+void LogFormatFailure(std::string text, int line, char const* function)
+{
+    if (ShouldLog(VokLogSeverity::error))
+        Log(false, VokLogSeverity::error, __FILE__, function, line, std::move(text));
+}
+
+std::wstring const& TextOf(Legacy::CString const& text)
+{
+    return reinterpret_cast<std::wstring const&>(text); // its first member
+}
+
+} // namespace
+
+template <class Char>
+Char const* HandleFormatExceptionGeneric(Char const* format)
+{
+    try
+    {
+        throw;
+    }
+    catch (std::system_error const& exception)
+    {
+        LogFormatFailure(FormatString("Failed to format formatString[{}] msg[{}] error_code[{}]", format,
+                                      exception.what(), exception.code().value()),
+                         __LINE__, VOK_FUNCTION_NAME);
+    }
+    catch (std::exception const& exception)
+    {
+        LogFormatFailure(FormatString("Failed to format formatString[{}] msg[{}]", format, exception.what()), __LINE__,
+                         VOK_FUNCTION_NAME);
+    }
+    return format;
+}
+
+char const* HandleFormatException(char const* format)
+{
+    return HandleFormatExceptionGeneric(format);
+}
+
+wchar_t const* HandleFormatException(wchar_t const* format)
+{
+    return HandleFormatExceptionGeneric(format);
+}
+
+std::string FormatNarrow(char const* format, fmt::format_args arguments)
+{
+    return FormatOrFallBack<char>(format, arguments, [](std::string_view text) { return std::string(text); });
+}
+
+std::wstring FormatWide(wchar_t const* format, fmt::wformat_args arguments)
+{
+    return FormatOrFallBack<wchar_t>(format, arguments, [](std::wstring_view text) { return std::wstring(text); });
+}
+
+std::string FormatWideAsUtf8(wchar_t const* format, fmt::wformat_args arguments)
+{
+    return FormatOrFallBack<wchar_t>(format, arguments,
+                                     [](std::wstring_view text) -> std::string
+                                     {
+                                         try
+                                         {
+                                             return WideToUtf8(text);
+                                         }
+                                         catch (std::system_error const&)
+                                         {
+                                             return "Failed to format log message";
+                                         }
+                                     });
+}
+
+std::string FormatParameter(WideStringAtl const& text)
+{
+    return WideToUtf8(std::wstring_view(text.GetString(), static_cast<std::size_t>(text.GetLength())));
+}
+
+char const* FormatParameter(NarrowStringAtl const& text)
+{
+    return text.GetString();
+}
+
+std::string FormatParameter(Legacy::CString const& text)
+{
+    return WideToUtf8(std::wstring_view(TextOf(text)));
+}
+
+std::wstring FormatParameterW(NarrowStringAtl const& text)
+{
+    return Utf8ToWide(std::string_view(text.GetString(), static_cast<std::size_t>(text.GetLength())));
+}
+
+wchar_t const* FormatParameterW(WideStringAtl const& text)
+{
+    return text.GetString();
+}
+
+wchar_t const* FormatParameterW(Legacy::CString const& text)
+{
+    return TextOf(text).c_str();
+}
+
+wchar_t const* GetAtlStringValue(WideStringAtl const& text)
+{
+    return text.GetString();
+}
+
+wchar_t const* GetLegacyStringValue(Legacy::CString const& text)
+{
+    return TextOf(text).c_str();
+}
+
+} // namespace Detail
+} // namespace Brindle::Vok

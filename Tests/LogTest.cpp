@@ -1,0 +1,379 @@
+#include "Support/LogRecorder.h"
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/Log.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <latch>
+#include <stdexcept>
+#include <thread>
+
+using namespace Brindle::Vok;
+using Brindle::Vok::Testing::LogRecorder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+void LogPlain(VokLogSeverity severity, std::string const& message, bool forced = false)
+{
+    Detail::Log(forced, severity, "file", "function", 1, message);
+}
+
+/// Collects messages, each with the subscriber's name in front.
+SubscriptionForLogCallbacks Collect(std::vector<std::string>& target, std::string name, VokLogSeverity severity)
+{
+    return {[&target, name](LogStatement const& statement) { target.push_back(name + statement.message); }, severity};
+}
+
+} // namespace
+
+TEST(Log, SeverityTexts)
+{
+    struct
+    {
+        int value;
+        char const* text;
+    } const cases[] = {{0, "critical"},
+                       {1, "error"},
+                       {2, "warning"},
+                       {3, "info"},
+                       {4, "trace"},
+                       {5, "unknown LogSeverity"},
+                       {-1, "unknown LogSeverity"}};
+    for (auto const& each : cases)
+    {
+        EXPECT_EQ(ToStringA(static_cast<VokLogSeverity>(each.value)), each.text);
+        EXPECT_EQ(WideToUtf8(ToString(static_cast<VokLogSeverity>(each.value))), each.text);
+    }
+}
+
+TEST(Log, ShouldLogFollowsTheGreatestSeverityOfAllSubscribers)
+{
+    {
+        SubscriptionForLogCallbacks errors([](LogStatement const&) {}, VokLogSeverity::error);
+        EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
+        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
+        {
+            SubscriptionForLogCallbacks all(VokLogSeverity::trace, [](LogStatement const&) {});
+            EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
+        }
+        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
+        errors.SetLogSeverity(VokLogSeverity::trace);
+        EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
+    }
+    EXPECT_EQ(Detail::maximumLogSeverity, -1);
+    EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::critical));
+}
+
+TEST(Log, DeliversBySeverityInOrderOfSubscription)
+{
+    std::vector<std::string> got;
+    SubscriptionForLogCallbacks const first = Collect(got, "a:", VokLogSeverity::error);
+    SubscriptionForLogCallbacks const second = Collect(got, "b:", VokLogSeverity::info);
+    LogPlain(VokLogSeverity::info, "info");
+    LogPlain(VokLogSeverity::critical, "critical");
+    LogPlain(VokLogSeverity::trace, "trace");
+    LogPlain(VokLogSeverity::trace, "forced", true);
+    EXPECT_THAT(got, ElementsAre("b:info", "a:critical", "b:critical", "a:forced", "b:forced"));
+}
+
+TEST(Log, AStatementCarriesAllItsFields)
+{
+    LogRecorder recorder;
+    Detail::Log(true, VokLogSeverity::warning, "a.cpp", "f", 7, "text");
+    VOK_LOG(info, L"{} {}", 1, "x");
+    auto const statements = recorder.Statements();
+    ASSERT_EQ(statements.size(), 2U);
+    EXPECT_TRUE(statements[0].forced);
+    EXPECT_EQ(statements[0].severity, VokLogSeverity::warning);
+    EXPECT_STREQ(statements[0].file, "a.cpp");
+    EXPECT_STREQ(statements[0].function, "f");
+    EXPECT_EQ(statements[0].line, 7);
+    EXPECT_FALSE(statements[1].forced);
+    EXPECT_STREQ(statements[1].file, "Tests/LogTest.cpp");
+    EXPECT_STREQ(statements[1].function, "Log_AStatementCarriesAllItsFields_Test::TestBody");
+    EXPECT_EQ(statements[1].message, "1 x");
+}
+
+TEST(Log, MacroTakesNamesAndExpressionsAndEvaluatesArgumentsOnlyIfWanted)
+{
+    LogRecorder recorder(VokLogSeverity::warning);
+    int evaluated = 0;
+    WindowsError const error(5, nullptr, 0, nullptr, {}); // a local of an enumerator's name
+    VokLogSeverity const chosen = VokLogSeverity::warning;
+    VOK_LOG(error, L"{}", error);
+    VOK_LOG(chosen, "chosen {}", ++evaluated);
+    VOK_LOG(VokLogSeverity::info, "unwanted {}", ++evaluated);
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Access is denied. (Windows Error 5).", "warning: chosen 1"));
+    EXPECT_EQ(evaluated, 1);
+}
+
+TEST(Log, AssertionsShowTheirSourceWithMacrosExpandedAndGoOn)
+{
+    LogRecorder recorder;
+    bool const ok = true;
+    SetLastError(0);
+    VOK_ASSERT(!ok);
+    VOK_ASSERT(GetLastError() == ERROR_MORE_DATA);
+    VOK_ASSERT(ok);
+    VOK_DETAIL_ASSERT(!ok, "fixed");
+    EXPECT_THAT(recorder.Lines(),
+                ElementsAre("error: Assertion failed: !ok", "error: Assertion failed: GetLastError() == 234L",
+                            "error: Assertion failed: fixed"));
+}
+
+TEST(LogFilter, DecidesBeforeFormattingAndHasNoSayAtDelivery)
+{
+    std::vector<std::string> got;
+    int asked = 0;
+    bool answer = false;
+    auto const filter = [&] { return ++asked, answer; };
+    SubscriptionForLogCallbacks filtered([&](LogStatement const& s) { got.push_back("a:" + s.message); }, filter,
+                                         VokLogSeverity::info);
+    EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::error));
+    EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::trace)); // stops at the threshold, unasked
+    EXPECT_EQ(asked, 1);
+    LogPlain(VokLogSeverity::error, "direct");
+    answer = true;
+    EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
+    answer = false;
+    {
+        SubscriptionForLogCallbacks const second = Collect(got, "b:", VokLogSeverity::info);
+        VOK_LOG(info, "both");
+        EXPECT_EQ(asked, 3);
+    }
+    EXPECT_THAT(got, ElementsAre("a:direct", "a:both", "b:both"));
+}
+
+TEST(LogFilter, IsNotAskedBehindASubscriberWithoutOne)
+{
+    SubscriptionForLogCallbacks const plain([](LogStatement const&) {}, VokLogSeverity::error);
+    int asked = 0;
+    SubscriptionForLogCallbacks const filtered([](LogStatement const&) {}, [&] { return ++asked > 0; },
+                                               VokLogSeverity::trace);
+    EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
+    EXPECT_EQ(asked, 0);
+}
+
+TEST(LogFilter, AThrowLeavesTheChannelUsable)
+{
+    SubscriptionForLogCallbacks const filtered(
+        [](LogStatement const&) {}, []() -> bool { throw std::runtime_error("filter"); }, VokLogSeverity::trace);
+    EXPECT_THROW(Detail::ShouldLog(VokLogSeverity::error), std::runtime_error);
+    LogRecorder recorder; // needs the lock for itself
+    LogPlain(VokLogSeverity::error, "after");
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: after"));
+}
+
+TEST(LogSubscription, MoveConstructionKeepsItActive)
+{
+    std::vector<std::string> got;
+    {
+        SubscriptionForLogCallbacks first = Collect(got, "", VokLogSeverity::error);
+        SubscriptionForLogCallbacks const second(std::move(first));
+        {
+            SubscriptionForLogCallbacks const gone(std::move(first));
+        }
+        LogPlain(VokLogSeverity::error, "1");
+    }
+    LogPlain(VokLogSeverity::error, "2");
+    EXPECT_THAT(got, ElementsAre("1"));
+}
+
+TEST(LogSubscription, MoveAssignmentDoesNotCancelTheOldOne)
+{
+    static std::vector<std::string> got; // the old callback lives as long as the process
+    {
+        SubscriptionForLogCallbacks target(
+            [](LogStatement const& s)
+            {
+                if (s.message.starts_with("move"))
+                    got.push_back("old:" + s.message);
+            },
+            [] { return false; }, static_cast<VokLogSeverity>(-1));
+        target = Collect(got, "new:", VokLogSeverity::error);
+        LogPlain(VokLogSeverity::error, "move 1", true);
+    }
+    LogPlain(VokLogSeverity::error, "move 2", true);
+    EXPECT_THAT(got, ElementsAre("old:move 1", "new:move 1", "old:move 2"));
+}
+
+TEST(LogSubscription, AThrowingCallbackReachesTheCodeThatLogged)
+{
+    std::vector<std::string> got;
+    {
+        SubscriptionForLogCallbacks const thrower([](LogStatement const&) { throw std::runtime_error("callback"); },
+                                                  VokLogSeverity::error);
+        SubscriptionForLogCallbacks const later = Collect(got, "", VokLogSeverity::error);
+        EXPECT_THROW(LogPlain(VokLogSeverity::error, "missed"), std::runtime_error);
+        SubscriptionForLogCallbacks const stillPossible([](LogStatement const&) {}, VokLogSeverity::error);
+    }
+    EXPECT_THAT(got, IsEmpty());
+    SubscriptionForLogCallbacks const empty(std::function<void(LogStatement const&)>(), VokLogSeverity::error);
+    EXPECT_THROW(LogPlain(VokLogSeverity::error, "x"), std::bad_function_call);
+}
+
+TEST(LogSubscription, ACallbackMayLogWhileAnotherThreadWaitsToSubscribe)
+{
+    std::latch inCallback(1);
+    std::atomic<bool> subscribed = false;
+    std::atomic<int> nested = 0;
+    SubscriptionForLogCallbacks const subscription(
+        [&](LogStatement const& statement)
+        {
+            if (statement.message != "outer")
+            {
+                ++nested;
+                return;
+            }
+            inCallback.count_down();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the other thread waits by now
+            VOK_LOG(error, "inner");
+            EXPECT_FALSE(subscribed);
+        },
+        VokLogSeverity::error);
+    std::thread subscriber(
+        [&]
+        {
+            inCallback.wait();
+            SubscriptionForLogCallbacks const other([](LogStatement const&) {}, VokLogSeverity::error);
+            subscribed = true;
+        });
+    LogPlain(VokLogSeverity::error, "outer");
+    subscriber.join();
+    EXPECT_EQ(nested, 1);
+    EXPECT_TRUE(subscribed);
+}
+
+TEST(LogSubscription, TheDestructorWaitsForARunningCallback)
+{
+    std::latch inCallback(1);
+    std::atomic<bool> finished = false;
+    auto subscription = std::make_unique<SubscriptionForLogCallbacks>(
+        [&](LogStatement const&)
+        {
+            inCallback.count_down();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            finished = true;
+        },
+        VokLogSeverity::error);
+    std::thread logger([] { LogPlain(VokLogSeverity::error, "x"); });
+    inCallback.wait();
+    subscription.reset();
+    EXPECT_TRUE(finished);
+    logger.join();
+}
+
+TEST(LogSubscription, WhatACallbackOwnsMayLogWhenItIsDestroyed)
+{
+    struct Owned
+    {
+        ~Owned() { VOK_LOG(error, "destroyed"); }
+    };
+    LogRecorder recorder;
+    {
+        SubscriptionForLogCallbacks const subscription([owned = std::make_shared<Owned>()](LogStatement const&) {},
+                                                       VokLogSeverity::error);
+    }
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: destroyed"));
+}
+
+TEST(LogSubscription, ManyThreadsLogSubscribeAndRelevel)
+{
+    std::atomic<int> delivered = 0;
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+    {
+        threads.emplace_back(
+            [&]
+            {
+                while (!stop)
+                    VOK_LOG(info, L"{}", 1);
+            });
+    }
+    for (int i = 0; i < 300; ++i)
+    {
+        std::atomic<bool> isAlive = true;
+        SubscriptionForLogCallbacks subscription(
+            [&](LogStatement const&)
+            {
+                EXPECT_TRUE(isAlive);
+                ++delivered;
+            },
+            VokLogSeverity::info);
+        subscription.SetLogSeverity(VokLogSeverity::error);
+        subscription.SetLogSeverity(VokLogSeverity::trace);
+        {
+            SubscriptionForLogCallbacks const moved(std::move(subscription));
+        }
+        isAlive = false;
+    }
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(LogScope, TellsEntryExitAndException)
+{
+    LogRecorder recorder;
+    auto const run = [](bool fail)
+    {
+        VOK_LOG_SCOPE("a={}", 1);
+        if (fail)
+            throw 1;
+    };
+    run(false);
+    EXPECT_THROW(run(true), int);
+    {
+        VOK_LOG_SCOPE();
+    }
+    EXPECT_THAT(recorder.Lines(), ElementsAre("trace: [ENTER] a=1", "trace: [EXIT] a=1", "trace: [ENTER] a=1",
+                                              "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER]", "trace: [EXIT]"));
+    auto const statements = recorder.Statements();
+    EXPECT_EQ(statements[0].line, statements[1].line);
+    EXPECT_STREQ(statements[0].function, "LogScope_TellsEntryExitAndException_Test::TestBody::<lambda_1>::operator ()");
+    EXPECT_EQ(statements[0].function, statements[1].function);
+}
+
+TEST(LogScope, ReportsANormalExitInHandlersAndInUnwindingDestructors)
+{
+    struct Unwound
+    {
+        ~Unwound() { VOK_LOG_SCOPE("unwound"); }
+    };
+    LogRecorder recorder;
+    try
+    {
+        Unwound const unwound;
+        throw 1;
+    }
+    catch (int)
+    {
+        VOK_LOG_SCOPE("handler");
+    }
+    EXPECT_THAT(recorder.Lines(), ElementsAre("trace: [ENTER] unwound", "trace: [EXIT] unwound",
+                                              "trace: [ENTER] handler", "trace: [EXIT] handler"));
+}
+
+TEST(LogScope, PreparesItsTextAtInfoAndDeliversAtTrace)
+{
+    int evaluated = 0;
+    {
+        VOK_LOG_SCOPE("{}", ++evaluated);
+    }
+    EXPECT_EQ(evaluated, 0);
+    LogRecorder recorder(VokLogSeverity::info);
+    {
+        VOK_LOG_SCOPE("{}", ++evaluated);
+    }
+    EXPECT_EQ(evaluated, 1);
+    EXPECT_THAT(recorder.Lines(), IsEmpty());
+}

@@ -1,0 +1,530 @@
+#include "SystemCalls.h"
+
+#include "Support/Descriptors.h"
+#include "Support/OpenHandle.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD ReadWrite = GENERIC_READ | GENERIC_WRITE;
+
+class Files : public testing::Test
+{
+protected:
+    Files() { ::umask(022); }
+
+    DWORD OpenCode(std::wstring const& name, DWORD access, DWORD disposition = OPEN_EXISTING, DWORD flags = 0x80)
+    {
+        return CodeOf([&] { return Open(drive.Path(name), access, 0, disposition, flags); });
+    }
+    std::string WriteCode(OpenHandle const& file, std::string const& text)
+    {
+        DWORD written = 77;
+        DWORD const code = CodeOf(
+            [&] { return WriteFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr); });
+        return std::to_string(code) + ':' + std::to_string(written);
+    }
+    std::string ReadAll(OpenHandle const& file, DWORD count = 100)
+    {
+        std::string text(count, '?');
+        DWORD transferred = 77;
+        DWORD const code = CodeOf([&] { return ReadFile(file.Get(), text.data(), count, &transferred, nullptr); });
+        return std::to_string(code) + ':' + text.substr(0, transferred);
+    }
+    mode_t Mode(std::string const& name)
+    {
+        struct stat status = {};
+        EXPECT_EQ(::stat(drive.Host(name).c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+
+    TestDrive drive;
+};
+
+TEST_F(Files, EachDispositionMeetsEachTarget)
+{
+    wchar_t const* const names[] = {L"missing", L"file", L"readOnly", L"directory", L"none\\x", L"file\\x"};
+    struct
+    {
+        DWORD disposition;
+        DWORD access;
+        DWORD codes[6];
+        char const* content; // Of the file afterwards.
+    } const cases[] = {
+        {CREATE_NEW, GENERIC_WRITE, {0, 80, 80, 80, 3, 3}, "old"},
+        {CREATE_ALWAYS, GENERIC_WRITE, {0, 0, 5, 5, 3, 3}, ""},
+        {CREATE_ALWAYS, GENERIC_READ, {0, 0, 5, 5, 3, 3}, ""},
+        {OPEN_EXISTING, GENERIC_WRITE, {2, 0, 5, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, ReadWrite, {2, 0, 5, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, FILE_APPEND_DATA, {2, 0, 5, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, GENERIC_READ, {2, 0, 0, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, DELETE, {2, 0, 0, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, FILE_READ_ATTRIBUTES, {2, 0, 0, 5, 3, 3}, "old"},
+        {OPEN_ALWAYS, GENERIC_WRITE, {0, 0, 5, 5, 3, 3}, "old"},
+        {OPEN_ALWAYS, GENERIC_READ, {0, 0, 0, 5, 3, 3}, "old"},
+        {OPEN_ALWAYS, 0, {0, 0, 0, 5, 3, 3}, "old"},
+        {TRUNCATE_EXISTING, GENERIC_WRITE, {2, 0, 5, 5, 3, 3}, ""},
+        {TRUNCATE_EXISTING, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
+        {0, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
+        {6, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
+    };
+    for (auto const& each : cases)
+        for (std::size_t target = 0; target < std::size(names); ++target)
+        {
+            std::filesystem::remove(drive.Host("missing"));
+            std::filesystem::remove(drive.Host("readOnly"));
+            drive.Write("file", "old");
+            drive.Write("readOnly", "kept");
+            ::chmod(drive.Host("readOnly").c_str(), 0444);
+            drive.Write("directory/x");
+            std::size_t const descriptors = OpenDescriptors();
+            EXPECT_EQ(OpenCode(names[target], each.access, each.disposition), each.codes[target])
+                << "disposition " << each.disposition << ", access " << each.access << ", target " << target;
+            EXPECT_EQ(OpenDescriptors(), descriptors);
+            EXPECT_EQ(drive.Read("file"), target == 1 && each.codes[target] == 0 ? each.content : "old");
+            EXPECT_EQ(drive.Read("readOnly"), "kept");
+            EXPECT_EQ(drive.Exists("missing"), target == 0 && each.codes[target] == 0);
+        }
+}
+
+TEST_F(Files, ArgumentsThatCantBeHonouredFail)
+{
+    drive.Write("file");
+    drive.Write("directory/x");
+    ASSERT_EQ(::symlink("file", drive.Host("link").c_str()), 0);
+    ASSERT_EQ(::symlink("loop", drive.Host("loop").c_str()), 0);
+    struct
+    {
+        wchar_t const* name;
+        DWORD access;
+        DWORD disposition;
+        DWORD flags;
+        DWORD code;
+    } const cases[] = {
+        {L"file", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, 50},
+        {L"file", GENERIC_READ, OPEN_EXISTING, 0x20000000, 50},
+        {L"file", 0x02000000, OPEN_EXISTING, 0, 50},
+        {L"file\\", GENERIC_READ, OPEN_EXISTING, 0, 123},
+        {L"file\\", 0, OPEN_EXISTING, 0, 123},
+        {L"new\\", GENERIC_WRITE, CREATE_NEW, 0, 123},
+        {L"new\\", GENERIC_WRITE, CREATE_ALWAYS, 0, 123},
+        {L"new\\", GENERIC_WRITE, OPEN_ALWAYS, 0, 123},
+        {L"new\\", GENERIC_READ, OPEN_EXISTING, 0, 2},
+        {L"directory\\", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
+        {L"directory", GENERIC_READ, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 0},
+        {L"directory", ReadWrite, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
+        {L"directory", GENERIC_WRITE, CREATE_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 5},
+        {L"loop", GENERIC_READ, OPEN_EXISTING, 0, 1921},
+        {L"link", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
+        {L"loop", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
+        {L"loop", 0, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
+        {L"file", GENERIC_WRITE, OPEN_EXISTING, FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN, 0},
+    };
+    for (auto const& each : cases)
+        EXPECT_EQ(OpenCode(each.name, each.access, each.disposition, each.flags), each.code)
+            << testing::PrintToString(std::wstring(each.name)) << " flags " << each.flags;
+    EXPECT_EQ(OpenCode(std::wstring(256, L'n'), GENERIC_READ), 206U);
+    EXPECT_EQ(CodeOf([&] { return Open(drive.Path(L"file"), GENERIC_READ, 8); }), 87U);
+    EXPECT_EQ(
+        CodeOf([&] { return CreateFileW(nullptr, 0, 0, nullptr, OPEN_EXISTING, 0, nullptr) != INVALID_HANDLE_VALUE; }),
+        3U);
+    EXPECT_FALSE(drive.Exists("new"));
+}
+
+TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
+{
+    for (DWORD const disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS})
+    {
+        std::filesystem::remove(drive.Host("file"));
+        OpenHandle const file = Open(drive.Path(L"file"), GENERIC_WRITE, 0, disposition, FILE_ATTRIBUTE_READONLY);
+        EXPECT_EQ(WriteCode(file, "text"), "0:4");
+        EXPECT_EQ(Mode("file"), 0444U);
+    }
+    EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 5U);
+    drive.Write("writable", "old");
+    EXPECT_EQ(OpenCode(L"writable", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 0U);
+    EXPECT_EQ(Mode("writable"), 0444U);
+    EXPECT_EQ(drive.Read("writable"), "");
+}
+
+TEST_F(Files, TransfersMoveThePositionAndEndAtTheEnd)
+{
+    OpenHandle file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    EXPECT_EQ(WriteCode(file, "first "), "0:6");
+    EXPECT_EQ(WriteCode(file, ""), "0:0");
+    EXPECT_EQ(WriteCode(file, "second"), "0:6");
+    EXPECT_EQ(CodeOf([&] { return WriteFile(file.Get(), "!", 1, nullptr, nullptr); }), 0U);
+    EXPECT_EQ(ReadAll(file), "0:");
+    file.Close();
+    file = Open(drive.Path(L"file"), GENERIC_READ);
+    EXPECT_EQ(ReadAll(file, 6), "0:first ");
+    EXPECT_EQ(ReadAll(file), "0:second!");
+    EXPECT_EQ(ReadAll(file), "0:");
+    EXPECT_EQ(ReadAll(file, 0), "0:");
+    file.Close();
+    file = Open(drive.Path(L"file"), FILE_APPEND_DATA);
+    EXPECT_EQ(WriteCode(file, "end"), "0:3");
+    EXPECT_EQ(drive.Read("file"), "first second!end");
+}
+
+TEST_F(Files, TransfersNeedTheirRight)
+{
+    drive.Write("file", "text");
+    drive.Write("directory/x");
+    ASSERT_EQ(::symlink("file", drive.Host("link").c_str()), 0);
+    struct
+    {
+        wchar_t const* name;
+        DWORD access;
+        DWORD flags;
+        char const* read;
+        char const* write;
+    } const cases[] = {
+        {L"file", GENERIC_READ, 0, "0:text", "5:0"},
+        {L"file", FILE_READ_DATA, 0, "0:text", "5:0"},
+        {L"file", GENERIC_ALL, 0, "0:text", "0:1"},
+        {L"file", GENERIC_WRITE, 0, "5:", "0:1"},
+        {L"file", FILE_WRITE_DATA, 0, "5:", "0:1"},
+        {L"file", FILE_APPEND_DATA, 0, "5:", "0:1"},
+        {L"file", DELETE, 0, "5:", "5:0"},
+        {L"file", GENERIC_EXECUTE, 0, "5:", "5:0"},
+        {L"file", 0, 0, "5:", "5:0"},
+        {L"directory", ReadWrite, FILE_FLAG_BACKUP_SEMANTICS, "1:", "1:0"},
+        {L"link", ReadWrite, FILE_FLAG_OPEN_REPARSE_POINT, "1:", "1:0"},
+        {L"file", ReadWrite, FILE_FLAG_OVERLAPPED, "87:", "87:0"},
+    };
+    for (auto const& each : cases)
+    {
+        drive.Write("file", "text");
+        OpenHandle const file = Open(drive.Path(each.name), each.access, 0, OPEN_EXISTING, each.flags);
+        EXPECT_EQ(ReadAll(file), each.read) << each.access << ' ' << each.flags;
+        EXPECT_EQ(WriteCode(file, "x"), each.write) << each.access << ' ' << each.flags;
+    }
+    OpenHandle file = Open(drive.Path(L"file"), ReadWrite);
+    OVERLAPPED overlapped = {};
+    DWORD transferred = 1;
+    EXPECT_EQ(CodeOf([&] { return ReadFile(file.Get(), &overlapped, 1, &transferred, &overlapped); }), 50U);
+    EXPECT_EQ(transferred, 0U);
+    file.Close();
+    EXPECT_EQ(ReadAll(file), "6:");
+    EXPECT_EQ(WriteCode(file, "x"), "6:0");
+    LARGE_INTEGER size;
+    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 6U);
+    EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), nullptr, nullptr, nullptr); }), 6U);
+}
+
+TEST_F(Files, InterruptionsAndShortTransfersAreCarriedOn)
+{
+    OpenHandle file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    int calls = 0;
+    {
+        SystemCalls::Redirection halting(SystemCalls::Write,
+                                         [&](int descriptor, void const* buffer, size_t count)
+                                         {
+                                             if (++calls % 2 == 1)
+                                                 return errno = EINTR, ssize_t{-1};
+                                             return SystemCalls::Write.host(descriptor, buffer,
+                                                                            std::min<size_t>(count, 3));
+                                         });
+        EXPECT_EQ(WriteCode(file, "0123456789"), "0:10");
+    }
+    EXPECT_EQ(calls, 8);
+    EXPECT_EQ(drive.Read("file"), "0123456789");
+    file.Close();
+    file = Open(drive.Path(L"file"), GENERIC_READ);
+    SystemCalls::Redirection halting(SystemCalls::Read,
+                                     [&](int descriptor, void* buffer, size_t count)
+                                     {
+                                         if (++calls % 2 == 1)
+                                             return errno = EINTR, ssize_t{-1};
+                                         return SystemCalls::Read.host(descriptor, buffer, std::min<size_t>(count, 4));
+                                     });
+    EXPECT_EQ(ReadAll(file), "0:0123456789");
+}
+
+TEST_F(Files, TheLargestCountIsTakenInPortions)
+{
+    drive.Write("file", "x");
+    OpenHandle const file = Open(drive.Path(L"file"), ReadWrite);
+    std::size_t asked = 0;
+    SystemCalls::Redirection moving(SystemCalls::Write,
+                                    [&](int, void const*, size_t count)
+                                    {
+                                        asked = std::max(asked, count);
+                                        return static_cast<ssize_t>(std::min<size_t>(count, 0x7FFFF000));
+                                    });
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(file.Get(), "", 0xFFFFFFFF, &written, nullptr));
+    EXPECT_EQ(written, 0xFFFFFFFFU);
+    EXPECT_LE(asked, 0x7FFFF000U);
+}
+
+TEST_F(Files, AFailureAmidATransferIsReportedWithNothingTransferred)
+{
+    OpenHandle const file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    struct
+    {
+        int error;
+        DWORD code;
+    } const cases[] = {{ENOSPC, 112}, {EDQUOT, 1295}, {EIO, 1117}, {EFBIG, 223}, {ENOTTY, 31}, {0, 29}};
+    for (auto const& each : cases)
+    {
+        bool first = true;
+        SystemCalls::Redirection failing(SystemCalls::Write,
+                                         [&](int, void const*, size_t)
+                                         {
+                                             if (std::exchange(first, false))
+                                                 return ssize_t{2};
+                                             errno = each.error;
+                                             return ssize_t{each.error == 0 ? 0 : -1};
+                                         });
+        EXPECT_EQ(WriteCode(file, "0123456789"), std::to_string(each.code) + ":0");
+    }
+    SystemCalls::Redirection failing(SystemCalls::Read, [](int, void*, size_t) { return errno = EIO, ssize_t{-1}; });
+    EXPECT_EQ(ReadAll(file), "1117:");
+}
+
+TEST_F(Files, FailuresOfTheHostWhileOpeningLeakNothing)
+{
+    drive.Write("file", "text");
+    std::size_t const descriptors = OpenDescriptors();
+    {
+        SystemCalls::Redirection none(SystemCalls::Open, [](char const*, int, mode_t) { return errno = EMFILE, -1; });
+        for (DWORD const disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS})
+            EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, disposition), 4U);
+        EXPECT_EQ(CodeOf([&] { return DeleteFileW(drive.Path(L"file").c_str()); }), 4U);
+    }
+    {
+        int calls = 0;
+        SystemCalls::Redirection interrupted(
+            SystemCalls::Open, [&](char const* path, int flags, mode_t mode)
+            { return ++calls < 3 ? (errno = EINTR, -1) : SystemCalls::Open.host(path, flags, mode); });
+        EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 0U);
+    }
+    {
+        SystemCalls::Redirection failing(SystemCalls::Status, [](int, struct stat*) { return errno = EIO, -1; });
+        EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 1117U);
+    }
+    {
+        SystemCalls::Redirection failing(SystemCalls::Truncate, [](int, off_t) { return errno = EROFS, -1; });
+        EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS), 19U);
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(drive.Read("file"), "text");
+}
+
+TEST_F(Files, OpeningAFifoDoesNotHang)
+{
+    ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);
+    EXPECT_EQ(OpenCode(L"fifo", GENERIC_WRITE), 21U);
+    OpenHandle reader = Open(drive.Path(L"fifo"), GENERIC_READ);
+    OpenHandle const writer = Open(drive.Path(L"fifo"), GENERIC_WRITE, 0, OPEN_ALWAYS);
+    ASSERT_TRUE(reader && writer);
+    EXPECT_EQ(WriteCode(writer, "now"), "0:3");
+    EXPECT_EQ(ReadAll(reader), "0:now");
+    // Transfers do wait.
+    std::thread late([&] { EXPECT_EQ(WriteCode(writer, "late"), "0:4"); });
+    EXPECT_EQ(ReadAll(reader), "0:late");
+    late.join();
+    reader.Close();
+    EXPECT_EQ(WriteCode(writer, "gone"), "232:0");
+    OpenHandle const null = Open(L"C:\\dev\\null", ReadWrite);
+    OpenHandle const again = Open(L"C:\\dev\\null", ReadWrite);
+    EXPECT_EQ(WriteCode(null, "nothing"), "0:7");
+    EXPECT_EQ(ReadAll(again), "0:");
+}
+
+TEST_F(Files, AHandleThatIsClosedDuringAReadFinishesIt)
+{
+    ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);
+    OpenHandle reader = Open(drive.Path(L"fifo"), GENERIC_READ);
+    OpenHandle const writer = Open(drive.Path(L"fifo"), GENERIC_WRITE);
+    std::atomic<bool> reading{false};
+    SystemCalls::Redirection announcing(SystemCalls::Read,
+                                        [&](int descriptor, void* buffer, size_t count)
+                                        {
+                                            reading = true;
+                                            return SystemCalls::Read.host(descriptor, buffer, count);
+                                        });
+    std::thread waiting(
+        [&, handle = reader.Get()]
+        {
+            char byte = 0;
+            DWORD transferred = 0;
+            EXPECT_TRUE(ReadFile(handle, &byte, 1, &transferred, nullptr));
+            EXPECT_EQ(byte, 'x');
+        });
+    while (!reading)
+        std::this_thread::yield();
+    reader.Close();
+    EXPECT_EQ(WriteCode(writer, "x"), "0:1");
+    waiting.join();
+}
+
+TEST_F(Files, SizesAreThoseOfTheMoment)
+{
+    drive.Write("file", "12345");
+    drive.Write("directory/x");
+    auto const sizeOf = [](OpenHandle const& file)
+    {
+        LARGE_INTEGER size;
+        size.QuadPart = -1;
+        EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 0U);
+        return size.QuadPart;
+    };
+    for (DWORD const share : {0U, AllShares})
+    {
+        OpenHandle const file = Open(drive.Path(L"file"), ReadWrite, share, OPEN_ALWAYS);
+        LONGLONG const before = share == 0 ? 5 : 7;
+        EXPECT_EQ(sizeOf(file), before);
+        EXPECT_EQ(WriteCode(file, std::string(static_cast<std::size_t>(before) + 2, 'x')).substr(0, 2), "0:");
+        EXPECT_EQ(sizeOf(file), before + 2);
+    }
+    OpenHandle const reader = Open(drive.Path(L"file"), GENERIC_READ);
+    EXPECT_EQ(sizeOf(reader), 9);
+    ASSERT_EQ(::truncate(drive.Host("file").c_str(), 5'000'000'000), 0);
+    EXPECT_EQ(sizeOf(reader), 5'000'000'000);
+    EXPECT_EQ(sizeOf(Open(drive.Path(L"file"), 0, 0)), 5'000'000'000);
+    EXPECT_EQ(sizeOf(Open(drive.Path(L"directory"), GENERIC_READ, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS)), 0);
+    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(reader.Get(), nullptr); }), 87U);
+    LARGE_INTEGER size;
+    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(Open(L"C:\\dev\\null", GENERIC_READ).Get(), &size); }), 1U);
+}
+
+TEST_F(Files, TimesCountFrom1601)
+{
+    drive.Write("file");
+    timespec const times[] = {{0, 0}, {1'700'000'000, 123'456'789}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, drive.Host("file").c_str(), times, 0), 0);
+    auto const ticks = [](FILETIME const& time)
+    { return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; };
+    for (DWORD const access : {GENERIC_READ, FILE_READ_ATTRIBUTES})
+    {
+        OpenHandle const file = Open(drive.Path(L"file"), access, AllShares);
+        FILETIME creation, lastAccess, lastWrite;
+        EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), &creation, &lastAccess, &lastWrite); }), 0U);
+        EXPECT_EQ(ticks(lastAccess), 116'444'736'000'000'000U);
+        EXPECT_EQ(ticks(lastWrite), 133'444'736'001'234'567U);
+        auto const now = static_cast<std::uint64_t>(::time(nullptr)) * 10'000'000 + 116'444'736'000'000'000U;
+        EXPECT_LT(ticks(creation), now + 20'000'000);
+        EXPECT_GT(ticks(creation), now - 600'000'000);
+        EXPECT_TRUE(GetFileTime(file.Get(), nullptr, nullptr, nullptr));
+    }
+}
+
+TEST_F(Files, AttributesAreReadAndOnlyReadOnlyIsSet)
+{
+    drive.Write("file");
+    drive.Write("directory/x");
+    ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);
+    for (auto const& [target, link] : {std::pair("file", "link"), {"directory", "dirLink"}, {"none", "dangling"}})
+        ASSERT_EQ(::symlink(target, drive.Host(link).c_str()), 0);
+    struct
+    {
+        wchar_t const* name;
+        DWORD attributes; // Or the code, if there are none.
+        bool isDirectory = false;
+    } const cases[] = {
+        {L"file", FILE_ATTRIBUTE_ARCHIVE},
+        {L"link", FILE_ATTRIBUTE_ARCHIVE},
+        {L"directory", FILE_ATTRIBUTE_DIRECTORY, true},
+        {L"directory\\", FILE_ATTRIBUTE_DIRECTORY, true},
+        {L"dirLink", FILE_ATTRIBUTE_DIRECTORY, true},
+        {L"", FILE_ATTRIBUTE_DIRECTORY, true},
+        {L"dangling", FILE_ATTRIBUTE_REPARSE_POINT},
+        {L"fifo", FILE_ATTRIBUTE_NORMAL},
+    };
+    for (auto const& each : cases)
+    {
+        EXPECT_EQ(GetFileAttributesW(drive.Path(each.name).c_str()), each.attributes)
+            << testing::PrintToString(std::wstring(each.name));
+        EXPECT_EQ(PathIsDirectoryW(drive.Path(each.name).c_str()), each.isDirectory ? 0x10 : 0);
+    }
+    auto const get = [&](wchar_t const* name)
+    { return CodeOf([&] { return GetFileAttributesW(drive.Path(name).c_str()) != INVALID_FILE_ATTRIBUTES; }); };
+    EXPECT_EQ(get(L"none"), 2U);
+    EXPECT_EQ(get(L"none\\x"), 3U);
+    EXPECT_EQ(get(L"file\\"), 123U);
+    auto const set = [&](wchar_t const* name, DWORD attributes)
+    { return CodeOf([&] { return SetFileAttributesW(drive.Path(name).c_str(), attributes); }); };
+    EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0U);
+    EXPECT_EQ(Mode("file"), 0444U);
+    EXPECT_EQ(GetFileAttributesW(drive.Path(L"file").c_str()), FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(set(L"link", FILE_ATTRIBUTE_NORMAL), 0U);
+    EXPECT_EQ(Mode("file"), 0644U);
+    EXPECT_EQ(set(L"none", 0), 2U);
+    SystemCalls::Redirection refusing(SystemCalls::ChangeMode, [](char const*, mode_t) { return errno = EPERM, -1; });
+    EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_HIDDEN), 0U) << "nothing is to be changed";
+    EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY), 5U);
+}
+
+TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
+{
+    drive.Write("file");
+    drive.Write("readOnly");
+    drive.Write("full/x");
+    drive.Write("target/x");
+    for (char const* const name : {"empty", "readOnlyDirectory"})
+        std::filesystem::create_directory(drive.Host(name));
+    ::chmod(drive.Host("readOnly").c_str(), 0444);
+    ::chmod(drive.Host("readOnlyDirectory").c_str(), 0555);
+    ASSERT_EQ(::symlink("target", drive.Host("link").c_str()), 0);
+    ASSERT_EQ(::symlink("readOnly", drive.Host("fileLink").c_str()), 0);
+    using Call = BOOL (*)(LPCWSTR) noexcept;
+    Call const make = [](LPCWSTR path) noexcept { return CreateDirectoryW(path, nullptr); };
+    struct
+    {
+        Call call;
+        wchar_t const* name;
+        DWORD code;
+        char const* gone;
+    } const cases[] = {
+        {make, L"new", 0, ""},
+        {make, L"new\\sub\\", 0, ""},
+        {make, L"new", 183, ""},
+        {make, L"file", 183, ""},
+        {make, L"none\\x", 3, ""},
+        {make, L"file\\x", 3, ""},
+        {RemoveDirectoryW, L"new\\sub\\", 0, "new/sub"},
+        {RemoveDirectoryW, L"none", 2, ""},
+        {RemoveDirectoryW, L"none\\x", 3, ""},
+        {RemoveDirectoryW, L"file", 267, ""},
+        {RemoveDirectoryW, L"link", 267, ""},
+        {RemoveDirectoryW, L"full", 145, ""},
+        {RemoveDirectoryW, L"readOnlyDirectory", 5, ""},
+        {RemoveDirectoryW, L"", 5, ""},
+        {RemoveDirectoryW, L"empty", 0, "empty"},
+        {DeleteFileW, L"file\\", 123, ""},
+        {DeleteFileW, L"file", 0, "file"},
+        {DeleteFileW, L"file", 2, ""},
+        {DeleteFileW, L"none\\x", 3, ""},
+        {DeleteFileW, L"full", 5, ""},
+        {DeleteFileW, L"full\\", 5, ""},
+        {DeleteFileW, L"readOnly", 5, ""},
+        {DeleteFileW, L"link", 0, "link"},
+        {DeleteFileW, L"fileLink", 0, "fileLink"},
+    };
+    for (auto const& each : cases)
+    {
+        EXPECT_EQ(CodeOf([&] { return each.call(drive.Path(each.name).c_str()); }), each.code)
+            << testing::PrintToString(std::wstring(each.name));
+        EXPECT_FALSE(*each.gone != '\0' && drive.Exists(each.gone)) << each.gone;
+    }
+    for (char const* const kept : {"readOnly", "full/x", "target/x", "readOnlyDirectory", "new"})
+        EXPECT_TRUE(drive.Exists(kept)) << kept;
+}
+
+} // namespace

@@ -1,0 +1,330 @@
+#include "SystemCalls.h"
+
+#include "Support/ChildProcess.h"
+#include "Support/Descriptors.h"
+#include "Support/OpenHandle.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <pwd.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <thread>
+#include <vector>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+struct Terms
+{
+    DWORD access;
+    DWORD share;
+};
+
+std::vector<Terms> AllTerms()
+{
+    std::vector<Terms> all;
+    for (DWORD const access :
+         {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE, DELETE, GENERIC_READ | DELETE, GENERIC_ALL})
+        for (DWORD share = 0; share <= AllShares; ++share)
+            all.push_back({access, share});
+    return all;
+}
+
+DWORD UsesOf(DWORD access)
+{
+    return ((access & (GENERIC_READ | GENERIC_ALL)) != 0 ? FILE_SHARE_READ : 0) |
+           ((access & (GENERIC_WRITE | GENERIC_ALL)) != 0 ? FILE_SHARE_WRITE : 0) |
+           ((access & (DELETE | GENERIC_ALL)) != 0 ? FILE_SHARE_DELETE : 0);
+}
+
+bool Fit(Terms const& a, Terms const& b)
+{
+    return (UsesOf(a.access) & ~b.share) == 0 && (UsesOf(b.access) & ~a.share) == 0;
+}
+
+class Sharing : public testing::Test
+{
+protected:
+    Sharing() { drive.Write("file", "content"); }
+
+    OpenHandle OpenWith(Terms const& terms, DWORD disposition = OPEN_EXISTING)
+    {
+        return Open(drive.Path(L"file"), terms.access, terms.share, disposition);
+    }
+    DWORD CodeWith(Terms const& terms)
+    {
+        return CodeOf([&] { return OpenWith(terms); });
+    }
+    DWORD DeletionCode()
+    {
+        return CodeOf([&] { return DeleteFileW(drive.Path(L"file").c_str()); });
+    }
+
+    TestDrive drive;
+};
+
+TEST_F(Sharing, HoldsForEveryPairOfHandles)
+{
+    std::size_t const descriptors = OpenDescriptors();
+    for (Terms const& first : AllTerms())
+    {
+        OpenHandle const held = OpenWith(first);
+        ASSERT_TRUE(held);
+        for (Terms const& second : AllTerms())
+            ASSERT_EQ(CodeWith(second), Fit(first, second) ? 0U : 32U)
+                << std::hex << first.access << '/' << first.share << " then " << second.access << '/' << second.share;
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(Sharing, HoldsForAThirdHandleThatFitsTheFirstOnly)
+{
+    Terms const reader{GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE};
+    Terms const writer{GENERIC_WRITE, AllShares};
+    OpenHandle const first = OpenWith(reader);
+    OpenHandle second = OpenWith(writer);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), 32U);
+    second.Close();
+    EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), 0U);
+}
+
+TEST_F(Sharing, ConcernsNeitherAttributesNorDevices)
+{
+    OpenHandle const held = OpenWith({GENERIC_READ | GENERIC_WRITE, 0});
+    for (DWORD const access : {0U, FILE_READ_ATTRIBUTES, FILE_WRITE_ATTRIBUTES, SYNCHRONIZE})
+        EXPECT_EQ(CodeWith({access, 0}), 0U);
+    EXPECT_EQ(GetFileAttributesW(drive.Path(L"file").c_str()), FILE_ATTRIBUTE_ARCHIVE);
+    OpenHandle const attributes = OpenWith({FILE_READ_ATTRIBUTES, 0});
+    OpenHandle const one = Open(L"C:\\dev\\null", GENERIC_WRITE, 0);
+    OpenHandle const other = Open(L"C:\\dev\\null", GENERIC_WRITE, 0);
+    EXPECT_TRUE(attributes && one && other);
+}
+
+TEST_F(Sharing, IsLookedAtBeforeAnythingIsChanged)
+{
+    OpenHandle const held = OpenWith({GENERIC_READ, FILE_SHARE_READ});
+    for (DWORD const disposition : {CREATE_ALWAYS, TRUNCATE_EXISTING})
+        EXPECT_EQ(CodeOf([&] { return OpenWith({GENERIC_WRITE, 0}, disposition); }), 32U);
+    EXPECT_EQ(CodeOf(
+                  [&] {
+                      return OpenWith({GENERIC_READ, AllShares}, CREATE_ALWAYS);
+                  }),
+              32U)
+        << "to empty is to write";
+    EXPECT_EQ(drive.Read("file"), "content");
+    EXPECT_EQ(DeletionCode(), 32U);
+    EXPECT_TRUE(drive.Exists("file"));
+}
+
+TEST_F(Sharing, OfDeletionAllowsDeleting)
+{
+    std::filesystem::create_directory(drive.Host("directory"));
+    for (DWORD const share : {FILE_SHARE_READ | FILE_SHARE_WRITE, AllShares})
+    {
+        DWORD const expected = share == AllShares ? 0U : 32U;
+        OpenHandle const directory =
+            Open(drive.Path(L"directory"), FILE_LIST_DIRECTORY, share, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+        OpenHandle const file = OpenWith({GENERIC_READ, share});
+        ASSERT_TRUE(directory && file);
+        EXPECT_EQ(CodeOf([&] { return RemoveDirectoryW(drive.Path(L"directory").c_str()); }), expected);
+        EXPECT_EQ(DeletionCode(), expected);
+    }
+    EXPECT_FALSE(drive.Exists("file") || drive.Exists("directory"));
+}
+
+TEST_F(Sharing, HoldsBetweenProcessesAndEndsWithTheirDeath)
+{
+    for (Terms const& terms : {Terms{GENERIC_WRITE, 0}, Terms{GENERIC_READ, FILE_SHARE_READ}})
+    {
+        ChildProcess child(
+            [&](ChildProcess::Channel& channel)
+            {
+                OpenHandle const held = OpenWith(terms);
+                if (!held)
+                    return 1;
+                channel.Ready();
+                channel.Wait();
+                return 0;
+            });
+        child.WaitUntilReady();
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, AllShares}), 32U);
+        EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), terms.share == 0 ? 32U : 0U);
+        EXPECT_EQ(DeletionCode(), 32U);
+        child.Kill();
+        EXPECT_EQ(child.Join(), -SIGKILL);
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, 0}), 0U);
+    }
+}
+
+TEST_F(Sharing, HonoursAForeignLockOfTheWholeFile)
+{
+    int const foreign = ::open(drive.Host("file").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(foreign, LOCK_EX), 0);
+    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 32U);
+    ASSERT_EQ(::flock(foreign, LOCK_SH), 0);
+    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 0U);
+    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U);
+    ::close(foreign);
+}
+
+TEST_F(Sharing, OneOfTwoThatRaceAlwaysWins)
+{
+    Terms const pairs[][2] = {
+        {{GENERIC_READ, FILE_SHARE_READ}, {GENERIC_WRITE, AllShares}},
+        {{GENERIC_WRITE, FILE_SHARE_READ}, {GENERIC_WRITE, FILE_SHARE_READ}},
+        {{GENERIC_WRITE, 0}, {GENERIC_READ, FILE_SHARE_READ}},
+        {{GENERIC_WRITE, 0}, {GENERIC_WRITE, 0}},
+    };
+    for (auto const& pair : pairs)
+        for (int round = 0; round < 150; ++round)
+        {
+            std::atomic<int> waiting{2};
+            OpenHandle handles[2];
+            auto const race = [&](int which)
+            {
+                --waiting;
+                while (waiting > 0)
+                    ;
+                handles[which] = OpenWith(pair[which]);
+            };
+            std::thread other([&] { race(1); });
+            race(0);
+            other.join();
+            ASSERT_EQ(static_cast<int>(bool(handles[0])) + static_cast<int>(bool(handles[1])), 1);
+        }
+}
+
+TEST_F(Sharing, OfManyProcessesThatRaceOneWinsAtATime)
+{
+    constexpr int count = 4;
+    auto const compete = [&](ChildProcess::Channel&)
+    {
+        for (int round = 0; round < 100; ++round)
+        {
+            OpenHandle const held = OpenWith({GENERIC_READ | GENERIC_WRITE, FILE_SHARE_DELETE});
+            // Whoever has the file is alone with it.
+            std::string const mark = drive.Host("held");
+            if (held && (::mkdir(mark.c_str(), 0777) != 0 || ::rmdir(mark.c_str()) != 0))
+                return 1;
+            if (!held && GetLastError() != 32)
+                return 2;
+        }
+        return 0;
+    };
+    ChildProcess children[count] = {ChildProcess(compete), ChildProcess(compete), ChildProcess(compete),
+                                    ChildProcess(compete)};
+    for (ChildProcess& child : children)
+        EXPECT_EQ(child.Join(), 0);
+}
+
+TEST_F(Sharing, AnOpeningThatMeetsItsFilesDeletionLooksAnew)
+{
+    // Deleted after the opening has found it and before it has its lock.
+    bool deleted = false;
+    SystemCalls::Redirection late(SystemCalls::LockWhole,
+                                  [&](int descriptor, int operation)
+                                  {
+                                      if (!std::exchange(deleted, true))
+                                          ::unlink(drive.Host("file").c_str());
+                                      return SystemCalls::LockWhole.host(descriptor, operation);
+                                  });
+    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 2U);
+    drive.Write("file", "content");
+    deleted = false;
+    OpenHandle const made = OpenWith({GENERIC_WRITE, 0}, OPEN_ALWAYS);
+    ASSERT_TRUE(made);
+    EXPECT_TRUE(drive.Exists("file"));
+}
+
+TEST_F(Sharing, OnAFileSystemWithoutLocksOnlyWhatNeedsNoneSucceeds)
+{
+    for (int const error : {EOPNOTSUPP, ENOSYS, EINVAL})
+    {
+        SystemCalls::Redirection none(SystemCalls::LockWhole, [error](int, int) { return errno = error, -1; });
+        EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 50U);
+        EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), 50U);
+        EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 0U);
+    }
+    // Exclusive locks for descriptors that write only.
+    SystemCalls::Redirection writers(
+        SystemCalls::LockWhole,
+        [](int descriptor, int operation)
+        {
+            bool const refuses = (operation & LOCK_EX) != 0 && (::fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDONLY;
+            return refuses ? (errno = EBADF, -1) : SystemCalls::LockWhole.host(descriptor, operation);
+        });
+    OpenHandle const held = OpenWith({GENERIC_READ, 0});
+    EXPECT_TRUE(held);
+    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U);
+    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 32U);
+    EXPECT_EQ(CodeWith({GENERIC_WRITE, 0}), 32U);
+}
+
+// A child has a copy of every descriptor until it runs its program.
+TEST_F(Sharing, EndsWithTheHandleThoughAForkedChildLives)
+{
+    for (DWORD const share : {0U, FILE_SHARE_READ})
+    {
+        OpenHandle held = OpenWith({GENERIC_READ | GENERIC_WRITE, share});
+        ChildProcess child(
+            [](ChildProcess::Channel& channel)
+            {
+                channel.Wait();
+                return 0;
+            });
+        held.Close();
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, 0}), 0U);
+        child.Go();
+        EXPECT_EQ(child.Join(), 0);
+    }
+}
+
+TEST_F(Sharing, IsNotEndedByAForkedChildThatClosesItsCopy)
+{
+    for (DWORD const share : {0U, FILE_SHARE_READ})
+    {
+        OpenHandle held = OpenWith({GENERIC_READ | GENERIC_WRITE, share});
+        ChildProcess child(
+            [&](ChildProcess::Channel&)
+            {
+                held.Close();
+                return 0;
+            });
+        EXPECT_EQ(child.Join(), 0);
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, AllShares}), 32U);
+    }
+}
+
+TEST_F(Sharing, NeedsNoRightToReadForWritersAndDeleters)
+{
+    passwd const* const nobody = ::getpwnam("nobody");
+    if (::geteuid() != 0 || !nobody)
+        GTEST_SKIP() << "needs the superuser and the user nobody";
+    ASSERT_EQ(::chmod(drive.Host().c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(drive.Host("file").c_str(), 0222), 0);
+    ChildProcess child(
+        [&, user = nobody->pw_uid](ChildProcess::Channel&)
+        {
+            if (::setuid(user) != 0 || CodeWith({GENERIC_READ, 0}) != 5)
+                return 1;
+            OpenHandle const writer = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
+            OpenHandle const second = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
+            OpenHandle const deleter = OpenWith({DELETE, AllShares});
+            if (!writer || !second || !deleter || CodeWith({GENERIC_WRITE, FILE_SHARE_READ}) != 32)
+                return 2;
+            return DeletionCode() == 0 ? 0 : 3;
+        });
+    EXPECT_EQ(child.Join(), 0);
+}
+
+} // namespace

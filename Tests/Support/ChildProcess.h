@@ -1,0 +1,86 @@
+// A child process that runs a part of a test. The child's function gets a channel on which it says that it is ready and
+// waits to be told to go on; its result is the child's exit status.
+//
+//     ChildProcess child([&](ChildProcess::Channel& channel) { …; channel.Ready(); channel.Wait(); return 0; });
+//     child.WaitUntilReady();
+//     …
+//     child.Go();                 // or Kill()
+//     EXPECT_EQ(child.Join(), 0);
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Brindle::Vok::Testing
+{
+
+class ChildProcess
+{
+public:
+    class Channel
+    {
+    public:
+        explicit Channel(int socket) : socket(socket) {}
+        void Ready() const { Say(); }
+        /// Gives false when the parent is gone.
+        bool Wait() const
+        {
+            char byte;
+            return ::read(socket, &byte, 1) == 1;
+        }
+        void Say() const { EXPECT_EQ(::send(socket, "x", 1, MSG_NOSIGNAL), 1); }
+
+    private:
+        int socket;
+    };
+
+    template <class Run>
+    explicit ChildProcess(Run run)
+    {
+        int sockets[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets), 0);
+        process = ::fork();
+        if (process == 0)
+        {
+            ::close(sockets[0]);
+            Channel channel(sockets[1]);
+            ::_exit(run(channel));
+        }
+        ::close(sockets[1]);
+        socket = sockets[0];
+    }
+    ~ChildProcess()
+    {
+        if (process > 0)
+        {
+            Kill();
+            Join();
+        }
+        ::close(socket);
+    }
+    ChildProcess(ChildProcess const&) = delete;
+    ChildProcess& operator=(ChildProcess const&) = delete;
+
+    void WaitUntilReady() const { EXPECT_TRUE(Channel(socket).Wait()) << "the child ended early"; }
+    void Go() const { Channel(socket).Say(); }
+    void Kill() const { ::kill(process, SIGKILL); }
+
+    /// Waits for its end. The exit status, or minus the signal that ended it.
+    int Join()
+    {
+        int status = 0;
+        EXPECT_EQ(::waitpid(process, &status, 0), process);
+        process = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    pid_t process = -1;
+    int socket = -1;
+};
+
+} // namespace Brindle::Vok::Testing

@@ -1,0 +1,58 @@
+// A handle that a test owns, and what a call left as last error.
+#pragma once
+
+#include <Brindle/Platform/ErrorCodes.h>
+#include <Brindle/Platform/Files.h>
+#include <Brindle/Platform/Handles.h>
+
+#include <string>
+#include <utility>
+
+namespace Brindle::Vok::Testing
+{
+
+class OpenHandle
+{
+public:
+    explicit OpenHandle(HANDLE handle = INVALID_HANDLE_VALUE) : handle(handle) {}
+    OpenHandle(OpenHandle&& other) noexcept : handle(std::exchange(other.handle, INVALID_HANDLE_VALUE)) {}
+    OpenHandle& operator=(OpenHandle&& other) noexcept
+    {
+        std::swap(handle, other.handle);
+        return *this;
+    }
+    ~OpenHandle() { Close(); }
+
+    void Close()
+    {
+        if (*this)
+            CloseHandle(std::exchange(handle, INVALID_HANDLE_VALUE));
+    }
+    explicit operator bool() const { return handle != INVALID_HANDLE_VALUE && handle != nullptr; }
+    HANDLE Get() const { return handle; }
+
+private:
+    HANDLE handle;
+};
+
+inline OpenHandle Open(std::wstring const& path, DWORD access, DWORD share = 0, DWORD disposition = OPEN_EXISTING,
+                       DWORD flags = FILE_ATTRIBUTE_NORMAL)
+{
+    return OpenHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr));
+}
+
+/// Runs a call and gives ERROR_SUCCESS if its result is true, otherwise the last error that it set.
+template <class Call>
+DWORD CodeOf(Call call)
+{
+    constexpr DWORD untouched = 0xABCD;
+    SetLastError(untouched);
+    bool const succeeded = static_cast<bool>(call());
+    DWORD const code = GetLastError();
+    // A success must leave the last error alone.
+    if (succeeded)
+        return code == untouched ? static_cast<DWORD>(ERROR_SUCCESS) : 0xFFFFFFFF;
+    return code;
+}
+
+} // namespace Brindle::Vok::Testing
