@@ -1,6 +1,6 @@
 // UTF-8 to wide text and back, beside ICU, Qt and Boost. Each row makes a fresh string from the same text. Bytes per
 // second count the UTF-8 side in both directions. Ours holds a unit in 4 bytes, the peers theirs in 2.
-#include "UtfSubject.h"
+#include <Brindle/Vok/FormatString.h>
 
 #include <QByteArray>
 #include <QString>
@@ -70,7 +70,7 @@ void RegisterToWide(std::string const& row, std::string const& text)
 {
     auto const size = text.size();
     auto const length = static_cast<int>(size);
-    Register("ToWide/" + row + "/Ours", size, [text] { return ConvertToWide(text); });
+    Register("ToWide/" + row + "/Ours", size, [text] { return Brindle::Vok::Utf8ToWide(text); });
     Register("ToWide/" + row + "/ICU", size,
              [text, length] { return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), length)); });
     Register("ToWide/" + row + "/Qt", size, [text, length] { return QString::fromUtf8(text.data(), length); });
@@ -80,7 +80,8 @@ void RegisterToWide(std::string const& row, std::string const& text)
 void RegisterToUtf8(std::string const& row, std::string const& text)
 {
     auto const size = text.size();
-    Register("ToUtf8/" + row + "/Ours", size, [wide = ConvertToWide(text)] { return ConvertToUtf8(wide); });
+    Register("ToUtf8/" + row + "/Ours", size,
+             [wide = Brindle::Vok::Utf8ToWide(text)] { return Brindle::Vok::WideToUtf8(wide); });
     Register("ToUtf8/" + row + "/ICU", size,
              [wide = icu::UnicodeString::fromUTF8(text)]
              {
