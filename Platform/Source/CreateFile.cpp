@@ -195,10 +195,8 @@ private:
 
     bool TryOpen(int flags) noexcept
     {
-        int descriptor;
-        do
-            descriptor = SystemCalls::Open(path.Text(), flags, opening.CreationMode());
-        while (descriptor < 0 && errno == EINTR);
+        int const descriptor =
+            Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags, opening.CreationMode()); });
         hostError = descriptor < 0 ? errno : 0;
         if (descriptor < 0)
             return false;
@@ -273,15 +271,8 @@ private:
 
     bool Empty(struct stat const& status) noexcept
     {
-        if (status.st_size > 0)
-        {
-            int result;
-            do
-                result = SystemCalls::Truncate(file.Descriptor(), 0);
-            while (result != 0 && errno == EINTR);
-            if (result != 0)
-                return false;
-        }
+        if (status.st_size > 0 && Uninterrupted([&] { return SystemCalls::Truncate(file.Descriptor(), 0); }) != 0)
+            return false;
         constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
         return opening.disposition != CREATE_ALWAYS || !opening.Has(FILE_ATTRIBUTE_READONLY) ||
                SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~writeBits) == 0;

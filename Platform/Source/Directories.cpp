@@ -19,11 +19,13 @@ bool HoldForDeletion(HostPath const& path, int kindFlags, SharedDescriptor& held
 {
     int const flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | kindFlags;
     ShareTerms terms = DeletingTerms;
-    int descriptor = SystemCalls::Open(path.Text(), flags | O_RDONLY, 0);
+    auto const open = [&](int access)
+    { return Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags | access, 0); }); };
+    int descriptor = open(O_RDONLY);
     if (descriptor < 0 && errno == EACCES && (kindFlags & O_DIRECTORY) == 0)
     {
         terms.readable = false;
-        descriptor = SystemCalls::Open(path.Text(), flags | O_WRONLY, 0);
+        descriptor = open(O_WRONLY);
     }
     if (descriptor < 0)
         return errno == ENOTDIR && (kindFlags & O_DIRECTORY) != 0 ? FailWith(ERROR_DIRECTORY) : FailOnPath(path, errno);

@@ -25,4 +25,14 @@ inline bool FailWithHost(int error) noexcept
     return FailWith(CodeFromHost(error));
 }
 
+/// Makes a host call again for as long as a signal interrupts it.
+template <class Call>
+auto Uninterrupted(Call call) noexcept
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
 } // namespace Brindle::Vok::Platform

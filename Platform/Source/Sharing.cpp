@@ -146,11 +146,7 @@ private:
     bool Change(int type, off_t start, off_t length) const noexcept
     {
         struct flock range = RangeFor(type, start, length);
-        int result;
-        do
-            result = SystemCalls::LockRange(descriptor, F_OFD_SETLK, &range);
-        while (result != 0 && errno == EINTR);
-        return result == 0;
+        return Uninterrupted([&] { return SystemCalls::LockRange(descriptor, F_OFD_SETLK, &range); }) == 0;
     }
 
     // A lock that a foreign program put there, on the whole file for instance, counts: somebody relies on it.
@@ -176,11 +172,8 @@ private:
 
 int LockWhole(int descriptor, int operation) noexcept
 {
-    int result;
-    do
-        result = SystemCalls::LockWhole(descriptor, operation | LOCK_NB);
-    while (result != 0 && errno == EINTR);
-    return result == 0 ? 0 : errno;
+    bool const locked = Uninterrupted([&] { return SystemCalls::LockWhole(descriptor, operation | LOCK_NB); }) == 0;
+    return locked ? 0 : errno;
 }
 
 std::atomic<unsigned> forksMade{0};

@@ -35,8 +35,7 @@ public:
         if (broken && !wasPending)
         {
             timespec const now{};
-            while (SystemCalls::TakeSignal(&brokenPipe, &now) < 0 && errno == EINTR)
-                ;
+            Uninterrupted([&] { return SystemCalls::TakeSignal(&brokenPipe, &now); });
         }
         SystemCalls::ChangeSignalMask(SIG_SETMASK, &previousMask, nullptr);
     }
@@ -73,9 +72,7 @@ std::size_t MoveAll(std::size_t count, bool oncePerCall, int& error, Move move) 
     std::size_t done = 0;
     while (done < count)
     {
-        ssize_t const moved = move(done, std::min(count - done, MostAtOnce));
-        if (moved < 0 && errno == EINTR)
-            continue;
+        ssize_t const moved = Uninterrupted([&] { return move(done, std::min(count - done, MostAtOnce)); });
         if (moved < 0)
             error = errno;
         if (moved <= 0)

@@ -1,7 +1,6 @@
 #include <Brindle/Vok/Error.h>
 
 #include <charconv>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <typeinfo>
@@ -191,6 +190,12 @@ std::string ComposeComMessage(long code, char const* file, int line, char const*
     // The sign stays: E_FAIL is -7FFFBFFB.
     return Compose(file, line, function, HresultToStringA(code), "Com Error", static_cast<std::int32_t>(code), 16,
                    text);
+}
+
+void LogNotice(char const* notice, Location const& location, Error const& error)
+{
+    if (IsWanted(VokLogSeverity::error))
+        Log(false, VokLogSeverity::error, location.file, location.function, location.line, notice + error.Message());
 }
 
 } // namespace Detail

@@ -14,6 +14,9 @@ namespace
 {
 /// The platform counts in int.
 constexpr std::size_t maximumLength = std::numeric_limits<int>::max();
+
+/// Up to this length the result is made on the stack, which spares the pass that finds out its length.
+constexpr std::size_t shortLength = 128;
 } // namespace
 
 std::string WideToUtf8(std::wstring_view text)
@@ -22,6 +25,13 @@ std::string WideToUtf8(std::wstring_view text)
     if (text.empty() || text.size() > maximumLength)
         return result;
     int const length = static_cast<int>(text.size());
+    if (text.size() <= shortLength)
+    {
+        char buffer[3 * shortLength];
+        int const written =
+            WideCharToMultiByte(CP_UTF8, 0, text.data(), length, buffer, sizeof(buffer), nullptr, nullptr);
+        return std::string(buffer, static_cast<std::size_t>(written));
+    }
     int const size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
@@ -39,6 +49,12 @@ std::wstring Utf8ToWide(std::string_view text)
     if (text.empty() || text.size() > maximumLength)
         return result;
     int const length = static_cast<int>(text.size());
+    if (text.size() <= shortLength)
+    {
+        wchar_t buffer[shortLength];
+        int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, buffer, shortLength);
+        return std::wstring(buffer, static_cast<std::size_t>(written));
+    }
     int const size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
     Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
     MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), size);

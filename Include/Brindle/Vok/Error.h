@@ -146,6 +146,8 @@ private:
 class VOK_EXPORT_TYPE WindowsError : public Error
 {
 public:
+    using Code = unsigned long;
+
     /// Success, with the message "Windows ERROR_SUCCESS".
     WindowsError() : Error(0, std::system_category(), "Windows ERROR_SUCCESS") {}
 
@@ -168,6 +170,8 @@ public:
 class VOK_EXPORT_TYPE ComError : public Error
 {
 public:
+    using Code = long;
+
     /// As for WindowsError. A negative code has failed; S_FALSE, say, has not.
     ComError(long code, char const* file, int line, char const* function, std::string const& text)
         : Error(static_cast<int>(code), Detail::ComErrorCategory::Instance(), file, line, function,
@@ -197,19 +201,51 @@ namespace Detail
 /// through, and so does what a subscriber throws.
 VOK_EXPORT Error CurrentExceptionToError(char const* file, int line, char const* function);
 
-/// Logs a notice at error, if anyone wants it, and throws the error.
-template <class ErrorType>
-[[noreturn]] void LogAndThrow(char const* notice, ErrorType&& error, char const* file, int line, char const* function)
+/// Where a macro stands.
+struct Location
 {
-    if (IsWanted(VokLogSeverity::error))
-        Log(false, VokLogSeverity::error, file, function, line, notice + error.Message());
-    throw std::forward<ErrorType>(error);
+    char const* file;
+    int line;
+    char const* function;
+};
+
+/// An error of a formatted text. The macros call these with everything they need, so that at the throw itself no
+/// temporary is left to be destroyed on the way out.
+template <class ErrorType, class Char, class... Arguments>
+ErrorType MakeError(Location const& location, typename ErrorType::Code code, Char const* format,
+                    Arguments const&... arguments)
+{
+    return ErrorType(code, location.file, location.line, location.function, FormatText(format, arguments...));
 }
 
-/// An error of the calling thread's last error, which is read here: behind whatever made the text.
-inline WindowsError MakeLastError(char const* file, int line, char const* function, std::string const& text)
+/// The same with the calling thread's last error, which is read after the text has been formatted.
+template <class Char, class... Arguments>
+WindowsError MakeLastError(Location const& location, Char const* format, Arguments const&... arguments)
 {
-    return WindowsError(GetLastError(), file, line, function, text);
+    std::string const text = FormatText(format, arguments...);
+    return WindowsError(GetLastError(), location.file, location.line, location.function, text);
+}
+
+/// Logs a notice and the error's message at error, if anyone wants it.
+VOK_EXPORT void LogNotice(char const* notice, Location const& location, Error const& error);
+
+// Out of line: the throwing function stays small, and unwinding through it quick.
+template <class ErrorType, class Char, class... Arguments>
+[[gnu::noinline]] ErrorType MakeErrorToThrow(Location const& location, typename ErrorType::Code code,
+                                             Char const* format, Arguments const&... arguments)
+{
+    ErrorType error = MakeError<ErrorType>(location, code, format, arguments...);
+    LogNotice("Throwing ", location, error);
+    return error;
+}
+
+template <class Char, class... Arguments>
+[[gnu::noinline]] WindowsError MakeLastErrorToThrow(Location const& location, Char const* format,
+                                                    Arguments const&... arguments)
+{
+    WindowsError error = MakeLastError(location, format, arguments...);
+    LogNotice("Throwing last error ", location, error);
+    return error;
 }
 
 } // namespace Detail
@@ -218,24 +254,19 @@ inline WindowsError MakeLastError(char const* file, int line, char const* functi
 /// VOK_THROW(type, code, format, arguments...): throws a WindowsError or a ComError with this location, and logs
 /// "Throwing " and its message at error.
 #define VOK_THROW(type, code, ...)                                                                                     \
-    ::Brindle::Vok::Detail::LogAndThrow("Throwing ", VOK_DETAIL_MAKE_ERROR(type, code, __VA_ARGS__), __FILE__,         \
-                                        __LINE__, VOK_FUNCTION_NAME)
+    throw ::Brindle::Vok::Detail::MakeErrorToThrow<type>(VOK_DETAIL_LOCATION, code, __VA_ARGS__)
 
 /// VOK_THROW_LAST_ERROR(format, arguments...): the same with a WindowsError of GetLastError(), which is read after the
 /// text has been formatted, and "Throwing last error ".
-#define VOK_THROW_LAST_ERROR(...)                                                                                      \
-    ::Brindle::Vok::Detail::LogAndThrow("Throwing last error ", VOK_DETAIL_MAKE_LAST_ERROR(__VA_ARGS__), __FILE__,     \
-                                        __LINE__, VOK_FUNCTION_NAME)
+#define VOK_THROW_LAST_ERROR(...) throw ::Brindle::Vok::Detail::MakeLastErrorToThrow(VOK_DETAIL_LOCATION, __VA_ARGS__)
 
 /// VOK_SET_ERROR(error, type, code, format, arguments...): assigns to an Error&; logs nothing, throws nothing.
-#define VOK_SET_ERROR(error, type, code, ...) ((error) = VOK_DETAIL_MAKE_ERROR(type, code, __VA_ARGS__))
+#define VOK_SET_ERROR(error, type, code, ...)                                                                          \
+    ((error) = ::Brindle::Vok::Detail::MakeError<type>(VOK_DETAIL_LOCATION, code, __VA_ARGS__))
 
 /// VOK_SET_LAST_ERROR(error, format, arguments...): the same with a WindowsError of GetLastError(), which is read after
 /// the text has been formatted.
-#define VOK_SET_LAST_ERROR(error, ...) ((error) = VOK_DETAIL_MAKE_LAST_ERROR(__VA_ARGS__))
+#define VOK_SET_LAST_ERROR(error, ...)                                                                                 \
+    ((error) = ::Brindle::Vok::Detail::MakeLastError(VOK_DETAIL_LOCATION, __VA_ARGS__))
 
-#define VOK_DETAIL_MAKE_ERROR(type, code, ...)                                                                         \
-    type(code, __FILE__, __LINE__, VOK_FUNCTION_NAME, ::Brindle::Vok::Detail::FormatText(__VA_ARGS__))
-#define VOK_DETAIL_MAKE_LAST_ERROR(...)                                                                                \
-    ::Brindle::Vok::Detail::MakeLastError(__FILE__, __LINE__, VOK_FUNCTION_NAME,                                       \
-                                          ::Brindle::Vok::Detail::FormatText(__VA_ARGS__))
+#define VOK_DETAIL_LOCATION (::Brindle::Vok::Detail::Location{__FILE__, __LINE__, VOK_FUNCTION_NAME})
