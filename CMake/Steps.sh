@@ -8,7 +8,7 @@ announce() {
 
 # logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log. When it fails, the command and the part
 # of its output that tells why are printed, and its exit code is given: of a build what the first failed command said,
-# otherwise the end.
+# of CTest what the failed tests said, otherwise the end.
 logged() {
     local name=$1 code=0
     shift
@@ -20,6 +20,9 @@ logged() {
         printf 'from Build/Logs/%s.log:\n' "$name"
         if grep --quiet '^FAILED: ' "$logs/$name.log"; then
             sed -n '/^FAILED: /,$p' "$logs/$name.log" | head -n 40
+        elif grep --quiet '^ *[0-9]*/[0-9]* Test ' "$logs/$name.log"; then
+            awk '/^ *[0-9]+\/[0-9]+ Test/ { failed = /\*\*\*/ && !/\*\*\*Skipped/ } /^ *Start / { failed = 0 } failed' \
+                "$logs/$name.log" | head -n 200
         else
             tail -n 60 "$logs/$name.log"
         fi | sed 's/^/    /'

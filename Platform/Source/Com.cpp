@@ -1,5 +1,6 @@
 #include <Brindle/Platform/Com.h>
 
+#include "HostErrors.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Text.h>
@@ -17,21 +18,26 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-/// Fills the bytes from the kernel's random source, carrying on interrupted and short calls.
-bool FillRandom(void* memory, std::size_t size)
+HRESULT ResultOf(DWORD code)
+{
+    return static_cast<HRESULT>(0x80070000U | code);
+}
+
+/// Fills the bytes from the kernel's random source, carrying on short calls.
+HRESULT FillRandom(void* memory, std::size_t size)
 {
     auto* bytes = static_cast<std::byte*>(memory);
     while (size > 0)
     {
-        auto const count = SystemCalls::GetRandom(bytes, size, 0);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
+        auto const count = Uninterrupted([&] { return SystemCalls::GetRandom(bytes, size, 0); });
+        if (count < 0)
+            return ResultOf(CodeFromHost(errno));
+        if (count == 0)
+            return ResultOf(ERROR_HANDLE_EOF);
         bytes += count;
         size -= static_cast<std::size_t>(count);
     }
-    return true;
+    return S_OK;
 }
 
 constexpr std::size_t GuidTextLength = 38;
@@ -125,8 +131,8 @@ HRESULT CoCreateGuid(GUID* guid) noexcept
     if (guid == nullptr)
         return E_INVALIDARG;
     GUID fresh;
-    if (!FillRandom(&fresh, sizeof(fresh)))
-        return E_FAIL;
+    if (auto const result = FillRandom(&fresh, sizeof(fresh)); result != S_OK)
+        return result;
     fresh.Data3 = static_cast<std::uint16_t>((fresh.Data3 & 0x0FFF) | 0x4000);
     fresh.Data4[0] = static_cast<std::uint8_t>((fresh.Data4[0] & 0x3F) | 0x80);
     *guid = fresh;

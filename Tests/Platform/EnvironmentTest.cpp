@@ -1,0 +1,216 @@
+#include <Brindle/Platform/Environment.h>
+#include <Brindle/Platform/ErrorCodes.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+constexpr DWORD untouched = 4711;
+
+/// Sets or removes a variable of the host for one scope.
+class HostVariable
+{
+public:
+    HostVariable(std::string name, char const* value) : name(std::move(name))
+    {
+        if (char const* const found = getenv(this->name.c_str()))
+            previous = found;
+        Set(value);
+    }
+    ~HostVariable() { Set(previous ? previous->c_str() : nullptr); }
+    HostVariable(HostVariable const&) = delete;
+    HostVariable& operator=(HostVariable const&) = delete;
+
+    void Set(char const* value) const
+    {
+        if (value != nullptr)
+            setenv(name.c_str(), value, 1);
+        else
+            unsetenv(name.c_str());
+    }
+
+private:
+    std::string name;
+    std::optional<std::string> previous;
+};
+
+/// The value, asked for in the platform's two calls.
+std::wstring Get(wchar_t const* name)
+{
+    auto const size = GetEnvironmentVariableW(name, nullptr, 0);
+    std::wstring value(size, L'\0');
+    if (size > 0)
+        value.resize(GetEnvironmentVariableW(name, value.data(), size));
+    return value;
+}
+
+std::wstring Expand(wchar_t const* text)
+{
+    std::wstring result(ExpandEnvironmentStringsW(text, nullptr, 0), L'\0');
+    auto const count = ExpandEnvironmentStringsW(text, result.data(), static_cast<DWORD>(result.size()));
+    EXPECT_EQ(count, result.size());
+    result.resize(count - 1);
+    return result;
+}
+
+TEST(EnvironmentVariables, AreFoundWithoutCaseAndAnExactSpellingFirst)
+{
+    HostVariable const lower("vok_test_case", "lower");
+    HostVariable const mixed("Vok_Test_Case", "mixed");
+    EXPECT_EQ(Get(L"vok_test_case"), L"lower");
+    EXPECT_EQ(Get(L"Vok_Test_Case"), L"mixed");
+    EXPECT_FALSE(Get(L"VOK_TEST_CASE").empty());
+    lower.Set(nullptr);
+    EXPECT_EQ(Get(L"VOK_TEST_CASE"), L"mixed");
+    EXPECT_EQ(Get(L"VOK_TEST_CAS"), L"");
+}
+
+TEST(EnvironmentVariables, GiveTheSizeThatIsMissing)
+{
+    HostVariable const variable("VOK_TEST", "a\xC3\xA9\xF0\x9F\x98\x80\xFF");
+    constexpr std::wstring_view expected = L"a\u00E9\xD83D\xDE00\uFFFD";
+    wchar_t buffer[8] = L"";
+    SetLastError(untouched);
+    EXPECT_EQ(GetEnvironmentVariableW(L"VOK_TEST", buffer, 5), 6U);
+    EXPECT_EQ(GetEnvironmentVariableW(L"VOK_TEST", buffer, 6), 5U);
+    EXPECT_EQ(buffer, expected);
+    EXPECT_EQ(GetLastError(), untouched);
+}
+
+TEST(EnvironmentVariables, ThatAreEmptyDifferFromMissingOnesByTheLastError)
+{
+    HostVariable const variable("VOK_TEST", "");
+    wchar_t buffer[8] = L"before";
+    SetLastError(untouched);
+    EXPECT_EQ(GetEnvironmentVariableW(L"VOK_TEST", nullptr, 0), 1U);
+    EXPECT_EQ(GetLastError(), untouched);
+    EXPECT_EQ(GetEnvironmentVariableW(L"VOK_TEST", buffer, 8), 0U);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+    EXPECT_STREQ(buffer, L"");
+
+    HostVariable const ofAssignment("VOK_TEST", "a=b");
+    for (auto const* const name : {L"VOK_TEST_MISSING", L"", L"VOK_TEST=a", static_cast<wchar_t const*>(nullptr)})
+    {
+        SetLastError(untouched);
+        EXPECT_EQ(GetEnvironmentVariableW(name, buffer, 8), 0U);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    }
+}
+
+TEST(EnvironmentVariables, AreSetAndRemovedUnderTheSpellingTheyHave)
+{
+    HostVariable const variable("Vok_Test", "old");
+    EXPECT_TRUE(SetEnvironmentVariableW(L"VOK_TEST", L"n\u00E9w"));
+    EXPECT_STREQ(getenv("Vok_Test"), "n\xC3\xA9w");
+    EXPECT_EQ(getenv("VOK_TEST"), nullptr);
+    EXPECT_TRUE(SetEnvironmentVariableW(L"VOK_TEST", L""));
+    EXPECT_STREQ(getenv("Vok_Test"), "");
+    EXPECT_TRUE(SetEnvironmentVariableW(L"VOK_TEST", nullptr));
+    EXPECT_EQ(getenv("Vok_Test"), nullptr);
+    EXPECT_FALSE(SetEnvironmentVariableW(L"VOK_TEST", nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    for (auto const* const name : {L"", L"A=B", L"\xD800", static_cast<wchar_t const*>(nullptr)})
+    {
+        SetLastError(untouched);
+        EXPECT_FALSE(SetEnvironmentVariableW(name, L"x"));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    }
+}
+
+TEST(EnvironmentVariables, OfTemporaryFilesAreWindowsSyntax)
+{
+    struct
+    {
+        char const* temp;
+        char const* tmp;
+        std::wstring_view expectedTemp;
+        std::wstring_view expectedTmp;
+    } const cases[] = {
+        {nullptr, nullptr, L"C:\\tmp", L"C:\\tmp"},
+        {"", "", L"C:\\tmp", L"C:\\tmp"},
+        {"/var/tmp", nullptr, L"C:\\var\\tmp", L"C:\\var\\tmp"},
+        {nullptr, "/a", L"C:\\a", L"C:\\a"},
+        {"", "/a", L"C:\\a", L"C:\\a"},
+        {"/a", "/b", L"C:\\a", L"C:\\b"},
+        {"X:\\t", "relative/b", L"X:\\t", L"relative/b"},
+        {"/a:b\xFF", nullptr, L"C:\\a\uF03Ab\xDCFF", L"C:\\a\uF03Ab\xDCFF"},
+    };
+    HostVariable const temp("TEMP", nullptr);
+    HostVariable const tmp("TMP", nullptr);
+    for (auto const& c : cases)
+    {
+        temp.Set(c.temp);
+        tmp.Set(c.tmp);
+        EXPECT_EQ(Get(L"TEMP"), c.expectedTemp);
+        EXPECT_EQ(Get(L"Tmp"), c.expectedTmp);
+        EXPECT_EQ(Expand(L"%temp%\\x"), std::wstring(c.expectedTemp) + L"\\x");
+    }
+}
+
+TEST(Expansion, ReplacesWhatItKnowsAndLeavesTheRest)
+{
+    HostVariable const variable("VOK_TEST", "value");
+    HostVariable const nested("VOK_NESTED", "%VOK_TEST%");
+    struct
+    {
+        wchar_t const* text;
+        std::wstring_view expected;
+    } const cases[] = {
+        {L"", L""},
+        {L"plain", L"plain"},
+        {L"%VOK_TEST%", L"value"},
+        {L"<%vok_test%%VOK_TEST%>", L"<valuevalue>"},
+        {L"%VOK_MISSING%", L"%VOK_MISSING%"},
+        {L"%VOK_MISSING%VOK_TEST%", L"%VOK_MISSING%VOK_TEST%"},
+        {L"100% of %VOK_TEST%", L"100% of %VOK_TEST%"},
+        {L"%%", L"%%"},
+        {L"%VOK_TEST", L"%VOK_TEST"},
+        {L"%VOK_NESTED%", L"%VOK_TEST%"},
+    };
+    SetLastError(untouched);
+    for (auto const& c : cases)
+        EXPECT_EQ(Expand(c.text), c.expected) << c.text;
+    EXPECT_EQ(GetLastError(), untouched);
+    EXPECT_EQ(ExpandEnvironmentStringsW(nullptr, nullptr, 0), 0U);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Expansion, CountsTheTerminator)
+{
+    HostVariable const variable("VOK_TEST", std::string(1020, 'x').c_str());
+    std::vector<wchar_t> buffer(1024, L'?');
+    EXPECT_EQ(ExpandEnvironmentStringsW(L"%VOK_TEST%abc", buffer.data(), 1024), 1024U);
+    EXPECT_EQ(std::wstring_view(buffer.data()), std::wstring(1020, L'x') + L"abc");
+    EXPECT_EQ(ExpandEnvironmentStringsW(L"%VOK_TEST%abcd", buffer.data(), 1024), 1025U);
+}
+
+TEST(EnvironmentVariables, MayBeUsedByManyThreads)
+{
+    HostVariable const variable("VOK_TEST", "0");
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back(
+            [thread]
+            {
+                auto const name = L"VOK_TEST_" + std::to_wstring(thread);
+                for (int round = 0; round < 300; ++round)
+                {
+                    SetEnvironmentVariableW(name.c_str(), std::to_wstring(round).c_str());
+                    EXPECT_EQ(Get(name.c_str()), std::to_wstring(round));
+                    EXPECT_EQ(Expand(L"%VOK_TEST%"), L"0");
+                }
+                SetEnvironmentVariableW(name.c_str(), nullptr);
+            });
+    for (auto& thread : threads)
+        thread.join();
+}
+
+} // namespace
