@@ -83,7 +83,7 @@ Outcome ReadDate(std::wstring const& text)
 {
     if (text.length() != 10)
         return Refused("Wrong length to be a date [");
-    for (std::size_t const index : {0, 1, 2, 3, 5, 6, 8, 9})
+    for (std::size_t const index : {0U, 1U, 2U, 3U, 5U, 6U, 8U, 9U})
     {
         if (!IsDigit(text, index))
             return Refused("]. Should be yyyy-MM-dd");
@@ -119,8 +119,10 @@ void Check(std::wstring const& text, Outcome const& expected)
     }
     catch (WindowsError const& error)
     {
-        if (expected.words.empty() || error.code().value() != ERROR_FUNCTION_FAILED ||
-            error.Message().find(expected.words) == std::string::npos)
+        // A message ends at a NUL in the text, which stands in it.
+        bool const isWhole = text.find(L'\0') == std::wstring::npos;
+        bool const saysSo = !isWhole || error.Message().find(expected.words) != std::string::npos;
+        if (expected.words.empty() || error.code().value() != ERROR_FUNCTION_FAILED || !saysSo)
         {
             std::fputs(error.what(), stderr);
             std::abort();

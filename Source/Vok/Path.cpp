@@ -5,8 +5,12 @@
 
 #include "PathDecomposition.h"
 
-#include <memory>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace Brindle::Vok
@@ -60,12 +64,12 @@ template <std::size_t capacity, class Use>
 template <class Use>
 auto UseNormalForm(std::wstring_view text, Use const& use)
 {
-    constexpr std::size_t usualLength = 511;
-    constexpr std::size_t longestLength = 32767; // of any path of the platform
-    if (text.size() <= usualLength)
-        return UseNormalFormOnStack<usualLength>(text, use);
-    if (text.size() <= longestLength)
-        return UseNormalFormOnStack<longestLength>(text, use);
+    if (text.size() <= 511)
+        return UseNormalFormOnStack<511>(text, use);
+    if (text.size() <= 4095)
+        return UseNormalFormOnStack<4095>(text, use);
+    if (text.size() <= 32767) // no path of the platform is longer
+        return UseNormalFormOnStack<32767>(text, use);
     std::wstring normal(text);
     normal.resize(Detail::NormalizeNonExtendedLengthPath(normal, normal.data()));
     return use(std::wstring_view(normal));
@@ -164,7 +168,7 @@ bool Path::IsUnc() const
 
 bool Path::IsRelative() const noexcept
 {
-    if (text.starts_with(L"\\\\"))
+    if (HasPrefix(text))
         return false;
     if (text.size() >= 3 && text[1] == L':' && text[2] == separator)
         return false;

@@ -12,15 +12,15 @@
 // path and falls into some pieces; no operation throws, but for want of memory and where narrow text is decoded.
 //
 // The separator is `\`. Only the operations that normalise know `/`, and for them it is the same. A drive is any code
-// unit with a `:` behind it at the text's start. No letter's case matters to `==`, `<` and `>`, every letter's does
-// elsewhere. Lengths are UTF-16 code units.
+// unit with a `:` behind it at the text's start. `==`, `<` and `>` take A to Z for a to z; nothing else does, and no
+// locale has a say. Lengths are UTF-16 code units.
 //
 // Not guaranteed: that `<` and `==` agree (they are different relations), that a path with the prefix `\\?\` keeps it
 // through Parent() or Merge(), that a text with `..` names the same file when it is normalised (links aren't known).
 //
-// No operation allocates more than the strings that it returns, except on a text of more than 32,767 code units that
-// has to be normalised. A Path isn't synchronised: concurrent reads of one object are fine, a write beside any other
-// access is not.
+// No property costs more memory than the string that it returns, except where a text of more than 32,767 code units,
+// which can name nothing, has to be normalised. A Path isn't synchronised: concurrent reads of one object are fine, a
+// write beside any other access is not.
 #pragma once
 
 #include <Brindle/Vok/FormatString.h>
@@ -199,7 +199,7 @@ private:
     /// Merges the second path into the first, which has the room.
     static void MergeInternal(Path& aPath, Path const& bPath);
 
-    /// Hands what stands behind the prefix, and the prefix, to a function and gives its result. A NUL stands behind it.
+    /// Hands what stands behind the prefix, with a NUL behind it, and the prefix to a function and gives its result.
     template <bool normalize, class Use>
     auto UseRemainder(Use const& use) const;
     /// Hands the last component to a function and gives its result.
