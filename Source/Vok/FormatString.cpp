@@ -4,6 +4,7 @@
 
 #include "StringStorage.h"
 
+#include <algorithm>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -17,6 +18,24 @@ constexpr std::size_t maximumLength = std::numeric_limits<int>::max();
 
 /// Up to this length the result is made on the stack, which spares the pass that finds out its length.
 constexpr std::size_t shortLength = 128;
+
+bool BeginsInAscii(std::wstring_view text)
+{
+    std::wstring_view const begin = text.substr(0, shortLength);
+    return std::all_of(begin.begin(), begin.end(), [](wchar_t unit) { return unit < 0x80; });
+}
+
+/// ASCII has as many bytes as units, so that one pass does it. Any other text does not fit and gives false.
+bool ConvertAscii(std::wstring_view text, std::string& result)
+{
+    DWORD const lastError = GetLastError();
+    int const length = static_cast<int>(text.size());
+    Detail::ResizeUninitialized(result, text.size());
+    if (WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), length, nullptr, nullptr) == length)
+        return true;
+    SetLastError(lastError);
+    return false;
+}
 } // namespace
 
 std::string WideToUtf8(std::wstring_view text)
@@ -30,8 +49,11 @@ std::string WideToUtf8(std::wstring_view text)
         char buffer[3 * shortLength];
         int const written =
             WideCharToMultiByte(CP_UTF8, 0, text.data(), length, buffer, sizeof(buffer), nullptr, nullptr);
-        return std::string(buffer, static_cast<std::size_t>(written));
+        result.assign(buffer, static_cast<std::size_t>(written));
+        return result;
     }
+    if (BeginsInAscii(text) && ConvertAscii(text, result))
+        return result;
     int const size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
@@ -53,7 +75,8 @@ std::wstring Utf8ToWide(std::string_view text)
     {
         wchar_t buffer[shortLength];
         int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, buffer, shortLength);
-        return std::wstring(buffer, static_cast<std::size_t>(written));
+        result.assign(buffer, static_cast<std::size_t>(written));
+        return result;
     }
     int const size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
     Detail::ResizeUninitialized(result, static_cast<std::size_t>(size));
