@@ -12,9 +12,11 @@ using namespace Brindle::Vok;
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
+    static Testing::PathAgreement::Log log;
     std::wstring const text(data, data + size);
     std::size_t const end = std::min(text.find(L'\n'), size);
-    std::string const report = Testing::PathAgreement::Check(text.substr(0, end), text.substr(std::min(end + 1, size)));
+    std::string const report =
+        Testing::PathAgreement::Check(text.substr(0, end), text.substr(std::min(end + 1, size)), log);
     if (!report.empty())
     {
         std::fputs(report.c_str(), stderr);

@@ -17,10 +17,23 @@ namespace Brindle::Vok::Testing
 class PathAgreement
 {
 public:
-    /// What did not agree for any operation or logged statement, in words; empty if everything did.
-    static std::string Check(std::wstring const& a, std::wstring const& b)
+    /// Gets what paths log while it lives. Making one is slow compared to a check.
+    class Log
     {
-        PathAgreement agreement(a, b, true);
+    public:
+        std::vector<std::string> lines;
+
+    private:
+        SubscriptionForLogCallbacks subscription{
+            [this](LogStatement const& statement)
+            { lines.push_back(std::string(statement.function) + ": " + statement.message); },
+            VokLogSeverity::error};
+    };
+
+    /// What did not agree for any operation or logged statement, in words; empty if everything did.
+    static std::string Check(std::wstring const& a, std::wstring const& b, Log& log)
+    {
+        PathAgreement agreement(a, b, &log);
         agreement.CheckPieces();
         agreement.CheckRewriting();
         agreement.CheckTwo();
@@ -28,22 +41,19 @@ public:
         return agreement.report;
     }
 
-    /// The same for the pieces and the normal form of one text, without what is logged: faster.
+    /// The same for the pieces and the normal form of one text, without what is logged.
     static std::string CheckResults(std::wstring const& text)
     {
-        PathAgreement agreement(text, {}, false);
+        PathAgreement agreement(text, {}, nullptr);
         agreement.CheckPieces();
         agreement.CheckRewriting();
         return agreement.report;
     }
 
 private:
-    PathAgreement(std::wstring const& a, std::wstring const& b, bool withLog)
-        : a(a), b(b), oracle(a), oracleB(b), withLog(withLog)
+    PathAgreement(std::wstring const& a, std::wstring const& b, Log* log) : a(a), b(b), oracle(a), oracleB(b), log(log)
     {
         PathOracle::Log().clear();
-        if (withLog)
-            subscription = {[this](LogStatement const& each) { Add(each); }, VokLogSeverity::error};
     }
 
     void CheckPieces()
@@ -54,10 +64,10 @@ private:
         Expect("HasExtension", a.HasExtension(), oracle.HasExtension());
         // The oracle splits once for all pieces, so the log of one is what each of them must log.
         PathOracle::SplitResult const plain = oracle.Split(false);
-        std::vector<std::string> const log = PathOracle::Log();
+        std::vector<std::string> const logged = PathOracle::Log();
         auto const expect = [&](char const* what, std::wstring const& actual, std::wstring const& expected)
         {
-            PathOracle::Log() = log;
+            PathOracle::Log() = logged;
             Expect(what, actual, expected);
         };
         PathOracle::SplitResult const normal = oracle.Split(true);
@@ -130,9 +140,12 @@ private:
     {
         if (actual != expected)
             Report(what, "result");
-        if (withLog && logged != PathOracle::Log())
-            Report(what, "log");
-        logged.clear();
+        if (log != nullptr)
+        {
+            if (log->lines != PathOracle::Log())
+                Report(what, "log");
+            log->lines.clear();
+        }
         PathOracle::Log().clear();
     }
 
@@ -142,19 +155,12 @@ private:
                   WideToUtf8(oracleB.text) + "]\n";
     }
 
-    void Add(LogStatement const& statement)
-    {
-        logged.push_back(std::string(statement.function) + ": " + statement.message);
-    }
-
     Path a;
     Path b;
     PathOracle oracle;
     PathOracle oracleB;
-    bool withLog;
-    std::vector<std::string> logged;
+    Log* log;
     std::string report;
-    SubscriptionForLogCallbacks subscription;
 };
 
 } // namespace Brindle::Vok::Testing
