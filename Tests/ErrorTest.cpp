@@ -208,7 +208,9 @@ TEST(ErrorMacros, ThrowLogsItsNoticeAndKeepsTheType)
         EXPECT_TRUE(error.Message().starts_with(location)) << error.Message();
         EXPECT_TRUE(error.Message().ends_with(" (Com Error -7FFFBFFB). x 1"));
         EXPECT_STREQ(statements[0].file, "Tests/ErrorTest.cpp");
+        return;
     }
+    FAIL() << "nothing was thrown";
 }
 
 TEST(ErrorMacros, LastErrorIsReadBehindTheFormat)
@@ -222,15 +224,18 @@ TEST(ErrorMacros, LastErrorIsReadBehindTheFormat)
     SetLastError(ERROR_ACCESS_DENIED);
     try
     {
-        VOK_THROW_LAST_ERROR(L"wide {}", L"text");
+        VOK_THROW_LAST_ERROR(L"wide {}{}", L"text", ChangesLastError());
     }
     catch (WindowsError const& thrown)
     {
-        EXPECT_EQ(thrown.code().value(), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(thrown.code().value(), ERROR_INVALID_HANDLE);
         EXPECT_THAT(recorder.Lines(), ElementsAre("error: Throwing last error " + thrown.Message()));
-        EXPECT_TRUE(thrown.Message().ends_with(": ErrorMacros_LastErrorIsReadBehindTheFormat_Test::TestBody Access is "
-                                               "denied. (Windows Error 5). wide text"));
+        EXPECT_TRUE(thrown.Message().ends_with(": ErrorMacros_LastErrorIsReadBehindTheFormat_Test::TestBody " +
+                                               WindowsErrorToStringA(ERROR_INVALID_HANDLE) +
+                                               " (Windows Error 6). wide textchanged"));
+        return;
     }
+    FAIL() << "nothing was thrown";
 }
 
 TEST(ErrorMacros, SetConvertsIntoTheTargetsCategory)

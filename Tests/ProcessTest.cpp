@@ -12,7 +12,7 @@ namespace
 std::string OutputOf(std::string const& name)
 {
     std::string output;
-    std::FILE* const pipe = ::popen((std::string(VOK_TEST_CHILDREN "/") + name).c_str(), "r");
+    std::FILE* const pipe = ::popen(("'" VOK_TEST_CHILDREN "/" + name + "'").c_str(), "r");
     for (int c; (c = std::fgetc(pipe)) != EOF;)
         output.push_back(static_cast<char>(c));
     int const status = ::pclose(pipe);
@@ -24,18 +24,18 @@ std::string OutputOf(std::string const& name)
 TEST(Process, NothingIsDeliveredBehindTheTeardownAndNothingFails)
 {
     EXPECT_EQ(OutputOf("ExitOrder"), "delivered from main\n"
-                                "delivered from an exit handler\n"
-                                "delivered from an early static\n"
-                                "ShouldLog 0\n"
-                                "caught VokCom\n"
-                                "end\n"
-                                "status 0");
+                                     "delivered from an exit handler\n"
+                                     "delivered from an early static\n"
+                                     "ShouldLog 0\n"
+                                     "caught VokCom\n"
+                                     "end\n"
+                                     "status 0");
 }
 
 TEST(Process, ModulesShareOneChannelAndTheirErrors)
 {
     EXPECT_EQ(OutputOf("TwoModules"), "heard speaking\n"
-                                 "caught VokCom, same category 1\n"
-                                 "end\n"
-                                 "status 0");
+                                      "caught VokCom, same category 1\n"
+                                      "end\n"
+                                      "status 0");
 }
