@@ -24,18 +24,18 @@ std::string OutputOf(std::string const& name)
 TEST(Process, NothingIsDeliveredBehindTheTeardownAndNothingFails)
 {
     EXPECT_EQ(OutputOf("ExitOrder"), "delivered from main\n"
-                                "delivered from an exit handler\n"
-                                "delivered from an early static\n"
-                                "ShouldLog 0\n"
-                                "caught VokCom\n"
-                                "end\n"
-                                "status 0");
+                                     "delivered from an exit handler\n"
+                                     "delivered from an early static\n"
+                                     "ShouldLog 0\n"
+                                     "caught VokCom\n"
+                                     "end\n"
+                                     "status 0");
 }
 
 TEST(Process, ModulesShareOneChannelAndTheirErrors)
 {
     EXPECT_EQ(OutputOf("TwoModules"), "heard speaking\n"
-                                 "caught VokCom, same category 1\n"
-                                 "end\n"
-                                 "status 0");
+                                      "caught VokCom, same category 1\n"
+                                      "end\n"
+                                      "status 0");
 }
