@@ -290,9 +290,17 @@ TEST(ExceptionTranslation, EveryKindInItsOwnWords)
     check(std::invalid_argument("x"), 160, win32, composed(160, "std::invalid_argument x"),
           "Caught std::invalid_argument what[x], returning ERROR_BAD_ARGUMENTS");
     std::system_error const systemError(2, win32, "x");
+    // This statement alone is wide and widens the standard library's texts, which follow the locale, byte by byte.
+    auto const byteByByte = [](std::string_view text)
+    {
+        std::wstring wide;
+        for (char const byte : text)
+            wide.push_back(static_cast<unsigned char>(byte));
+        return WideToUtf8(wide);
+    };
     check(systemError, 2, win32, composed(2, std::string("std::system_error ") + systemError.what()),
-          "Caught std::system_error code[2] message[" + systemError.code().message() + "] what[" + systemError.what() +
-              "]");
+          "Caught std::system_error code[2] message[" + byteByByte(systemError.code().message()) + "] what[" +
+              byteByByte(systemError.what()) + "]");
     std::system_error const genericError(eacces, "x");
     std::string const ofGeneric = "Caught std::system_error category[generic] code[13] message[" + eacces.message() +
                                   "] what[" + genericError.what() + "]";
