@@ -82,7 +82,7 @@ void FailAtABoundary()
     }
     catch (...)
     {
-        Error error;
+        Error error; // assigned and not initialised, so that it keeps the Win32 category
         error = Detail::CurrentExceptionToError(__FILE__, __LINE__, VOK_FUNCTION_NAME);
         std::printf("boundary: code %d: %s\n", error.code().value(), error.what());
     }

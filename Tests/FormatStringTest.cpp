@@ -23,7 +23,7 @@ public:
 
 private:
     std::wstring text;
-    int somethingElse = 0;
+    [[maybe_unused]] int somethingElse = 0;
 };
 } // namespace Legacy
 

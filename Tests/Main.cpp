@@ -1,8 +1,34 @@
-// The tests' main: as in many hosts, the global locale is the environment's.
+// The tests' main: as in many hosts, the global locale is the environment's. What the tests open they must close.
+#include "HandleTable.h"
+
+#include "Support/Descriptors.h"
+
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <locale>
 #include <stdexcept>
+
+namespace
+{
+
+struct OpenThings
+{
+    bool AreAllThatIsOpen() const
+    {
+        OpenThings const now;
+        if (now.handles == handles && now.descriptors == descriptors)
+            return true;
+        std::fprintf(stderr, "Open before and after all tests: %zu and %zu handles, %zu and %zu descriptors\n", handles,
+                     now.handles, descriptors, now.descriptors);
+        return false;
+    }
+
+    std::size_t handles = Brindle::Vok::Platform::HandleTable::OpenCount();
+    std::size_t descriptors = Brindle::Vok::Testing::OpenDescriptors();
+};
+
+} // namespace
 
 int main(int argumentCount, char** arguments)
 {
@@ -15,5 +41,7 @@ int main(int argumentCount, char** arguments)
         // The environment names a locale that this machine lacks; the classic one stays.
     }
     testing::InitGoogleMock(&argumentCount, arguments);
-    return RUN_ALL_TESTS();
+    OpenThings const before;
+    int const result = RUN_ALL_TESTS();
+    return before.AreAllThatIsOpen() ? result : 1;
 }

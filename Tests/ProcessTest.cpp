@@ -12,7 +12,7 @@ namespace
 std::string OutputOf(std::string const& name)
 {
     std::string output;
-    std::FILE* const pipe = ::popen((std::string(VOK_TEST_CHILDREN "/") + name).c_str(), "r");
+    std::FILE* const pipe = ::popen(("'" VOK_TEST_CHILDREN "/" + name + "'").c_str(), "r");
     for (int c; (c = std::fgetc(pipe)) != EOF;)
         output.push_back(static_cast<char>(c));
     int const status = ::pclose(pipe);

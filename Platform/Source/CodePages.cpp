@@ -22,12 +22,12 @@ struct PageName
     char const* name;
 };
 
-/// Pages whose name to iconv is not "CP" and their number.
+// Pages whose name to iconv is not "CP" and their number.
 constexpr PageName pageNames[] = {
     {37, "CP037"},          {949, "UHC"},           {1361, "JOHAB"},   {10000, "MACINTOSH"}, {20127, "US-ASCII"},
     {20866, "KOI8-R"},      {20932, "EUC-JP"},      {20936, "GB2312"}, {21866, "KOI8-U"},    {38598, "ISO-8859-8"},
     {50220, "ISO-2022-JP"}, {50225, "ISO-2022-KR"}, {51932, "EUC-JP"}, {51936, "EUC-CN"},    {51949, "EUC-KR"},
-    {Gb18030, "GB18030"},   {Utf7, "UTF-7"},
+    {gb18030, "GB18030"},   {utf7, "UTF-7"},
 };
 
 using NameBuffer = std::array<char, 24>;
@@ -46,7 +46,7 @@ char const* NameOfPage(UINT page, NameBuffer& buffer)
     return buffer.data();
 }
 
-/// One iconv descriptor, between a page and whole characters of 32 bits.
+// One iconv descriptor, between a page and whole characters of 32 bits.
 class Converter
 {
 public:
@@ -78,9 +78,9 @@ public:
     bool IsOpen() const noexcept { return descriptor != reinterpret_cast<iconv_t>(-1); }
     DWORD OpenError() const noexcept { return error; }
 
-    /// Converts until the input ends or something in it can't be converted, handing all output to take. Gives 0,
-    /// EILSEQ or EINVAL, and leaves the input at what stopped it. Null input ends the text: iconv then writes what it
-    /// held back and returns to the initial shift state.
+    // Converts until the input ends or something in it can't be converted, handing all output to take. Gives 0,
+    // EILSEQ or EINVAL, and leaves the input at what stopped it. Null input ends the text: iconv then writes what it
+    // held back and returns to the initial shift state.
     template <class OutputUnit, class Take>
     int Run(char** input, std::size_t* inputBytes, Take take) noexcept
     {
@@ -103,7 +103,7 @@ private:
     DWORD error = ERROR_SUCCESS;
 };
 
-/// Whether the byte begins a character of two bytes in one of the double-byte pages.
+// Whether the byte begins a character of two bytes in one of the double-byte pages.
 bool IsLeadByte(UINT page, char byte)
 {
     auto const value = static_cast<unsigned char>(byte);
@@ -120,7 +120,7 @@ bool IsLeadByte(UINT page, char byte)
     }
 }
 
-/// Takes characters out of iconv's hands on their way into a page.
+// Takes characters out of iconv's hands on their way into a page.
 class PageWriter
 {
 public:
@@ -190,7 +190,7 @@ DWORD ToWide(UINT page, char const* text, std::size_t length, bool strict, Outpu
     {
         if (strict)
             return ERROR_NO_UNICODE_TRANSLATION;
-        take(Utf::ReplacementCharacter);
+        take(Utf::replacementCharacter);
         if (stop != EILSEQ)
             break;
         ++input;

@@ -45,7 +45,7 @@ DWORD FromWide(UINT page, wchar_t const* text, std::size_t length, bool strict, 
                Output<char>& output) noexcept;
 
 /// Pages that hold all of Unicode.
-inline constexpr UINT Utf7 = 65000;
-inline constexpr UINT Gb18030 = 54936;
+inline constexpr UINT utf7 = 65000;
+inline constexpr UINT gb18030 = 54936;
 
 } // namespace Brindle::Vok::Platform::CodePages

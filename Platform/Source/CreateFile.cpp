@@ -1,4 +1,5 @@
-#include "File.h"
+#include "FileObject.h"
+#include "FileStatus.h"
 #include "HostErrors.h"
 #include "Names.h"
 #include "SystemCalls.h"
@@ -12,27 +13,31 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr DWORD KnownAccess = 0xF01F'01FFU;
-constexpr DWORD KnownAttributes = 0x0000'FFFFU;
+// The generic rights, the standard ones that every object has, and a file's own. Whatever else a caller asks for, such
+// as the most that it is allowed, is refused instead of being left out.
+constexpr DWORD knownAccess = 0xF01F'01FFU;
+// The attributes that a creation may ask for; only FILE_ATTRIBUTE_READONLY has an effect on the host.
+constexpr DWORD knownAttributes = 0x0000'FFFFU;
 // What a client allows a server to do in its name concerns pipes alone.
-constexpr DWORD SecurityFlags = 0x001F'0000U;
-constexpr DWORD KnownFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_RANDOM_ACCESS |
+constexpr DWORD securityFlags = 0x001F'0000U;
+constexpr DWORD knownFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_RANDOM_ACCESS |
                              FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OVERLAPPED | FILE_FLAG_WRITE_THROUGH |
-                             SecurityFlags | KnownAttributes;
-constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+                             securityFlags | knownAttributes;
 
 // A file that is deleted between opening and locking is looked for anew, this often at most.
-constexpr int MostAttempts = 16;
+constexpr int mostAttempts = 16;
 
 // The arguments of one opening, taken apart.
 struct Opening
 {
-    Opening(DWORD access, DWORD share, DWORD disposition, DWORD flags) noexcept
-        : reads((access & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0),
+    Opening(DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
+            HANDLE templateFile) noexcept
+        : access(access), share(share), disposition(disposition), flags(flags),
+          describesNew((security && security->lpSecurityDescriptor) || templateFile),
+          reads((access & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0),
           executes((access & (GENERIC_EXECUTE | GENERIC_ALL | FILE_EXECUTE)) != 0),
           overwrites((access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0),
-          appends((access & FILE_APPEND_DATA) != 0), deletes((access & (DELETE | GENERIC_ALL)) != 0), share(share),
-          disposition(disposition), flags(flags)
+          appends((access & FILE_APPEND_DATA) != 0), deletes((access & (DELETE | GENERIC_ALL)) != 0)
     {
     }
 
@@ -69,27 +74,29 @@ struct Opening
 
     mode_t CreationMode() const noexcept { return Has(FILE_ATTRIBUTE_READONLY) ? 0444 : 0666; }
 
+    DWORD access;
+    DWORD share;
+    DWORD disposition;
+    DWORD flags;
+    // A security descriptor or a template says what a new file is to be like.
+    bool describesNew;
     bool reads;
     bool executes;
     bool overwrites;
     bool appends;
     bool deletes;
-    DWORD share;
-    DWORD disposition;
-    DWORD flags;
 };
 
-bool CheckArguments(DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD flags, HANDLE templateFile,
-                    Opening const& opening) noexcept
+bool CheckArguments(Opening const& opening) noexcept
 {
-    if (opening.disposition < CREATE_NEW || opening.disposition > TRUNCATE_EXISTING || (share & ~AllShares) != 0)
+    if (opening.disposition < CREATE_NEW || opening.disposition > TRUNCATE_EXISTING)
         return FailWith(ERROR_INVALID_PARAMETER);
-    if (opening.disposition == TRUNCATE_EXISTING && !opening.overwrites)
+    if ((opening.share & ~allShares) != 0 || (opening.disposition == TRUNCATE_EXISTING && !opening.overwrites))
         return FailWith(ERROR_INVALID_PARAMETER);
-    if ((flags & ~KnownFlags) != 0 || (access & ~KnownAccess) != 0)
+    if ((opening.flags & ~knownFlags) != 0 || (opening.access & ~knownAccess) != 0)
         return FailWith(ERROR_NOT_SUPPORTED);
     // Neither a security descriptor nor the attributes of a template can be given to what is created.
-    if (opening.Creates() && (templateFile || (security && security->lpSecurityDescriptor)))
+    if (opening.Creates() && opening.describesNew)
         return FailWith(ERROR_NOT_SUPPORTED);
     return true;
 }
@@ -98,7 +105,8 @@ bool CheckArguments(DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, D
 class Opener
 {
 public:
-    Opener(HostPath const& path, Opening const& opening, File& file) noexcept : path(path), opening(opening), file(file)
+    Opener(HostPath const& path, Opening const& opening, FileObject& file) noexcept
+        : path(path), opening(opening), file(file)
     {
     }
 
@@ -111,7 +119,7 @@ public:
             if (!OpenByDisposition())
                 return false;
             // A file that has no name after so many attempts is one that is reached by another way.
-            Admission const admission = Admit(attempt == MostAttempts);
+            Admission const admission = Admit(attempt == mostAttempts);
             if (admission != Admission::vanished)
                 return admission == Admission::granted;
         }
@@ -142,7 +150,7 @@ private:
 
     bool OpenOrCreate() noexcept
     {
-        for (int attempt = 0; attempt < MostAttempts; ++attempt)
+        for (int attempt = 0; attempt < mostAttempts; ++attempt)
         {
             hostFlags = opening.HostFlags();
             if (OpenExisting())
@@ -218,14 +226,14 @@ private:
     Admission Admit(bool last) noexcept
     {
         bool const locks = (hostFlags & O_PATH) == 0 && !opening.AttributesOnly();
-        long const lockCode = locks ? file.shared.Lock(opening.Terms(hostFlags)) : ERROR_SUCCESS;
+        DWORD const lockCode = locks ? file.shared.Lock(opening.Terms(hostFlags)) : ERROR_SUCCESS;
         struct stat status;
         if (SystemCalls::Status(file.Descriptor(), &status) != 0)
             return Refuse(CodeFromHost(errno));
-        if (long const code = CheckKind(status.st_mode))
+        if (DWORD const code = CheckKind(status.st_mode))
             return Refuse(code);
         // Everybody has the same device and each end of a FIFO its own handle: share modes are for files on disk.
-        if (file.type == File::Type::other || file.type == File::Type::link)
+        if (file.type == FileObject::Type::other || file.type == FileObject::Type::link)
             return AdmitOther();
         if (lockCode == ERROR_SHARING_VIOLATION && opening.disposition == CREATE_NEW)
             return Refuse(ERROR_FILE_EXISTS); // Somebody opened it before its creation was complete.
@@ -238,18 +246,18 @@ private:
         }
         if (opening.Empties() && !created && !Empty(status))
             return Refuse(CodeFromHost(errno));
-        if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == File::Type::plain)
+        if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == FileObject::Type::plain)
             file.sizeAtOpening.store(status.st_size, std::memory_order_relaxed);
         return Admission::granted;
     }
 
-    long CheckKind(mode_t mode) noexcept
+    DWORD CheckKind(mode_t mode) noexcept
     {
-        file.type = S_ISREG(mode)   ? File::Type::plain
-                    : S_ISDIR(mode) ? File::Type::directory
-                    : S_ISLNK(mode) ? File::Type::link
-                                    : File::Type::other;
-        bool const isDirectory = file.type == File::Type::directory;
+        file.type = S_ISREG(mode)   ? FileObject::Type::plain
+                    : S_ISDIR(mode) ? FileObject::Type::directory
+                    : S_ISLNK(mode) ? FileObject::Type::link
+                                    : FileObject::Type::other;
+        bool const isDirectory = file.type == FileObject::Type::directory;
         if (path.NamesDirectory() && !isDirectory)
             return ERROR_INVALID_NAME;
         if (isDirectory && (!opening.Has(FILE_FLAG_BACKUP_SEMANTICS) || opening.Empties()))
@@ -273,32 +281,30 @@ private:
     {
         if (status.st_size > 0 && Uninterrupted([&] { return SystemCalls::Truncate(file.Descriptor(), 0); }) != 0)
             return false;
-        constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
         return opening.disposition != CREATE_ALWAYS || !opening.Has(FILE_ATTRIBUTE_READONLY) ||
                SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~writeBits) == 0;
     }
 
-    template <class Code>
-    static Admission Refuse(Code code) noexcept
+    static Admission Refuse(DWORD code) noexcept
     {
-        FailWith(static_cast<long>(code));
+        FailWith(code);
         return Admission::refused;
     }
 
     HostPath const& path;
     Opening const& opening;
-    File& file;
+    FileObject& file;
     int hostFlags = 0;
     int hostError = 0;
     bool created = false;
 };
 
-HANDLE Create(LPCWSTR text, Opening const& opening) noexcept
+HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
 {
     HostPath path;
     if (!path.Assign(text))
         return INVALID_HANDLE_VALUE;
-    std::unique_ptr<File> file(new (std::nothrow) File);
+    std::unique_ptr<FileObject> file(new (std::nothrow) FileObject);
     if (!file)
     {
         FailWith(ERROR_NOT_ENOUGH_MEMORY);
@@ -320,8 +326,6 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTE
                    DWORD flags, HANDLE templateFile) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    Opening const opening(access, share, disposition, flags);
-    if (!CheckArguments(access, share, security, flags, templateFile, opening))
-        return INVALID_HANDLE_VALUE;
-    return Create(path, opening);
+    Opening const opening(access, share, security, disposition, flags, templateFile);
+    return CheckArguments(opening) ? OpenForCaller(path, opening) : INVALID_HANDLE_VALUE;
 }

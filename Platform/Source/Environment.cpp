@@ -1,5 +1,6 @@
 #include <Brindle/Platform/Environment.h>
 
+#include "Ascii.h"
 #include "HostErrors.h"
 #include "Names.h"
 #include "Utf.h"
@@ -9,7 +10,6 @@
 #include <cstdlib>
 #include <limits>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,7 +21,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-/// The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
+// The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
 std::mutex environmentMutex;
 
 std::wstring ToWide(std::string_view text)
@@ -38,23 +38,13 @@ std::string ToHost(std::wstring_view text)
     return host;
 }
 
-char ToLowerAscii(char character)
-{
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
-bool EqualWithoutCase(std::string_view left, std::string_view right)
-{
-    return std::ranges::equal(left, right, {}, ToLowerAscii, ToLowerAscii);
-}
-
 struct Variable
 {
     std::string_view name;
     char const* value;
 };
 
-/// The host's variable of this name: one that is spelled the same, or else the first that differs in case only.
+// The host's variable of this name: one that is spelled the same, or else the first that differs in case only.
 std::optional<Variable> FindVariable(std::string_view name)
 {
     std::optional<Variable> alike;
@@ -78,7 +68,7 @@ bool IsNameUsable(std::wstring_view name)
     return !name.empty() && name.find(L'=') == name.npos && Utf::IsValidWide(name.data(), name.size());
 }
 
-/// The directory for temporary files in Windows syntax. A variable that is empty counts as one that is not set.
+// The directory for temporary files in Windows syntax. A variable that is empty counts as one that is not set.
 std::wstring ReadTemporaryDirectory(std::string_view name)
 {
     std::string_view const other = EqualWithoutCase(name, "TEMP") ? "TMP" : "TEMP";
@@ -121,7 +111,7 @@ std::wstring Expand(std::wstring_view text)
     return result;
 }
 
-/// Whether the text and its terminator were copied.
+// Whether the text and its terminator were copied.
 bool CopyIfItFits(std::wstring const& text, wchar_t* buffer, DWORD size)
 {
     if (buffer == nullptr || text.size() >= size)
@@ -130,17 +120,23 @@ bool CopyIfItFits(std::wstring const& text, wchar_t* buffer, DWORD size)
     return true;
 }
 
-DWORD GiveVariable(std::wstring const& value, wchar_t* buffer, DWORD size)
+DWORD GetVariable(wchar_t const* name, wchar_t* buffer, DWORD size)
 {
-    if (!CopyIfItFits(value, buffer, size))
-        return static_cast<DWORD>(value.size() + 1);
+    if (name == nullptr)
+        return FailWith<DWORD>(ERROR_ENVVAR_NOT_FOUND);
+    std::lock_guard const lock(environmentMutex);
+    auto const value = ReadVariable(name);
+    if (!value)
+        return FailWith<DWORD>(ERROR_ENVVAR_NOT_FOUND);
+    if (!CopyIfItFits(*value, buffer, size))
+        return static_cast<DWORD>(value->size() + 1);
     // An empty variable has the same result as a missing one; the last error tells them apart.
-    if (value.empty())
+    if (value->empty())
         SetLastError(ERROR_SUCCESS);
-    return static_cast<DWORD>(value.size());
+    return static_cast<DWORD>(value->size());
 }
 
-BOOL WriteVariable(std::wstring_view name, wchar_t const* value)
+bool SetVariable(std::wstring_view name, wchar_t const* value)
 {
     if (!IsNameUsable(name))
         return FailWith(ERROR_INVALID_PARAMETER);
@@ -154,56 +150,43 @@ BOOL WriteVariable(std::wstring_view name, wchar_t const* value)
         if (!variable)
             return FailWith(ERROR_ENVVAR_NOT_FOUND);
         unsetenv(hostName.c_str());
-        return TRUE;
+        return true;
     }
     if (setenv(hostName.c_str(), ToHost(value).c_str(), 1) != 0)
         return FailWith(ERROR_NOT_ENOUGH_MEMORY);
-    return TRUE;
+    return true;
+}
+
+DWORD GiveExpanded(wchar_t const* text, wchar_t* buffer, DWORD size)
+{
+    if (text == nullptr)
+        return FailWith<DWORD>(ERROR_INVALID_PARAMETER);
+    std::lock_guard const lock(environmentMutex);
+    auto const expanded = Expand(text);
+    if (expanded.size() >= std::numeric_limits<DWORD>::max())
+        return FailWith<DWORD>(ERROR_ARITHMETIC_OVERFLOW);
+    CopyIfItFits(expanded, buffer, size);
+    return static_cast<DWORD>(expanded.size() + 1);
 }
 
 } // namespace
 
 } // namespace Brindle::Vok::Platform
 
-using namespace Brindle::Vok::Platform;
-
 DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size) noexcept
-try
 {
-    if (name == nullptr)
-        return FailWith(ERROR_ENVVAR_NOT_FOUND);
-    std::lock_guard const lock(environmentMutex);
-    auto const value = ReadVariable(name);
-    return value ? GiveVariable(*value, buffer, size) : FailWith(ERROR_ENVVAR_NOT_FOUND);
-}
-catch (std::bad_alloc const&)
-{
-    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    using namespace Brindle::Vok::Platform;
+    return WithoutThrowing([&] { return GetVariable(name, buffer, size); });
 }
 
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) noexcept
-try
 {
-    return WriteVariable(name != nullptr ? std::wstring_view(name) : std::wstring_view(), value);
-}
-catch (std::bad_alloc const&)
-{
-    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    using namespace Brindle::Vok::Platform;
+    return WithoutThrowing([&] { return SetVariable(name ? std::wstring_view(name) : std::wstring_view(), value); });
 }
 
 DWORD ExpandEnvironmentStringsW(LPCWSTR text, LPWSTR buffer, DWORD size) noexcept
-try
 {
-    if (text == nullptr)
-        return FailWith(ERROR_INVALID_PARAMETER);
-    std::lock_guard const lock(environmentMutex);
-    auto const expanded = Expand(text);
-    if (expanded.size() >= std::numeric_limits<DWORD>::max())
-        return FailWith(ERROR_ARITHMETIC_OVERFLOW);
-    CopyIfItFits(expanded, buffer, size);
-    return static_cast<DWORD>(expanded.size() + 1);
-}
-catch (std::bad_alloc const&)
-{
-    return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    using namespace Brindle::Vok::Platform;
+    return WithoutThrowing([&] { return GiveExpanded(text, buffer, size); });
 }

@@ -1,4 +1,6 @@
-#include "File.h"
+#include "FileStatus.h"
+
+#include "FileObject.h"
 #include "HostErrors.h"
 #include "Names.h"
 #include "SystemCalls.h"
@@ -10,8 +12,8 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr std::int64_t TicksOfSecond = 10'000'000;
-constexpr std::int64_t SecondsFrom1601To1970 = 11'644'473'600;
+constexpr std::int64_t ticksOfSecond = 10'000'000;
+constexpr std::int64_t secondsFrom1601To1970 = 11'644'473'600;
 
 FILETIME FileTimeOf(struct statx_timestamp const& time) noexcept
 {
@@ -40,25 +42,24 @@ bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
         return false;
     if (IsReadOnly(status.st_mode) == readOnly)
         return true;
-    constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
     mode_t const mode = status.st_mode & 07777;
     if (SystemCalls::ChangeMode(path.Text(), readOnly ? mode & ~writeBits : mode | S_IWUSR) != 0)
         return FailOnPath(path, errno);
     return true;
 }
 
-bool GetSize(File& file, LONGLONG& size) noexcept
+bool GetSize(FileObject& file, LONGLONG& size) noexcept
 {
     // The first question is answered by what opening has seen.
-    size = file.sizeAtOpening.exchange(File::NoSize, std::memory_order_relaxed);
-    if (size != File::NoSize)
+    size = file.sizeAtOpening.exchange(FileObject::noSize, std::memory_order_relaxed);
+    if (size != FileObject::noSize)
         return true;
-    if (file.type == File::Type::other)
+    if (file.type == FileObject::Type::other)
         return FailWith(ERROR_INVALID_FUNCTION);
     struct stat status;
     if (SystemCalls::Status(file.Descriptor(), &status) != 0)
         return FailWithHost(errno);
-    size = file.type == File::Type::plain ? status.st_size : 0;
+    size = file.type == FileObject::Type::plain ? status.st_size : 0;
     return true;
 }
 
@@ -78,8 +79,8 @@ DWORD AttributesFromMode(mode_t mode) noexcept
 
 FILETIME FileTimeFromHost(std::int64_t seconds, std::uint32_t nanoseconds) noexcept
 {
-    std::int64_t const since1601 = seconds + SecondsFrom1601To1970;
-    std::int64_t const ticks = since1601 < 0 ? 0 : since1601 * TicksOfSecond + nanoseconds / 100;
+    std::int64_t const since1601 = seconds + secondsFrom1601To1970;
+    std::int64_t const ticks = since1601 < 0 ? 0 : since1601 * ticksOfSecond + nanoseconds / 100;
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
@@ -135,7 +136,7 @@ BOOL PathIsDirectoryW(LPCWSTR text) noexcept
 BOOL GetFileSizeEx(HANDLE handle, PLARGE_INTEGER size) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    auto const file = HandleTable::Find<File>(handle);
+    auto const file = HandleTable::Find<FileObject>(handle);
     if (!file)
         return FALSE;
     if (!size)
@@ -150,7 +151,7 @@ BOOL GetFileSizeEx(HANDLE handle, PLARGE_INTEGER size) noexcept
 BOOL GetFileTime(HANDLE handle, LPFILETIME creation, LPFILETIME lastAccess, LPFILETIME lastWrite) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    auto const file = HandleTable::Find<File>(handle);
+    auto const file = HandleTable::Find<FileObject>(handle);
     if (!file)
         return FALSE;
     struct statx status;

@@ -25,7 +25,7 @@ void Copy(std::string_view text, wchar_t* out)
     *Utf::Utf8ToWide(text.data(), text.size(), out, text.size()) = L'\0';
 }
 
-/// The texts are in English, which also serves callers that leave the language to the system.
+// The texts are in English, which also serves callers that leave the language to the system.
 bool IsLanguageServed(DWORD language)
 {
     constexpr DWORD primaryMask = 0x3FF;
@@ -34,7 +34,7 @@ bool IsLanguageServed(DWORD language)
     return (language & primaryMask) == neutral || (language & primaryMask) == english;
 }
 
-/// ERROR_SUCCESS, with the text, when all that the caller asks for can be given.
+// ERROR_SUCCESS, with the text, when all that the caller asks for can be given.
 DWORD FindMessage(DWORD flags, DWORD code, DWORD language, std::string_view& text)
 {
     constexpr DWORD servedFlags =
@@ -57,24 +57,24 @@ DWORD GiveMessage(DWORD flags, DWORD code, DWORD language, Character* buffer, DW
 {
     bool const allocates = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
     if (buffer == nullptr)
-        return FailWith(ERROR_INVALID_PARAMETER);
+        return FailWith<DWORD>(ERROR_INVALID_PARAMETER);
     // The argument is the address of the caller's pointer then, whatever its type says.
     auto** const allocated = reinterpret_cast<Character**>(buffer);
     if (allocates)
         *allocated = nullptr;
     std::string_view text;
     if (auto const error = FindMessage(flags, code, language, text))
-        return FailWith(error);
+        return FailWith<DWORD>(error);
     if (allocates)
     {
         auto const characters = std::max<std::size_t>(size, text.size() + 1);
         buffer = static_cast<Character*>(std::malloc(characters * sizeof(Character)));
         if (buffer == nullptr)
-            return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+            return FailWith<DWORD>(ERROR_NOT_ENOUGH_MEMORY);
         *allocated = buffer;
     }
     else if (size <= text.size())
-        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+        return FailWith<DWORD>(ERROR_INSUFFICIENT_BUFFER);
     Copy(text, buffer);
     return static_cast<DWORD>(text.size());
 }
@@ -83,17 +83,17 @@ DWORD GiveMessage(DWORD flags, DWORD code, DWORD language, Character* buffer, DW
 
 } // namespace Brindle::Vok::Platform
 
-using namespace Brindle::Vok::Platform;
-
 DWORD FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD code, DWORD language, LPWSTR buffer, DWORD size,
                      void* /*arguments*/) noexcept
 {
+    using namespace Brindle::Vok::Platform;
     return GiveMessage(flags, code, language, buffer, size);
 }
 
 DWORD FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD code, DWORD language, LPSTR buffer, DWORD size,
                      void* /*arguments*/) noexcept
 {
+    using namespace Brindle::Vok::Platform;
     return GiveMessage(flags, code, language, buffer, size);
 }
 

@@ -4,6 +4,7 @@
 
 #include <Brindle/Platform/Handles.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -16,24 +17,24 @@ namespace
 
 // A slot's control word: generation in the high half, then the kind, whether the handle is open, and how many hold the
 // object. An open handle is itself one of the holders.
-constexpr std::uint64_t CountMask = 0x00FF'FFFF;
-constexpr std::uint64_t OpenBit = 0x0100'0000;
-constexpr unsigned KindShift = 25;
-constexpr unsigned GenerationShift = 32;
+constexpr std::uint64_t countMask = 0x00FF'FFFF;
+constexpr std::uint64_t openBit = 0x0100'0000;
+constexpr unsigned kindShift = 25;
+constexpr unsigned generationShift = 32;
 
 // Handles are multiples of four, as the platform's are.
-constexpr unsigned IndexShift = 2;
-constexpr std::uint32_t SlotsOfChunk = 1024;
-constexpr std::uint32_t MostChunks = 4096;
+constexpr unsigned indexShift = 2;
+constexpr std::uint32_t slotsOfChunk = 1024;
+constexpr std::uint32_t mostChunks = 4096;
 
 constexpr std::uint64_t GenerationOf(std::uint64_t word)
 {
-    return word >> GenerationShift;
+    return word >> generationShift;
 }
 
 constexpr bool Answers(std::uint64_t word, std::uint64_t generation, Kinds kinds)
 {
-    return GenerationOf(word) == generation && (word & OpenBit) != 0 && (kinds >> (word >> KindShift & 0x3F) & 1) != 0;
+    return GenerationOf(word) == generation && (word & openBit) != 0 && (kinds >> (word >> kindShift & 0x3F) & 1) != 0;
 }
 
 } // namespace
@@ -41,7 +42,7 @@ constexpr bool Answers(std::uint64_t word, std::uint64_t generation, Kinds kinds
 // A cache line each, so that threads that work with neighbouring handles don't slow each other.
 struct alignas(64) HandleTable::Slot
 {
-    std::atomic<std::uint64_t> control{std::uint64_t{1} << GenerationShift};
+    std::atomic<std::uint64_t> control{std::uint64_t{1} << generationShift};
     Object* object = nullptr;
     std::uint32_t index = 0;
     Slot* nextFree = nullptr;
@@ -51,11 +52,10 @@ struct alignas(64) HandleTable::Slot
 // threads that outlive main. Chunks stay for the same reason, and because a stale handle may still be looked up.
 struct HandleTable::Storage
 {
-    std::atomic<Slot*> chunks[MostChunks];
+    std::atomic<Slot*> chunks[mostChunks];
     std::mutex mutex;
     Slot* firstFree;
     std::uint32_t chunkCount;
-    std::atomic<std::size_t> openCount;
 };
 
 constinit HandleTable::Storage HandleTable::storage{};
@@ -69,9 +69,8 @@ HANDLE HandleTable::Insert(std::unique_ptr<Object> object) noexcept
     auto const kind = static_cast<std::uint64_t>(object->kind);
     slot->object = object.release();
     std::uint64_t const generation = GenerationOf(slot->control.load(std::memory_order_relaxed));
-    slot->control.store(generation << GenerationShift | kind << KindShift | OpenBit | 1, std::memory_order_release);
-    storage.openCount.fetch_add(1, std::memory_order_relaxed);
-    std::uint64_t const value = generation << GenerationShift | (std::uint64_t{slot->index} + 1) << IndexShift;
+    slot->control.store(generation << generationShift | kind << kindShift | openBit | 1, std::memory_order_release);
+    std::uint64_t const value = generation << generationShift | (std::uint64_t{slot->index} + 1) << indexShift;
     return reinterpret_cast<HANDLE>(value);
 }
 
@@ -87,17 +86,25 @@ bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
     {
         if (!Answers(word, GenerationOf(value), kinds))
             return FailWith(ERROR_INVALID_HANDLE);
-        closed = (word & ~OpenBit) - 1;
+        closed = (word & ~openBit) - 1;
     } while (!slot->control.compare_exchange_weak(word, closed, std::memory_order_acq_rel, std::memory_order_acquire));
-    storage.openCount.fetch_sub(1, std::memory_order_relaxed);
-    if ((closed & CountMask) == 0)
+    if ((closed & countMask) == 0)
         Retire(*slot);
     return true;
 }
 
 std::size_t HandleTable::OpenCount() noexcept
 {
-    return storage.openCount.load(std::memory_order_relaxed);
+    std::lock_guard const lock(storage.mutex);
+    std::size_t count = 0;
+    for (std::uint32_t chunk = 0; chunk < storage.chunkCount; ++chunk)
+    {
+        Slot const* const slots = storage.chunks[chunk].load(std::memory_order_relaxed);
+        count += static_cast<std::size_t>(std::count_if(
+            slots, slots + slotsOfChunk,
+            [](Slot const& slot) { return (slot.control.load(std::memory_order_relaxed) & openBit) != 0; }));
+    }
+    return count;
 }
 
 HandleTable::Slot* HandleTable::Acquire(HANDLE handle, Kinds kinds) noexcept
@@ -110,8 +117,7 @@ HandleTable::Slot* HandleTable::Acquire(HANDLE handle, Kinds kinds) noexcept
             if (slot->control.compare_exchange_weak(word, word + 1, std::memory_order_acquire))
                 return slot;
     }
-    FailWith(ERROR_INVALID_HANDLE);
-    return nullptr;
+    return FailWith<Slot*>(ERROR_INVALID_HANDLE);
 }
 
 Object* HandleTable::ObjectOf(Slot& slot) noexcept
@@ -122,7 +128,7 @@ Object* HandleTable::ObjectOf(Slot& slot) noexcept
 void HandleTable::Release(Slot& slot) noexcept
 {
     std::uint64_t const before = slot.control.fetch_sub(1, std::memory_order_acq_rel);
-    if ((before & (OpenBit | CountMask)) == 1)
+    if ((before & (openBit | countMask)) == 1)
         Retire(slot);
 }
 
@@ -130,9 +136,9 @@ void HandleTable::Retire(Slot& slot) noexcept
 {
     delete std::exchange(slot.object, nullptr);
     std::uint64_t const next = GenerationOf(slot.control.load(std::memory_order_relaxed)) + 1;
-    slot.control.store(next << GenerationShift, std::memory_order_relaxed);
+    slot.control.store(next << generationShift, std::memory_order_relaxed);
     // A slot that has used up its generations is given up, since its next handles would equal its first.
-    if (next >> (64 - GenerationShift) != 0)
+    if (next >> (64 - generationShift) != 0)
         return;
     std::lock_guard const lock(storage.mutex);
     slot.nextFree = std::exchange(storage.firstFree, &slot);
@@ -149,21 +155,15 @@ HandleTable::Slot* HandleTable::TakeFreeSlot() noexcept
 
 HandleTable::Slot* HandleTable::AddChunk() noexcept
 {
-    if (storage.chunkCount == MostChunks)
-    {
-        FailWith(ERROR_NO_SYSTEM_RESOURCES);
-        return nullptr;
-    }
-    Slot* const chunk = new (std::nothrow) Slot[SlotsOfChunk];
+    if (storage.chunkCount == mostChunks)
+        return FailWith<Slot*>(ERROR_NO_SYSTEM_RESOURCES);
+    Slot* const chunk = new (std::nothrow) Slot[slotsOfChunk];
     if (!chunk)
+        return FailWith<Slot*>(ERROR_NOT_ENOUGH_MEMORY);
+    for (std::uint32_t at = 0; at < slotsOfChunk; ++at)
     {
-        FailWith(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    for (std::uint32_t at = 0; at < SlotsOfChunk; ++at)
-    {
-        chunk[at].index = storage.chunkCount * SlotsOfChunk + at;
-        chunk[at].nextFree = at + 1 < SlotsOfChunk ? &chunk[at + 1] : nullptr;
+        chunk[at].index = storage.chunkCount * slotsOfChunk + at;
+        chunk[at].nextFree = at + 1 < slotsOfChunk ? &chunk[at + 1] : nullptr;
     }
     storage.chunks[storage.chunkCount++].store(chunk, std::memory_order_release);
     return storage.firstFree = chunk;
@@ -172,11 +172,11 @@ HandleTable::Slot* HandleTable::AddChunk() noexcept
 HandleTable::Slot* HandleTable::SlotOf(std::uint64_t value) noexcept
 {
     auto const low = static_cast<std::uint32_t>(value);
-    std::uint32_t const number = low >> IndexShift;
-    if (low == 0 || (low & ((1U << IndexShift) - 1)) != 0 || (number - 1) / SlotsOfChunk >= MostChunks)
+    std::uint32_t const number = low >> indexShift;
+    if (low == 0 || (low & ((1U << indexShift) - 1)) != 0 || (number - 1) / slotsOfChunk >= mostChunks)
         return nullptr;
-    Slot* const chunk = storage.chunks[(number - 1) / SlotsOfChunk].load(std::memory_order_acquire);
-    return chunk ? &chunk[(number - 1) % SlotsOfChunk] : nullptr;
+    Slot* const chunk = storage.chunks[(number - 1) / slotsOfChunk].load(std::memory_order_acquire);
+    return chunk ? &chunk[(number - 1) % slotsOfChunk] : nullptr;
 }
 
 } // namespace Brindle::Vok::Platform

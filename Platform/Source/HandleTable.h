@@ -3,7 +3,7 @@
 // is closed while another thread works with it lives until that thread lets go.
 //
 //     HANDLE handle = HandleTable::Insert(std::move(file));       // null with the last error set on failure
-//     if (auto file = HandleTable::Find<File>(handle))            // null with ERROR_INVALID_HANDLE
+//     if (auto file = HandleTable::Find<FileObject>(handle))      // null with ERROR_INVALID_HANDLE
 //         file->descriptor …
 //
 // Everything may be called from any thread, from static destructors and from detached threads while the process ends.
@@ -11,6 +11,7 @@
 
 #include <Brindle/Platform/Types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -110,7 +111,7 @@ public:
     /// ends. False with ERROR_INVALID_HANDLE as for Find.
     static bool Close(HANDLE handle, Kinds kinds) noexcept;
 
-    /// Handles that are open, for tests that look for leaks.
+    /// Handles that are open, for tests that look for leaks: it looks through the whole table.
     static std::size_t OpenCount() noexcept;
 
 private:

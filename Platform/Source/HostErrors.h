@@ -5,6 +5,7 @@
 #include <Brindle/Platform/ErrorCodes.h>
 
 #include <cerrno>
+#include <new>
 
 namespace Brindle::Vok::Platform
 {
@@ -13,13 +14,15 @@ namespace Brindle::Vok::Platform
 /// on what was tried (EEXIST for a file or a directory, ENOENT for a name or its directory), the caller decides first.
 DWORD CodeFromHost(int error) noexcept;
 
-/// Sets the last error and gives false, for `return FailWith(…)`.
-inline bool FailWith(long code) noexcept
+/// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`.
+template <class Result = bool>
+Result FailWith(DWORD code) noexcept
 {
-    SetLastError(static_cast<DWORD>(code));
-    return false;
+    SetLastError(code);
+    return Result{};
 }
 
+/// The same for an errno.
 inline bool FailWithHost(int error) noexcept
 {
     return FailWith(CodeFromHost(error));
@@ -33,6 +36,21 @@ auto Uninterrupted(Call call) noexcept
     while (result < 0 && errno == EINTR)
         result = call();
     return result;
+}
+
+/// Does the work of a function whose callers are promised a result, also when memory runs out: that ends in what means
+/// failure, with ERROR_NOT_ENOUGH_MEMORY.
+template <class Work>
+auto WithoutThrowing(Work work) noexcept -> decltype(work())
+{
+    try
+    {
+        return work();
+    }
+    catch (std::bad_alloc const&)
+    {
+        return FailWith<decltype(work())>(ERROR_NOT_ENOUGH_MEMORY);
+    }
 }
 
 } // namespace Brindle::Vok::Platform

@@ -1,12 +1,12 @@
 #include "Mappings.h"
 
+#include "Ascii.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
 #include <algorithm>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <shared_mutex>
 #include <utility>
 #include <vector>
@@ -36,21 +36,6 @@ Mappings& TheMappings()
 {
     static Mappings& mappings = *new Mappings;
     return mappings;
-}
-
-wchar_t UpperCase(wchar_t unit)
-{
-    return unit >= L'a' && unit <= L'z' ? static_cast<wchar_t>(unit - L'a' + L'A') : unit;
-}
-
-bool EqualWithoutCase(std::wstring_view a, std::wstring_view b)
-{
-    return std::ranges::equal(a, b, {}, UpperCase, UpperCase);
-}
-
-bool IsLetter(wchar_t letter)
-{
-    return UpperCase(letter) >= L'A' && UpperCase(letter) <= L'Z';
 }
 
 std::size_t IndexOf(wchar_t letter)
@@ -86,7 +71,7 @@ bool MakeAbsolute(std::string const& directory, std::string& absolute)
         return FailWith(ERROR_INVALID_NAME);
     struct stat status;
     if (SystemCalls::StatusAt(AT_FDCWD, directory.c_str(), &status, 0) != 0)
-        return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : static_cast<long>(CodeFromHost(errno)));
+        return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromHost(errno));
     if (!S_ISDIR(status.st_mode))
         return FailWith(ERROR_DIRECTORY);
     absolute.clear();
@@ -99,20 +84,6 @@ bool MakeAbsolute(std::string const& directory, std::string& absolute)
     absolute += directory;
     absolute.resize(absolute.find_last_not_of('/') + 1);
     return true;
-}
-
-// The host functions report what happened in their result, memory that ran out too.
-template <class Work>
-bool WithoutThrowing(Work work) noexcept
-{
-    try
-    {
-        return work();
-    }
-    catch (std::bad_alloc const&)
-    {
-        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
-    }
 }
 
 } // namespace

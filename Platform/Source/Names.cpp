@@ -1,5 +1,6 @@
 #include "Names.h"
 
+#include "Ascii.h"
 #include "HostErrors.h"
 #include "Mappings.h"
 #include "Utf.h"
@@ -17,10 +18,10 @@ namespace
 {
 
 // Where the bytes and characters that a Windows name can't hold stand in text.
-constexpr char32_t ByteBase = 0xDC00;
-constexpr char32_t FirstByte = 0xDC80;
-constexpr char32_t LastByte = 0xDCFF;
-constexpr char32_t CharacterBase = 0xF000;
+constexpr char32_t byteBase = 0xDC00;
+constexpr char32_t firstByte = 0xDC80;
+constexpr char32_t lastByte = 0xDCFF;
+constexpr char32_t characterBase = 0xF000;
 
 enum class Unit : unsigned char
 {
@@ -30,7 +31,7 @@ enum class Unit : unsigned char
     forbidden
 };
 
-constexpr std::array<Unit, 128> UnitTable = []
+constexpr std::array<Unit, 128> unitTable = []
 {
     std::array<Unit, 128> table{};
     for (std::size_t control = 0; control < 0x20; ++control)
@@ -46,12 +47,12 @@ constexpr std::array<Unit, 128> UnitTable = []
 constexpr bool IsShifted(char32_t character)
 {
     return character > 0 && character < 0x80 &&
-           (UnitTable[character] == Unit::forbidden || UnitTable[character] == Unit::backslash);
+           (unitTable[character] == Unit::forbidden || unitTable[character] == Unit::backslash);
 }
 
 constexpr bool StandsForShifted(char32_t character)
 {
-    return character >= CharacterBase && IsShifted(character - CharacterBase);
+    return character >= characterBase && IsShifted(character - characterBase);
 }
 
 constexpr bool IsSeparator(wchar_t unit)
@@ -59,33 +60,21 @@ constexpr bool IsSeparator(wchar_t unit)
     return unit == L'\\' || unit == L'/';
 }
 
-constexpr bool IsDriveLetter(wchar_t unit)
-{
-    return (unit >= L'A' && unit <= L'Z') || (unit >= L'a' && unit <= L'z');
-}
-
 // Writes what the non-ASCII unit at text[at] stands for, with its other half if it has one, and moves `at` behind it.
 // Null for a surrogate that stands alone and for what is no UTF-16 unit.
 char* EncodeUnit(std::wstring_view text, std::size_t& at, char* out) noexcept
 {
-    auto const unit = static_cast<char32_t>(text[at++]);
-    if (unit >= 0xD800 && unit <= 0xDBFF)
+    auto const unit = static_cast<char32_t>(text[at]);
+    bool const isByte = unit >= firstByte && unit <= lastByte;
+    if (isByte || StandsForShifted(unit))
     {
-        auto const low = at < text.size() ? static_cast<char32_t>(text[at]) : 0;
-        if (low < 0xDC00 || low > 0xDFFF)
-            return nullptr;
+        *out = static_cast<char>(unit - (isByte ? byteBase : characterBase));
         ++at;
-        return out + Utf::EncodeUtf8(0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00), out);
+        return out + 1;
     }
-    if (unit >= FirstByte && unit <= LastByte)
-        *out++ = static_cast<char>(unit - ByteBase);
-    else if (StandsForShifted(unit))
-        *out++ = static_cast<char>(unit - CharacterBase);
-    else if ((unit >= 0xDC00 && unit <= 0xDFFF) || unit > 0xFFFF)
-        return nullptr;
-    else
-        out += Utf::EncodeUtf8(unit, out);
-    return out;
+    Utf::Decoded const decoded = Utf::DecodeWide(text.data() + at, text.size() - at);
+    at += decoded.consumed;
+    return decoded.valid ? out + Utf::EncodeUtf8(decoded.codePoint, out) : nullptr;
 }
 
 // Writes the run of plain ASCII units that begins at text[at] and gives how many they are.
@@ -97,7 +86,7 @@ std::size_t CopyPlainRun(std::wstring_view text, std::size_t at, char* out) noex
     for (; unit != end; ++unit)
     {
         auto const code = static_cast<std::make_unsigned_t<wchar_t>>(*unit);
-        if (code >= UnitTable.size() || UnitTable[code] != Unit::plain)
+        if (code >= unitTable.size() || unitTable[code] != Unit::plain)
             break;
         *out++ = static_cast<char>(code);
     }
@@ -114,7 +103,7 @@ char* EncodeComponent(std::wstring_view text, std::size_t& at, bool verbatim, ch
         out += count;
         if (at == text.size() || text[at] == L'\\' || (text[at] == L'/' && !verbatim))
             return out;
-        bool const isAscii = static_cast<std::make_unsigned_t<wchar_t>>(text[at]) < UnitTable.size();
+        bool const isAscii = static_cast<std::make_unsigned_t<wchar_t>>(text[at]) < unitTable.size();
         out = isAscii ? nullptr : EncodeUnit(text, at, out);
     }
     return nullptr;
@@ -129,10 +118,24 @@ std::size_t DotsAt(std::wstring_view text, std::size_t at) noexcept
     return dots < 3 && (at + dots == text.size() || IsSeparator(text[at + dots])) ? dots : 0;
 }
 
-bool StartsWithUnc(std::wstring_view text) noexcept
+// Goes up to the directory in front of `out`. Below `floor` nothing is taken away.
+char* FoldUp(char const* begin, char* out, char const*& floor, bool relative) noexcept
 {
-    auto is = [&](std::size_t at, wchar_t upper) { return text[at] == upper || text[at] == upper + (L'a' - L'A'); };
-    return text.size() >= 3 && is(0, L'U') && is(1, L'N') && is(2, L'C');
+    if (out != floor)
+    {
+        while (out != floor && *--out != '/')
+            ;
+        return out;
+    }
+    if (!relative)
+        return out;
+    // What leads out of the working directory is left to the host.
+    if (out != begin)
+        *out++ = '/';
+    *out++ = '.';
+    *out++ = '.';
+    floor = out;
+    return out;
 }
 
 } // namespace
@@ -148,7 +151,7 @@ struct HostPath::Place
         share
     };
 
-    static Place Nowhere(long code) noexcept
+    static Place Nowhere(DWORD code) noexcept
     {
         Place place;
         place.code = code;
@@ -161,7 +164,29 @@ struct HostPath::Place
     std::wstring_view server;
     std::wstring_view share;
     std::size_t components = 0;
-    long code = ERROR_SUCCESS;
+    DWORD code = ERROR_SUCCESS;
+};
+
+// Puts the directory that a text starts from at the front of the path and makes room for the rest of the text.
+class HostPath::Receiver final : public DirectoryReceiver
+{
+public:
+    Receiver(HostPath& path, std::size_t unitCount) noexcept : path(path), unitCount(unitCount) {}
+
+    bool Receive(std::string_view directory) noexcept override
+    {
+        // A unit gives at most three bytes; the component in front of it, its separator and the end one each.
+        if (!path.Reserve(directory.size() + 3 * unitCount + 3))
+            return false;
+        if (!directory.empty())
+            std::memcpy(path.bytes, directory.data(), directory.size());
+        path.length = directory.size();
+        return true;
+    }
+
+private:
+    HostPath& path;
+    std::size_t unitCount;
 };
 
 bool HostPath::Assign(wchar_t const* text) noexcept
@@ -171,26 +196,10 @@ bool HostPath::Assign(wchar_t const* text) noexcept
 
 bool HostPath::Assign(std::wstring_view text) noexcept
 {
-    struct Receiver final : DirectoryReceiver
-    {
-        Receiver(HostPath& path, std::size_t unitCount) : path(path), unitCount(unitCount) {}
-        bool Receive(std::string_view directory) noexcept override
-        {
-            // A unit gives at most three bytes; the component in front of it, its separator and the end one each.
-            if (!path.Reserve(directory.size() + 3 * unitCount + 3))
-                return false;
-            if (!directory.empty())
-                std::memcpy(path.bytes, directory.data(), directory.size());
-            path.length = directory.size();
-            return true;
-        }
-        HostPath& path;
-        std::size_t unitCount;
-    } receiver(*this, text.size());
-
     if (text.empty())
         return FailWith(ERROR_PATH_NOT_FOUND);
     Place const place = Locate(text);
+    Receiver receiver(*this, text.size());
     bool const relative = place.start == Place::Start::workingDirectory;
     switch (place.start)
     {
@@ -240,10 +249,10 @@ HostPath::Place HostPath::Locate(std::wstring_view text) noexcept
     place.start = Place::Start::workingDirectory;
     if (IsSeparator(text[0]))
         place.start = Place::Start::drive;
-    else if (text.size() >= 2 && text[1] == L':' && IsDriveLetter(text[0]))
+    else if (text.size() >= 2 && text[1] == L':' && IsLetter(text[0]))
     {
         // Only C: has a working directory, the process's own.
-        bool const isC = text[0] == L'C' || text[0] == L'c';
+        bool const isC = UpperCase(text[0]) == L'C';
         place.letter = text[0];
         place.components = 2;
         if (!isC || (text.size() > 2 && IsSeparator(text[2])))
@@ -257,10 +266,9 @@ HostPath::Place HostPath::LocateDevice(std::wstring_view text, bool verbatim) no
     constexpr std::size_t prefix = 4;
     auto separates = [verbatim](wchar_t unit) { return unit == L'\\' || (unit == L'/' && !verbatim); };
     std::wstring_view const device = text.size() > prefix ? text.substr(prefix) : std::wstring_view();
-    if (StartsWithUnc(device) && device.size() > 3 && separates(device[3]))
+    if (EqualWithoutCase(device.substr(0, 3), L"UNC") && device.size() > 3 && separates(device[3]))
         return LocateShare(text, prefix + 4, verbatim);
-    if (device.size() >= 2 && IsDriveLetter(device[0]) && device[1] == L':' &&
-        (device.size() == 2 || separates(device[2])))
+    if (device.size() >= 2 && IsLetter(device[0]) && device[1] == L':' && (device.size() == 2 || separates(device[2])))
     {
         Place place;
         place.start = Place::Start::drive;
@@ -303,10 +311,8 @@ bool HostPath::Reserve(std::size_t capacity) noexcept
 bool HostPath::AppendComponents(std::wstring_view text, bool relative, bool verbatim) noexcept
 {
     char* out = bytes + length;
-    // Below this nothing is taken away by `..`.
     char const* floor = out;
-    std::size_t at = 0;
-    while (at < text.size())
+    for (std::size_t at = 0; at < text.size();)
     {
         if (text[at] == L'\\' || (text[at] == L'/' && !verbatim))
         {
@@ -317,24 +323,15 @@ bool HostPath::AppendComponents(std::wstring_view text, bool relative, bool verb
         if (dots != 0 && verbatim)
             return FailWith(ERROR_INVALID_NAME);
         at += dots;
-        if (dots == 1)
-            continue;
-        if (dots == 2 && out != floor)
-        {
-            while (out != floor && *--out != '/')
-                ;
-            continue;
-        }
-        if (dots == 2 && !relative)
+        if (dots == 2)
+            out = FoldUp(bytes, out, floor, relative);
+        if (dots != 0)
             continue;
         if (out != bytes || !relative)
             *out++ = '/';
-        out = dots == 2 ? static_cast<char*>(std::memcpy(out, "..", 2)) + 2 : EncodeComponent(text, at, verbatim, out);
+        out = EncodeComponent(text, at, verbatim, out);
         if (!out)
             return FailWith(ERROR_INVALID_NAME);
-        // What leads out of the working directory is left to the host.
-        if (dots == 2)
-            floor = out;
     }
     isRoot = !relative && out == floor;
     namesDirectory = !text.empty() && IsSeparator(text.back()) && out != floor;
@@ -351,13 +348,13 @@ namespace
 void AppendWideName(std::string_view name, std::wstring& text)
 {
     auto const appendByte = [&text](char byte)
-    { text += static_cast<wchar_t>(ByteBase + static_cast<unsigned char>(byte)); };
+    { text += static_cast<wchar_t>(byteBase + static_cast<unsigned char>(byte)); };
     for (std::size_t at = 0; at < name.size();)
     {
         auto const byte = static_cast<unsigned char>(name[at]);
         if (byte < 0x80)
         {
-            text += static_cast<wchar_t>(IsShifted(byte) ? CharacterBase + byte : byte);
+            text += static_cast<wchar_t>(IsShifted(byte) ? characterBase + byte : byte);
             ++at;
             continue;
         }
@@ -365,12 +362,10 @@ void AppendWideName(std::string_view name, std::wstring& text)
         if (!decoded.valid || StandsForShifted(decoded.codePoint))
             for (unsigned offset = 0; offset < decoded.consumed; ++offset)
                 appendByte(name[at + offset]);
-        else if (decoded.codePoint < 0x10000)
-            text += static_cast<wchar_t>(decoded.codePoint);
         else
         {
-            text += static_cast<wchar_t>(0xD7C0 + (decoded.codePoint >> 10));
-            text += static_cast<wchar_t>(0xDC00 + (decoded.codePoint & 0x3FF));
+            wchar_t units[2];
+            text.append(units, Utf::EncodeWide(decoded.codePoint, units));
         }
         at += decoded.consumed;
     }

@@ -41,7 +41,6 @@ public:
     bool AssignHost(std::string_view path) noexcept;
 
     char const* Text() const noexcept { return bytes; }
-    std::size_t Length() const noexcept { return length; }
     std::string_view View() const noexcept { return {bytes, length}; }
 
     /// The text ended in a separator, so it can only mean a directory.
@@ -51,6 +50,7 @@ public:
 
 private:
     struct Place;
+    class Receiver;
     static Place Locate(std::wstring_view text) noexcept;
     static Place LocateDevice(std::wstring_view text, bool verbatim) noexcept;
     static Place LocateShare(std::wstring_view text, std::size_t from, bool verbatim) noexcept;

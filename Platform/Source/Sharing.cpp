@@ -14,37 +14,35 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr DWORD AllRights = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 // Sets of markers. They are ordered so that the common terms give runs of neighbours, which one call marks.
 using Markers = unsigned;
-constexpr Markers DeleteUser = 1 << 0;
-constexpr Markers WriteUser = 1 << 1;
-constexpr Markers ReadUser = 1 << 2;
-constexpr Markers WriteDenier = 1 << 3;
-constexpr Markers DeleteDenier = 1 << 4;
-constexpr Markers ReadDenier = 1 << 5;
-constexpr unsigned MarkerCount = 6;
+constexpr Markers deleteUser = 1 << 0;
+constexpr Markers writeUser = 1 << 1;
+constexpr Markers readUser = 1 << 2;
+constexpr Markers writeDenier = 1 << 3;
+constexpr Markers deleteDenier = 1 << 4;
+constexpr Markers readDenier = 1 << 5;
+constexpr unsigned markerCount = 6;
 
 constexpr Markers UsersOf(DWORD rights)
 {
-    return (rights & FILE_SHARE_READ ? ReadUser : 0) | (rights & FILE_SHARE_WRITE ? WriteUser : 0) |
-           (rights & FILE_SHARE_DELETE ? DeleteUser : 0);
+    return (rights & FILE_SHARE_READ ? readUser : 0) | (rights & FILE_SHARE_WRITE ? writeUser : 0) |
+           (rights & FILE_SHARE_DELETE ? deleteUser : 0);
 }
 
 constexpr Markers DeniersOf(DWORD rights)
 {
-    return (rights & FILE_SHARE_READ ? ReadDenier : 0) | (rights & FILE_SHARE_WRITE ? WriteDenier : 0) |
-           (rights & FILE_SHARE_DELETE ? DeleteDenier : 0);
+    return (rights & FILE_SHARE_READ ? readDenier : 0) | (rights & FILE_SHARE_WRITE ? writeDenier : 0) |
+           (rights & FILE_SHARE_DELETE ? deleteDenier : 0);
 }
 
 // Where the markers lie. A descriptor that reads marks with read locks, and any number of those fit on one byte. One
 // that only writes can take write locks alone, so it marks one byte of a range, any that is free.
-constexpr off_t Area = off_t{1} << 62;
-constexpr off_t RangeArea = Area + (off_t{1} << 24);
-constexpr off_t RangeLength = off_t{1} << 20;
-constexpr off_t SetStride = 8;
-constexpr off_t AreaLength = (off_t{1} << 24) + 2 * SetStride * RangeLength;
+constexpr off_t area = off_t{1} << 62;
+constexpr off_t rangeArea = area + (off_t{1} << 24);
+constexpr off_t rangeLength = off_t{1} << 20;
+constexpr off_t setStride = 8;
+constexpr off_t areaLength = (off_t{1} << 24) + 2 * setStride * rangeLength;
 
 enum class Set : unsigned
 {
@@ -54,19 +52,19 @@ enum class Set : unsigned
 
 constexpr off_t ByteOf(Set set, unsigned marker)
 {
-    return Area + static_cast<off_t>(set) * SetStride + marker;
+    return area + static_cast<off_t>(set) * setStride + marker;
 }
 
 constexpr off_t RangeOf(Set set, unsigned marker)
 {
-    return RangeArea + (static_cast<off_t>(set) * SetStride + marker) * RangeLength;
+    return rangeArea + (static_cast<off_t>(set) * setStride + marker) * rangeLength;
 }
 
 // Calls use(first, count) for each run of neighbouring markers until it gives false.
 template <class Use>
 bool ForEachRun(Markers markers, Use use)
 {
-    for (unsigned first = 0; first < MarkerCount; ++first)
+    for (unsigned first = 0; first < markerCount; ++first)
     {
         unsigned count = 0;
         while (markers >> (first + count) & 1)
@@ -115,30 +113,30 @@ public:
     void Unmark(Set set) const noexcept
     {
         if (readable)
-            Change(F_UNLCK, ByteOf(set, 0), MarkerCount);
+            Change(F_UNLCK, ByteOf(set, 0), markerCount);
         else
-            Change(F_UNLCK, RangeOf(set, 0), MarkerCount * RangeLength);
+            Change(F_UNLCK, RangeOf(set, 0), markerCount * rangeLength);
     }
 
-    void UnmarkAll() const noexcept { Change(F_UNLCK, Area, AreaLength); }
+    void UnmarkAll() const noexcept { Change(F_UNLCK, area, areaLength); }
 
-    /// Another descriptor holds one of the markers.
+    // Another descriptor holds one of the markers.
     bool OthersHold(Set set, Markers markers) const noexcept
     {
         return !ForEachRun(markers,
                            [&](unsigned first, unsigned count) {
                                return !OthersLock(ByteOf(set, first), count) &&
-                                      !OthersLock(RangeOf(set, first), count * RangeLength);
+                                      !OthersLock(RangeOf(set, first), count * rangeLength);
                            });
     }
 
-    bool OthersHoldAny() const noexcept { return OthersLock(Area, AreaLength); }
+    bool OthersHoldAny() const noexcept { return OthersLock(area, areaLength); }
 
 private:
     bool MarkSomewhere(off_t range) const noexcept
     {
         for (int attempt = 0; attempt < 16; ++attempt)
-            if (Change(F_WRLCK, range + static_cast<off_t>(Scatter() % RangeLength), 1))
+            if (Change(F_WRLCK, range + static_cast<off_t>(Scatter() % rangeLength), 1))
                 return true;
         return false;
     }
@@ -196,14 +194,14 @@ bool MayBeCopied(ForkCounts const& then) noexcept
     return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
 }
 
-long CodeOfRefusedLock(int error, DWORD shares) noexcept
+DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 {
     if (error == EWOULDBLOCK)
         return ERROR_SHARING_VIOLATION;
     bool const keepsNoLocks = error == EOPNOTSUPP || error == ENOSYS || error == EINVAL || error == EBADF;
     if (!keepsNoLocks)
-        return static_cast<long>(CodeFromHost(error));
-    return shares == AllRights ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+        return CodeFromHost(error);
+    return shares == allShares ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
 }
 
 } // namespace
@@ -217,7 +215,7 @@ SharedDescriptor::~SharedDescriptor()
     SystemCalls::Close(descriptor);
 }
 
-long SharedDescriptor::Lock(ShareTerms const& terms) noexcept
+DWORD SharedDescriptor::Lock(ShareTerms const& terms) noexcept
 {
     if (terms.shares != 0)
         return LockShared(terms, false);
@@ -231,19 +229,19 @@ long SharedDescriptor::Lock(ShareTerms const& terms) noexcept
     return ERROR_SUCCESS;
 }
 
-long SharedDescriptor::LockBriefly(ShareTerms const& terms) noexcept
+DWORD SharedDescriptor::LockBriefly(ShareTerms const& terms) noexcept
 {
     return LockShared(terms, true);
 }
 
-long SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcept
+DWORD SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcept
 {
     constexpr int attempts = 40;
     if (int const error = LockWhole(descriptor, LOCK_SH))
         return CodeOfRefusedLock(error, terms.shares);
     Hold(Locks::wholeAndMarkers);
     MarkedFile const file(descriptor, terms.readable);
-    DWORD const denied = AllRights & ~terms.shares;
+    DWORD const denied = allShares & ~terms.shares;
     Markers const own = UsersOf(terms.uses) | DeniersOf(denied);
     Markers const against = DeniersOf(terms.uses) | UsersOf(denied);
     for (int attempt = 0; attempt < attempts; ++attempt)

@@ -27,6 +27,10 @@ struct ShareTerms
     bool readable;
 };
 
+/// The terms that deny nothing to others.
+inline constexpr DWORD allShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// Forks since the process started: those it made, and those that led to it.
 struct ForkCounts
 {
     unsigned made = 0;
@@ -60,10 +64,10 @@ public:
     /// Takes the locks for an open handle, which hold until Unlock or destruction. Zero, ERROR_SHARING_VIOLATION, or
     /// ERROR_NOT_SUPPORTED where the file system keeps no locks and the terms deny something to others: a promise that
     /// can't be kept isn't made. Terms that deny nothing need no lock there, as nobody else can deny anything either.
-    long Lock(ShareTerms const& terms) noexcept;
+    DWORD Lock(ShareTerms const& terms) noexcept;
 
     /// The same for a use that ends at once, such as deleting: openings that conflict with it wait for its end.
-    long LockBriefly(ShareTerms const& terms) noexcept;
+    DWORD LockBriefly(ShareTerms const& terms) noexcept;
 
     void Unlock() noexcept;
 
@@ -75,7 +79,7 @@ private:
         wholeAndMarkers
     };
 
-    long LockShared(ShareTerms const& terms, bool briefly) noexcept;
+    DWORD LockShared(ShareTerms const& terms, bool briefly) noexcept;
 
     void Hold(Locks taken) noexcept;
 

@@ -297,7 +297,7 @@ std::string_view FindText(DWORD code)
     return found != end && found->code == code ? found->text : std::string_view();
 }
 
-/// Texts of the codes that occur most, by the code itself.
+// Texts of the codes that occur most, by the code itself.
 constexpr auto commonTexts = []
 {
     std::array<std::uint8_t, 256> positions{};

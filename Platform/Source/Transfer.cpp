@@ -1,4 +1,4 @@
-#include "File.h"
+#include "FileObject.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -12,7 +12,7 @@ namespace
 {
 
 // The host moves no more than this in one call.
-constexpr std::size_t MostAtOnce = 0x7FFF'F000;
+constexpr std::size_t mostAtOnce = 0x7FFF'F000;
 
 // Keeps the signal that a broken pipe raises from ending the process: it is blocked for the transfer and taken back
 // when it came.
@@ -51,11 +51,11 @@ private:
     bool wasPending;
 };
 
-bool CheckTransfer(File const& file, bool allowed, OVERLAPPED const* overlapped) noexcept
+bool CheckTransfer(FileObject const& file, bool allowed, OVERLAPPED const* overlapped) noexcept
 {
     if (!allowed)
         return FailWith(ERROR_ACCESS_DENIED);
-    if (file.type == File::Type::directory || file.type == File::Type::link)
+    if (file.type == FileObject::Type::directory || file.type == FileObject::Type::link)
         return FailWith(ERROR_INVALID_FUNCTION);
     // Asynchronous transfers of files are not offered.
     if (overlapped)
@@ -72,7 +72,7 @@ std::size_t MoveAll(std::size_t count, bool oncePerCall, int& error, Move move) 
     std::size_t done = 0;
     while (done < count)
     {
-        ssize_t const moved = Uninterrupted([&] { return move(done, std::min(count - done, MostAtOnce)); });
+        ssize_t const moved = Uninterrupted([&] { return move(done, std::min(count - done, mostAtOnce)); });
         if (moved < 0)
             error = errno;
         if (moved <= 0)
@@ -84,12 +84,12 @@ std::size_t MoveAll(std::size_t count, bool oncePerCall, int& error, Move move) 
     return done;
 }
 
-bool Read(File& file, void* buffer, DWORD count, DWORD& transferred) noexcept
+bool Read(FileObject& file, void* buffer, DWORD count, DWORD& transferred) noexcept
 {
     int error = 0;
     // What a FIFO or a terminal has at the moment is a whole answer.
     std::size_t const done =
-        MoveAll(count, file.type == File::Type::other, error,
+        MoveAll(count, file.type == FileObject::Type::other, error,
                 [&](std::size_t from, std::size_t most)
                 { return SystemCalls::Read(file.Descriptor(), static_cast<char*>(buffer) + from, most); });
     if (error != 0)
@@ -98,7 +98,7 @@ bool Read(File& file, void* buffer, DWORD count, DWORD& transferred) noexcept
     return true;
 }
 
-bool WriteAll(File& file, void const* buffer, DWORD count, int& error) noexcept
+bool WriteAll(FileObject& file, void const* buffer, DWORD count, int& error) noexcept
 {
     std::size_t const done =
         MoveAll(count, false, error,
@@ -107,11 +107,11 @@ bool WriteAll(File& file, void const* buffer, DWORD count, int& error) noexcept
     return done == count;
 }
 
-bool Write(File& file, void const* buffer, DWORD count, DWORD& transferred) noexcept
+bool Write(FileObject& file, void const* buffer, DWORD count, DWORD& transferred) noexcept
 {
     int error = 0;
     bool complete;
-    if (file.type == File::Type::other)
+    if (file.type == FileObject::Type::other)
     {
         BrokenPipeGuard guard;
         complete = WriteAll(file, buffer, count, error);
@@ -125,25 +125,32 @@ bool Write(File& file, void const* buffer, DWORD count, DWORD& transferred) noex
     return true;
 }
 
+// What reading and writing have in common: `permission` is the handle's right that it needs, and work(file, done) moves
+// the bytes.
+template <class Work>
+bool Transfer(HANDLE handle, bool FileObject::*permission, LPDWORD transferred, OVERLAPPED const* overlapped,
+              Work work) noexcept
+{
+    DWORD unwanted;
+    DWORD& done = transferred ? *transferred : unwanted;
+    done = 0;
+    auto const file = HandleTable::Find<FileObject>(handle);
+    return file && CheckTransfer(*file, (*file).*permission, overlapped) && work(*file, done);
+}
+
 } // namespace
 } // namespace Brindle::Vok::Platform
 
 BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD count, LPDWORD transferred, LPOVERLAPPED overlapped) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    DWORD unwanted;
-    DWORD& done = transferred ? *transferred : unwanted;
-    done = 0;
-    auto const file = HandleTable::Find<File>(handle);
-    return file && CheckTransfer(*file, file->reads, overlapped) && Read(*file, buffer, count, done);
+    return Transfer(handle, &FileObject::reads, transferred, overlapped,
+                    [&](FileObject& file, DWORD& done) { return Read(file, buffer, count, done); });
 }
 
 BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD count, LPDWORD transferred, LPOVERLAPPED overlapped) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    DWORD unwanted;
-    DWORD& done = transferred ? *transferred : unwanted;
-    done = 0;
-    auto const file = HandleTable::Find<File>(handle);
-    return file && CheckTransfer(*file, file->writes, overlapped) && Write(*file, buffer, count, done);
+    return Transfer(handle, &FileObject::writes, transferred, overlapped,
+                    [&](FileObject& file, DWORD& done) { return Write(file, buffer, count, done); });
 }

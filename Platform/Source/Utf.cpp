@@ -9,7 +9,7 @@ namespace
 {
 
 #ifdef VOK_UTF_AVX2
-/// False until this file's statics are set up, so that a conversion before that goes the portable way.
+// False until this file's statics are set up, so that a conversion before that goes the portable way.
 bool const hasAvx2 = Avx2::IsSupported();
 #endif
 

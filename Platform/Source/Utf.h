@@ -27,17 +27,6 @@ std::size_t WideLengthOfUtf8(char const* text, std::size_t length) noexcept;
 char* WideToUtf8(wchar_t const* text, std::size_t length, char* out, std::size_t size) noexcept;
 wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out, std::size_t size) noexcept;
 
-/// The same for a buffer whose size the length function gave; looks for it once more, so that nothing is written
-/// beyond.
-inline char* WideToUtf8(wchar_t const* text, std::size_t length, char* out) noexcept
-{
-    return WideToUtf8(text, length, out, Utf8LengthOfWide(text, length));
-}
-inline wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out) noexcept
-{
-    return Utf8ToWide(text, length, out, WideLengthOfUtf8(text, length));
-}
-
 /// Whether the text would be converted without any U+FFFD in the place of something ill-formed.
 bool IsValidUtf8(char const* text, std::size_t length) noexcept;
 bool IsValidWide(wchar_t const* text, std::size_t length) noexcept;

@@ -16,7 +16,7 @@ namespace
 
 using ToWide = Progress<char, wchar_t>;
 
-constexpr std::size_t BlockSize = 2 * sizeof(Vector);
+constexpr std::size_t blockSize = 2 * sizeof(Vector);
 
 struct Block
 {
@@ -34,8 +34,8 @@ VOK_AVX2_INLINE bool IsAscii(Block const& block)
     return HighBits(_mm256_or_si256(block.first, block.second)) == 0;
 }
 
-/// The faults that two neighbouring bytes can show. Each table below tells for one half byte which faults it leaves
-/// possible; what all three leave is there. Two continuation bytes in a row are right behind a long enough lead.
+// The faults that two neighbouring bytes can show. Each table below tells for one half byte which faults it leaves
+// possible; what all three leave is there. Two continuation bytes in a row are right behind a long enough lead.
 namespace Fault
 {
 constexpr int missingContinuation = 0x01; // A lead, then no continuation.
@@ -119,14 +119,14 @@ VOK_AVX2_INLINE Vector LookUp(HalfByteTable const& table, Vector indexes)
     return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(LoadHalf(table.data())), indexes);
 }
 
-/// The bytes that stand Distance before each of these; before the first of all stands what came before.
+// The bytes that stand Distance before each of these; before the first of all stands what came before.
 template <int Distance>
 VOK_AVX2_INLINE Vector Before(Vector bytes, Vector before)
 {
     return _mm256_alignr_epi8(bytes, _mm256_permute2x128_si256(before, bytes, 0x21), 16 - Distance);
 }
 
-/// Not zero where a byte is wrong behind those before it.
+// Not zero where a byte is wrong behind those before it.
 VOK_AVX2_INLINE Vector FindFaults(Vector bytes, Vector before)
 {
     auto const lowHalf = Bytes(0x0F);
@@ -143,7 +143,7 @@ VOK_AVX2_INLINE Vector FindFaults(Vector bytes, Vector before)
     return _mm256_xor_si256(asked, faults);
 }
 
-/// Whether a block that begins with a character has no fault, apart from a character that goes on behind its end.
+// Whether a block that begins with a character has no fault, apart from a character that goes on behind its end.
 VOK_AVX2_INLINE bool IsWellFormed(Block const& block)
 {
     auto const faults =
@@ -151,18 +151,18 @@ VOK_AVX2_INLINE bool IsWellFormed(Block const& block)
     return !IsAnyBitSet(faults);
 }
 
-/// Bytes at the end of a well-formed block that belong to a character that goes on behind it. At most one of the three
-/// conditions holds; a sum of them keeps what comes next from waiting for a guess.
+// Bytes at the end of a well-formed block that belong to a character that goes on behind it. At most one of the three
+// conditions holds; a sum of them keeps what comes next from waiting for a guess.
 VOK_AVX2_INLINE unsigned CutOffLength(char const* block)
 {
     auto const* const bytes = reinterpret_cast<unsigned char const*>(block);
-    unsigned const one = bytes[BlockSize - 1] >= 0xC0 ? 1 : 0;
-    unsigned const two = bytes[BlockSize - 2] >= 0xE0 ? 2 : 0;
-    unsigned const three = bytes[BlockSize - 3] >= 0xF0 ? 3 : 0;
+    unsigned const one = bytes[blockSize - 1] >= 0xC0 ? 1 : 0;
+    unsigned const two = bytes[blockSize - 2] >= 0xE0 ? 2 : 0;
+    unsigned const three = bytes[blockSize - 3] >= 0xF0 ? 3 : 0;
     return one + two + three;
 }
 
-/// Has the highest bit of a byte set if it and the next lower ones, count in all, are set there.
+// Has the highest bit of a byte set if it and the next lower ones, count in all, are set there.
 template <int Count>
 VOK_AVX2_INLINE Vector LeadingOnes(Vector bytes)
 {
@@ -177,8 +177,8 @@ VOK_AVX2_INLINE std::uint64_t BlockBits(Vector first, Vector second)
     return HighBits(first) | static_cast<std::uint64_t>(HighBits(second)) << 32;
 }
 
-/// Marks the bytes of a well-formed block at which a code unit ends: all but leads and the byte behind a lead that has
-/// two or more to come. So a character of four bytes has two marks, one for each surrogate.
+// Marks the bytes of a well-formed block at which a code unit ends: all but leads and the byte behind a lead that has
+// two or more to come. So a character of four bytes has two marks, one for each surrogate.
 VOK_AVX2_INLINE std::uint64_t UnitEnds(Block const& block)
 {
     auto const leads = BlockBits(LeadingOnes<2>(block.first), LeadingOnes<2>(block.second));
@@ -192,7 +192,7 @@ VOK_AVX2_INLINE bool HasFourByteCharacters(Block const& block)
     return HighBits(_mm256_subs_epu8(highest, Bytes(0xF0 - 0x80))) != 0;
 }
 
-/// Keeps those of eight words whose bit is set.
+// Keeps those of eight words whose bit is set.
 constexpr auto keepRows = []
 {
     std::array<ShuffleRow, 256> rows{};
@@ -217,22 +217,22 @@ VOK_AVX2_INLINE void PushWords(Half words, std::uint32_t bits, Output& output)
     output.Push(_mm256_cvtepu16_epi32(words), Count(bits));
 }
 
-/// Words of what each byte ends, for half of the positions: data in the lower byte's place, then six bits from the
-/// byte before, then four bits from the one before that.
+// Words of what each byte ends, for half of the positions: data in the lower byte's place, then six bits from the
+// byte before, then four bits from the one before that.
 VOK_AVX2_INLINE Vector JoinBits(Vector dataAndMiddle, Vector upper)
 {
     return _mm256_or_si256(_mm256_maddubs_epi16(dataAndMiddle, Words(0x4001)), _mm256_slli_epi16(upper, 4));
 }
 
-/// Makes surrogates of the words that belong to characters of four bytes: behind the third byte there the word holds
-/// its data in the wrong place, behind the fourth all that is missing is the mark.
+// Makes surrogates of the words that belong to characters of four bytes: behind the third byte there the word holds
+// its data in the wrong place, behind the fourth all that is missing is the mark.
 VOK_AVX2_INLINE Vector MarkSurrogates(Vector words, Vector highs, Vector lows)
 {
     auto const high = _mm256_add_epi16(_mm256_srli_epi16(words, 4), Words(0xD7C0));
     return _mm256_or_si256(_mm256_blendv_epi8(words, high, highs), _mm256_and_si256(lows, Words(0xDC00)));
 }
 
-/// Decodes 32 bytes of a well-formed block into the units that end in them.
+// Decodes 32 bytes of a well-formed block into the units that end in them.
 template <bool HasFour, class Output>
 VOK_AVX2_INLINE void DecodeVector(Vector bytes, Vector before, std::uint32_t ends, Output& output)
 {
@@ -264,7 +264,7 @@ VOK_AVX2_INLINE void DecodeVector(Vector bytes, Vector before, std::uint32_t end
     PushWords(_mm256_extracti128_si256(odd, 1), ends >> 24, output);
 }
 
-/// Decodes the units of a well-formed block that end where it is marked.
+// Decodes the units of a well-formed block that end where it is marked.
 template <class Output>
 VOK_AVX2_INLINE void DecodeBlock(Block const& block, std::uint64_t ends, Output& output)
 {
@@ -281,7 +281,7 @@ VOK_AVX2_INLINE void DecodeBlock(Block const& block, std::uint64_t ends, Output&
     DecodeVector<false>(block.second, block.first, secondEnds, output);
 }
 
-/// Decodes a block within the buffer. False when there is no room.
+// Decodes a block within the buffer. False when there is no room.
 VOK_AVX2_INLINE bool ConvertBlock(Block const& block, std::uint64_t ends, ToWide& at)
 {
     auto const count = Count(ends);
@@ -301,10 +301,10 @@ VOK_AVX2_INLINE bool ConvertBlock(Block const& block, std::uint64_t ends, ToWide
     return true;
 }
 
-/// Converts character by character until a block's worth of bytes is behind. False when there is no room.
+// Converts character by character until a block's worth of bytes is behind. False when there is no room.
 VOK_AVX2_APART bool ConvertCharacters(ToWide& at)
 {
-    auto const* const blockEnd = at.text + std::min(at.Left(), BlockSize);
+    auto const* const blockEnd = at.text + std::min(at.Left(), blockSize);
     while (at.text < blockEnd)
     {
         auto const character = DecodeUtf8(at.text, at.Left());
@@ -325,43 +325,43 @@ VOK_AVX2_INLINE bool ConvertIllFormedBlock(ToWide& at)
     return hadRoom;
 }
 
-constexpr std::size_t WidenStep = sizeof(Vector) / sizeof(wchar_t);
+constexpr std::size_t widenStep = sizeof(Vector) / sizeof(wchar_t);
 
 VOK_AVX2_INLINE void WidenBytes(char const* text, wchar_t* out)
 {
     Store(out, _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<Half const*>(text))));
 }
 
-/// Texts from this length on are worth a step that aligns what is written.
-constexpr std::size_t LongText = 8 * BlockSize;
+// Texts from this length on are worth a step that aligns what is written.
+constexpr std::size_t longText = 8 * blockSize;
 
-/// Converts the blocks of ASCII that come next, as far as there is room.
+// Converts the blocks of ASCII that come next, as far as there is room.
 VOK_AVX2_INLINE void ConvertAsciiBlocks(ToWide& at)
 {
-    while (at.Left() >= BlockSize && at.Room() >= BlockSize && IsAscii(LoadBlock(at.text)))
+    while (at.Left() >= blockSize && at.Room() >= blockSize && IsAscii(LoadBlock(at.text)))
     {
-        for (std::size_t i = 0; i < BlockSize; i += WidenStep)
+        for (std::size_t i = 0; i < blockSize; i += widenStep)
             WidenBytes(at.text + i, at.out + i);
         auto const misaligned = reinterpret_cast<std::uintptr_t>(at.out) % sizeof(Vector) / sizeof(wchar_t);
         // Of the first block of many only so much counts that what is written after it is aligned.
-        auto const step = BlockSize - (at.Left() >= LongText ? misaligned : 0);
+        auto const step = blockSize - (at.Left() >= longText ? misaligned : 0);
         at.text += step;
         at.out += step;
     }
 }
 
-/// The end of the blocks of ASCII at the beginning of a text.
+// The end of the blocks of ASCII at the beginning of a text.
 VOK_AVX2_INLINE char const* SkipAsciiBlocks(char const* text, char const* end)
 {
-    constexpr std::size_t stride = 4 * BlockSize;
+    constexpr std::size_t stride = 4 * blockSize;
     auto const left = [&] { return static_cast<std::size_t>(end - text); };
-    if (left() < BlockSize || !IsAscii(LoadBlock(text)))
+    if (left() < blockSize || !IsAscii(LoadBlock(text)))
         return text;
-    text += BlockSize;
+    text += blockSize;
     while (left() >= stride)
     {
         Block all = LoadBlock(text);
-        for (std::size_t i = BlockSize; i < stride; i += BlockSize)
+        for (std::size_t i = blockSize; i < stride; i += blockSize)
         {
             auto const block = LoadBlock(text + i);
             all = {_mm256_or_si256(all.first, block.first), _mm256_or_si256(all.second, block.second)};
@@ -370,8 +370,8 @@ VOK_AVX2_INLINE char const* SkipAsciiBlocks(char const* text, char const* end)
             break;
         text += stride;
     }
-    while (left() >= BlockSize && IsAscii(LoadBlock(text)))
-        text += BlockSize;
+    while (left() >= blockSize && IsAscii(LoadBlock(text)))
+        text += blockSize;
     return text;
 }
 
@@ -383,7 +383,7 @@ Word LoadWord(char const* text)
     return word;
 }
 
-/// Whether fewer bytes than a block has are ASCII. The last look overlaps the one before it.
+// Whether fewer bytes than a block has are ASCII. The last look overlaps the one before it.
 VOK_AVX2_INLINE bool IsShortAscii(char const* text, std::size_t length)
 {
     if (length >= sizeof(Vector))
@@ -403,21 +403,21 @@ VOK_AVX2_INLINE bool IsShortAscii(char const* text, std::size_t length)
 
 VOK_AVX2_INLINE void WidenShortAscii(char const* text, std::size_t length, wchar_t* out)
 {
-    if (length < WidenStep)
+    if (length < widenStep)
     {
         for (std::size_t i = 0; i < length; ++i)
             out[i] = text[i];
         return;
     }
-    for (std::size_t i = 0; i + WidenStep < length; i += WidenStep)
+    for (std::size_t i = 0; i + widenStep < length; i += widenStep)
         WidenBytes(text + i, out + i);
-    WidenBytes(text + length - WidenStep, out + length - WidenStep);
+    WidenBytes(text + length - widenStep, out + length - widenStep);
 }
 
-/// Fewer bytes than a block has, with zeros behind them.
+// Fewer bytes than a block has, with zeros behind them.
 VOK_AVX2_INLINE Block LoadPadded(char const* text, std::size_t length)
 {
-    alignas(Vector) char padded[BlockSize];
+    alignas(Vector) char padded[blockSize];
     Store(padded, _mm256_setzero_si256());
     Store(padded + sizeof(Vector), _mm256_setzero_si256());
     if (length >= sizeof(Vector))
@@ -435,13 +435,13 @@ VOK_AVX2_INLINE Block LoadPadded(char const* text, std::size_t length)
     return LoadBlock(padded);
 }
 
-/// Marks the bytes of a block that are text and not padding; there is at least one.
+// Marks the bytes of a block that are text and not padding; there is at least one.
 VOK_AVX2_INLINE std::uint64_t WithoutPadding(std::size_t length)
 {
-    return ~std::uint64_t{0} >> (BlockSize - length);
+    return ~std::uint64_t{0} >> (blockSize - length);
 }
 
-/// Converts what is left when it is less than a block. False when there is no room.
+// Converts what is left when it is less than a block. False when there is no room.
 VOK_AVX2_INLINE bool ConvertTail(ToWide& at)
 {
     auto const length = at.Left();
@@ -452,11 +452,11 @@ VOK_AVX2_INLINE bool ConvertTail(ToWide& at)
     return ConvertBlock(block, UnitEnds(block) & WithoutPadding(length), at);
 }
 
-/// Converts what is left when it is ASCII, and shorter than a block. False when it isn't, or when there is no room.
+// Converts what is left when it is ASCII, and shorter than a block. False when it isn't, or when there is no room.
 VOK_AVX2_INLINE bool ConvertShortAscii(ToWide& at)
 {
     auto const length = at.Left();
-    if (length >= BlockSize || length > at.Room() || !IsShortAscii(at.text, length))
+    if (length >= blockSize || length > at.Room() || !IsShortAscii(at.text, length))
         return false;
     WidenShortAscii(at.text, length, at.out);
     at.text += length;
@@ -467,12 +467,12 @@ VOK_AVX2_INLINE bool ConvertShortAscii(ToWide& at)
 VOK_AVX2_APART wchar_t* ConvertAny(char const* text, char const* end, wchar_t* out, wchar_t* outEnd)
 {
     ToWide at{text, end, out, outEnd};
-    while (at.Left() >= BlockSize)
+    while (at.Left() >= blockSize)
     {
         auto const block = LoadBlock(at.text);
         if (IsAscii(block))
         {
-            if (at.Room() < BlockSize)
+            if (at.Room() < blockSize)
                 return nullptr;
             ConvertAsciiBlocks(at);
             continue;
@@ -486,7 +486,7 @@ VOK_AVX2_APART wchar_t* ConvertAny(char const* text, char const* end, wchar_t* o
         auto const cutOff = CutOffLength(at.text);
         if (!ConvertBlock(block, UnitEnds(block) << cutOff >> cutOff, at))
             return nullptr;
-        at.text += BlockSize - cutOff;
+        at.text += blockSize - cutOff;
     }
     return at.Left() == 0 || ConvertShortAscii(at) || ConvertTail(at) ? at.out : nullptr;
 }
@@ -494,7 +494,7 @@ VOK_AVX2_APART wchar_t* ConvertAny(char const* text, char const* end, wchar_t* o
 VOK_AVX2_APART std::size_t LengthOfAny(char const* text, char const* end)
 {
     std::size_t units = 0;
-    while (static_cast<std::size_t>(end - text) >= BlockSize)
+    while (static_cast<std::size_t>(end - text) >= blockSize)
     {
         auto const block = LoadBlock(text);
         if (IsAscii(block))
@@ -508,10 +508,10 @@ VOK_AVX2_APART std::size_t LengthOfAny(char const* text, char const* end)
         {
             auto const cutOff = CutOffLength(text);
             units += Count(UnitEnds(block) << cutOff);
-            text += BlockSize - cutOff;
+            text += blockSize - cutOff;
             continue;
         }
-        for (auto const* const blockEnd = text + BlockSize; text < blockEnd;)
+        for (auto const* const blockEnd = text + blockSize; text < blockEnd;)
         {
             auto const character = DecodeUtf8(text, static_cast<std::size_t>(end - text));
             units += character.codePoint > 0xFFFF ? 2 : 1;
@@ -534,7 +534,7 @@ VOK_AVX2 std::size_t WideLengthOfUtf8(char const* text, std::size_t length) noex
     auto const* const end = text + length;
     auto const* const asciiEnd = SkipAsciiBlocks(text, end);
     auto const left = static_cast<std::size_t>(end - asciiEnd);
-    if (left < BlockSize && IsShortAscii(asciiEnd, left))
+    if (left < blockSize && IsShortAscii(asciiEnd, left))
         return length;
     return static_cast<std::size_t>(asciiEnd - text) + LengthOfAny(asciiEnd, end);
 }

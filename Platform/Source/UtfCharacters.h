@@ -6,9 +6,9 @@
 namespace Brindle::Vok::Platform::Utf
 {
 
-inline constexpr char32_t ReplacementCharacter = 0xFFFD;
+inline constexpr char32_t replacementCharacter = 0xFFFD;
 
-/// The first character of a text. For an ill-formed one codePoint is ReplacementCharacter, and consumed the length of
+/// The first character of a text. For an ill-formed one codePoint is replacementCharacter, and consumed the length of
 /// its maximal part.
 struct Decoded
 {
@@ -78,12 +78,12 @@ inline Decoded DecodeUtf8(char const* text, std::size_t length) noexcept
         return {bytes[0], 1, true};
     auto lead = ReadLeadByte(bytes[0]);
     if (lead.following == 0)
-        return {ReplacementCharacter, 1, false};
+        return {replacementCharacter, 1, false};
     char32_t codePoint = bytes[0] & (0x3FU >> lead.following);
     for (unsigned i = 1; i <= lead.following; ++i)
     {
         if (i == length || bytes[i] < lead.lowest || bytes[i] > lead.highest)
-            return {ReplacementCharacter, i, false};
+            return {replacementCharacter, i, false};
         codePoint = codePoint << 6 | (bytes[i] & 0x3FU);
         lead.lowest = 0x80;
         lead.highest = 0xBF;
@@ -97,14 +97,14 @@ inline Decoded DecodeWide(wchar_t const* text, std::size_t length) noexcept
     if (IsHighSurrogate(text[0]) && length > 1 && IsLowSurrogate(text[1]))
         return {0x10000 + ((unit & 0x3FF) << 10 | (static_cast<char32_t>(text[1]) & 0x3FF)), 2, true};
     if (unit > 0xFFFF || !IsCharacter(unit))
-        return {ReplacementCharacter, 1, false};
+        return {replacementCharacter, 1, false};
     return {unit, 1, true};
 }
 
 inline unsigned EncodeUtf8(char32_t codePoint, char* out) noexcept
 {
     if (!IsCharacter(codePoint))
-        codePoint = ReplacementCharacter;
+        codePoint = replacementCharacter;
     if (codePoint < 0x80)
     {
         out[0] = static_cast<char>(codePoint);
@@ -124,7 +124,7 @@ inline unsigned EncodeUtf8(char32_t codePoint, char* out) noexcept
 inline unsigned EncodeWide(char32_t codePoint, wchar_t* out) noexcept
 {
     if (!IsCharacter(codePoint))
-        codePoint = ReplacementCharacter;
+        codePoint = replacementCharacter;
     if (codePoint < 0x10000)
     {
         out[0] = static_cast<wchar_t>(codePoint);

@@ -1,6 +1,8 @@
 #include "UtfCharacters.h"
 #include "UtfConverters.h"
 
+#include <type_traits>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -11,8 +13,8 @@ namespace Brindle::Vok::Platform::Utf::Portable
 namespace
 {
 
-/// Bytes, or units, of ASCII that are looked at in one step.
-constexpr std::size_t RunLength = 16;
+// Bytes, or units, of ASCII that are looked at in one step.
+constexpr std::size_t runLength = 16;
 
 #if defined(__SSE2__)
 
@@ -68,7 +70,7 @@ template <class Unit>
 bool IsAsciiRun(Unit const* text)
 {
     char32_t all = 0;
-    for (std::size_t i = 0; i < RunLength; ++i)
+    for (std::size_t i = 0; i < runLength; ++i)
         all |= static_cast<std::make_unsigned_t<Unit>>(text[i]);
     return all < 0x80;
 }
@@ -76,7 +78,7 @@ bool IsAsciiRun(Unit const* text)
 template <class Unit, class OutputUnit>
 void CopyAsciiRun(Unit const* text, OutputUnit* out)
 {
-    for (std::size_t i = 0; i < RunLength; ++i)
+    for (std::size_t i = 0; i < runLength; ++i)
         out[i] = static_cast<OutputUnit>(text[i]);
 }
 
@@ -89,10 +91,10 @@ std::size_t Utf8LengthOfWide(wchar_t const* text, std::size_t length) noexcept
     std::size_t result = 0;
     for (std::size_t i = 0; i < length;)
     {
-        if (length - i >= RunLength && IsAsciiRun(text + i))
+        if (length - i >= runLength && IsAsciiRun(text + i))
         {
-            result += RunLength;
-            i += RunLength;
+            result += runLength;
+            i += runLength;
             continue;
         }
         auto const character = DecodeWide(text + i, length - i);
@@ -107,10 +109,10 @@ std::size_t WideLengthOfUtf8(char const* text, std::size_t length) noexcept
     std::size_t result = 0;
     for (std::size_t i = 0; i < length;)
     {
-        if (length - i >= RunLength && IsAsciiRun(text + i))
+        if (length - i >= runLength && IsAsciiRun(text + i))
         {
-            result += RunLength;
-            i += RunLength;
+            result += runLength;
+            i += runLength;
             continue;
         }
         auto const character = DecodeUtf8(text + i, length - i);
@@ -124,12 +126,12 @@ char* WideToUtf8(wchar_t const* text, std::size_t length, char* out, std::size_t
 {
     for (std::size_t i = 0; i < length;)
     {
-        if (length - i >= RunLength && size >= RunLength && IsAsciiRun(text + i))
+        if (length - i >= runLength && size >= runLength && IsAsciiRun(text + i))
         {
             CopyAsciiRun(text + i, out);
-            out += RunLength;
-            size -= RunLength;
-            i += RunLength;
+            out += runLength;
+            size -= runLength;
+            i += runLength;
             continue;
         }
         auto const character = DecodeWide(text + i, length - i);
@@ -147,12 +149,12 @@ wchar_t* Utf8ToWide(char const* text, std::size_t length, wchar_t* out, std::siz
 {
     for (std::size_t i = 0; i < length;)
     {
-        if (length - i >= RunLength && size >= RunLength && IsAsciiRun(text + i))
+        if (length - i >= runLength && size >= runLength && IsAsciiRun(text + i))
         {
             CopyAsciiRun(text + i, out);
-            out += RunLength;
-            size -= RunLength;
-            i += RunLength;
+            out += runLength;
+            size -= runLength;
+            i += runLength;
             continue;
         }
         auto const character = DecodeUtf8(text + i, length - i);

@@ -12,20 +12,35 @@ namespace
 
 constexpr DWORD systemTextFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
 
-/// A buffer that the platform allocated.
+constexpr std::string_view unknownCode = "Unknown Error Code.";
+
+DWORD FormatMessageOf(DWORD code, char** text)
+{
+    return FormatMessageA(systemTextFlags, nullptr, code, 0, reinterpret_cast<char*>(text), 0, nullptr);
+}
+
+DWORD FormatMessageOf(DWORD code, wchar_t** text)
+{
+    return FormatMessageW(systemTextFlags, nullptr, code, 0, reinterpret_cast<wchar_t*>(text), 0, nullptr);
+}
+
+/// The system's text of a Win32 code, in the buffer that the platform allocated for it.
 template <class Char>
 class SystemText
 {
 public:
-    SystemText() = default;
+    explicit SystemText(unsigned long code)
+    {
+        if (FormatMessageOf(static_cast<DWORD>(code), &text) == 0)
+            text = nullptr;
+    }
     SystemText(SystemText const&) = delete;
     SystemText& operator=(SystemText const&) = delete;
     ~SystemText() { LocalFree(text); }
 
-    /// Where FormatMessage puts the buffer's address when it is to allocate one.
-    Char* Target() { return reinterpret_cast<Char*>(&text); }
+    bool IsKnown() const { return text != nullptr; }
 
-    /// The text up to its first carriage return.
+    /// Up to the first carriage return.
     std::basic_string_view<Char> FirstLine() const
     {
         std::basic_string_view<Char> const all(text);
@@ -35,18 +50,6 @@ public:
 private:
     Char* text = nullptr;
 };
-
-constexpr std::string_view unknownCode = "Unknown Error Code.";
-
-/// Gives the text of a Win32 code to `use` while it lasts; the message composer takes it without a copy.
-template <class Use>
-auto WithWindowsText(unsigned long code, Use use)
-{
-    SystemText<char> text;
-    if (FormatMessageA(systemTextFlags, nullptr, static_cast<DWORD>(code), 0, text.Target(), 0, nullptr) == 0)
-        return use(unknownCode);
-    return use(text.FirstLine());
-}
 
 template <class Number>
 void AppendNumber(std::string& target, Number number, int base)
@@ -93,15 +96,14 @@ std::string Compose(char const* file, int line, char const* function, std::strin
 
 std::wstring WindowsErrorToString(unsigned long code)
 {
-    SystemText<wchar_t> text;
-    if (FormatMessageW(systemTextFlags, nullptr, static_cast<DWORD>(code), 0, text.Target(), 0, nullptr) == 0)
-        return Utf8ToWide(unknownCode);
-    return std::wstring(text.FirstLine());
+    SystemText<wchar_t> const text(code);
+    return text.IsKnown() ? std::wstring(text.FirstLine()) : Utf8ToWide(unknownCode);
 }
 
 std::string WindowsErrorToStringA(unsigned long code)
 {
-    return WithWindowsText(code, [](std::string_view text) { return std::string(text); });
+    SystemText<char> const text(code);
+    return std::string(text.IsKnown() ? text.FirstLine() : unknownCode);
 }
 
 std::wstring HresultToString(long code)
@@ -178,11 +180,9 @@ int ConvertCode(int code, std::error_category const& from, std::error_category c
 std::string ComposeWindowsMessage(unsigned long code, char const* file, int line, char const* function,
                                   std::string const& text)
 {
-    return WithWindowsText(code,
-                           [&](std::string_view systemText) {
-                               return Compose(file, line, function, systemText, "Windows Error",
-                                              static_cast<std::uint32_t>(code), 10, text);
-                           });
+    SystemText<char> const systemText(code);
+    return Compose(file, line, function, systemText.IsKnown() ? systemText.FirstLine() : unknownCode, "Windows Error",
+                   static_cast<std::uint32_t>(code), 10, text);
 }
 
 std::string ComposeComMessage(long code, char const* file, int line, char const* function, std::string const& text)

@@ -12,6 +12,7 @@
 namespace Brindle::Vok
 {
 
+// Named without their namespace, since the texts of the assertions below are fixed.
 using Detail::utf16ByteOrderMark;
 using Detail::utf8ByteOrderMark;
 

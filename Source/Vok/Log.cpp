@@ -2,7 +2,9 @@
 
 #include "ReadMostlyLock.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <list>
 #include <mutex>
 #include <shared_mutex>
@@ -210,6 +212,7 @@ void SubscriptionForLogCallbacks::SetLogSeverity(VokLogSeverity severity)
 namespace Detail
 {
 
+// Not -1: before anyone has ever subscribed, errors pass the threshold and find nobody.
 constinit std::atomic<int> maximumLogSeverity{static_cast<int>(VokLogSeverity::error)};
 
 bool ShouldLog(VokLogSeverity severity)

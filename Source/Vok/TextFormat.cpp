@@ -35,12 +35,12 @@ std::basic_string<Char> WithWindowsLineEndings(std::basic_string<Char> const& te
 } // namespace
 
 template <class Char>
-NormalizedText<Char>::NormalizedText(std::basic_string<Char> const& text, LineEndingPolicy policy) : text(&own)
+NormalizedText<Char>::NormalizedText(std::basic_string<Char> const& source, LineEndingPolicy policy) : text(&own)
 {
     if (policy == LineEndingPolicy::Unchanged)
-        this->text = &text;
+        text = &source;
     else if (policy == LineEndingPolicy::Windows)
-        own = WithWindowsLineEndings(text);
+        own = WithWindowsLineEndings(source);
     // Any other policy drops the text; the file is written all the same.
 }
 

@@ -19,7 +19,7 @@ template <class Char>
 class NormalizedText
 {
 public:
-    NormalizedText(std::basic_string<Char> const& text, LineEndingPolicy policy);
+    NormalizedText(std::basic_string<Char> const& source, LineEndingPolicy policy);
     NormalizedText(NormalizedText const&) = delete;
     NormalizedText& operator=(NormalizedText const&) = delete;
 

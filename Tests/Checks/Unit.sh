@@ -20,6 +20,12 @@ step_tsan() {
     sanitized tsan thread
 }
 
+step_fuzz() {
+    if build fuzz; then
+        run_tests fuzz "$PWD/Build/fuzz/Fuzz"
+    fi
+}
+
 # As nobody, with a directory for temporary files that is nobody's, under a zone that is ahead of no full hour and a
 # locale whose dotless i, decimal comma and digit groups show every conversion that forgot to name the classic one.
 step_user() {
@@ -104,7 +110,7 @@ run_tests() {
     report=$directory/report-$name.xml
     rm -f "$report"
     logged "$name-tests" "$@" ctest --test-dir "$directory" --output-on-failure --no-tests=error \
-        --parallel "$(nproc)" --label-regex "${label:-.}" --output-junit "$report" || code=$?
+        --parallel "$(nproc)" ${label:+--label-regex "$label"} --output-junit "$report" || code=$?
     if [[ ! -s $report ]]; then
         count_failed 1 "$name: ctest made no report"
         return

@@ -44,7 +44,7 @@ int main()
     Expect(statements == 2, "the library's statement reaches the subscriber");
 
     std::filesystem::path const file = std::filesystem::temp_directory_path() / "vok2-consumer.txt";
-    auto const text = MakeFileSystem()->MakeFile(Path(file.wstring()));
+    auto const text = MakeFileSystem()->MakeFile(Path(file.string()));
     text->WriteAllText("a\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Omit, LineEndingPolicy::Windows);
     Expect(text->ReadAllTextA() == "a\r\n", "what was written is read");
     std::filesystem::remove(file);

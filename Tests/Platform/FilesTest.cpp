@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -18,8 +19,7 @@ namespace SystemCalls = Platform::SystemCalls;
 namespace
 {
 
-constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr DWORD ReadWrite = GENERIC_READ | GENERIC_WRITE;
+constexpr DWORD readWrite = GENERIC_READ | GENERIC_WRITE;
 
 class Files : public testing::Test
 {
@@ -68,7 +68,7 @@ TEST_F(Files, EachDispositionMeetsEachTarget)
         {CREATE_ALWAYS, GENERIC_WRITE, {0, 0, 5, 5, 3, 3}, ""},
         {CREATE_ALWAYS, GENERIC_READ, {0, 0, 5, 5, 3, 3}, ""},
         {OPEN_EXISTING, GENERIC_WRITE, {2, 0, 5, 5, 3, 3}, "old"},
-        {OPEN_EXISTING, ReadWrite, {2, 0, 5, 5, 3, 3}, "old"},
+        {OPEN_EXISTING, readWrite, {2, 0, 5, 5, 3, 3}, "old"},
         {OPEN_EXISTING, FILE_APPEND_DATA, {2, 0, 5, 5, 3, 3}, "old"},
         {OPEN_EXISTING, GENERIC_READ, {2, 0, 0, 5, 3, 3}, "old"},
         {OPEN_EXISTING, DELETE, {2, 0, 0, 5, 3, 3}, "old"},
@@ -125,7 +125,7 @@ TEST_F(Files, ArgumentsThatCantBeHonouredFail)
         {L"new\\", GENERIC_READ, OPEN_EXISTING, 0, 2},
         {L"directory\\", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
         {L"directory", GENERIC_READ, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 0},
-        {L"directory", ReadWrite, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
+        {L"directory", readWrite, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
         {L"directory", GENERIC_WRITE, CREATE_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 5},
         {L"loop", GENERIC_READ, OPEN_EXISTING, 0, 1921},
         {L"link", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
@@ -162,7 +162,7 @@ TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
 
 TEST_F(Files, TransfersMoveThePositionAndEndAtTheEnd)
 {
-    OpenHandle file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
     EXPECT_EQ(WriteCode(file, "first "), "0:6");
     EXPECT_EQ(WriteCode(file, ""), "0:0");
     EXPECT_EQ(WriteCode(file, "second"), "0:6");
@@ -202,9 +202,9 @@ TEST_F(Files, TransfersNeedTheirRight)
         {L"file", DELETE, 0, "5:", "5:0"},
         {L"file", GENERIC_EXECUTE, 0, "5:", "5:0"},
         {L"file", 0, 0, "5:", "5:0"},
-        {L"directory", ReadWrite, FILE_FLAG_BACKUP_SEMANTICS, "1:", "1:0"},
-        {L"link", ReadWrite, FILE_FLAG_OPEN_REPARSE_POINT, "1:", "1:0"},
-        {L"file", ReadWrite, FILE_FLAG_OVERLAPPED, "87:", "87:0"},
+        {L"directory", readWrite, FILE_FLAG_BACKUP_SEMANTICS, "1:", "1:0"},
+        {L"link", readWrite, FILE_FLAG_OPEN_REPARSE_POINT, "1:", "1:0"},
+        {L"file", readWrite, FILE_FLAG_OVERLAPPED, "87:", "87:0"},
     };
     for (auto const& each : cases)
     {
@@ -213,7 +213,7 @@ TEST_F(Files, TransfersNeedTheirRight)
         EXPECT_EQ(ReadAll(file), each.read) << each.access << ' ' << each.flags;
         EXPECT_EQ(WriteCode(file, "x"), each.write) << each.access << ' ' << each.flags;
     }
-    OpenHandle file = Open(drive.Path(L"file"), ReadWrite);
+    OpenHandle file = Open(drive.Path(L"file"), readWrite);
     OVERLAPPED overlapped = {};
     DWORD transferred = 1;
     EXPECT_EQ(CodeOf([&] { return ReadFile(file.Get(), &overlapped, 1, &transferred, &overlapped); }), 50U);
@@ -228,7 +228,7 @@ TEST_F(Files, TransfersNeedTheirRight)
 
 TEST_F(Files, InterruptionsAndShortTransfersAreCarriedOn)
 {
-    OpenHandle file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
     int calls = 0;
     {
         SystemCalls::Redirection halting(SystemCalls::Write,
@@ -258,7 +258,7 @@ TEST_F(Files, InterruptionsAndShortTransfersAreCarriedOn)
 TEST_F(Files, TheLargestCountIsTakenInPortions)
 {
     drive.Write("file", "x");
-    OpenHandle const file = Open(drive.Path(L"file"), ReadWrite);
+    OpenHandle const file = Open(drive.Path(L"file"), readWrite);
     std::size_t asked = 0;
     SystemCalls::Redirection moving(SystemCalls::Write,
                                     [&](int, void const*, size_t count)
@@ -274,7 +274,7 @@ TEST_F(Files, TheLargestCountIsTakenInPortions)
 
 TEST_F(Files, AFailureAmidATransferIsReportedWithNothingTransferred)
 {
-    OpenHandle const file = Open(drive.Path(L"file"), ReadWrite, 0, CREATE_NEW);
+    OpenHandle const file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
     struct
     {
         int error;
@@ -341,8 +341,8 @@ TEST_F(Files, OpeningAFifoDoesNotHang)
     late.join();
     reader.Close();
     EXPECT_EQ(WriteCode(writer, "gone"), "232:0");
-    OpenHandle const null = Open(L"C:\\dev\\null", ReadWrite);
-    OpenHandle const again = Open(L"C:\\dev\\null", ReadWrite);
+    OpenHandle const null = Open(L"C:\\dev\\null", readWrite);
+    OpenHandle const again = Open(L"C:\\dev\\null", readWrite);
     EXPECT_EQ(WriteCode(null, "nothing"), "0:7");
     EXPECT_EQ(ReadAll(again), "0:");
 }
@@ -385,9 +385,9 @@ TEST_F(Files, SizesAreThoseOfTheMoment)
         EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 0U);
         return size.QuadPart;
     };
-    for (DWORD const share : {0U, AllShares})
+    for (DWORD const share : {0U, allShares})
     {
-        OpenHandle const file = Open(drive.Path(L"file"), ReadWrite, share, OPEN_ALWAYS);
+        OpenHandle const file = Open(drive.Path(L"file"), readWrite, share, OPEN_ALWAYS);
         LONGLONG const before = share == 0 ? 5 : 7;
         EXPECT_EQ(sizeOf(file), before);
         EXPECT_EQ(WriteCode(file, std::string(static_cast<std::size_t>(before) + 2, 'x')).substr(0, 2), "0:");
@@ -413,7 +413,7 @@ TEST_F(Files, TimesCountFrom1601)
     { return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; };
     for (DWORD const access : {GENERIC_READ, FILE_READ_ATTRIBUTES})
     {
-        OpenHandle const file = Open(drive.Path(L"file"), access, AllShares);
+        OpenHandle const file = Open(drive.Path(L"file"), access, allShares);
         FILETIME creation, lastAccess, lastWrite;
         EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), &creation, &lastAccess, &lastWrite); }), 0U);
         EXPECT_EQ(ticks(lastAccess), 116'444'736'000'000'000U);

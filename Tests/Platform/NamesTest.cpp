@@ -111,7 +111,7 @@ TEST_F(Names, EveryFormLeadsToItsHostPath)
         HostPath path;
         EXPECT_EQ(CodeOf([&] { return path.Assign(each.text.c_str()); }), 0U) << testing::PrintToString(each.text);
         EXPECT_EQ(path.View(), Expand(each.host)) << testing::PrintToString(each.text);
-        EXPECT_EQ(path.Text()[path.Length()], '\0');
+        EXPECT_EQ(path.Text()[path.View().size()], '\0');
         EXPECT_EQ(path.NamesDirectory(), each.namesDirectory) << testing::PrintToString(each.text);
     }
 }

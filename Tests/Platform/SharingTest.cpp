@@ -21,8 +21,6 @@ namespace SystemCalls = Platform::SystemCalls;
 namespace
 {
 
-constexpr DWORD AllShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 struct Terms
 {
     DWORD access;
@@ -34,7 +32,7 @@ std::vector<Terms> AllTerms()
     std::vector<Terms> all;
     for (DWORD const access :
          {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE, DELETE, GENERIC_READ | DELETE, GENERIC_ALL})
-        for (DWORD share = 0; share <= AllShares; ++share)
+        for (DWORD share = 0; share <= allShares; ++share)
             all.push_back({access, share});
     return all;
 }
@@ -89,7 +87,7 @@ TEST_F(Sharing, HoldsForEveryPairOfHandles)
 TEST_F(Sharing, HoldsForAThirdHandleThatFitsTheFirstOnly)
 {
     Terms const reader{GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE};
-    Terms const writer{GENERIC_WRITE, AllShares};
+    Terms const writer{GENERIC_WRITE, allShares};
     OpenHandle const first = OpenWith(reader);
     OpenHandle second = OpenWith(writer);
     ASSERT_TRUE(first && second);
@@ -117,7 +115,7 @@ TEST_F(Sharing, IsLookedAtBeforeAnythingIsChanged)
         EXPECT_EQ(CodeOf([&] { return OpenWith({GENERIC_WRITE, 0}, disposition); }), 32U);
     EXPECT_EQ(CodeOf(
                   [&] {
-                      return OpenWith({GENERIC_READ, AllShares}, CREATE_ALWAYS);
+                      return OpenWith({GENERIC_READ, allShares}, CREATE_ALWAYS);
                   }),
               32U)
         << "to empty is to write";
@@ -129,9 +127,9 @@ TEST_F(Sharing, IsLookedAtBeforeAnythingIsChanged)
 TEST_F(Sharing, OfDeletionAllowsDeleting)
 {
     std::filesystem::create_directory(drive.Host("directory"));
-    for (DWORD const share : {FILE_SHARE_READ | FILE_SHARE_WRITE, AllShares})
+    for (DWORD const share : {FILE_SHARE_READ | FILE_SHARE_WRITE, allShares})
     {
-        DWORD const expected = share == AllShares ? 0U : 32U;
+        DWORD const expected = share == allShares ? 0U : 32U;
         OpenHandle const directory =
             Open(drive.Path(L"directory"), FILE_LIST_DIRECTORY, share, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
         OpenHandle const file = OpenWith({GENERIC_READ, share});
@@ -157,7 +155,7 @@ TEST_F(Sharing, HoldsBetweenProcessesAndEndsWithTheirDeath)
                 return 0;
             });
         child.WaitUntilReady();
-        EXPECT_EQ(CodeWith({GENERIC_WRITE, AllShares}), 32U);
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, allShares}), 32U);
         EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), terms.share == 0 ? 32U : 0U);
         EXPECT_EQ(DeletionCode(), 32U);
         child.Kill();
@@ -170,9 +168,9 @@ TEST_F(Sharing, HonoursAForeignLockOfTheWholeFile)
 {
     int const foreign = ::open(drive.Host("file").c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(::flock(foreign, LOCK_EX), 0);
-    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 32U);
+    EXPECT_EQ(CodeWith({GENERIC_READ, allShares}), 32U);
     ASSERT_EQ(::flock(foreign, LOCK_SH), 0);
-    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 0U);
+    EXPECT_EQ(CodeWith({GENERIC_READ, allShares}), 0U);
     EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U);
     ::close(foreign);
 }
@@ -180,7 +178,7 @@ TEST_F(Sharing, HonoursAForeignLockOfTheWholeFile)
 TEST_F(Sharing, OneOfTwoThatRaceAlwaysWins)
 {
     Terms const pairs[][2] = {
-        {{GENERIC_READ, FILE_SHARE_READ}, {GENERIC_WRITE, AllShares}},
+        {{GENERIC_READ, FILE_SHARE_READ}, {GENERIC_WRITE, allShares}},
         {{GENERIC_WRITE, FILE_SHARE_READ}, {GENERIC_WRITE, FILE_SHARE_READ}},
         {{GENERIC_WRITE, 0}, {GENERIC_READ, FILE_SHARE_READ}},
         {{GENERIC_WRITE, 0}, {GENERIC_WRITE, 0}},
@@ -253,7 +251,7 @@ TEST_F(Sharing, OnAFileSystemWithoutLocksOnlyWhatNeedsNoneSucceeds)
         SystemCalls::Redirection none(SystemCalls::LockWhole, [error](int, int) { return errno = error, -1; });
         EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 50U);
         EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), 50U);
-        EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 0U);
+        EXPECT_EQ(CodeWith({GENERIC_READ, allShares}), 0U);
     }
     // Exclusive locks for descriptors that write only.
     SystemCalls::Redirection writers(
@@ -266,7 +264,7 @@ TEST_F(Sharing, OnAFileSystemWithoutLocksOnlyWhatNeedsNoneSucceeds)
     OpenHandle const held = OpenWith({GENERIC_READ, 0});
     EXPECT_TRUE(held);
     EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U);
-    EXPECT_EQ(CodeWith({GENERIC_READ, AllShares}), 32U);
+    EXPECT_EQ(CodeWith({GENERIC_READ, allShares}), 32U);
     EXPECT_EQ(CodeWith({GENERIC_WRITE, 0}), 32U);
 }
 
@@ -301,7 +299,7 @@ TEST_F(Sharing, IsNotEndedByAForkedChildThatClosesItsCopy)
                 return 0;
             });
         EXPECT_EQ(child.Join(), 0);
-        EXPECT_EQ(CodeWith({GENERIC_WRITE, AllShares}), 32U);
+        EXPECT_EQ(CodeWith({GENERIC_WRITE, allShares}), 32U);
     }
 }
 
@@ -319,7 +317,7 @@ TEST_F(Sharing, NeedsNoRightToReadForWritersAndDeleters)
                 return 1;
             OpenHandle const writer = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
             OpenHandle const second = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
-            OpenHandle const deleter = OpenWith({DELETE, AllShares});
+            OpenHandle const deleter = OpenWith({DELETE, allShares});
             if (!writer || !second || !deleter || CodeWith({GENERIC_WRITE, FILE_SHARE_READ}) != 32)
                 return 2;
             return DeletionCode() == 0 ? 0 : 3;

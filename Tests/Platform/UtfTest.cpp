@@ -131,17 +131,17 @@ class GuardedBuffer
 public:
     GuardedBuffer()
     {
-        auto* const memory = mmap(nullptr, Capacity + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        auto* const memory = mmap(nullptr, capacity + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         begin = static_cast<char*>(memory) + page;
-        if (memory == MAP_FAILED || mprotect(begin, Capacity, PROT_READ | PROT_WRITE) != 0)
+        if (memory == MAP_FAILED || mprotect(begin, capacity, PROT_READ | PROT_WRITE) != 0)
             throw std::bad_alloc();
     }
-    ~GuardedBuffer() { munmap(begin - page, Capacity + 2 * page); }
+    ~GuardedBuffer() { munmap(begin - page, capacity + 2 * page); }
     GuardedBuffer(GuardedBuffer const&) = delete;
     GuardedBuffer& operator=(GuardedBuffer const&) = delete;
 
     /// Room for this many units that ends at the page behind.
-    Unit* AtEnd(std::size_t count) { return reinterpret_cast<Unit*>(begin + Capacity) - count; }
+    Unit* AtEnd(std::size_t count) { return reinterpret_cast<Unit*>(begin + capacity) - count; }
 
     /// The units, beginning right behind the page before or ending right before the page behind.
     Unit const* Hold(std::basic_string_view<Unit> text, bool atEnd)
@@ -152,7 +152,7 @@ public:
         return place;
     }
 
-    static constexpr std::size_t Capacity = std::size_t{1} << 16;
+    static constexpr std::size_t capacity = std::size_t{1} << 16;
 
 private:
     std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));

@@ -11,6 +11,8 @@
 namespace Brindle::Vok::Testing
 {
 
+inline constexpr DWORD allShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
 class OpenHandle
 {
 public:

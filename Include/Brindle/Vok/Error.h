@@ -6,6 +6,10 @@
 //             VOK_THROW_LAST_ERROR(L"Open failed, path[{}]", path);
 //     }
 //
+//     try
+//     {
+//         Open(L"C:\\a");
+//     }
 //     catch (Brindle::Vok::WindowsError const& error)
 //     {
 //         // "Source/Open.cpp(10): Open The file was not found. (Windows Error 2). Open failed, path[C:\a]"
@@ -38,12 +42,13 @@ namespace Brindle::Vok
 {
 
 /// The system's text of a Win32 code, without its line end; "Unknown Error Code." for a code that has none, or whose
-/// text needs arguments.
+/// text needs arguments (the thread's last error is then another one). The A form gives UTF-8. Any thread may call
+/// them.
 VOK_EXPORT std::wstring WindowsErrorToString(unsigned long code);
 VOK_EXPORT std::string WindowsErrorToStringA(unsigned long code);
 
 /// The system's text of an HRESULT, without its line end; "Unknown error 0x..." or "IDispatch error #..." for a code
-/// that has none.
+/// that has none. The A form gives UTF-8. Any thread may call them.
 VOK_EXPORT std::wstring HresultToString(long code);
 VOK_EXPORT std::string HresultToStringA(long code);
 
@@ -74,7 +79,8 @@ public:
 /// Whether this is the category of HRESULTs, whichever module made the instance.
 VOK_EXPORT bool IsComCategory(std::error_category const& category) noexcept;
 
-/// The code that stands for `code` of one category in another.
+/// The code that stands for `code` of one category in another: a Win32 code becomes an HRESULT of facility 7, such an
+/// HRESULT becomes its Win32 code and E_FAIL becomes 1627. Everything else stays as it is.
 VOK_EXPORT int ConvertCode(int code, std::error_category const& from, std::error_category const& to) noexcept;
 
 /// "file(line): function system text (Windows Error code). text", with no location if `file` or `function` is null.
@@ -122,15 +128,15 @@ public:
     bool Failed() const noexcept { return failed; }
 
 protected:
-    Error(int code, std::error_category const& category, std::string message)
-        : std::system_error(code, category), message(std::move(message))
+    Error(int initialCode, std::error_category const& category, std::string composed)
+        : std::system_error(initialCode, category), message(std::move(composed))
     {
     }
 
-    Error(int code, std::error_category const& category, char const* file, int line, char const* function,
-          std::string message, bool failed)
-        : std::system_error(code, category), file(file), function(function), line(line), message(std::move(message)),
-          failed(failed)
+    Error(int initialCode, std::error_category const& category, char const* sourceFile, int sourceLine,
+          char const* scopedFunction, std::string composed, bool hasFailed)
+        : std::system_error(initialCode, category), file(sourceFile), function(scopedFunction), line(sourceLine),
+          message(std::move(composed)), failed(hasFailed)
     {
     }
 
@@ -151,11 +157,13 @@ public:
     /// Success, with the message "Windows ERROR_SUCCESS".
     WindowsError() : Error(0, std::system_category(), "Windows ERROR_SUCCESS") {}
 
-    /// `file` and `function` must have static lifetime; without either the message has no location. `text` is UTF-8 and
+    /// File and function must have static lifetime; if either is null the message has no location. `text` is UTF-8 and
     /// may be empty. A code other than 0 has failed.
-    WindowsError(unsigned long code, char const* file, int line, char const* function, std::string const& text)
-        : Error(static_cast<int>(code), std::system_category(), file, line, function,
-                Detail::ComposeWindowsMessage(code, file, line, function, text), static_cast<int>(code) != 0)
+    WindowsError(unsigned long errorCode, char const* sourceFile, int sourceLine, char const* scopedFunction,
+                 std::string const& text)
+        : Error(static_cast<int>(errorCode), std::system_category(), sourceFile, sourceLine, scopedFunction,
+                Detail::ComposeWindowsMessage(errorCode, sourceFile, sourceLine, scopedFunction, text),
+                static_cast<int>(errorCode) != 0)
     {
     }
 
@@ -173,9 +181,11 @@ public:
     using Code = long;
 
     /// As for WindowsError. A negative code has failed; S_FALSE, say, has not.
-    ComError(long code, char const* file, int line, char const* function, std::string const& text)
-        : Error(static_cast<int>(code), Detail::ComErrorCategory::Instance(), file, line, function,
-                Detail::ComposeComMessage(code, file, line, function, text), static_cast<int>(code) < 0)
+    ComError(long errorCode, char const* sourceFile, int sourceLine, char const* scopedFunction,
+             std::string const& text)
+        : Error(static_cast<int>(errorCode), Detail::ComErrorCategory::Instance(), sourceFile, sourceLine,
+                scopedFunction, Detail::ComposeComMessage(errorCode, sourceFile, sourceLine, scopedFunction, text),
+                static_cast<int>(errorCode) < 0)
     {
     }
 

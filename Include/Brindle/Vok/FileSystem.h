@@ -5,8 +5,11 @@
 //     file->WriteAllText(L"one\ntwo\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::string bytes = file->ReadAllTextA();
 //
+// Of this header MakeFileSystem, FileSystem::MakeFile and File are there. The other operations of the service fail with
+// ERROR_CALL_NOT_IMPLEMENTED for now, and PathInfo, DirectoryInfo and TempDirectory are declared only.
+//
 // Texts are read and written whole, in memory. Writing is not atomic: a failure part-way leaves a partial file. A file
-// is opened sharing nothing, so of several callers at one time all but one fail.
+// is opened sharing nothing, so of several callers at one time all but one fail (ERROR_SHARING_VIOLATION, 32).
 #pragma once
 
 #include <Brindle/Vok/Error.h>

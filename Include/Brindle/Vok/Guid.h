@@ -17,12 +17,13 @@
 namespace Brindle::Vok
 {
 
+/// A value that holds one identifier. Different objects are independent; one object may be read on several threads.
 class Guid
 {
 public:
     /// The identifier of zeros alone.
     Guid() = default;
-    Guid(GUID const& value) : value(value) {}
+    Guid(GUID const& identifier) : value(identifier) {}
 
     /// The text form. Throws ComError if the platform fails.
     std::wstring ToString() const
@@ -62,6 +63,7 @@ private:
     GUID value{};
 };
 
+/// Writes ToString(); an identifier stands as an argument of a log format through this.
 inline std::wostream& operator<<(std::wostream& stream, Guid const& guid)
 {
     return stream << guid.ToString();

@@ -15,6 +15,8 @@
 namespace Brindle::Vok
 {
 
+/// Traits have a type Raw, and the static functions InvalidValue(), which gives the value that stands for no handle,
+/// and Close(Raw), which may not throw.
 template <class Traits>
 class HandleOwner
 {
@@ -24,8 +26,8 @@ public:
 
     /// Owns nothing.
     HandleOwner() noexcept = default;
-    /// Takes ownership of `raw`, whatever its value.
-    explicit HandleOwner(Raw raw) noexcept : raw(raw) {}
+    /// Takes ownership of a raw value, whatever it is.
+    explicit HandleOwner(Raw owned) noexcept : raw(owned) {}
 
     HandleOwner(HandleOwner&& other) noexcept : raw(std::exchange(other.raw, Traits::InvalidValue())) {}
     HandleOwner& operator=(HandleOwner&& other) noexcept
@@ -45,6 +47,7 @@ public:
     /// The raw value; ownership stays here.
     Raw Get() const noexcept { return raw; }
 
+    /// Whether there is a handle: the value differs from the traits' invalid one.
     bool IsValid() const noexcept { return raw != Traits::InvalidValue(); }
 
     /// Closes the present value, if valid, and takes ownership of `newRaw`. The present value itself changes nothing.

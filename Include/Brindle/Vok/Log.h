@@ -47,7 +47,7 @@ struct LogStatement
 {
     bool forced; ///< it goes to every subscriber, whatever severity that one asked for
     VokLogSeverity severity;
-    char const* file;     ///< source file, from the root of its source tree; may be null
+    char const* file;     ///< source file as its compiler names it; may be null
     char const* function; ///< scoped function name; may be null
     int line;
     std::string message; ///< UTF-8

@@ -14,7 +14,7 @@
 #include <shlwapi.h>
 #include <userenv.h>
 
-#ifdef VOK_BUILDING_LIBRARY
+#ifdef Vok2_EXPORTS
 #define VOK_EXPORT __declspec(dllexport)
 #else
 #define VOK_EXPORT __declspec(dllimport)

@@ -1,7 +1,7 @@
 // What only the stand-in for the platform has: the host directories behind drives and shares.
 //
 //     if (!Brindle::Vok::Platform::MapDrive(L'T', "/srv/test-data"))
-//         std::cerr << Brindle::Vok::WindowsErrorToStringA(GetLastError());
+//         std::cerr << Brindle::Vok::WindowsErrorToStringA(GetLastError());    // of Error.h
 //     // T:\a.txt is /srv/test-data/a.txt from here on.
 //
 // C: is the host's root from the start. On the platform itself this header is empty: drives and shares are the

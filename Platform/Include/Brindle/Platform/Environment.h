@@ -1,6 +1,12 @@
 // Environment variables of the process. Names are found without regard to the case of A to Z, an exact spelling first.
 // TEMP and TMP give Windows-syntax text: a host value that begins with '/' is turned into one, and a missing one is
 // C:\tmp.
+//
+//     wchar_t directory[MAX_PATH];
+//     DWORD const count = GetEnvironmentVariableW(L"TEMP", directory, MAX_PATH);
+//     bool const found = count > 0 && count < MAX_PATH;
+//
+// Calls may come from any thread; they don't know of a thread that changes the host's environment by other means.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

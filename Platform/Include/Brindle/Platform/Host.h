@@ -1,6 +1,9 @@
 // What only the stand-in has: which host directories stand behind drives and shares. C: is the host's root from the
 // start. Each function gives false with the last error set on failure. All may be called from any thread; a path that
 // is being looked up meanwhile sees the mapping before or after the call.
+//
+//     MapDrive(L'D', "/srv/data");                      // D:\x is /srv/data/x from here on
+//     MapShare(L"server", L"share", "/srv/share");      // and \\server\share\x is /srv/share/x
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -19,8 +22,8 @@ VOK_PLATFORM_EXPORT bool MapDrive(wchar_t letter, std::string const& directory);
 /// for a drive that is not mapped. Handles that are open stay open.
 VOK_PLATFORM_EXPORT bool UnmapDrive(wchar_t letter);
 
-/// Puts a host directory behind \\server\share, found without regard to the case of A to Z. Mapping a share again
-/// replaces its directory. Fails with ERROR_INVALID_NAME for an empty name or one with a separator.
+/// Puts a host directory behind a share of a server, both found without regard to the case of A to Z. Mapping a share
+/// again replaces its directory. Fails with ERROR_INVALID_NAME for an empty name or one with a separator.
 VOK_PLATFORM_EXPORT bool MapShare(std::wstring const& server, std::wstring const& share, std::string const& directory);
 
 } // namespace Brindle::Vok::Platform

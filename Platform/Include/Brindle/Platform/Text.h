@@ -1,4 +1,12 @@
 // Code pages and the system's texts.
+//
+//     wchar_t wide[64];
+//     int const count = MultiByteToWideChar(CP_UTF8, 0, "text", -1, wide, 64);   // 5, with the terminator
+//     if (count == 0)
+//         return GetLastError();
+//
+// Everything may be called from any thread. Lengths and sizes count bytes of narrow and code units of wide text; -1
+// stands for a text that ends with NUL.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

@@ -2,6 +2,7 @@
 // host, HANDLE is an opaque pointer. Wide text is UTF-16 code units, one a wchar_t.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #define VOK_PLATFORM_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,41 @@
+// What stands behind a file's handle.
+#pragma once
+
+#include "HandleTable.h"
+#include "Sharing.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace Brindle::Vok::Platform
+{
+
+class FileObject final : public Object
+{
+public:
+    static constexpr Kinds kinds = KindsOf(Kind::file);
+    static constexpr std::int64_t noSize = -1;
+
+    enum class Type
+    {
+        plain,
+        directory,
+        link, // A symbolic link that was opened itself.
+        other // A FIFO, a device, a terminal.
+    };
+
+    FileObject() noexcept : Object(Kind::file) {}
+
+    int Descriptor() const noexcept { return shared.Get(); }
+
+    SharedDescriptor shared;
+    Type type = Type::plain;
+    bool reads = false;
+    bool writes = false;
+    bool overlapped = false;
+    /// The size that opening found, noSize once it has been asked for or may have changed. Kept only while this handle
+    /// shares nothing: nobody else can then open the file to change it.
+    std::atomic<std::int64_t> sizeAtOpening{noSize};
+};
+
+} // namespace Brindle::Vok::Platform
