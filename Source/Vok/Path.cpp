@@ -109,8 +109,8 @@ std::string ToStringA(PathPrefix prefix)
     return WideToUtf8(ToString(prefix));
 }
 
-Path::Path(std::string text) : text(String::StringToWstring(text, CP_UTF8)) {}
-Path::Path(char const* text) : text(String::StringToWstring(text, CP_UTF8)) {}
+Path::Path(std::string pathText) : text(String::StringToWstring(pathText, CP_UTF8)) {}
+Path::Path(char const* pathText) : text(String::StringToWstring(pathText, CP_UTF8)) {}
 
 std::string Path::ToStringA() const
 {

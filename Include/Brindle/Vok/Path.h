@@ -69,10 +69,10 @@ public:
     Path() = default;
     /// The text as it stands. From narrow text by UTF-8 decoding, where String::StringToWstring tells what is thrown; a
     /// null narrow pointer gives the empty path, a null wide one is not provided for.
-    Path(std::wstring text) : text(std::move(text)) {}
-    Path(wchar_t const* text) : text(text) {}
-    Path(std::string text);
-    Path(char const* text);
+    Path(std::wstring pathText) : text(std::move(pathText)) {}
+    Path(wchar_t const* pathText) : text(pathText) {}
+    Path(std::string pathText);
+    Path(char const* pathText);
 
     Path(Path const&) = default;
     /// Leaves the other path empty.
