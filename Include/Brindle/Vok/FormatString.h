@@ -31,13 +31,13 @@ class CString;
 namespace Brindle::Vok
 {
 
-/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD, nothing is reported; String::WstringToString reports. A text of
+/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of
 /// 2^31 units or more gives an empty text.
 VOK_EXPORT std::string WideToUtf8(std::wstring_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::string WideToUtf8(wchar_t const* text);
 
-/// UTF-16 of UTF-8. Each ill-formed part becomes U+FFFD, nothing is reported; String::StringToWstring reports.
+/// UTF-16 of UTF-8. Each ill-formed part becomes U+FFFD and nothing is reported.
 VOK_EXPORT std::wstring Utf8ToWide(std::string_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::wstring Utf8ToWide(char const* text);
@@ -92,6 +92,13 @@ template <class T, class Char>
 concept Streamable = requires(std::basic_ostream<Char>& stream, T const& value)
 {
     stream << value;
+};
+
+/// An enumeration of its own operator; the standard ones, which would print a number, don't count.
+template <class T, class Char>
+concept HasOwnInsertion = std::is_enum_v<T> && requires(std::basic_ostream<Char>& stream, T const& value)
+{
+    operator<<(stream, value);
 };
 
 template <class Char>
@@ -151,7 +158,7 @@ decltype(auto) Adapt(T const& value)
         return AdaptText<Char>(static_cast<std::string_view>(value));
     else if constexpr (std::convertible_to<T const&, std::wstring_view>)
         return AdaptText<Char>(static_cast<std::wstring_view>(value));
-    else if constexpr (std::is_enum_v<T>)
+    else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
         return static_cast<std::underlying_type_t<T>>(value);
     else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)
         return (value);

@@ -17,8 +17,9 @@
 namespace Brindle::Vok
 {
 
-/// CreateFileW. The overload without Error& throws Error, and logs nothing. The other one returns an owner that holds
-/// INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null `path` fails like a missing one.
+/// CreateFileW. The overload without Error& throws Error itself, not a WindowsError, and logs nothing. The other one
+/// returns an owner that holds INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null
+/// `path` fails like a missing one.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
