@@ -93,7 +93,7 @@ TEST(FormatString, TakesEveryKindOfArgument)
         {FormatString("{} {}", narrow, narrow.c_str()), narrow + " " + narrow},
         {FormatString("{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {FormatString("{} {}", std::string_view("a"), std::wstring_view(L"b")), "a b"},
-        {FormatString("{} {}", nullNarrow, nullWide), "(null) (null)"},
+        {FormatString("{} {} {}", nullNarrow, nullWide, nullptr), "(null) (null) (null)"},
         {FormatString("{}-{}-{}", "literal", L"literal", 'c'), "literal-literal-c"},
         {FormatString("{:>6}|{:.2}", L"ab", L"abc"), "    ab|ab"},
         {FormatString("{:X} {:X}", static_cast<HRESULT>(0x80004005U), 255U), "-7FFFBFFB FF"},

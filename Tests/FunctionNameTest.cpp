@@ -71,7 +71,7 @@ struct Class final
     }
     std::string Lambda()
     {
-        return [this](int) mutable -> std::string { return NAME; }(1);
+        return [](int) mutable -> std::string { return NAME; }(1);
     }
     std::string NestedLambda()
     {

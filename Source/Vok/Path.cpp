@@ -39,7 +39,7 @@ std::u32string JoinedSurrogates(std::wstring_view units)
         char32_t const unit = static_cast<char32_t>(units[i]);
         if (IsHighSurrogate(units[i]) && i + 1 < units.size() && IsLowSurrogate(units[i + 1]))
             points.push_back(0x10000U + ((unit - 0xD800U) << 10) + (static_cast<char32_t>(units[++i]) - 0xDC00U));
-        else if (IsHighSurrogate(units[i]) || IsLowSurrogate(units[i]))
+        else if (IsHighSurrogate(units[i]) || IsLowSurrogate(units[i]) || unit > 0xFFFFU)
             points.push_back(0xFFFDU);
         else
             points.push_back(unit);

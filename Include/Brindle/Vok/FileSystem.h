@@ -62,7 +62,8 @@ public:
     /// UTF-16; an ill-formed part becomes U+FFFD where the encoding changes. A path with a NUL in it fails with 123 and
     /// touches nothing. Throws Error (itself, not a WindowsError) if the file can't be opened (5, 32, 3 ...) and
     /// WindowsError if writing fails, with the platform's code (112 for a full disk); what had been written then stays.
-    /// One write carries at most 0xFFFFFFFF bytes.
+    /// A text of more than 0xFFFFFFFF bytes in the file, or too long to be converted (2^31 units), fails with 223 and
+    /// touches nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
     virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,

@@ -150,6 +150,8 @@ decltype(auto) Adapt(T const& value)
     using Plain = std::decay_t<T const&>;
     if constexpr (ForeignString<T>)
         return ForeignArgument<T>{value};
+    else if constexpr (std::is_null_pointer_v<T>)
+        return AdaptText<Char>(TextOrNull<char>(nullptr));
     else if constexpr (std::same_as<Plain, char*> || std::same_as<Plain, char const*>)
         return AdaptText<Char>(TextOrNull<char>(value));
     else if constexpr (std::same_as<Plain, wchar_t*> || std::same_as<Plain, wchar_t const*>)

@@ -45,7 +45,8 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring c
 VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
-/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so.
+/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
+/// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
 } // namespace Brindle::Vok

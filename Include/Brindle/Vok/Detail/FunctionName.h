@@ -263,10 +263,13 @@ private:
             argument = Trimmed(argument.substr(0, argument.size() - 3));
         if (argument.empty())
             return argument;
-        for (std::size_t at = clause.find(argument); at != std::string_view::npos; at = clause.find(argument, at + 1))
+        // Searched by hand: under the undefined behaviour sanitizer one compiler can't evaluate the library's search.
+        for (std::size_t at = 1; at < clause.size(); ++at)
         {
+            if (!clause.substr(at).starts_with(argument) || IsIdentifier(clause[at - 1]))
+                continue;
             std::string_view const rest = clause.substr(at + argument.size());
-            if (IsIdentifier(clause[at - 1]) || !rest.starts_with(" = "))
+            if (!rest.starts_with(" = "))
                 continue;
             std::string_view const value = rest.substr(3);
             std::size_t end = 0;
