@@ -110,6 +110,7 @@ TEST_F(TextFile, EveryFormByteForByte)
         {Written(std::string("\xC3\xA9"), utf16, withMark, unchanged), Bytes({0xFF, 0xFE, 0xE9, 0})},
         {Written(std::wstring(L"\u00E9"), utf8, withMark, unchanged), "\xEF\xBB\xBF\xC3\xA9"},
         {Written(emoji, utf16, withoutMark, unchanged), Bytes({0x3D, 0xD8, 0x00, 0xDE})},
+        {Written(std::wstring(1, wchar_t(0x1F600)), utf16, withoutMark, unchanged), Bytes({0xFD, 0xFF})},
         {Written(emoji, utf8, withoutMark, unchanged), "\xF0\x9F\x98\x80"},
         {Written(std::string(), utf8, withMark, windows), "\xEF\xBB\xBF"},
         {Written(std::wstring(), utf16, withoutMark, windows), ""},

@@ -35,6 +35,16 @@ enum class Choice : int
     three = 3
 };
 
+enum class Color
+{
+    green
+};
+
+std::wostream& operator<<(std::wostream& stream, Color)
+{
+    return stream << L"green";
+}
+
 struct Narrow
 {
 };
@@ -83,7 +93,7 @@ TEST(FormatString, TakesEveryKindOfArgument)
         {FormatString("{} {}", narrow, narrow.c_str()), narrow + " " + narrow},
         {FormatString("{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {FormatString("{} {}", std::string_view("a"), std::wstring_view(L"b")), "a b"},
-        {FormatString("{} {}", nullNarrow, nullWide), "(null) (null)"},
+        {FormatString("{} {} {}", nullNarrow, nullWide, nullptr), "(null) (null) (null)"},
         {FormatString("{}-{}-{}", "literal", L"literal", 'c'), "literal-literal-c"},
         {FormatString("{:>6}|{:.2}", L"ab", L"abc"), "    ab|ab"},
         {FormatString("{:X} {:X}", static_cast<HRESULT>(0x80004005U), 255U), "-7FFFBFFB FF"},
@@ -93,6 +103,7 @@ TEST(FormatString, TakesEveryKindOfArgument)
         {FormatString("{}|{}", Detail::WideStringAtl(), Detail::NarrowStringAtl()), "|"},
         {FormatString("{}{}", Legacy::CString(wide), Legacy::CString(longText)), wideInUtf8 + std::string(100, 'x')},
         {FormatString("{} {}", Narrow(), WindowsError()), narrow + " Windows ERROR_SUCCESS"},
+        {FormatString("{} {}", Color::green, VokLogSeverity::info), "green 3"},
         {FormatString("{{}}"), "{}"},
         {FormatString(""), ""},
     };
@@ -119,6 +130,7 @@ TEST(FormatString, TakesTheSameInWideFormats)
         {FormatStringW(L"{:X} {} {}", -1, Choice::three, true), L"-1 3 true"},
         {FormatStringW(L"{} {}", atlWide, atlNarrow), wide + L" n\u00E9"},
         {FormatStringW(L"{}", Legacy::CString(wide)), wide},
+        {FormatStringW(L"{}", Color::green), L"green"},
         {FormatStringW(L"{} {}", Narrow(), WindowsError()), L"n\u00E9 Windows ERROR_SUCCESS"},
     };
     for (auto const& each : cases)
@@ -176,6 +188,14 @@ TEST(FormatString, OtherExceptionsPassThrough)
 {
     EXPECT_THROW(FormatString("{}", Throwing<int>{1}), int);
     EXPECT_THROW(FormatLogMessage(L"{}", Throwing<int>{1}), int);
+}
+
+TEST(FormatString, ASystemErrorOutOfALogMessageHasAFixedText)
+{
+    SubscriptionForLogCallbacks const thrower(
+        [](LogStatement const&) { throw std::system_error(7, std::generic_category()); }, VokLogSeverity::error);
+    EXPECT_EQ(FormatLogMessage(L"{} {}", 1), "Failed to format log message");
+    EXPECT_THROW(FormatString("{} {}", 1), std::system_error);
 }
 
 TEST(FormatString, ANullFormatIsAFailure)

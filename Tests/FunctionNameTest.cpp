@@ -71,7 +71,7 @@ struct Class final
     }
     std::string Lambda()
     {
-        return [this](int) mutable -> std::string { return NAME; }(1);
+        return [](int) mutable -> std::string { return NAME; }(1);
     }
     std::string NestedLambda()
     {
@@ -126,6 +126,23 @@ struct WithNumber
 {
     char const* Member() { return NAME; }
 };
+
+template <class... Types>
+struct Pack
+{
+    char const* Member() { return NAME; }
+};
+
+template <class First, int... numbers>
+struct MixedPack
+{
+    char const* Member() { return NAME; }
+};
+
+decltype(auto) DeducedReturnType(int)
+{
+    return NAME;
+}
 
 namespace
 {
@@ -202,6 +219,11 @@ TEST(FunctionName, IsTheScopedNameForEveryShape)
          "Shapes::Template<class Shapes::Template<class Shapes::IFile*>>::Member"},
         {Two<int, IFile const*>::Member('c'), "Shapes::Two<int,const class Shapes::IFile*>::Member"},
         {WithNumber<-3, unsigned long>().Member(), "Shapes::WithNumber<-3,unsigned long>::Member"},
+        {Pack<>().Member(), "Shapes::Pack<>::Member"},
+        {Pack<int, IFile>().Member(), "Shapes::Pack<int,class Shapes::IFile>::Member"},
+        {MixedPack<char>().Member(), "Shapes::MixedPack<char>::Member"},
+        {MixedPack<Pack<int, char>, 1, 2>().Member(), "Shapes::MixedPack<class Shapes::Pack<int,char>,1,2>::Member"},
+        {DeducedReturnType(1), "Shapes::DeducedReturnType"},
         {InUnnamedNamespace(), "Shapes::`anonymous-namespace'::InUnnamedNamespace"},
         {Template<Hidden>().Member(), "Shapes::Template<class Shapes::`anonymous-namespace'::Hidden>::Member"},
         {[] { return std::string(NAME); }(),

@@ -69,6 +69,11 @@ TEST(Log, ShouldLogFollowsTheGreatestSeverityOfAllSubscribers)
         EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
     }
     EXPECT_EQ(Detail::maximumLogSeverity, -1);
+    {
+        SubscriptionForLogCallbacks const odd([](LogStatement const&) {}, static_cast<VokLogSeverity>(-3));
+        EXPECT_EQ(Detail::maximumLogSeverity, -3);
+        EXPECT_FALSE(Detail::ShouldLog(static_cast<VokLogSeverity>(-2)));
+    }
     EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::critical));
 }
 

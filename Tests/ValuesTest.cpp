@@ -124,7 +124,7 @@ namespace
 struct RecordingTraits
 {
     using Raw = int;
-    static int InvalidValue() noexcept { return 0; }
+    static constexpr int InvalidValue = 0;
     static void Close(int raw) noexcept { closed.push_back(raw); }
     static inline std::vector<int> closed;
 };

@@ -7,6 +7,9 @@
 
 #include <Brindle/Platform/Files.h>
 
+#include <algorithm>
+#include <limits>
+
 namespace Brindle::Vok::Platform
 {
 namespace
@@ -80,7 +83,9 @@ DWORD AttributesFromMode(mode_t mode) noexcept
 FILETIME FileTimeFromHost(std::int64_t seconds, std::uint32_t nanoseconds) noexcept
 {
     std::int64_t const since1601 = seconds + secondsFrom1601To1970;
-    std::int64_t const ticks = since1601 < 0 ? 0 : since1601 * ticksOfSecond + nanoseconds / 100;
+    // Moments that the ticks can't count stand at the nearest one that they can.
+    std::int64_t const last = std::numeric_limits<std::int64_t>::max() / ticksOfSecond - 1;
+    std::int64_t const ticks = since1601 < 0 ? 0 : std::min(since1601, last) * ticksOfSecond + nanoseconds / 100;
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 

@@ -2,6 +2,7 @@
 
 #include "HostErrors.h"
 
+#include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Handles.h>
 
 #include <algorithm>
@@ -186,4 +187,32 @@ BOOL CloseHandle(HANDLE handle) noexcept
     using namespace Brindle::Vok::Platform;
     // Searches, registry keys and modules have closing functions of their own.
     return HandleTable::Close(handle, ~KindsOf(Kind::search, Kind::registryKey, Kind::module));
+}
+
+BOOL FindClose(HANDLE search) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    return HandleTable::Close(search, KindsOf(Kind::search));
+}
+
+LSTATUS RegCloseKey(HKEY key) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    // A status, and the last error stays as it was.
+    DWORD const lastError = GetLastError();
+    bool const closed = HandleTable::Close(reinterpret_cast<HANDLE>(key), KindsOf(Kind::registryKey));
+    SetLastError(lastError);
+    return closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+}
+
+BOOL FreeLibrary(HMODULE module) noexcept
+{
+    using namespace Brindle::Vok::Platform;
+    return HandleTable::Close(reinterpret_cast<HANDLE>(module), KindsOf(Kind::module));
+}
+
+BOOL DestroyEnvironmentBlock(LPVOID) noexcept
+{
+    // Nothing makes a block yet, so none can be given back.
+    return Brindle::Vok::Platform::FailWith(ERROR_INVALID_PARAMETER);
 }

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <iterator>
 #include <string_view>
-#include <typeinfo>
 
 namespace Brindle::Vok
 {
@@ -119,15 +118,16 @@ std::string HresultToStringA(long code)
 namespace Detail
 {
 
+/// Never destroyed: error objects are compared and copied in static destruction too.
+union ComErrorCategory::Storage
+{
+    constexpr Storage() : category() {}
+    ~Storage() {}
+    ComErrorCategory category;
+};
+
 ComErrorCategory const& ComErrorCategory::Instance() noexcept
 {
-    // Never destroyed: error objects are compared and copied in static destruction too.
-    union Storage
-    {
-        constexpr Storage() : category() {}
-        ~Storage() {}
-        ComErrorCategory category;
-    };
     static constinit Storage storage;
     return storage.category;
 }
@@ -147,27 +147,13 @@ std::error_condition ComErrorCategory::default_error_condition(int code) const n
     return {code, *this};
 }
 
-bool ComErrorCategory::equivalent(int code, std::error_condition const& condition) const noexcept
-{
-    return IsComCategory(condition.category()) && condition.value() == code;
-}
-
-bool ComErrorCategory::equivalent(std::error_code const& code, int condition) const noexcept
-{
-    return IsComCategory(code.category()) && code.value() == condition;
-}
-
-bool IsComCategory(std::error_category const& category) noexcept
-{
-    return &category == &ComErrorCategory::Instance() || typeid(category) == typeid(ComErrorCategory);
-}
-
 int ConvertCode(int code, std::error_category const& from, std::error_category const& to) noexcept
 {
     auto const bits = static_cast<std::uint32_t>(code);
-    if (from == std::system_category() && IsComCategory(to))
+    std::error_category const& com = ComErrorCategory::Instance();
+    if (from == std::system_category() && to == com)
         return code > 0 ? static_cast<int>(0x80070000U | (bits & 0xFFFFU)) : code;
-    if (IsComCategory(from) && to == std::system_category())
+    if (from == com && to == std::system_category())
     {
         if (bits >> 16 == 0x8007U)
             return static_cast<int>(bits & 0xFFFFU);

@@ -19,6 +19,9 @@ using Detail::utf8ByteOrderMark;
 namespace
 {
 
+/// One write carries its count in 32 bits.
+constexpr std::size_t maximumByteCount = 0xFFFFFFFFU;
+
 using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
 
 FileOwner OpenForWriting(Path const& path)
@@ -91,10 +94,18 @@ void FileImpl::WriteAllText(std::wstring const& text, TextEncoding encoding, Byt
     Detail::NormalizedText const normalized(text, lineEndings);
     std::wstring const& toWrite = normalized.Text();
     if (encoding == TextEncoding::Utf8)
-        return WriteAllText(WideToUtf8(toWrite), TextEncoding::Utf8, byteOrderMark, LineEndingPolicy::Unchanged);
+    {
+        std::string const narrow = WideToUtf8(toWrite);
+        if (narrow.empty() && !toWrite.empty()) // longer than the platform converts: the file keeps what it has
+            VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
+        return WriteAllText(narrow, TextEncoding::Utf8, byteOrderMark, LineEndingPolicy::Unchanged);
+    }
     if (encoding != TextEncoding::Utf16)
         return; // required: nothing is written and nothing reported
 
+    Detail::Utf16Units const units(toWrite); // made first: when memory is short the file keeps what it has
+    if (units.ByteCount() > maximumByteCount)
+        VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
     FileOwner const file = OpenForWriting(path);
     DWORD bytesWritten = 0;
     if (byteOrderMark == ByteOrderMarkPolicy::Write)
@@ -103,7 +114,6 @@ void FileImpl::WriteAllText(std::wstring const& text, TextEncoding encoding, Byt
             VOK_THROW_LAST_ERROR(L"WriteFile bom [{}].", path.ToString());
         VOK_ASSERT(bytesWritten == sizeof(utf16ByteOrderMark));
     }
-    Detail::Utf16Units const units(toWrite);
     if (!WriteFile(file.Get(), units.Data(), static_cast<DWORD>(units.ByteCount()), &bytesWritten, nullptr))
         VOK_THROW_LAST_ERROR(L"WriteFile content failed [{}]", path.ToString());
     // The text is fixed; the file gets 2 bytes a code unit whatever the width of wchar_t.
@@ -116,9 +126,16 @@ void FileImpl::WriteAllText(std::string const& text, TextEncoding encoding, Byte
     Detail::NormalizedText const normalized(text, lineEndings);
     std::string const& toWrite = normalized.Text();
     if (encoding == TextEncoding::Utf16)
-        return WriteAllText(Utf8ToWide(toWrite), TextEncoding::Utf16, byteOrderMark, LineEndingPolicy::Unchanged);
+    {
+        std::wstring const wide = Utf8ToWide(toWrite);
+        if (wide.empty() && !toWrite.empty()) // longer than the platform converts: the file keeps what it has
+            VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
+        return WriteAllText(wide, TextEncoding::Utf16, byteOrderMark, LineEndingPolicy::Unchanged);
+    }
     if (encoding != TextEncoding::Utf8)
         return; // required: nothing is written and nothing reported
+    if (toWrite.size() > maximumByteCount)
+        VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
 
     FileOwner const file = OpenForWriting(path);
     DWORD bytesWritten = 0;

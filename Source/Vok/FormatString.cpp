@@ -190,18 +190,14 @@ std::wstring FormatWide(wchar_t const* format, fmt::wformat_args arguments)
 
 std::string FormatWideAsUtf8(wchar_t const* format, fmt::wformat_args arguments)
 {
-    return FormatOrFallBack<wchar_t>(format, arguments,
-                                     [](std::wstring_view text) -> std::string
-                                     {
-                                         try
-                                         {
-                                             return WideToUtf8(text);
-                                         }
-                                         catch (std::system_error const&)
-                                         {
-                                             return "Failed to format log message";
-                                         }
-                                     });
+    try
+    {
+        return FormatOrFallBack<wchar_t>(format, arguments, [](std::wstring_view text) { return WideToUtf8(text); });
+    }
+    catch (std::system_error const&) // a subscriber of the failure's statement may throw one, say
+    {
+        return "Failed to format log message";
+    }
 }
 
 std::string FormatParameter(WideStringAtl const& text)

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <limits>
 #include <list>
 #include <mutex>
 #include <shared_mutex>
@@ -117,7 +118,7 @@ private:
     {
         if (channelDestroyed)
             return;
-        int maximum = -1;
+        int maximum = subscribers.empty() ? -1 : std::numeric_limits<int>::min();
         for (Entry const& entry : subscribers)
             maximum = std::max(maximum, static_cast<int>(entry.severity));
         Detail::maximumLogSeverity = maximum;
@@ -238,6 +239,8 @@ void Log(bool forced, VokLogSeverity severity, char const* const file, char cons
     if (!channelDestroyed && channel.WouldReachAnyone(forced, severity))
         channel.Deliver({forced, severity, file, function, line, std::move(message)});
 }
+
+constinit VokLogSeverity const LogScope::highestSeverity = VokLogSeverity::info;
 
 LogScope::LogScope(char const* const file, char const* const function, int line, std::string const& text)
     : file(file), function(function), line(line), text(text), uncaughtExceptions(std::uncaught_exceptions())

@@ -1,6 +1,7 @@
 #include "TextFormat.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace Brindle::Vok::Detail
 {
@@ -52,7 +53,11 @@ Utf16Units::Utf16Units(std::wstring_view text) : data(text.data()), count(text.s
     if constexpr (sizeof(wchar_t) != sizeof(char16_t))
     {
         own = std::make_unique_for_overwrite<char16_t[]>(count);
-        std::transform(text.begin(), text.end(), own.get(), [](wchar_t unit) { return static_cast<char16_t>(unit); });
+        // A wider unit is no code unit of UTF-16 and becomes what it becomes in every other conversion.
+        std::transform(text.begin(), text.end(), own.get(),
+                       [](wchar_t unit) {
+                           return static_cast<std::uint32_t>(unit) > 0xFFFFU ? u'\xFFFD' : static_cast<char16_t>(unit);
+                       });
         data = own.get();
     }
 }

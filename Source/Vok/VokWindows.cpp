@@ -2,6 +2,7 @@
 
 #include <Brindle/Vok/Log.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace Brindle::Vok
@@ -67,7 +68,8 @@ std::wstring VokExpandEnvironmentStrings(std::wstring const& text)
     }
     if (count == 0)
         VOK_THROW_LAST_ERROR("ExpandEnvironmentStrings");
-    return std::wstring(buffer.data(), count - 1); // the count includes the terminator
+    // The count includes the terminator. A variable that grew between the two calls makes it greater than the buffer.
+    return std::wstring(buffer.data(), std::min<std::size_t>(count, buffer.size()) - 1);
 }
 
 std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing)

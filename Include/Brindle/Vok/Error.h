@@ -10,7 +10,7 @@
 //     {
 //         Open(L"C:\\a");
 //     }
-//     catch (Brindle::Vok::WindowsError const& error)
+//     catch (Brindle::Vok::Error const& error)
 //     {
 //         // "Source/Open.cpp(10): Open The file was not found. (Windows Error 2). Open failed, path[C:\a]"
 //         std::cerr << error.what();
@@ -55,29 +55,26 @@ VOK_EXPORT std::string HresultToStringA(long code);
 namespace Detail
 {
 
-/// The category of HRESULTs. All its instances in a process are one category: compare with IsComCategory, or through
-/// the standard's error codes and conditions.
+/// The category of HRESULTs. A process has one instance, however many modules use it.
 class VOK_EXPORT ComErrorCategory final : public std::error_category
 {
 public:
     /// What stands for the category's identity wherever it has to be written down.
     static constexpr std::uint32_t identity = 0xA955E5E0U;
 
-    constexpr ComErrorCategory() noexcept = default;
-
-    /// The process's one instance; it lives as long as the process does.
+    /// It lives as long as the process does.
     static ComErrorCategory const& Instance() noexcept;
 
     char const* name() const noexcept override;
     /// HresultToStringA of the code.
     std::string message(int code) const override;
+    /// The code in this same category.
     std::error_condition default_error_condition(int code) const noexcept override;
-    bool equivalent(int code, std::error_condition const& condition) const noexcept override;
-    bool equivalent(std::error_code const& code, int condition) const noexcept override;
-};
 
-/// Whether this is the category of HRESULTs, whichever module made the instance.
-VOK_EXPORT bool IsComCategory(std::error_category const& category) noexcept;
+private:
+    union Storage;
+    constexpr ComErrorCategory() noexcept = default;
+};
 
 /// The code that stands for `code` of one category in another: a Win32 code becomes an HRESULT of facility 7, such an
 /// HRESULT becomes its Win32 code and E_FAIL becomes 1627. Everything else stays as it is.
@@ -93,15 +90,15 @@ VOK_EXPORT std::string ComposeComMessage(long code, char const* file, int line, 
 } // namespace Detail
 
 /// A failure, or the success that a default object stands for: a code in its category, a source location, and one
-/// composed UTF-8 message.
+/// composed UTF-8 message. Compare code().value() with the platform's ERROR_* codes; code().message() and comparisons
+/// with std::errc follow the host's numbers and mean nothing here.
 class VOK_EXPORT_TYPE Error : public std::system_error
 {
 public:
     /// Success: code 0 in std::system_category(), message "success".
     Error() : Error(0, std::system_category(), "success") {}
 
-    Error(Error const&) = default;
-    Error(Error&&) = default;
+    Error(Error const&) = default; // and no move: an error that has failed always has its message
 
     /// Keeps the category of this object and brings the other's code into it; everything else is copied. So a Win32
     /// target shows the Win32 code of an HRESULT in code(), and the HRESULT in its message.
@@ -168,7 +165,6 @@ public:
     }
 
     WindowsError(WindowsError const&) = default;
-    WindowsError(WindowsError&&) = default;
     WindowsError& operator=(WindowsError const&) = default;
     using Error::operator=;
     ~WindowsError() override = default;
@@ -190,7 +186,6 @@ public:
     }
 
     ComError(ComError const&) = default;
-    ComError(ComError&&) = default;
     ComError& operator=(ComError const&) = default;
     using Error::operator=;
     ~ComError() override = default;

@@ -5,8 +5,12 @@
 //     file->WriteAllText(L"one\ntwo\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::string bytes = file->ReadAllTextA();
 //
-// Of this header MakeFileSystem, FileSystem::MakeFile and File are there. The other operations of the service fail with
-// ERROR_CALL_NOT_IMPLEMENTED for now, and PathInfo, DirectoryInfo and TempDirectory are declared only.
+// Of this header MakeFileSystem, FileSystem::MakeFile and File are there. PathInfo, DirectoryInfo and TempDirectory are
+// declared only, so a program that uses one of them doesn't link yet; creating and deleting directories fails with
+// ERROR_CALL_NOT_IMPLEMENTED (120).
+//
+// Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
+// pair there too, as Utf8ToWide makes it. A wider unit becomes U+FFFD.
 //
 // Texts are read and written whole, in memory. Writing is not atomic: a failure part-way leaves a partial file. A file
 // is opened sharing nothing, so of several callers at one time all but one fail (ERROR_SHARING_VIOLATION, 32).
@@ -56,9 +60,10 @@ public:
 
     /// Writes a text, replacing the file if there is one. Narrow text is UTF-8 whatever `encoding` says, wide text is
     /// UTF-16; an ill-formed part becomes U+FFFD where the encoding changes. A path with a NUL in it fails with 123 and
-    /// touches nothing. Throws Error if the file can't be opened (5, 32, 3 ...) and WindowsError if writing fails, with
-    /// the platform's code (112 for a full disk); what had been written then stays. One write carries at most
-    /// 0xFFFFFFFF bytes.
+    /// touches nothing. Throws Error (itself, not a WindowsError) if the file can't be opened (5, 32, 3 ...) and
+    /// WindowsError if writing fails, with the platform's code (112 for a full disk); what had been written then stays.
+    /// A text of more than 0xFFFFFFFF bytes in the file, or too long to be converted (2^31 units), fails with 223 and
+    /// touches nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
     virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,

@@ -31,13 +31,13 @@ class CString;
 namespace Brindle::Vok
 {
 
-/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD, nothing is reported; String::WstringToString reports. A text of
+/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of
 /// 2^31 units or more gives an empty text.
 VOK_EXPORT std::string WideToUtf8(std::wstring_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::string WideToUtf8(wchar_t const* text);
 
-/// UTF-16 of UTF-8. Each ill-formed part becomes U+FFFD, nothing is reported; String::StringToWstring reports.
+/// UTF-16 of UTF-8. Each ill-formed part becomes U+FFFD and nothing is reported.
 VOK_EXPORT std::wstring Utf8ToWide(std::string_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::wstring Utf8ToWide(char const* text);
@@ -94,6 +94,13 @@ concept Streamable = requires(std::basic_ostream<Char>& stream, T const& value)
     stream << value;
 };
 
+/// An enumeration of its own operator; the standard ones, which would print a number, don't count.
+template <class T, class Char>
+concept HasOwnInsertion = std::is_enum_v<T> && requires(std::basic_ostream<Char>& stream, T const& value)
+{
+    operator<<(stream, value);
+};
+
 template <class Char>
 constexpr std::basic_string_view<Char> TextOrNull(Char const* text)
 {
@@ -143,6 +150,8 @@ decltype(auto) Adapt(T const& value)
     using Plain = std::decay_t<T const&>;
     if constexpr (ForeignString<T>)
         return ForeignArgument<T>{value};
+    else if constexpr (std::is_null_pointer_v<T>)
+        return AdaptText<Char>(TextOrNull<char>(nullptr));
     else if constexpr (std::same_as<Plain, char*> || std::same_as<Plain, char const*>)
         return AdaptText<Char>(TextOrNull<char>(value));
     else if constexpr (std::same_as<Plain, wchar_t*> || std::same_as<Plain, wchar_t const*>)
@@ -151,7 +160,7 @@ decltype(auto) Adapt(T const& value)
         return AdaptText<Char>(static_cast<std::string_view>(value));
     else if constexpr (std::convertible_to<T const&, std::wstring_view>)
         return AdaptText<Char>(static_cast<std::wstring_view>(value));
-    else if constexpr (std::is_enum_v<T>)
+    else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
         return static_cast<std::underlying_type_t<T>>(value);
     else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)
         return (value);

@@ -31,7 +31,7 @@ public:
         wchar_t* text = nullptr;
         HRESULT const result = StringFromCLSID(value, &text);
         if (result < 0)
-            VOK_THROW(ComError, result, L"StringFromCLSID failed");
+            throw Failure({file, __LINE__, VOK_FUNCTION_NAME}, result, L"StringFromCLSID failed");
         std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> const owner(text, &CoTaskMemFree);
         return Normalized(text);
     }
@@ -42,11 +42,19 @@ public:
         GUID fresh{};
         HRESULT const result = CoCreateGuid(&fresh);
         if (result != 0)
-            VOK_THROW(ComError, result, L"CoCreateGuid failed");
+            throw Failure({file, __LINE__, VOK_FUNCTION_NAME}, result, L"CoCreateGuid failed");
         return Guid(fresh).ToString();
     }
 
 private:
+    /// The same wherever this header is installed.
+    static constexpr char const* file = "Include/Brindle/Vok/Guid.h";
+
+    static ComError Failure(Detail::Location const& location, HRESULT result, wchar_t const* text)
+    {
+        return Detail::MakeErrorToThrow<ComError>(location, result, text);
+    }
+
     static std::wstring Normalized(std::wstring text)
     {
         if (text.empty())

@@ -15,8 +15,8 @@
 namespace Brindle::Vok
 {
 
-/// Traits have a type Raw, and the static functions InvalidValue(), which gives the value that stands for no handle,
-/// and Close(Raw), which may not throw.
+/// Traits have a type Raw, a static InvalidValue of that type, which stands for no handle, and a static function
+/// Close(Raw), which may not throw.
 template <class Traits>
 class HandleOwner
 {
@@ -29,13 +29,13 @@ public:
     /// Takes ownership of a raw value, whatever it is.
     explicit HandleOwner(Raw owned) noexcept : raw(owned) {}
 
-    HandleOwner(HandleOwner&& other) noexcept : raw(std::exchange(other.raw, Traits::InvalidValue())) {}
+    HandleOwner(HandleOwner&& other) noexcept : raw(std::exchange(other.raw, Traits::InvalidValue)) {}
     HandleOwner& operator=(HandleOwner&& other) noexcept
     {
         if (this != &other)
         {
             Close();
-            raw = std::exchange(other.raw, Traits::InvalidValue());
+            raw = std::exchange(other.raw, Traits::InvalidValue);
         }
         return *this;
     }
@@ -48,10 +48,10 @@ public:
     Raw Get() const noexcept { return raw; }
 
     /// Whether there is a handle: the value differs from the traits' invalid one.
-    bool IsValid() const noexcept { return raw != Traits::InvalidValue(); }
+    bool IsValid() const noexcept { return raw != Traits::InvalidValue; }
 
     /// Closes the present value, if valid, and takes ownership of `newRaw`. The present value itself changes nothing.
-    void Reset(Raw newRaw = Traits::InvalidValue()) noexcept
+    void Reset(Raw newRaw = Traits::InvalidValue) noexcept
     {
         if (newRaw == raw)
             return;
@@ -65,11 +65,11 @@ private:
         if (IsValid())
         {
             Traits::Close(raw);
-            raw = Traits::InvalidValue();
+            raw = Traits::InvalidValue;
         }
     }
 
-    Raw raw = Traits::InvalidValue();
+    Raw raw = Traits::InvalidValue;
 };
 
 namespace Detail
@@ -79,7 +79,7 @@ namespace Detail
 struct InvalidHandleTraits
 {
     using Raw = HANDLE;
-    static Raw InvalidValue() noexcept { return INVALID_HANDLE_VALUE; }
+    static inline Raw const InvalidValue = INVALID_HANDLE_VALUE;
     static void Close(Raw raw) noexcept { CloseHandle(raw); }
 };
 
@@ -87,7 +87,7 @@ struct InvalidHandleTraits
 struct NullHandleTraits
 {
     using Raw = HANDLE;
-    static Raw InvalidValue() noexcept { return nullptr; }
+    static constexpr Raw InvalidValue = nullptr;
     static void Close(Raw raw) noexcept { CloseHandle(raw); }
 };
 
@@ -95,7 +95,7 @@ struct NullHandleTraits
 struct ModuleHandleTraits
 {
     using Raw = HMODULE;
-    static Raw InvalidValue() noexcept { return nullptr; }
+    static constexpr Raw InvalidValue = nullptr;
     static void Close(Raw raw) noexcept { FreeLibrary(raw); }
 };
 
@@ -103,7 +103,7 @@ struct ModuleHandleTraits
 struct RegistryHkeyHandleTraits
 {
     using Raw = HKEY;
-    static Raw InvalidValue() noexcept { return nullptr; }
+    static constexpr Raw InvalidValue = nullptr;
     static void Close(Raw raw) noexcept { RegCloseKey(raw); }
 };
 
@@ -111,7 +111,7 @@ struct RegistryHkeyHandleTraits
 struct EnvironmentBlockHandleTraits
 {
     using Raw = void*;
-    static Raw InvalidValue() noexcept { return nullptr; }
+    static constexpr Raw InvalidValue = nullptr;
     static void Close(Raw raw) noexcept { DestroyEnvironmentBlock(raw); }
 };
 
@@ -119,7 +119,7 @@ struct EnvironmentBlockHandleTraits
 struct FindHandleTraits
 {
     using Raw = HANDLE;
-    static Raw InvalidValue() noexcept { return INVALID_HANDLE_VALUE; }
+    static inline Raw const InvalidValue = INVALID_HANDLE_VALUE;
     static void Close(Raw raw) noexcept { FindClose(raw); }
 };
 

@@ -125,7 +125,7 @@ class VOK_EXPORT LogScope
 {
 public:
     /// A text is worth preparing if someone wants this severity, although the statements themselves are at trace.
-    static constexpr VokLogSeverity highestSeverity = VokLogSeverity::info;
+    static VokLogSeverity const highestSeverity;
 
     LogScope(char const* const file, char const* const function, int line, std::string const& text);
     ~LogScope() noexcept;

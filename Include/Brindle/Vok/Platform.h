@@ -33,6 +33,9 @@
 #include <Brindle/Platform/Text.h>
 #include <Brindle/Platform/Types.h>
 
+/// PlatformHost.h has something to offer.
+#define VOK_PLATFORM_IS_STAND_IN 1
+
 /// Marks a function, a variable or a whole class that other modules use.
 #define VOK_EXPORT __attribute__((visibility("default")))
 /// Marks a class with inline members alone whose type other modules must recognise, exceptions above all.

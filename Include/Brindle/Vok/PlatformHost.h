@@ -10,6 +10,6 @@
 
 #include <Brindle/Vok/Platform.h>
 
-#ifndef _WIN32
+#ifdef VOK_PLATFORM_IS_STAND_IN
 #include <Brindle/Platform/Host.h>
 #endif

@@ -17,8 +17,9 @@
 namespace Brindle::Vok
 {
 
-/// CreateFileW. The overload without Error& throws Error, and logs nothing. The other one returns an owner that holds
-/// INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null `path` fails like a missing one.
+/// CreateFileW. The overload without Error& throws Error itself, not a WindowsError, and logs nothing. The other one
+/// returns an owner that holds INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null
+/// `path` fails like a missing one.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
@@ -44,7 +45,8 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring c
 VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
-/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so.
+/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
+/// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
 } // namespace Brindle::Vok

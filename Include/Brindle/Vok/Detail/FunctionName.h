@@ -8,8 +8,8 @@
 //     Brindle::Vok::V2::File::ReadAllText::<lambda_1>::operator ()           a lambda; the number is always 1
 //     Brindle::Vok::`anonymous-namespace'::SessionIdFromToken      a function of an unnamed namespace
 //
-// Arguments of a function template are left out. There is no run-time work: VOK_FUNCTION_NAME is a pointer to one
-// static string for each function.
+// Arguments of a function template are left out. A conversion to an alias is named as the compiler names its target.
+// There is no run-time work: VOK_FUNCTION_NAME is a pointer to one static string for each function.
 #pragma once
 
 #include <algorithm>
@@ -34,7 +34,7 @@ struct PrettyFunction
     }
     constexpr std::string_view View() const { return text; }
 
-    char text[512] = {};
+    char text[2048] = {};
 };
 
 /// Turns one pretty function text into a scoped name. It is used by the compiler alone.
@@ -96,6 +96,8 @@ private:
         }
     }
 
+    static constexpr bool IsOpening(char c) { return c == '(' || c == '<' || c == '[' || c == '{'; }
+
     /// The position behind the bracket that closes the one at `from`, all kinds of brackets counted as one.
     static constexpr std::size_t BehindBracket(std::string_view source, std::size_t from)
     {
@@ -104,7 +106,7 @@ private:
         {
             char const c = source[i];
             bool const isArrow = c == '>' && i > 0 && source[i - 1] == '-';
-            if (c == '(' || c == '<' || c == '[' || c == '{')
+            if (IsOpening(c))
                 ++depth;
             else if ((c == ')' || (c == '>' && !isArrow) || c == ']' || c == '}') && --depth == 0)
                 return i + 1;
@@ -135,6 +137,8 @@ private:
             if (AtOperator(position))
                 break;
             if (AtAnonymous())
+                position = BehindBracket(text, position);
+            else if (c == '(' && text.substr(start, position - start) == "decltype")
                 position = BehindBracket(text, position);
             else if (c == '(' && position > start)
                 break; // the parameter list
@@ -227,32 +231,50 @@ private:
     constexpr void AppendArguments(std::string_view arguments)
     {
         Append("<");
-        while (true)
+        AppendEach(arguments);
+        Append(">");
+    }
+
+    /// The arguments of a list, each behind a comma but for the first. A parameter pack is a list in braces.
+    constexpr void AppendEach(std::string_view arguments)
+    {
+        while (!arguments.empty())
         {
             std::size_t end = 0;
             while (end < arguments.size() && arguments[end] != ',')
-                end = arguments[end] == '<' || arguments[end] == '(' ? BehindBracket(arguments, end) : end + 1;
-            AppendArgument(Plain(Bound(Trimmed(arguments.substr(0, end)))));
-            if (end >= arguments.size())
-                break;
-            Append(",");
-            arguments.remove_prefix(end + 1);
+                end = IsOpening(arguments[end]) ? BehindBracket(arguments, end) : end + 1;
+            std::string_view const argument = Bound(Trimmed(arguments.substr(0, end)));
+            if (argument.starts_with('{'))
+                AppendEach(argument.substr(1, argument.size() - 2));
+            else if (!argument.empty())
+            {
+                if (name[length - 1] != '<')
+                    Append(",");
+                AppendArgument(Plain(argument));
+            }
+            arguments.remove_prefix(std::min(end + 1, arguments.size()));
         }
-        Append(">");
     }
 
     /// What the clause of the pretty text binds a template parameter to; anything else stands for itself.
     constexpr std::string_view Bound(std::string_view argument) const
     {
-        for (std::size_t at = clause.find(argument); at != std::string_view::npos; at = clause.find(argument, at + 1))
+        if (argument.ends_with("..."))
+            argument = Trimmed(argument.substr(0, argument.size() - 3));
+        if (argument.empty())
+            return argument;
+        // Searched by hand: under the undefined behaviour sanitizer one compiler can't evaluate the library's search.
+        for (std::size_t at = 1; at < clause.size(); ++at)
         {
+            if (!clause.substr(at).starts_with(argument) || IsIdentifier(clause[at - 1]))
+                continue;
             std::string_view const rest = clause.substr(at + argument.size());
-            if (IsIdentifier(clause[at - 1]) || !rest.starts_with(" = "))
+            if (!rest.starts_with(" = "))
                 continue;
             std::string_view const value = rest.substr(3);
             std::size_t end = 0;
             while (end < value.size() && value[end] != ';' && value[end] != ',' && value[end] != ']')
-                end = value[end] == '<' || value[end] == '(' ? BehindBracket(value, end) : end + 1;
+                end = IsOpening(value[end]) ? BehindBracket(value, end) : end + 1;
             return Trimmed(value.substr(0, end));
         }
         return argument;

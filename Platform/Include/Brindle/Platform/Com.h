@@ -77,11 +77,11 @@ public:
     _bstr_t() noexcept = default;
 
     /// A copy of the text; null gives an empty object. Throws std::bad_alloc when memory is short.
-    _bstr_t(wchar_t const* text) : _bstr_t(Checked(SysAllocString(text), text), false) {}
+    _bstr_t(wchar_t const* source) : _bstr_t(Checked(SysAllocString(source), source), false) {}
 
     /// Takes the BSTR over, or copies it. Throws std::bad_alloc when memory is short, and what was to be taken over is
     /// freed then.
-    _bstr_t(BSTR text, bool copy) : text(copy ? Checked(CopyOf(text), text) : text, SysFreeString) {}
+    _bstr_t(BSTR source, bool copy) : text(copy ? Checked(CopyOf(source), source) : source, SysFreeString) {}
 
     /// Null for an empty object.
     operator wchar_t const*() const noexcept { return text.get(); }

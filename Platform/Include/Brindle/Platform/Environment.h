@@ -6,7 +6,8 @@
 //     DWORD const count = GetEnvironmentVariableW(L"TEMP", directory, MAX_PATH);
 //     bool const found = count > 0 && count < MAX_PATH;
 //
-// Calls may come from any thread; they don't know of a thread that changes the host's environment by other means.
+// Calls may come from any thread. They are serialised against each other, but not against the C library's setenv and
+// putenv: a program that changes its environment while other threads read it does so through SetEnvironmentVariableW.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

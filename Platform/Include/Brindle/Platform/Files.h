@@ -1,8 +1,9 @@
 // Files and directories: opening with share modes, transfer, sizes, times, attributes, creation and removal.
 // Paths are Windows syntax; Host.h says which host directories stand behind drives and shares.
 //
-//     HANDLE const file = CreateFileW(L"C:\\tmp\\a", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
-//     nullptr); if (file == INVALID_HANDLE_VALUE)
+//     HANDLE const file =
+//         CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+//     if (file == INVALID_HANDLE_VALUE)
 //         return GetLastError();
 //     DWORD count = 0;
 //     BOOL const succeeded = ReadFile(file, buffer, sizeof buffer, &count, nullptr);

@@ -16,14 +16,14 @@ extern "C"
     /// value. An object that another thread is using at that moment lives on until that use ends.
     VOK_PLATFORM_EXPORT BOOL WINAPI CloseHandle(HANDLE handle) noexcept;
 
-    // The four that follow are declared, but not there yet: a program that calls one doesn't link.
+    // Nothing opens what the four that follow close yet, so each of them refuses whatever it is given.
 
-    /// Ends a search.
+    /// Ends a search. ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FindClose(HANDLE search) noexcept;
-    /// Closes a registry key.
+    /// Closes a registry key. The status is the code; the last error stays as it was.
     VOK_PLATFORM_EXPORT LSTATUS WINAPI RegCloseKey(HKEY key) noexcept;
-    /// Releases a loaded library.
+    /// Releases a loaded library. ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
-    /// Frees an environment block.
+    /// Frees an environment block. ERROR_INVALID_PARAMETER for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment) noexcept;
 }
