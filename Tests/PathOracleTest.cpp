@@ -40,7 +40,7 @@ public:
 
 private:
     template <class Choices>
-    auto const& OneOf(Choices const& choices)
+    auto OneOf(Choices const& choices) -> decltype(choices[0])
     {
         return choices[random() % std::size(choices)];
     }

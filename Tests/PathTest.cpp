@@ -122,8 +122,9 @@ TEST(Path, StandardPathsKeepTheText)
         EXPECT_EQ(Path(path.string()).ToString(), text);
     }
     EXPECT_EQ(Path("C:/\xC3\xA9\xF0\x9F\x98\x80").ToStdPath(), std::filesystem::path(u8"C:/\u00E9\U0001F600"));
-    std::wstring const loneOnes = {L'a', wchar_t(0xD83D), L'b', wchar_t(0xDE00)};
-    EXPECT_EQ(Path(loneOnes).ToStdPath(), std::filesystem::path(u8"a\uFFFDb\uFFFD"));
+    // A lone surrogate, and what is no code unit of 16 bits.
+    std::wstring const illFormed = {L'a', wchar_t(0xD83D), L'b', wchar_t(0xDE00), wchar_t(0x1F600)};
+    EXPECT_EQ(Path(illFormed).ToStdPath(), std::filesystem::path(u8"a\uFFFDb\uFFFD\uFFFD"));
 }
 
 TEST(Path, StandsInFormatsOfBothWidths)
