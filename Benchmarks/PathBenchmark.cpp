@@ -24,6 +24,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <random>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,28 +33,58 @@
 namespace
 {
 
-std::vector<std::string> const plainPaths = {
-    R"(C:\Windows\System32\drivers\etc\hosts.txt)",
-    R"(C:\Users\build\source\Brindle\Vok\Source\PathDecomposition.cpp)",
-    R"(C:\Program Files\Vendor\Product\7.4\bin\service.exe)",
-    R"(C:\t\a.log)",
-    R"(C:\Users\someone\AppData\Local\Temp\{6BA7B810-9DAD-11D1-80B4-00C04FD430C8}\archive.tar.gz)",
-    R"(C:\data\2024\02\29\measurements\station-0017\raw\sensor-3.csv)",
-    R"(C:\srv\share\projects\long-running-project-name\design\documents\review\minutes.docx)",
-    R"(C:\a\b\c\d\e\f\g\h\i\j\k.x)",
+char const* const plainDirectories[] = {
+    R"(C:\Windows\System32\drivers\etc)",
+    R"(C:\Users\build\source\Brindle\Vok\Source)",
+    R"(C:\Program Files\Vendor\Product\7.4\bin)",
+    R"(C:\t)",
+    R"(C:\Users\someone\AppData\Local\Temp\{6BA7B810-9DAD-11D1-80B4-00C04FD430C8})",
+    R"(C:\data\2024\02\29\measurements\station-0017\raw)",
+    R"(C:\srv\share\projects\long-running-project-name\design\documents\review)",
+    R"(C:\a\b\c\d\e\f\g\h\i\j)",
 };
 
-std::vector<std::string> const crookedPaths = {
-    R"(C:\Windows\System32\drivers\..\etc\.\hosts.txt)",
-    R"(C:\Users\build\source\Brindle\\Vok\Source\..\..\Include\Path.h)",
-    R"(C:\Program Files\Vendor\.\Product\7.4\bin\..\..\7.5\bin\service.exe)",
-    R"(C:\t\..\t\a.log)",
-    R"(C:\Users\someone\AppData\Local\Temp\\{6BA7B810-9DAD-11D1-80B4-00C04FD430C8}\archive.tar.gz)",
-    R"(C:\data\2024\02\29\..\..\03\01\measurements\station-0017\raw\sensor-3.csv)",
-    R"(C:\srv\share\projects\long-running-project-name\design\documents\review\..\minutes.docx)",
-    R"(C:\a\.\b\c\..\d\e\\f\g\..\..\h\i\j\k.x)",
+char const* const crookedDirectories[] = {
+    R"(C:\Windows\System32\drivers\..\etc\.)",
+    R"(C:\Users\build\source\Brindle\\Vok\Source\..\..\Include)",
+    R"(C:\Program Files\Vendor\.\Product\7.4\bin\..\..\7.5\bin)",
+    R"(C:\t\..\t)",
+    R"(C:\Users\someone\AppData\Local\Temp\\{6BA7B810-9DAD-11D1-80B4-00C04FD430C8})",
+    R"(C:\data\2024\02\29\..\..\03\01\measurements\station-0017\raw)",
+    R"(C:\srv\share\projects\long-running-project-name\design\documents\review\..)",
+    R"(C:\a\.\b\c\..\d\e\\f\g\..\..\h\i\j)",
 };
 
+char const* const names[] = {
+    "hosts.txt",
+    "PathDecomposition.cpp",
+    "service.exe",
+    "a.log",
+    "archive.tar.gz",
+    "sensor-3.csv",
+    "minutes.docx",
+    "k.x",
+    "README.md",
+    "index.html",
+    "2024-02-29-backup.sqlite",
+    "Makefile.in",
+};
+
+/// Each name in each directory, in an order that no branch predictor learns by heart.
+std::vector<std::string> Combined(std::span<char const* const> directories)
+{
+    std::vector<std::string> paths;
+    for (std::string const directory : directories)
+    {
+        for (char const* name : names)
+            paths.push_back(directory + '\\' + name);
+    }
+    std::shuffle(paths.begin(), paths.end(), std::minstd_rand(7));
+    return paths;
+}
+
+std::vector<std::string> const plainPaths = Combined(plainDirectories);
+std::vector<std::string> const crookedPaths = Combined(crookedDirectories);
 std::string const joinedName = "some-file-name.txt";
 
 /// The same path in the peers' syntax.

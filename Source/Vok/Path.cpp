@@ -244,11 +244,13 @@ Path Path::Parent() const
 template <class Use>
 auto Path::UseName(Use const& use) const
 {
-    if (!HasPrefix(text))
-    {
-        if (std::wstring_view const name = Detail::FindPlainName(text); !name.empty())
-            return use(name);
-    }
+    std::wstring_view const name = HasPrefix(text) ? std::wstring_view() : Detail::FindPlainName(text);
+    return name.empty() ? UseNameOfNormalForm(use) : use(name);
+}
+
+template <class Use>
+[[gnu::noinline]] auto Path::UseNameOfNormalForm(Use const& use) const
+{
     return UseRemainder<normalized>([&use](std::wstring_view remainder, PathPrefix prefix)
                                     { return use(PathPieces(remainder, prefix).NameWithExtension()); });
 }

@@ -205,6 +205,8 @@ private:
     /// Hands the last component to a function and gives its result.
     template <class Use>
     auto UseName(Use const& use) const;
+    template <class Use>
+    auto UseNameOfNormalForm(Use const& use) const;
     template <bool normalize, std::wstring_view (Detail::PathPieces::*piece)() const noexcept>
     std::wstring Piece() const;
 
