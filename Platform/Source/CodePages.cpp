@@ -1,5 +1,7 @@
 #include "CodePages.h"
 
+#include "HostErrors.h"
+#include "SystemCalls.h"
 #include "Utf.h"
 
 #include <Brindle/Platform/ErrorCodes.h>
@@ -58,6 +60,8 @@ public:
 
     Converter(UINT page, Direction direction) noexcept
     {
+        if (!DescriptorIsFree())
+            return;
         NameBuffer buffer;
         char const* const name = NameOfPage(page, buffer);
         char const* const unicode = "WCHAR_T";
@@ -99,7 +103,19 @@ public:
     }
 
 private:
-    iconv_t descriptor;
+    // A page's tables are read from a file when it is first used, and the C library remembers for good that it could
+    // not read one. So it is not asked while there is no descriptor for it.
+    bool DescriptorIsFree() noexcept
+    {
+        int const probe = SystemCalls::Open("/", O_PATH | O_CLOEXEC, 0);
+        if (probe < 0)
+            error = CodeFromHost(errno);
+        else
+            SystemCalls::Close(probe);
+        return probe >= 0;
+    }
+
+    iconv_t descriptor = reinterpret_cast<iconv_t>(-1);
     DWORD error = ERROR_SUCCESS;
 };
 

@@ -6,7 +6,9 @@
 
 #include <Brindle/Platform/Files.h>
 
+#include <chrono>
 #include <new>
+#include <sys/resource.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -24,8 +26,17 @@ constexpr DWORD knownFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_S
                              FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_OVERLAPPED | FILE_FLAG_WRITE_THROUGH |
                              securityFlags | knownAttributes;
 
-// A file that is deleted between opening and locking is looked for anew, this often at most.
+// A file that is deleted between opening and locking is looked for anew, this often at most, and so is one that another
+// opening is about to create.
 constexpr int mostAttempts = 16;
+
+// A file whose creation is under way bears this bit, which means nothing for plain files on the host, until its creator
+// has its share modes. Another opening that gets in between withdraws, so that the creator never loses its own file.
+constexpr mode_t creationMark = S_ISVTX;
+// A mark older than this was left by a creator that died.
+constexpr std::chrono::seconds longestCreation{2};
+// How long a new and empty file that somebody else holds may be one that was just created here.
+constexpr std::chrono::milliseconds longestGlance{20};
 
 // The arguments of one opening, taken apart.
 struct Opening
@@ -120,7 +131,7 @@ public:
                 return false;
             // A file that has no name after so many attempts is one that is reached by another way.
             Admission const admission = Admit(attempt == mostAttempts);
-            if (admission != Admission::vanished)
+            if (admission != Admission::again)
                 return admission == Admission::granted;
         }
     }
@@ -130,7 +141,7 @@ private:
     {
         granted,
         refused,
-        vanished
+        again
     };
 
     bool OpenByDisposition() noexcept
@@ -166,7 +177,7 @@ private:
 
     bool Create(int exclusive) noexcept
     {
-        if (TryOpen(hostFlags | O_CREAT | exclusive))
+        if (TryOpen(hostFlags | O_CREAT | exclusive, exclusive ? creationMark : 0))
         {
             created = exclusive != 0;
             return true;
@@ -201,10 +212,10 @@ private:
         return false;
     }
 
-    bool TryOpen(int flags) noexcept
+    bool TryOpen(int flags, mode_t mark = 0) noexcept
     {
         int const descriptor =
-            Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags, opening.CreationMode()); });
+            Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags, opening.CreationMode() | mark); });
         hostError = descriptor < 0 ? errno : 0;
         if (descriptor < 0)
             return false;
@@ -226,7 +237,7 @@ private:
     Admission Admit(bool last) noexcept
     {
         bool const locks = (hostFlags & O_PATH) == 0 && !opening.AttributesOnly();
-        DWORD const lockCode = locks ? file.shared.Lock(opening.Terms(hostFlags)) : ERROR_SUCCESS;
+        DWORD const lockCode = locks ? Lock() : ERROR_SUCCESS;
         struct stat status;
         if (SystemCalls::Status(file.Descriptor(), &status) != 0)
             return Refuse(CodeFromHost(errno));
@@ -235,20 +246,67 @@ private:
         // Everybody has the same device and each end of a FIFO its own handle: share modes are for files on disk.
         if (file.type == FileObject::Type::other || file.type == FileObject::Type::link)
             return AdmitOther();
+        if (created)
+            EndCreation(status);
+        else if (locks && !last && IsInTransit(status, lockCode))
+            return Withdraw(true);
         if (lockCode == ERROR_SHARING_VIOLATION && opening.disposition == CREATE_NEW)
             return Refuse(ERROR_FILE_EXISTS); // Somebody opened it before its creation was complete.
         if (lockCode != ERROR_SUCCESS)
             return Refuse(lockCode);
         if (locks && status.st_nlink == 0 && !last)
-        {
-            file.shared = SharedDescriptor();
-            return Admission::vanished;
-        }
+            return Withdraw(false);
         if (opening.Empties() && !created && !Empty(status))
             return Refuse(CodeFromHost(errno));
         if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == FileObject::Type::plain)
             file.sizeAtOpening.store(status.st_size, std::memory_order_relaxed);
         return Admission::granted;
+    }
+
+    // Who opens a file that is being created gives way, so its creator needs patience only.
+    DWORD Lock() noexcept
+    {
+        DWORD code = file.shared.Lock(opening.Terms(hostFlags));
+        for (int attempt = 0; created && code == ERROR_SHARING_VIOLATION && attempt < mostAttempts; ++attempt)
+        {
+            PauseForOthers(attempt);
+            code = file.shared.Lock(opening.Terms(hostFlags));
+        }
+        return code;
+    }
+
+    // Another opening is about to create it, or lets go of it soon: one that came between this one's creating and
+    // locking and found nothing in it.
+    bool IsInTransit(struct stat const& status, DWORD lockCode) const noexcept
+    {
+        if (created || !S_ISREG(status.st_mode) || status.st_size != 0)
+            return false;
+        if ((status.st_mode & creationMark) != 0)
+            return AgeOf(status) < longestCreation;
+        return opening.Creates() && lockCode == ERROR_SHARING_VIOLATION && AgeOf(status) < longestGlance;
+    }
+
+    static std::chrono::nanoseconds AgeOf(struct stat const& status) noexcept
+    {
+        timespec now{};
+        SystemCalls::GetTime(CLOCK_REALTIME, &now);
+        return std::chrono::seconds(now.tv_sec - status.st_ctim.tv_sec) +
+               std::chrono::nanoseconds(now.tv_nsec - status.st_ctim.tv_nsec);
+    }
+
+    // File systems that don't keep the mark, or let nobody take it away, lose the protection and nothing else.
+    void EndCreation(struct stat const& status) noexcept
+    {
+        if ((status.st_mode & creationMark) != 0)
+            SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~creationMark);
+    }
+
+    Admission Withdraw(bool pauses) noexcept
+    {
+        file.shared = SharedDescriptor();
+        if (pauses)
+            PauseForOthers(withdrawals++);
+        return Admission::again;
     }
 
     DWORD CheckKind(mode_t mode) noexcept
@@ -296,8 +354,15 @@ private:
     FileObject& file;
     int hostFlags = 0;
     int hostError = 0;
+    int withdrawals = 0;
     bool created = false;
 };
+
+bool FilesHaveSizeLimit() noexcept
+{
+    rlimit limit;
+    return SystemCalls::GetLimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
 
 HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
 {
@@ -315,6 +380,8 @@ HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
     file->reads = opening.reads;
     file->writes = opening.Writes();
     file->overlapped = opening.Has(FILE_FLAG_OVERLAPPED);
+    if (file->writes && file->type == FileObject::Type::plain)
+        file->mayMeetLimit.store(FilesHaveSizeLimit(), std::memory_order_relaxed);
     HANDLE const handle = HandleTable::Insert(std::move(file));
     return handle ? handle : INVALID_HANDLE_VALUE;
 }

@@ -25,6 +25,8 @@ bool Remove(HostPath const& path) noexcept
         return FailWith(ERROR_ACCESS_DENIED);
     if (SystemCalls::RemoveDirectory(path.Text()) == 0)
         return true;
+    if (errno == EINVAL) // the working directory by the name "."
+        return FailWith(ERROR_SHARING_VIOLATION);
     return errno == EEXIST ? FailWith(ERROR_DIR_NOT_EMPTY) : FailOnPath(path, errno);
 }
 

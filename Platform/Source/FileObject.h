@@ -33,6 +33,8 @@ public:
     bool reads = false;
     bool writes = false;
     bool overlapped = false;
+    /// The process's files may not grow without limit, so that the host may answer a write with a signal.
+    std::atomic<bool> mayMeetLimit{false};
     /// The size that opening found, noSize once it has been asked for or may have changed. Kept only while this handle
     /// shares nothing: nobody else can then open the file to change it.
     std::atomic<std::int64_t> sizeAtOpening{noSize};

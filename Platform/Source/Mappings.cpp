@@ -48,6 +48,12 @@ bool IsShareName(std::wstring_view name)
     return !name.empty() && name.find_first_of(std::wstring_view(L"\\/\0", 3)) == std::wstring_view::npos;
 }
 
+// The other two would be the prefixes of devices and of extended-length paths.
+bool IsServerName(std::wstring_view name)
+{
+    return IsShareName(name) && name != L"." && name != L"?";
+}
+
 bool WorkingDirectory(std::string& directory)
 {
     for (std::size_t size = 256;; size *= 2)
@@ -128,7 +134,7 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
     return WithoutThrowing(
         [&]
         {
-            if (!IsShareName(server) || !IsShareName(share))
+            if (!IsServerName(server) || !IsShareName(share))
                 return FailWith(ERROR_INVALID_NAME);
             std::string absolute;
             if (!MakeAbsolute(directory, absolute))

@@ -84,13 +84,6 @@ std::uint64_t Scatter() noexcept
     return (value ^ value >> 27) * 0x94D049BB133111EBU >> 16;
 }
 
-void Pause(int attempt) noexcept
-{
-    long const most = 50'000L << (attempt < 6 ? attempt : 6);
-    timespec const time{0, 20'000 + static_cast<long>(Scatter() % static_cast<std::uint64_t>(most))};
-    SystemCalls::Sleep(&time);
-}
-
 class MarkedFile
 {
 public:
@@ -206,6 +199,13 @@ DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 
 } // namespace
 
+void PauseForOthers(int attempt) noexcept
+{
+    long const most = 50'000L << (attempt < 6 ? attempt : 6);
+    timespec const time{0, 20'000 + static_cast<long>(Scatter() % static_cast<std::uint64_t>(most))};
+    SystemCalls::Sleep(&time);
+}
+
 SharedDescriptor::~SharedDescriptor()
 {
     if (descriptor < 0)
@@ -266,7 +266,7 @@ DWORD SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexce
             return ERROR_SUCCESS;
         }
         file.Unmark(Set::provisional);
-        Pause(attempt);
+        PauseForOthers(attempt);
     }
     Unlock();
     return ERROR_SHARING_VIOLATION;

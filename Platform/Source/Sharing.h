@@ -30,6 +30,9 @@ struct ShareTerms
 /// The terms that deny nothing to others.
 inline constexpr DWORD allShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+/// Sleeps for a moment of random length that grows with the attempts, 20 microseconds to about 3 milliseconds.
+void PauseForOthers(int attempt) noexcept;
+
 /// Forks since the process started: those it made, and those that led to it.
 struct ForkCounts
 {

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <type_traits>
@@ -107,6 +108,11 @@ VOK_SYSTEM_CALL(RemoveDirectory, int(char const*), [](char const* path) { return
 VOK_SYSTEM_CALL(Unlink, int(char const*), [](char const* path) { return ::unlink(path); });
 VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
                 [](char* buffer, size_t size) { return ::getcwd(buffer, size); });
+VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),
+                [](int resource, rlimit* limit)
+                { return ::getrlimit(static_cast<__rlimit_resource>(resource), limit); });
+VOK_SYSTEM_CALL(GetTime, int(clockid_t, timespec*),
+                [](clockid_t clock, timespec* time) { return ::clock_gettime(clock, time); });
 VOK_SYSTEM_CALL(Sleep, int(timespec const*), [](timespec const* time) { return ::nanosleep(time, nullptr); });
 VOK_SYSTEM_CALL(ChangeSignalMask, int(int, sigset_t const*, sigset_t*),
                 [](int how, sigset_t const* set, sigset_t* previous) { return ::pthread_sigmask(how, set, previous); });

@@ -14,39 +14,39 @@ namespace
 // The host moves no more than this in one call.
 constexpr std::size_t mostAtOnce = 0x7FFF'F000;
 
-// Keeps the signal that a broken pipe raises from ending the process: it is blocked for the transfer and taken back
-// when it came.
-class BrokenPipeGuard
+// Keeps a signal that the host raises beside an error code from ending the process: it is blocked for the transfer and
+// taken back when it came.
+class SignalGuard
 {
 public:
-    BrokenPipeGuard() noexcept
+    explicit SignalGuard(int signal) noexcept
     {
-        sigemptyset(&brokenPipe);
-        sigaddset(&brokenPipe, SIGPIPE);
+        sigemptyset(&guarded);
+        sigaddset(&guarded, signal);
         sigset_t pending;
         sigemptyset(&pending);
         SystemCalls::PendingSignals(&pending);
-        wasPending = sigismember(&pending, SIGPIPE) == 1;
-        SystemCalls::ChangeSignalMask(SIG_BLOCK, &brokenPipe, &previousMask);
+        wasPending = sigismember(&pending, signal) == 1;
+        SystemCalls::ChangeSignalMask(SIG_BLOCK, &guarded, &previousMask);
     }
 
-    ~BrokenPipeGuard()
+    ~SignalGuard()
     {
-        if (broken && !wasPending)
+        if (raised && !wasPending)
         {
             timespec const now{};
-            Uninterrupted([&] { return SystemCalls::TakeSignal(&brokenPipe, &now); });
+            Uninterrupted([&] { return SystemCalls::TakeSignal(&guarded, &now); });
         }
         SystemCalls::ChangeSignalMask(SIG_SETMASK, &previousMask, nullptr);
     }
 
-    BrokenPipeGuard(BrokenPipeGuard const&) = delete;
-    BrokenPipeGuard& operator=(BrokenPipeGuard const&) = delete;
+    SignalGuard(SignalGuard const&) = delete;
+    SignalGuard& operator=(SignalGuard const&) = delete;
 
-    bool broken = false;
+    bool raised = false;
 
 private:
-    sigset_t brokenPipe;
+    sigset_t guarded;
     sigset_t previousMask;
     bool wasPending;
 };
@@ -98,28 +98,43 @@ bool Read(FileObject& file, void* buffer, DWORD count, DWORD& transferred) noexc
     return true;
 }
 
-bool WriteAll(FileObject& file, void const* buffer, DWORD count, int& error) noexcept
+// Whether the host may answer a write with a signal: at a broken pipe or terminal, or at the size that the process's
+// files may have.
+bool MayRaiseSignal(FileObject const& file) noexcept
 {
-    std::size_t const done =
-        MoveAll(count, false, error,
-                [&](std::size_t from, std::size_t most)
-                { return SystemCalls::Write(file.Descriptor(), static_cast<char const*>(buffer) + from, most); });
-    return done == count;
+    return file.type == FileObject::Type::other || file.mayMeetLimit.load(std::memory_order_relaxed);
+}
+
+std::size_t WriteOnce(FileObject& file, char const* bytes, std::size_t count, int& error) noexcept
+{
+    return MoveAll(count, true, error,
+                   [&](std::size_t, std::size_t most) { return SystemCalls::Write(file.Descriptor(), bytes, most); });
+}
+
+std::size_t WriteGuarded(FileObject const& file, char const* bytes, std::size_t count, int& error) noexcept
+{
+    bool const isPlain = file.type == FileObject::Type::plain;
+    SignalGuard guard(isPlain ? SIGXFSZ : SIGPIPE);
+    std::size_t const done = MoveAll(count, false, error,
+                                     [&](std::size_t from, std::size_t most)
+                                     { return SystemCalls::Write(file.Descriptor(), bytes + from, most); });
+    guard.raised = error == (isPlain ? EFBIG : EPIPE);
+    return done;
 }
 
 bool Write(FileObject& file, void const* buffer, DWORD count, DWORD& transferred) noexcept
 {
     int error = 0;
-    bool complete;
-    if (file.type == FileObject::Type::other)
+    auto const* const bytes = static_cast<char const*>(buffer);
+    std::size_t done = MayRaiseSignal(file) ? 0 : WriteOnce(file, bytes, count, error);
+    if (done < count && error == 0)
     {
-        BrokenPipeGuard guard;
-        complete = WriteAll(file, buffer, count, error);
-        guard.broken = error == EPIPE;
+        // A write that was cut short has met a limit, and the next one raises its signal.
+        if (done > 0)
+            file.mayMeetLimit.store(true, std::memory_order_relaxed);
+        done += WriteGuarded(file, bytes + done, count - done, error);
     }
-    else
-        complete = WriteAll(file, buffer, count, error);
-    if (!complete)
+    if (done != count)
         return error != 0 ? FailWithHost(error) : FailWith(ERROR_WRITE_FAULT);
     transferred = count;
     return true;

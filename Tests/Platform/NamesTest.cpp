@@ -257,6 +257,7 @@ TEST(Mappings, AreCheckedAndReported)
     EXPECT_EQ(share(L"s", L""), 123U);
     EXPECT_EQ(share(L"a\\b", L"s"), 123U);
     EXPECT_EQ(share(L"s", L"a/b"), 123U);
+    EXPECT_EQ(share(L"?", L"s"), 123U);
 }
 
 TEST(Mappings, KeepTheirDirectoryWhenTheWorkingDirectoryChanges)

@@ -11,6 +11,16 @@
 //
 // Everything may be called from any thread. A call that fails sets the last error; one that succeeds leaves it alone.
 // Asynchronous transfers and deletion on closing are refused with ERROR_NOT_SUPPORTED.
+//
+// What is not guaranteed:
+// - Share modes bind whoever opens through this interface. Another program's own locks are not share modes: a handle
+//   that shares something is refused while an fcntl lock covers the whole file, one that shares nothing is not.
+// - The locks belong to the open file. A child made by fork that goes on without running another program shares it, and
+//   closing the parent's handle then gives the locks back for both.
+// - Files whose size the host doesn't know, such as those of /proc, have size 0 here and still hold what ReadFile
+// gives.
+// - A write that starts at a size limit (RLIMIT_FSIZE) which was set after the file was opened raises the host's
+// signal.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

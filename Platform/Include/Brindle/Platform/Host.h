@@ -23,7 +23,8 @@ VOK_PLATFORM_EXPORT bool MapDrive(wchar_t letter, std::string const& directory);
 VOK_PLATFORM_EXPORT bool UnmapDrive(wchar_t letter);
 
 /// Puts a host directory behind a share of a server, both found without regard to the case of A to Z. Mapping a share
-/// again replaces its directory. Fails with ERROR_INVALID_NAME for an empty name or one with a separator.
+/// again replaces its directory. Fails with ERROR_INVALID_NAME for an empty name, one with a separator, and a
+/// server "." or "?".
 VOK_PLATFORM_EXPORT bool MapShare(std::wstring const& server, std::wstring const& share, std::string const& directory);
 
 } // namespace Brindle::Vok::Platform

@@ -1,0 +1,85 @@
+#include "SystemCalls.h"
+
+#include "Support/ChildProcess.h"
+#include "Support/OpenHandle.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+mode_t ModeOf(std::string const& path)
+{
+    struct stat status
+    {
+    };
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return status.st_mode & 07777;
+}
+
+TEST(Creation, IsNotLostToAnOpeningThatComesInBetween)
+{
+    TestDrive const drive;
+    std::wstring const path = drive.Path(L"lock");
+    ChildProcess peeper(
+        [&](ChildProcess::Channel& channel) -> int
+        {
+            channel.Ready();
+            for (;;)
+                OpenHandle const held = Open(path, GENERIC_READ, 0, OPEN_EXISTING);
+        });
+    peeper.WaitUntilReady();
+    for (int round = 0; round < 3000; ++round)
+    {
+        OpenHandle const created = Open(path, GENERIC_WRITE, 0, CREATE_NEW);
+        ASSERT_TRUE(created) << "round " << round << ": " << GetLastError();
+        ASSERT_EQ(::unlink(drive.Host("lock").c_str()), 0);
+    }
+}
+
+TEST(Creation, LeavesNoMarkBehind)
+{
+    TestDrive const drive;
+    mode_t const mask = ::umask(0);
+    ::umask(mask);
+    ASSERT_TRUE(Open(drive.Path(L"new"), GENERIC_WRITE, 0, CREATE_NEW));
+    EXPECT_EQ(ModeOf(drive.Host("new")), 0666 & ~mask);
+    ASSERT_TRUE(Open(drive.Path(L"fixed"), GENERIC_WRITE, 0, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(ModeOf(drive.Host("fixed")), 0444 & ~mask);
+}
+
+TEST(Creation, ThatDiedKeepsNobodyOut)
+{
+    TestDrive const drive;
+    drive.Write("abandoned", "");
+    ASSERT_EQ(::chmod(drive.Host("abandoned").c_str(), 01644), 0);
+    // Its creator may still be alive: the opening gives way for a moment. Later nobody waits.
+    for (time_t const age : {0, 10})
+    {
+        int pauses = 0;
+        SystemCalls::Redirection sleep(SystemCalls::Sleep,
+                                       [&](timespec const*)
+                                       {
+                                           ++pauses;
+                                           return 0;
+                                       });
+        SystemCalls::Redirection time(SystemCalls::GetTime,
+                                      [&](clockid_t clock, timespec* now)
+                                      {
+                                          int const result = SystemCalls::GetTime.host(clock, now);
+                                          now->tv_sec += age;
+                                          return result;
+                                      });
+        EXPECT_TRUE(Open(drive.Path(L"abandoned"), GENERIC_READ, 0, OPEN_EXISTING)) << GetLastError();
+        EXPECT_EQ(pauses > 0, age == 0);
+    }
+}
+
+} // namespace
