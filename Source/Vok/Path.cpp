@@ -21,11 +21,19 @@ namespace
 using Detail::PathPieces;
 using Detail::separator;
 
-std::wstring const noPrefix;
-std::wstring const uncPrefix = L"\\\\";
-std::wstring const extendedLengthPrefix = L"\\\\?\\";
-std::wstring const extendedLengthUncPrefix = L"\\\\?\\UNC\\";
-std::wstring const devicePrefix = L"\\\\.\\";
+constexpr std::wstring_view noPrefix;
+constexpr std::wstring_view uncPrefix = L"\\\\";
+constexpr std::wstring_view extendedLengthPrefix = L"\\\\?\\";
+constexpr std::wstring_view extendedLengthUncPrefix = L"\\\\?\\UNC\\";
+constexpr std::wstring_view devicePrefix = L"\\\\.\\";
+
+/// Texts that are handed out by reference: there from the first use on, also in static destructors.
+template <std::wstring_view const& view>
+std::wstring const& Lasting()
+{
+    static std::wstring const& text = *new std::wstring(view);
+    return text;
+}
 
 constexpr bool normalized = true;
 constexpr bool asStored = false;
@@ -84,24 +92,24 @@ bool IsNormalAlready(std::wstring_view remainder, PathPrefix prefix)
 
 std::wstring const& ToString(PathPrefix prefix)
 {
-    static std::wstring const none = L"none";
-    static std::wstring const unc = L"unc";
-    static std::wstring const extendedLength = L"extendedLength";
-    static std::wstring const extendedLengthUnc = L"extendedLengthUnc";
-    static std::wstring const unknown = L"unknown PathPrefix";
+    static constexpr std::wstring_view none = L"none";
+    static constexpr std::wstring_view unc = L"unc";
+    static constexpr std::wstring_view extendedLength = L"extendedLength";
+    static constexpr std::wstring_view extendedLengthUnc = L"extendedLengthUnc";
+    static constexpr std::wstring_view unknown = L"unknown PathPrefix";
     switch (prefix)
     {
     case PathPrefix::none:
-        return none;
+        return Lasting<none>();
     case PathPrefix::unc:
-        return unc;
+        return Lasting<unc>();
     case PathPrefix::extendedLength:
-        return extendedLength;
+        return Lasting<extendedLength>();
     case PathPrefix::extendedLengthUnc:
-        return extendedLengthUnc;
+        return Lasting<extendedLengthUnc>();
     }
     VOK_LOG(error, "unknown PathPrefix {}", prefix);
-    return unknown;
+    return Lasting<unknown>();
 }
 
 std::string ToStringA(PathPrefix prefix)
@@ -143,16 +151,16 @@ std::wstring const& Path::PrefixText(PathPrefix prefix)
     switch (prefix)
     {
     case PathPrefix::none:
-        return noPrefix;
+        return Lasting<noPrefix>();
     case PathPrefix::unc:
-        return uncPrefix;
+        return Lasting<uncPrefix>();
     case PathPrefix::extendedLength:
-        return extendedLengthPrefix;
+        return Lasting<extendedLengthPrefix>();
     case PathPrefix::extendedLengthUnc:
-        return extendedLengthUncPrefix;
+        return Lasting<extendedLengthUncPrefix>();
     }
     VOK_LOG(error, "unknown PathPrefix {}", prefix);
-    return noPrefix;
+    return Lasting<noPrefix>();
 }
 
 bool Path::IsExtendedLength() const
