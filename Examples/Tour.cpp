@@ -1,7 +1,8 @@
-// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, and shows a
-// failure the way a host sees it.
+// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, takes a path
+// apart, and shows a failure the way a host sees it.
 //
-//     Tour DIRECTORY        the directory stands behind the drive T: for the time of the tour
+//     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
+//                               syntax, is the one that is taken apart and need not exist
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/Log.h>
@@ -60,6 +61,30 @@ void WriteEveryForm(FileSystem& fileSystem, Path const& directory)
         WriteAndReadBack(fileSystem, Path::Join(directory, form.name), text, form.encoding, form.mark);
 }
 
+void ShowPiece(char const* name, std::wstring const& piece)
+{
+    std::printf("  %-26s [%s]\n", name, WideToUtf8(piece).c_str());
+}
+
+void ShowPieces(Path const& path)
+{
+    std::printf("  %-26s [%s]\n", "path", path.ToStringA().c_str());
+    std::printf("  %-26s %s\n", "prefix", ToStringA(path.Prefix()).c_str());
+    std::printf("  %-26s %s\n", "relative", path.IsRelative() ? "yes" : "no");
+    ShowPiece("drive", path.DriveWithColon());
+    ShowPiece("server", path.Server());
+    ShowPiece("share", path.Share());
+    ShowPiece("directory", path.Directory());
+    ShowPiece("directory, normalised", path.DirectoryNormalized());
+    ShowPiece("name", path.NameWithExtension());
+    ShowPiece("name without extension", path.NameWithoutExtension());
+    ShowPiece("extension", path.ExtensionWithDot());
+    ShowPiece("parent", path.Parent().ToString());
+    ShowPiece("normalised", path.Normalized().ToString());
+    ShowPiece("with extension bak", path.WithChangedExtension(L"bak").ToString());
+    ShowPiece("joined with sub\\name", Path::Join(path, L"sub\\name").ToString());
+}
+
 void OpenWhatIsMissing(FileSystem& fileSystem, Path const& directory)
 {
     try
@@ -88,7 +113,7 @@ void FailAtABoundary()
     }
 }
 
-int Run(std::string const& directory)
+int Run(std::string const& directory, Path const& path)
 {
     SubscriptionForLogCallbacks const subscription(ShowStatement, VokLogSeverity::trace);
     if (!Platform::MapDrive(L'T', directory))
@@ -100,6 +125,8 @@ int Run(std::string const& directory)
 
     std::printf("== One text in every encoding\n");
     WriteEveryForm(*fileSystem, L"T:\\");
+    std::printf("== A path and its pieces\n");
+    ShowPieces(path);
     std::printf("== A path that does not exist\n");
     OpenWhatIsMissing(*fileSystem, L"T:\\");
     std::printf("== An HRESULT at a boundary\n");
@@ -111,14 +138,14 @@ int Run(std::string const& directory)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2)
+    if (argc != 2 && argc != 3)
     {
-        std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
+        std::fprintf(stderr, "usage: %s DIRECTORY [PATH]\n", argv[0]);
         return 2;
     }
     try
     {
-        return Run(argv[1]);
+        return Run(argv[1], argc == 3 ? argv[2] : R"(C:/Reports\.\drafts\..\2024/summary.final.txt)");
     }
     catch (std::exception const& exception)
     {
