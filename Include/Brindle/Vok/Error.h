@@ -257,7 +257,7 @@ template <class Char, class... Arguments>
 } // namespace Brindle::Vok
 
 /// VOK_THROW(type, code, format, arguments...): throws a WindowsError or a ComError with this location, and logs
-/// "Throwing " and its message at error.
+/// "Throwing " and its message at error. None of these macros may go without a format.
 #define VOK_THROW(type, code, ...)                                                                                     \
     throw ::Brindle::Vok::Detail::MakeErrorToThrow<type>(VOK_DETAIL_LOCATION, code, __VA_ARGS__)
 

@@ -1,6 +1,6 @@
 // The log channel: one for the whole process, shared by every component that links this library.
 //
-//     // A host subscribes and gets every statement up to a severity, on the thread that logs:
+//     // The program subscribes and gets every statement up to a severity, on the thread that logs:
 //     Brindle::Vok::SubscriptionForLogCallbacks subscription(
 //         [](Brindle::Vok::LogStatement const& statement) { std::cerr << statement.message << '\n'; },
 //         Brindle::Vok::VokLogSeverity::info);
@@ -12,7 +12,8 @@
 //
 // What is not guaranteed: an order between statements of different threads; delivery once static destruction has torn
 // the channel down (statements are then dropped, subscriptions may still be destroyed). The teardown does not wait for
-// other threads, so a host stops its threads before it leaves main.
+// other threads, so a program stops its threads before it leaves main. A child made by fork while other threads log may
+// log, but must not subscribe or end a subscription: that may wait for threads that the child doesn't have.
 #pragma once
 
 #include <Brindle/Vok/Detail/FunctionName.h>
@@ -158,7 +159,8 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
 
 /// VOK_LOG(severity, format, arguments...): logs a text that is formatted only if somebody wants it; the arguments are
 /// evaluated only then. The severity is an enumerator's bare name or any expression of that type; the format is a
-/// narrow or a wide text.
+/// narrow or a wide text, and can't be left out. A wide format takes narrow arguments byte by byte, so that only ASCII
+/// comes out right: with a narrow argument take a narrow format, which takes wide arguments as UTF-8.
 #define VOK_LOG(logSeverity, ...)                                                                                      \
     do                                                                                                                 \
     {                                                                                                                  \

@@ -3,9 +3,10 @@
 //
 //     std::wstring wide = Brindle::Vok::String::StringToWstring(bytes, CP_UTF8);
 //
-// The code page is a number of the platform; 65001 (CP_UTF8) is UTF-8. What is reported is a page that the platform
-// doesn't know. Input that is invalid for the page is not an error: the platform puts a replacement in its place. A
-// text of 2^31 code units or more is not provided for. All functions may be called from any thread.
+// The code page is a number of the platform; 65001 (CP_UTF8) is UTF-8, 1252 Western European, 932 Japanese, 28591 to
+// 28606 the pages of ISO 8859, and so on. What is reported is a page that the platform doesn't know. Input that is
+// invalid for the page is not an error: the platform puts a replacement in its place. A text of 2^31 code units or more
+// is not provided for. All functions may be called from any thread.
 #pragma once
 
 #include <Brindle/Vok/Platform.h>

@@ -7,6 +7,10 @@
 //
 // Everything may be called from any thread. Lengths and sizes count bytes of narrow and code units of wide text; -1
 // stands for a text that ends with NUL.
+//
+// Code pages: 65001 (UTF-8) and 0 are the library's own. Any other number is what the C library's iconv knows under
+// that number: 437 and its kin, 850, 874, 932, 936, 949, 950, 1250 to 1258, 20127, 20866, 21866, 28591 to 28606, 54936
+// and more; 65000 is UTF-7. A page that it doesn't know is ERROR_INVALID_PARAMETER.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
