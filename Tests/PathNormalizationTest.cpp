@@ -1,7 +1,7 @@
 // The normal form of paths, step by step with what each step leaves behind.
 #include <Brindle/Vok/Path.h>
 
-#include "Vok/PathDecomposition.h"
+#include "Vok/PathNormalization.h"
 
 #include <gtest/gtest.h>
 

@@ -14,6 +14,12 @@ constexpr Character UpperCase(Character character) noexcept
 }
 
 template <class Character>
+constexpr Character LowerCase(Character character) noexcept
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<Character>(character - 'A' + 'a') : character;
+}
+
+template <class Character>
 constexpr bool IsLetter(Character character) noexcept
 {
     return UpperCase(character) >= 'A' && UpperCase(character) <= 'Z';

@@ -4,6 +4,7 @@
 #include <Brindle/Vok/String.h>
 
 #include "PathDecomposition.h"
+#include "PathNormalization.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -35,8 +36,21 @@ std::wstring const& Lasting()
     return text;
 }
 
-constexpr bool normalized = true;
-constexpr bool asStored = false;
+std::size_t LengthOf(PathPrefix prefix)
+{
+    switch (prefix)
+    {
+    case PathPrefix::none:
+        return noPrefix.size();
+    case PathPrefix::unc:
+        return uncPrefix.size();
+    case PathPrefix::extendedLength:
+        return extendedLengthPrefix.size();
+    case PathPrefix::extendedLengthUnc:
+        return extendedLengthUncPrefix.size();
+    }
+    return 0;
+}
 
 bool HasPrefix(std::wstring_view text)
 {
@@ -52,40 +66,6 @@ PathPrefix PrefixOf(std::wstring_view text)
     if (text.starts_with(extendedLengthPrefix) || text.starts_with(devicePrefix))
         return PathPrefix::extendedLength;
     return PathPrefix::unc;
-}
-
-bool IsExtended(PathPrefix prefix)
-{
-    return prefix == PathPrefix::extendedLength || prefix == PathPrefix::extendedLengthUnc;
-}
-
-/// Hands the normal form of a text, with a NUL behind it, to a function and gives its result.
-template <std::size_t capacity, class Use>
-[[gnu::noinline]] auto UseNormalFormOnStack(std::wstring_view text, Use const& use)
-{
-    wchar_t normal[capacity + 1];
-    std::size_t const length = Detail::NormalizeNonExtendedLengthPath(text, normal);
-    normal[length] = 0;
-    return use(std::wstring_view(normal, length));
-}
-
-template <class Use>
-auto UseNormalForm(std::wstring_view text, Use const& use)
-{
-    if (text.size() <= 511)
-        return UseNormalFormOnStack<511>(text, use);
-    if (text.size() <= 4095)
-        return UseNormalFormOnStack<4095>(text, use);
-    if (text.size() <= 32767) // no path of the platform is longer
-        return UseNormalFormOnStack<32767>(text, use);
-    std::wstring normal(text);
-    normal.resize(Detail::NormalizeNonExtendedLengthPath(normal, normal.data()));
-    return use(std::wstring_view(normal));
-}
-
-bool IsNormalAlready(std::wstring_view remainder, PathPrefix prefix)
-{
-    return IsExtended(prefix) || Detail::FindSuspect(remainder) == remainder.size();
 }
 
 } // namespace
@@ -165,13 +145,12 @@ std::wstring const& Path::PrefixText(PathPrefix prefix)
 
 bool Path::IsExtendedLength() const
 {
-    return IsExtended(Prefix());
+    return Detail::IsExtendedLength(Prefix());
 }
 
 bool Path::IsUnc() const
 {
-    PathPrefix const prefix = Prefix();
-    return prefix == PathPrefix::unc || prefix == PathPrefix::extendedLengthUnc;
+    return Detail::IsUnc(Prefix());
 }
 
 bool Path::IsRelative() const noexcept
@@ -187,61 +166,106 @@ bool Path::IsRelative() const noexcept
 
 // Pieces
 
-template <bool normalize, class Use>
-auto Path::UseRemainder(Use const& use) const
+namespace
 {
-    PathPrefix prefix = PathPrefix::none;
-    std::wstring_view remainder = text;
-    if (HasPrefix(text))
-    {
-        prefix = Prefix();
-        remainder.remove_prefix(PrefixText().size()); // asks once more: a device path is logged at each asking
-    }
-    if (!normalize || IsNormalAlready(remainder, prefix))
-        return use(remainder, prefix);
-    return UseNormalForm(remainder, [&](std::wstring_view normal) { return use(normal, prefix); });
-}
 
-template <bool normalize, std::wstring_view (PathPieces::*piece)() const noexcept>
-std::wstring Path::Piece() const
+enum class Form
 {
-    return UseRemainder<normalize>([](std::wstring_view remainder, PathPrefix prefix)
-                                   { return std::wstring((PathPieces(remainder, prefix).*piece)()); });
-}
+    stored,
+    normal
+};
+
+/// What stands behind a path's prefix, as it is stored or in its normal form, and a NUL behind it.
+class Remainder
+{
+public:
+    Remainder(Path const& path, Form form) : view(path.ToString())
+    {
+        if (HasPrefix(view))
+        {
+            prefix = path.Prefix();
+            view.remove_prefix(path.PrefixText().size()); // asks once more: a device path is logged at each asking
+        }
+        Bring(form);
+    }
+
+    /// The same without a question to the path, and so without a statement about a device path.
+    Remainder(std::wstring_view text, PathPrefix prefix, Form form) : view(text), prefix(prefix)
+    {
+        view.remove_prefix(LengthOf(prefix));
+        Bring(form);
+    }
+
+    Remainder(Remainder const&) = delete;
+    Remainder& operator=(Remainder const&) = delete;
+
+    std::wstring_view Text() const { return view; }
+    PathPieces Pieces() const { return {view, prefix}; }
+
+private:
+    static constexpr std::size_t capacity = 1023;
+
+    void Bring(Form form)
+    {
+        bool const isFixed = form == Form::stored || Detail::IsExtendedLength(prefix);
+        if (!isFixed && Detail::FindFirstToFold(view) != view.size())
+            Normalize();
+    }
+
+    [[gnu::noinline]] void Normalize()
+    {
+        wchar_t* normal = onStack;
+        if (view.size() > capacity)
+        {
+            onHeap.resize(view.size());
+            normal = onHeap.data();
+        }
+        std::size_t const length = Detail::NormalizeNonExtendedLengthPath(view, normal);
+        normal[length] = 0;
+        view = std::wstring_view(normal, length);
+    }
+
+    std::wstring_view view;
+    PathPrefix prefix = PathPrefix::none;
+    std::wstring onHeap;
+    wchar_t onStack[capacity + 1];
+};
+
+} // namespace
 
 std::wstring Path::DriveWithColon() const
 {
-    return Piece<normalized, &PathPieces::DriveWithColon>();
+    return std::wstring(Remainder(*this, Form::normal).Pieces().DriveWithColon());
 }
 
 std::wstring Path::Server() const
 {
-    return Piece<normalized, &PathPieces::Server>();
+    return std::wstring(Remainder(*this, Form::normal).Pieces().Server());
 }
 
 std::wstring Path::Share() const
 {
-    return Piece<normalized, &PathPieces::Share>();
+    return std::wstring(Remainder(*this, Form::normal).Pieces().Share());
 }
 
 std::wstring Path::Directory() const
 {
-    return Piece<asStored, &PathPieces::Directory>();
+    return std::wstring(Remainder(*this, Form::stored).Pieces().Directory());
 }
 
 std::wstring Path::DirectoryNormalized() const
 {
-    return Piece<normalized, &PathPieces::Directory>();
+    return std::wstring(Remainder(*this, Form::normal).Pieces().Directory());
 }
 
 std::wstring Path::DriveAndDirectory() const
 {
-    return Piece<asStored, &PathPieces::DriveAndDirectory>();
+    return std::wstring(Remainder(*this, Form::stored).Pieces().DriveAndDirectory());
 }
 
 std::wstring Path::DriveAndDirectoryNormalized() const
 {
-    return Piece<normalized, &PathPieces::DriveAndDirectory>();
+    return std::wstring(Remainder(*this, Form::normal).Pieces().DriveAndDirectory());
 }
 
 Path Path::Parent() const
@@ -249,33 +273,33 @@ Path Path::Parent() const
     return Path(DriveAndDirectory());
 }
 
-template <class Use>
-auto Path::UseName(Use const& use) const
+namespace
 {
+
+/// Hands the last component to a function and gives its result.
+template <class Use>
+auto UseName(Path const& path, Use const& use)
+{
+    std::wstring_view const text = path.ToString();
     std::wstring_view const name = HasPrefix(text) ? std::wstring_view() : Detail::FindPlainName(text);
-    return name.empty() ? UseNameOfNormalForm(use) : use(name);
+    return name.empty() ? use(Remainder(path, Form::normal).Pieces().NameWithExtension()) : use(name);
 }
 
-template <class Use>
-[[gnu::noinline]] auto Path::UseNameOfNormalForm(Use const& use) const
-{
-    return UseRemainder<normalized>([&use](std::wstring_view remainder, PathPrefix prefix)
-                                    { return use(PathPieces(remainder, prefix).NameWithExtension()); });
-}
+} // namespace
 
 std::wstring Path::NameWithExtension() const
 {
-    return UseName([](std::wstring_view name) { return std::wstring(name); });
+    return UseName(*this, [](std::wstring_view name) { return std::wstring(name); });
 }
 
 std::wstring Path::NameWithoutExtension() const
 {
-    return UseName([](std::wstring_view name) { return std::wstring(Detail::WithoutExtension(name)); });
+    return UseName(*this, [](std::wstring_view name) { return std::wstring(Detail::WithoutExtension(name)); });
 }
 
 std::wstring Path::ExtensionWithDot() const
 {
-    return UseName([](std::wstring_view name) { return std::wstring(Detail::ExtensionWithDot(name)); });
+    return UseName(*this, [](std::wstring_view name) { return std::wstring(Detail::ExtensionWithDot(name)); });
 }
 
 bool Path::HasExtension() const noexcept
@@ -289,7 +313,8 @@ bool Path::HasExtension() const noexcept
 
 Path Path::WithChangedExtension(std::wstring const& extension) const
 {
-    std::size_t const oldLength = UseName([](std::wstring_view name) { return Detail::ExtensionWithDot(name).size(); });
+    std::size_t const oldLength =
+        UseName(*this, [](std::wstring_view name) { return Detail::ExtensionWithDot(name).size(); });
     bool const needsDot = !extension.empty() && extension.front() != L'.';
     std::wstring_view const kept = std::wstring_view(text).substr(0, text.size() - oldLength);
     std::wstring changed;
@@ -304,12 +329,12 @@ Path Path::WithChangedExtension(std::wstring const& extension) const
 Path Path::Normalized() const
 {
     PathPrefix const prefix = Prefix();
-    std::wstring const& prefixText = PrefixText();
+    std::wstring const& prefixText = PrefixText(); // asks once more: a device path is logged at each asking
     std::size_t const prefixLength = prefixText.size();
     std::wstring normal = text;
     if (prefix == PathPrefix::extendedLength)
         normal.replace(0, prefixLength, prefixText); // a device path has another one
-    if (!IsExtended(prefix))
+    if (!Detail::IsExtendedLength(prefix))
     {
         std::wstring_view const remainder = std::wstring_view(normal).substr(prefixLength);
         wchar_t* const target = normal.data() + prefixLength;
@@ -332,7 +357,7 @@ std::wstring WithRoomFor(Paths const&... paths)
     return text;
 }
 
-/// Appends with one separator at the seam. Pieces may be appended one by one or in pairs, the text is the same.
+/// Appends with one separator at the seam. The text is the same whether pieces are appended one by one or in pairs.
 void Append(std::wstring& text, std::wstring_view piece)
 {
     if (!text.empty() && !piece.empty())
@@ -347,60 +372,53 @@ void Append(std::wstring& text, std::wstring_view piece)
     text.append(piece);
 }
 
+template <class... Paths>
+Path JoinAll(Paths const&... paths)
+{
+    std::wstring text = WithRoomFor(paths...);
+    (Append(text, paths.ToString()), ...);
+    return Path(std::move(text));
+}
+
 } // namespace
 
 Path Path::Join(Path const& a, Path const& b)
 {
-    std::wstring text = WithRoomFor(a, b);
-    Append(text, a.text);
-    Append(text, b.text);
-    return Path(std::move(text));
+    return JoinAll(a, b);
 }
 
 Path Path::Join(Path const& a, Path const& b, Path const& c)
 {
-    std::wstring text = WithRoomFor(a, b, c);
-    Append(text, a.text);
-    Append(text, b.text);
-    Append(text, c.text);
-    return Path(std::move(text));
+    return JoinAll(a, b, c);
 }
 
 Path Path::Join(Path const& a, Path const& b, Path const& c, Path const& d)
 {
-    std::wstring text = WithRoomFor(a, b, c, d);
-    Append(text, a.text);
-    Append(text, b.text);
-    Append(text, c.text);
-    Append(text, d.text);
-    return Path(std::move(text));
+    return JoinAll(a, b, c, d);
 }
 
-Path Path::Merge(Path a, Path b)
+template <class... Paths>
+Path Path::MergeAll(Path const& first, Paths const&... rest)
 {
-    Path merged(WithRoomFor(a, b));
-    merged.text.append(a.text);
-    MergeInternal(merged, b);
+    Path merged(WithRoomFor(first, rest...));
+    merged.text.append(first.text);
+    (MergeInternal(merged, rest), ...);
     return merged;
 }
 
-Path Path::Merge(Path a, Path b, Path c)
+Path Path::Merge(Path const& a, Path const& b)
 {
-    Path merged(WithRoomFor(a, b, c));
-    merged.text.append(a.text);
-    MergeInternal(merged, b);
-    MergeInternal(merged, c);
-    return merged;
+    return MergeAll(a, b);
 }
 
-Path Path::Merge(Path a, Path b, Path c, Path d)
+Path Path::Merge(Path const& a, Path const& b, Path const& c)
 {
-    Path merged(WithRoomFor(a, b, c, d));
-    merged.text.append(a.text);
-    MergeInternal(merged, b);
-    MergeInternal(merged, c);
-    MergeInternal(merged, d);
-    return merged;
+    return MergeAll(a, b, c);
+}
+
+Path Path::Merge(Path const& a, Path const& b, Path const& c, Path const& d)
+{
+    return MergeAll(a, b, c, d);
 }
 
 void Path::MergeInternal(Path& aPath, Path const& bPath)
@@ -418,8 +436,8 @@ void Path::MergeInternal(Path& aPath, Path const& bPath)
     {
         if (hasDrive)
         {
-            VOK_ASSERT(b.length() <= 2 || b[2] != L'\\');
-            b.remove_prefix(2); // whichever drive it is
+            VOK_ASSERT(b.length() <= 2 || b[2] != L'\\'); // a guard: such a path isn't relative
+            b.remove_prefix(2);                           // whichever drive it is
         }
         bool const endsInSeparator = a.back() == separator;
         if (b.starts_with(separator)) // `\` alone
@@ -445,27 +463,38 @@ void Path::MergeInternal(Path& aPath, Path const& bPath)
 
 // Creation on disk
 
+namespace
+{
+
+/// `\\?\C:`, which has no attributes to ask for.
+bool IsBareExtendedLengthDrive(std::wstring_view text)
+{
+    return text.size() == 6 && text.starts_with(extendedLengthPrefix) && text[5] == L':';
+}
+
+} // namespace
+
 unsigned long Path::CreatePath() const
 {
     if (text.empty())
         return ERROR_INVALID_PARAMETER;
     if (static_cast<DWORD>(FileAttributes()) != INVALID_FILE_ATTRIBUTES)
         return ERROR_SUCCESS;
-    DWORD status = static_cast<DWORD>(LastError());
-    if (status == ERROR_FILE_NOT_FOUND || status == ERROR_PATH_NOT_FOUND)
-        status = ERROR_SUCCESS;
-    else if (status != ERROR_INVALID_PARAMETER)
-        VOK_LOG(error, "GetFileAttributes error: [{}]", status);
-    else if (text.size() == 6 && text[5] == L':' && text.starts_with(extendedLengthPrefix))
-        return ERROR_SUCCESS; // `\\?\C:` has no attributes to ask for
-    if (status == ERROR_SUCCESS && text == extendedLengthPrefix)
-        return ERROR_BAD_PATHNAME;
+    DWORD const code = static_cast<DWORD>(LastError());
+    if (code == ERROR_INVALID_PARAMETER && IsBareExtendedLengthDrive(text))
+        return ERROR_SUCCESS;
+    bool const isMissing = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+    if (!isMissing && code != ERROR_INVALID_PARAMETER)
+        VOK_LOG(error, "GetFileAttributes error: [{}]", code);
 
+    bool const goesOn = isMissing || code == ERROR_SUCCESS;
+    if (goesOn && text == extendedLengthPrefix)
+        return ERROR_BAD_PATHNAME;
     Path const parent = Parent();
     if (parent.text == text)
         return ERROR_BAD_PATHNAME; // a root, whatever the query said
-    if (status != ERROR_SUCCESS)
-        return status;
+    if (!goesOn)
+        return code;
     if (DWORD const failure = static_cast<DWORD>(CreateParentPath(parent)); failure != ERROR_SUCCESS)
         return failure;
     if (CreateDir() != 0)
@@ -526,12 +555,9 @@ bool operator>(Path const& lhs, Path const& rhs)
 bool operator==(Path const& lhs, Path const& rhs)
 {
     VOK_ASSERT(lhs.Prefix() == rhs.Prefix());
-    return lhs.UseRemainder<normalized>(
-        [&rhs](std::wstring_view left, PathPrefix)
-        {
-            return rhs.UseRemainder<normalized>([left](std::wstring_view right, PathPrefix)
-                                                { return _wcsicmp(left.data(), right.data()) == 0; });
-        });
+    Remainder const left(lhs, Form::normal);
+    Remainder const right(rhs, Form::normal);
+    return _wcsicmp(left.Text().data(), right.Text().data()) == 0;
 }
 
 bool operator!=(Path const& lhs, Path const& rhs)
@@ -542,7 +568,8 @@ bool operator!=(Path const& lhs, Path const& rhs)
 namespace
 {
 
-/// Of what _wcsicmp looks at: up to the first NUL, with A to Z folded.
+/// Of what _wcsicmp looks at: up to the first NUL, with A to Z folded. The two must agree, or equal paths have
+/// different hashes.
 std::size_t HashOfFolded(std::wstring_view text)
 {
     std::uint64_t hash = 0xCBF29CE484222325U; // FNV-1a, a code unit at a time
@@ -558,11 +585,8 @@ std::size_t HashOfFolded(std::wstring_view text)
 
 std::size_t Detail::HashOf(Path const& path)
 {
-    PathPrefix const prefix = PrefixOf(path.text);
-    std::wstring_view const remainder = std::wstring_view(path.text).substr(Path::PrefixText(prefix).size());
-    if (IsNormalAlready(remainder, prefix))
-        return HashOfFolded(remainder);
-    return UseNormalForm(remainder, HashOfFolded);
+    std::wstring const& text = path.ToString();
+    return HashOfFolded(Remainder(text, PrefixOf(text), Form::normal).Text());
 }
 
 } // namespace Brindle::Vok

@@ -6,7 +6,7 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/Path.h>
 
-#include "Vok/PathDecomposition.h"
+#include "Vok/PathNormalization.h"
 
 #include <string>
 #include <vector>
@@ -95,8 +95,8 @@ private:
         std::wstring inPlace = oracle.text;
         inPlace.resize(Detail::NormalizeNonExtendedLengthPath(inPlace, inPlace.data()));
         Expect("NormalizeNonExtendedLengthPath", inPlace, expected);
-        if (Detail::FindSuspect(oracle.text) == oracle.text.size())
-            Expect("FindSuspect", oracle.text, expected);
+        if (Detail::FindFirstToFold(oracle.text) == oracle.text.size())
+            Expect("FindFirstToFold", oracle.text, expected);
     }
 
     void CheckTwo()

@@ -4,23 +4,26 @@
 //     file.Parent().CreatePath();                                       // makes C:\logs\2024, 0 on success
 //     file.WithChangedExtension(L"old");                                // C:\logs\2024\day.old
 //     file == L"c:/LOGS/2024/./day.txt";                                // true
-//     std::ifstream stream(file.ToStdPath());
 //     VOK_LOG(info, "read [{}]", file);                                 // a path stands in any format
+//
+// The separator is `\`. `/` is an ordinary character except to what normalises, so call Normalized() first on a text
+// that may have it: `C:/a/b` as it stands is relative, and its parent is `C:`.
 //
 // Every property is worked out from the text on demand. Nothing is cached, nothing is normalised or checked at
 // construction, and apart from CreatePath, IsDirectory and DirectoryExists nothing looks at a disk. Every text is a
-// path and falls into some pieces; no operation throws, but for want of memory and where narrow text is decoded.
+// path and falls into some pieces. Nothing throws, apart from std::bad_alloc and what decoding narrow text throws.
 //
-// The separator is `\`. Only the operations that normalise know `/`, and for them it is the same. A drive is any code
-// unit with a `:` behind it at the text's start. `==`, `<` and `>` take A to Z for a to z; nothing else does, and no
-// locale has a say. Lengths are UTF-16 code units.
+// A drive is any code unit with a `:` behind it at the text's start. Lengths are UTF-16 code units. `==`, `<`, `>` and
+// the hash take A to Z for a to z and fold nothing else. (Where the platform's own C runtime compares, a locale that
+// the process has set may fold more, and equal paths may then have different hashes.)
 //
-// Not guaranteed: that `<` and `==` agree (they are different relations), that a path with the prefix `\\?\` keeps it
-// through Parent() or Merge(), that a text with `..` names the same file when it is normalised (links aren't known).
+// Not guaranteed: that `<` and `==` agree. They are different relations, so a std::set may hold two paths that are
+// equal; the unordered containers don't. That a path with the prefix `\\?\` keeps it through Parent() or Merge(). That
+// a text with `..` names the same file when it is normalised: links aren't known.
 //
-// No property costs more memory than the string that it returns, except where a text of more than 32,767 code units,
-// which can name nothing, has to be normalised. A Path isn't synchronised: concurrent reads of one object are fine, a
-// write beside any other access is not.
+// A property allocates the text that it returns and nothing else, except that a text of more than 1,023 code units
+// which isn't normal yet takes one more while it is normalised. A Path isn't synchronised: concurrent reads of one
+// object are fine, a write beside any other access is not.
 #pragma once
 
 #include <Brindle/Vok/FormatString.h>
@@ -50,6 +53,7 @@ enum class PathPrefix : std::int32_t
 
 /// The enumerator's name. Any other value logs "unknown PathPrefix {}" at error and gives "unknown PathPrefix".
 VOK_EXPORT std::wstring const& ToString(PathPrefix prefix);
+/// The same in UTF-8.
 VOK_EXPORT std::string ToStringA(PathPrefix prefix);
 
 class Path;
@@ -57,12 +61,11 @@ class Path;
 namespace Detail
 {
 
-class PathPieces;
-
 VOK_EXPORT std::size_t HashOf(Path const& path);
 
 } // namespace Detail
 
+/// The text of a path and what can be told from it.
 class VOK_EXPORT Path
 {
 public:
@@ -78,6 +81,7 @@ public:
     /// Leaves the other path empty.
     Path(Path&& other) noexcept : text(std::move(other.text)) { other.text.clear(); }
     Path& operator=(Path const&) = default;
+    /// Leaves the other path empty; assigning a path to itself changes nothing.
     Path& operator=(Path&& other) noexcept
     {
         if (this != &other)
@@ -93,18 +97,21 @@ public:
     std::wstring const& ToString() const noexcept { return text; }
     /// The stored text in UTF-8; an ill-formed unit becomes U+FFFD.
     std::string ToStringA() const;
-    /// A standard path of the stored text as it is. Where the standard library's paths are UTF-8, surrogate pairs are
+    /// A standard path of the stored text as it is, for the standard library's operations on texts. It is no path of
+    /// the host: no drive and no share is looked up. Where the standard library's paths are UTF-8, surrogate pairs are
     /// joined, and a lone surrogate, which can't be held there, becomes U+FFFD. Any other text comes back unchanged
     /// from the result's u16string() or u8string().
     std::filesystem::path ToStdPath() const;
 
     /// How the text begins. A device path (`\\.\`) is not supported: each call logs "Device path not supported [{}]" at
-    /// error and gives extendedLength. Most of what follows asks, so it logs too: once for IsUnc and IsExtendedLength,
-    /// twice for whatever takes the text to pieces.
+    /// error and gives extendedLength. Whatever asks for the prefix logs so too, some operations more than once. Only
+    /// the texts themselves, IsRelative, HasExtension, Join, CreatePath's queries and the hash don't ask.
     PathPrefix Prefix() const;
     /// The text of Prefix(): empty, `\\`, `\\?\` or `\\?\UNC\`.
     std::wstring const& PrefixText() const;
+    /// Whether Prefix() is one of the two extended-length ones.
     bool IsExtendedLength() const;
+    /// Whether Prefix() is unc or extendedLengthUnc.
     bool IsUnc() const;
     /// Whether the text is neither UNC nor rooted. A drive with no separator behind it is relative, and so is `\`
     /// alone, unlike every longer text that begins with it.
@@ -114,7 +121,8 @@ public:
 
     /// `C:` of `C:\a`, also of `\\?\C:\a`. UNC paths have none.
     std::wstring DriveWithColon() const;
-    /// `server` of `\\server\share\a`. Only UNC paths have one. Without the extended-length prefix `..` climbs over it.
+    /// `server` of `\\server\share\a`. Only UNC paths have one. It is taken from the normal form, where
+    /// the server is a component like any other: that of `\\server\..\x` is `x`.
     std::wstring Server() const;
     /// `share` of `\\server\share\a`.
     std::wstring Share() const;
@@ -126,6 +134,7 @@ public:
     /// `C:\a` of `C:\a\b.txt` and of `\\?\C:\a\b.txt`, `\a` of `\\server\share\a\b.txt`: drive, `\` if the path is
     /// rooted, and Directory(). Prefix, server and share are lost.
     std::wstring DriveAndDirectory() const;
+    /// The same of the normalised text.
     std::wstring DriveAndDirectoryNormalized() const;
     /// A path of DriveAndDirectory(). A root, such as `C:\`, is its own parent.
     Path Parent() const;
@@ -136,18 +145,19 @@ public:
     /// `.gz` of `C:\a\c.tar.gz`, `.` of `file.`, `.bashrc` of `.bashrc`: the last component from its last dot on.
     std::wstring ExtensionWithDot() const;
     /// Whether something stands behind the last dot and that dot behind the last `\`. It asks the text as it is, and so
-    /// it says false for `file.` and true for `a.b/c`, where ExtensionWithDot() has it the other way round.
+    /// it says false for `file.`, whose ExtensionWithDot() is `.`, and true for `a.b/c`, whose ExtensionWithDot() is
+    /// empty.
     bool HasExtension() const noexcept;
     /// The stored text with another extension in the place of ExtensionWithDot(). A missing dot is added in front of
-    /// the extension; an empty one takes the old extension away. The old one's length is that of the normalised form,
+    /// the extension; an empty one removes the old extension. The old one's length is that of the normalised form,
     /// also where the stored text ends differently: `C:\a\b.txt\..` with `c` gives `C:\a\b.txt\...c`.
     Path WithChangedExtension(std::wstring const& extension) const;
 
-    /// The path in normal form: `/` made `\`, repeated separators made one, `.` between separators taken away, and `..`
-    /// with the component before it. What begins with `\\?\` stays as it is, and `\\.\` becomes `\\?\`. `..` above the
-    /// root stays, and so do a leading `.\`, a trailing `\.` and a trailing separator. Of several `.` in a row every
-    /// second one stays: `a\.\.\b` becomes `a\.\b`. `..\..` becomes the empty text. The names of server and share count
-    /// as components.
+    /// The path in normal form: `/` made `\`, repeated separators made one, `.` between separators removed, and `..`
+    /// with the component before it. What begins with `\\?\` stays as it is; `\\.\` becomes `\\?\`, and what follows it
+    /// stays as it is too. `..` above the root stays, and so do a leading `.\`, a trailing `\.` and a trailing
+    /// separator. Of several `.` in a row every second one stays: `a\.\.\b` becomes `a\.\b`. `..\..` becomes the empty
+    /// text. The names of server and share count as components.
     Path Normalized() const;
 
     /// The pieces with exactly one separator at each seam, whatever they mean: an absolute second piece is appended
@@ -160,15 +170,21 @@ public:
     /// and a relative one is appended, without its drive if it has one (`D:b` onto `C:\a` gives `C:\a\b`). An empty
     /// path changes nothing. The earlier paths should not be UNC and the later ones have no prefix: a soft assertion
     /// logs it, and `\` alone, which counts as relative, is logged too; all go on regardless.
-    static Path Merge(Path a, Path b);
-    static Path Merge(Path a, Path b, Path c);
-    static Path Merge(Path a, Path b, Path c, Path d);
+    static Path Merge(Path const& a, Path const& b);
+    static Path Merge(Path const& a, Path const& b, Path const& c);
+    static Path Merge(Path const& a, Path const& b, Path const& c, Path const& d);
 
-    /// Makes the directory and all its missing parents. Gives 0, also when the path exists (as a file too), or a Win32
-    /// error code: ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists, so that
-    /// nothing is made of it; ERROR_BAD_PATHNAME for a root that doesn't exist; otherwise the platform's. What was made
-    /// before a failure stays. A query that fails for another reason than a missing name is logged at error. Threads
-    /// may make overlapping paths at the same time.
+    /// Makes the directory and all its missing parents. Gives 0 or a Win32 error code:
+    ///
+    /// - 0 when the path exists, also as a file, and for `\\?\C:` when the platform takes no question about it
+    /// - ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists: nothing is made
+    /// then
+    /// - ERROR_BAD_PATHNAME for a root that can't be seen, whatever the reason
+    /// - otherwise the platform's code for what couldn't be asked or made
+    ///
+    /// A question that fails for another reason than a missing name (2, 3) or ERROR_INVALID_PARAMETER is logged at
+    /// error. What was made before a failure stays. Threads may make overlapping paths at the same time. The platform
+    /// sees a text up to its first NUL.
     ///
     /// Parents are found by Parent(), so those of `\\?\C:\a\b` are made under their plain names, and those of
     /// `\\server\share\a\b` are looked for as `\a`: behind a share only one missing directory can be made, if `\`
@@ -176,10 +192,12 @@ public:
     unsigned long CreatePath() const;
     /// Whether a directory stands there. False for whatever keeps the platform from telling.
     bool IsDirectory() const;
+    /// The same as IsDirectory().
     bool DirectoryExists() const;
 
 protected:
-    // The seam to the disk, for a derived class that stands in for it. Each acts on the stored text as it stands.
+    // The seam to the disk, for a derived class that stands in for it. Each acts on the stored text as it stands, and
+    // of each code or mask the low 32 bits count.
 
     /// Makes the directory; not 0 is success, otherwise LastError() tells why.
     virtual int CreateDir() const;
@@ -187,41 +205,33 @@ protected:
     virtual unsigned long CreateParentPath(Path const& parent) const;
     /// INVALID_FILE_ATTRIBUTES on failure, otherwise anything.
     virtual unsigned long FileAttributes() const;
+    /// Why the hook before it failed; asked for at once.
     virtual unsigned long LastError() const;
     /// FILE_ATTRIBUTE_DIRECTORY if a directory stands there. No other value says yes.
     virtual unsigned long IsDirectoryImpl() const;
 
 private:
-    friend VOK_EXPORT bool operator==(Path const& lhs, Path const& rhs);
-    friend VOK_EXPORT std::size_t Detail::HashOf(Path const& path);
-
     static std::wstring const& PrefixText(PathPrefix prefix);
-    /// Merges the second path into the first, which has the room.
+    template <class... Paths>
+    static Path MergeAll(Path const& first, Paths const&... rest);
+    /// Merges the second path into the first, whose text has room for both.
     static void MergeInternal(Path& aPath, Path const& bPath);
-
-    /// Hands what stands behind the prefix, with a NUL behind it, and the prefix to a function and gives its result.
-    template <bool normalize, class Use>
-    auto UseRemainder(Use const& use) const;
-    /// Hands the last component to a function and gives its result.
-    template <class Use>
-    auto UseName(Use const& use) const;
-    template <class Use>
-    auto UseNameOfNormalForm(Use const& use) const;
-    template <bool normalize, std::wstring_view (Detail::PathPieces::*piece)() const noexcept>
-    std::wstring Piece() const;
 
     std::wstring text;
 };
 
-/// Orders the stored texts, raw, by code units with A to Z folded to a to z, up to the first NUL; so `_` comes before
-/// every letter. Different prefixes are a soft assertion, which logs and changes nothing.
+/// Whether the left text comes before the right one. The stored texts are compared, raw, by code units with A to Z
+/// folded to a to z, up to the first NUL; so `_` comes before every letter. Different prefixes are a soft assertion,
+/// which logs and changes nothing.
 VOK_EXPORT bool operator<(Path const& lhs, Path const& rhs);
+/// The same with the sides changed.
 VOK_EXPORT bool operator>(Path const& lhs, Path const& rhs);
 
 /// Whether both are the same behind their prefixes once they are normalised, again with A to Z folded and up to the
 /// first NUL. Extended-length paths are compared as they stand. A trailing separator counts. Different prefixes are a
 /// soft assertion, which logs and changes nothing: `\\?\C:\a` equals `C:\a`.
 VOK_EXPORT bool operator==(Path const& lhs, Path const& rhs);
+/// The opposite of ==.
 VOK_EXPORT bool operator!=(Path const& lhs, Path const& rhs);
 
 } // namespace Brindle::Vok
