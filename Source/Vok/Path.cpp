@@ -36,20 +36,20 @@ std::wstring const& Lasting()
     return text;
 }
 
-std::size_t LengthOf(PathPrefix prefix)
+std::wstring_view ViewOf(PathPrefix prefix)
 {
     switch (prefix)
     {
     case PathPrefix::none:
-        return noPrefix.size();
+        break;
     case PathPrefix::unc:
-        return uncPrefix.size();
+        return uncPrefix;
     case PathPrefix::extendedLength:
-        return extendedLengthPrefix.size();
+        return extendedLengthPrefix;
     case PathPrefix::extendedLengthUnc:
-        return extendedLengthUncPrefix.size();
+        return extendedLengthUncPrefix;
     }
-    return 0;
+    return noPrefix;
 }
 
 bool HasPrefix(std::wstring_view text)
@@ -183,8 +183,9 @@ public:
     {
         if (HasPrefix(view))
         {
+            path.Prefix(); // required: a path is asked twice, and a device path logs it twice
             prefix = path.Prefix();
-            view.remove_prefix(path.PrefixText().size()); // asks once more: a device path is logged at each asking
+            view.remove_prefix(ViewOf(prefix).size());
         }
         Bring(form);
     }
@@ -192,7 +193,7 @@ public:
     /// The same without a question to the path, and so without a statement about a device path.
     Remainder(std::wstring_view text, PathPrefix prefix, Form form) : view(text), prefix(prefix)
     {
-        view.remove_prefix(LengthOf(prefix));
+        view.remove_prefix(ViewOf(prefix).size());
         Bring(form);
     }
 
@@ -328,8 +329,9 @@ Path Path::WithChangedExtension(std::wstring const& extension) const
 
 Path Path::Normalized() const
 {
+    Prefix(); // required: a path is asked twice, and a device path logs it twice
     PathPrefix const prefix = Prefix();
-    std::wstring const& prefixText = PrefixText(); // asks once more: a device path is logged at each asking
+    std::wstring_view const prefixText = ViewOf(prefix);
     std::size_t const prefixLength = prefixText.size();
     std::wstring normal = text;
     if (prefix == PathPrefix::extendedLength)

@@ -1,11 +1,11 @@
-// Times of day and dates, parsed from wide text of one fixed form. No locale, calendar or time zone has a say.
+// Times of day and dates, parsed from wide text of one fixed form. No locale, calendar or time zone changes the result.
 //
 //     Time const time(L"12:34:56.5");    // 12, 34, 56, 500
 //     Date const date(L"2021-12-31");    // 2021, 12, 31
 //
-// A text that isn't accepted makes the constructor throw a WindowsError with ERROR_FUNCTION_FAILED, whose message holds
-// the text; the code tells no more than that, no system call is behind it. Not guaranteed: that the day is one that the
-// month has, and that nothing stands behind a fraction of a second.
+// A text that isn't accepted makes the constructor throw, and so log, a WindowsError with ERROR_FUNCTION_FAILED. The
+// code is the same for every fault; the message names the fault and holds the text. Not guaranteed: that the day is one
+// that the month has, and that nothing stands behind a fraction of a second.
 //
 // Both are plain values: one object isn't synchronised, different objects are independent.
 #pragma once
@@ -18,13 +18,14 @@
 namespace Brindle::Vok
 {
 
+/// A time of day.
 class VOK_EXPORT Time
 {
 public:
     /// Takes `HH:mm`, `HH:mm:ss` and `HH:mm:ss.fff`. Fewer than three digits of a fraction read as one: `.5` is 500
-    /// milliseconds. More than three are refused, zeros too. What follows the digits is ignored, so a bare `.` and
-    /// suffixes like `.5Z` are accepted; `12:34:56Z` is not. White space and a sign in front of the digits are accepted
-    /// and count as digits: `.-5` is -50 milliseconds, `. 5` is 50.
+    /// milliseconds. More than three are refused, also when they are zeros. What follows the digits is ignored, so a
+    /// bare `.` and suffixes like `.5Z` are accepted; `12:34:56Z` is not. White space (blank, \t, \n, \v, \f, \r) and a
+    /// sign in front of the digits are accepted and count as digits: `.-5` is -50 milliseconds, `. 5` is 50.
     Time(std::wstring const& text);
 
     std::int32_t hours = 0;        ///< 0 to 23
@@ -33,6 +34,7 @@ public:
     std::int32_t milliseconds = 0; ///< 0 to 999; -99 to 0 behind a minus sign
 };
 
+/// A day of a calendar.
 class VOK_EXPORT Date
 {
 public:

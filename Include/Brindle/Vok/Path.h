@@ -11,7 +11,8 @@
 //
 // Every property is worked out from the text on demand. Nothing is cached, nothing is normalised or checked at
 // construction, and apart from CreatePath, IsDirectory and DirectoryExists nothing looks at a disk. Every text is a
-// path and falls into some pieces. Nothing throws, apart from std::bad_alloc and what decoding narrow text throws.
+// path and falls into some pieces. Nothing throws, apart from std::bad_alloc, what decoding narrow text throws, and
+// what a subscriber of the log throws.
 //
 // A drive is any code unit with a `:` behind it at the text's start. Lengths are UTF-16 code units. `==`, `<`, `>` and
 // the hash take A to Z for a to z and fold nothing else. (Where the platform's own C runtime compares, a locale that
@@ -61,6 +62,7 @@ class Path;
 namespace Detail
 {
 
+/// What std::hash gives.
 VOK_EXPORT std::size_t HashOf(Path const& path);
 
 } // namespace Detail
@@ -99,13 +101,13 @@ public:
     std::string ToStringA() const;
     /// A standard path of the stored text as it is, for the standard library's operations on texts. It is no path of
     /// the host: no drive and no share is looked up. Where the standard library's paths are UTF-8, surrogate pairs are
-    /// joined, and a lone surrogate, which can't be held there, becomes U+FFFD. Any other text comes back unchanged
-    /// from the result's u16string() or u8string().
+    /// joined, and a lone surrogate or a unit above U+FFFF, which can't be held there, becomes U+FFFD. Any other text
+    /// comes back unchanged from the result's u16string() or u8string().
     std::filesystem::path ToStdPath() const;
 
     /// How the text begins. A device path (`\\.\`) is not supported: each call logs "Device path not supported [{}]" at
     /// error and gives extendedLength. Whatever asks for the prefix logs so too, some operations more than once. Only
-    /// the texts themselves, IsRelative, HasExtension, Join, CreatePath's queries and the hash don't ask.
+    /// the stored text, IsRelative, HasExtension, Join, IsDirectory, DirectoryExists and the hash don't ask.
     PathPrefix Prefix() const;
     /// The text of Prefix(): empty, `\\`, `\\?\` or `\\?\UNC\`.
     std::wstring const& PrefixText() const;
