@@ -2,6 +2,8 @@
 // VOK_EXPORT, which marks what leaves the shared library. Include this header, never the platform's own ones.
 #pragma once
 
+#include <Brindle/Vok/Detail/RequireCpp20.h>
+
 #ifdef _WIN32
 
 #include <windows.h>
