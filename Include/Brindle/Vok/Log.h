@@ -1,6 +1,6 @@
 // The log channel: one for the whole process, shared by every component that links this library.
 //
-//     // A host subscribes and gets every statement up to a severity, on the thread that logs:
+//     // The program subscribes and gets every statement up to a severity, on the thread that logs:
 //     Brindle::Vok::SubscriptionForLogCallbacks subscription(
 //         [](Brindle::Vok::LogStatement const& statement) { std::cerr << statement.message << '\n'; },
 //         Brindle::Vok::VokLogSeverity::info);
@@ -12,7 +12,7 @@
 //
 // What is not guaranteed: an order between statements of different threads; delivery once static destruction has torn
 // the channel down (statements are then dropped, subscriptions may still be destroyed). The teardown does not wait for
-// other threads, so a host stops its threads before it leaves main.
+// other threads, so a program stops its threads before it leaves main.
 #pragma once
 
 #include <Brindle/Vok/Detail/FunctionName.h>
@@ -158,7 +158,11 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
 
 /// VOK_LOG(severity, format, arguments...): logs a text that is formatted only if somebody wants it; the arguments are
 /// evaluated only then. The severity is an enumerator's bare name or any expression of that type; the format is a
-/// narrow or a wide text.
+/// literal or a pointer to narrow or wide text, and required.
+///
+/// A narrow format takes text of both widths as it is. A wide format widens narrow text (char const*, std::string) byte
+/// by byte, without decoding UTF-8, so only ASCII comes out as it was: with the UTF-8 text "\u00E4", L"[{}]" gives
+/// "[\u00C3\u00A4]". Give such text to a narrow format, or through Utf8ToWide. The other macros do the same.
 #define VOK_LOG(logSeverity, ...)                                                                                      \
     do                                                                                                                 \
     {                                                                                                                  \
