@@ -1,5 +1,5 @@
 // The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, and shows a
-// failure the way a host sees it.
+// failure the way a caller sees it.
 //
 //     Tour DIRECTORY        the directory stands behind the drive T: for the time of the tour
 #include <Brindle/Vok/Error.h>
