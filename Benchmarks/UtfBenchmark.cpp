@@ -1,6 +1,6 @@
 // UTF-8 to wide text and back, beside ICU, Qt and Boost. Each row makes a fresh string from the same text. Bytes per
-// second count the UTF-8 side in both directions. Ours holds a unit in 4 bytes, the peers theirs in 2;
-// Qt is there once more with our type at the wide end.
+// second count the UTF-8 side in both directions. Ours holds a unit in 4 bytes, the peers theirs in 2; Qt is there
+// once more with our type at the wide end.
 #include <Brindle/Vok/FormatString.h>
 
 #include <QByteArray>

@@ -46,10 +46,11 @@ if ((EUID != 0)); then
     as_root=(sudo)
 fi
 
-echo "Installing with apt-get: ${missing[*]}"
+echo "   missing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 for command in "update" "install --yes --no-install-recommends ${missing[*]}"; do
+    echo "   apt-get ${command%% *}"
     # The command is a list of words without blanks in them.
     # shellcheck disable=SC2086
     if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $command >"$log" 2>&1; then

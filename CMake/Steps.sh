@@ -1,25 +1,35 @@
 # What ./run, ./test and the checks share: messages, logs, ccache. To be sourced in the tree's root.
 
 logs=$PWD/Build/Logs
+mkdir -p "$logs"
 
 announce() {
     printf '== %s\n' "$*"
 }
 
-# logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log. When it fails, the command and the part
-# of its output that tells why are printed, and its exit code is given: of a build what the first failed command said,
-# of CTest what the failed tests said, otherwise the end.
+# logged NAME COMMAND...: runs a command with its output in Build/Logs/NAME.log, and gives its exit code. When it fails,
+# the cause is told.
 logged() {
     local name=$1 code=0
     shift
-    mkdir -p "$logs"
     "$@" >"$logs/$name.log" 2>&1 || code=$?
-    ((code != 0)) || return 0
+    ((code == 0)) || tell_failure "$name" "$code" "$@"
+    return "$code"
+}
+
+# tell_failure NAME CODE COMMAND...: prints the command and the part of its output in Build/Logs/NAME.log that tells why
+# it failed: of a build what the first failed command said, of CMake what follows its first error, of CTest what the
+# failed tests said, otherwise the end.
+tell_failure() {
+    local name=$1 code=$2
+    shift 2
     {
         printf 'failed with exit code %d: %s\n' "$code" "$*"
         printf 'from Build/Logs/%s.log:\n' "$name"
         if grep --quiet '^FAILED: ' "$logs/$name.log"; then
             sed -n '/^FAILED: /,$p' "$logs/$name.log" | head -n 40
+        elif grep --quiet '^CMake Error' "$logs/$name.log"; then
+            sed -n '/^CMake Error/,$p' "$logs/$name.log" | head -n 40
         elif grep --quiet '^ *[0-9]*/[0-9]* Test ' "$logs/$name.log"; then
             awk '/^ *[0-9]+\/[0-9]+ Test/ { failed = /\*\*\*/ && !/\*\*\*Skipped/ } /^ *Start / { failed = 0 } failed' \
                 "$logs/$name.log" | head -n 200
@@ -27,7 +37,6 @@ logged() {
             tail -n 60 "$logs/$name.log"
         fi | sed 's/^/    /'
     } >&2
-    return "$code"
 }
 
 # Compilers run through ccache where it is installed.

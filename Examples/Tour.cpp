@@ -1,5 +1,5 @@
 // The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, takes a path
-// apart, and shows a failure the way a host sees it.
+// apart, and shows a failure the way a caller sees it.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
@@ -63,14 +63,14 @@ void WriteEveryForm(FileSystem& fileSystem, Path const& directory)
 
 void ShowPiece(char const* name, std::wstring const& piece)
 {
-    std::printf("  %-26s [%s]\n", name, WideToUtf8(piece).c_str());
+    std::printf("  %-24s [%s]\n", name, WideToUtf8(piece).c_str());
 }
 
 void ShowPieces(Path const& path)
 {
-    std::printf("  %-26s [%s]\n", "path", path.ToStringA().c_str());
-    std::printf("  %-26s %s\n", "prefix", ToStringA(path.Prefix()).c_str());
-    std::printf("  %-26s %s\n", "relative", path.IsRelative() ? "yes" : "no");
+    ShowPiece("path", path.ToString());
+    ShowPiece("prefix", ToString(path.Prefix()));
+    ShowPiece("relative", path.IsRelative() ? L"yes" : L"no");
     ShowPiece("drive", path.DriveWithColon());
     ShowPiece("server", path.Server());
     ShowPiece("share", path.Share());
@@ -145,7 +145,7 @@ int main(int argc, char** argv)
     }
     try
     {
-        return Run(argv[1], argc == 3 ? argv[2] : R"(C:/Reports\.\drafts\..\2024/summary.final.txt)");
+        return Run(argv[1], argc == 3 ? argv[2] : R"(\\server\share\Reports\.\drafts\..\2024/summary.final.txt)");
     }
     catch (std::exception const& exception)
     {

@@ -41,7 +41,7 @@ public:
         return channel;
     }
 
-    /// Runs in static destruction, without the lock: the program has stopped its threads by then.
+    /// Runs in static destruction, without the lock: programs have stopped their threads by then.
     ~LogChannel()
     {
         channelDestroyed = true;

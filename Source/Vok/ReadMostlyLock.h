@@ -2,8 +2,8 @@
 //
 // Each reader counts itself in on a cache line that it shares with as few other threads as possible, so readers on
 // different cores do not slow each other down. A reader may enter again on its own thread, also while a writer waits.
-// A writer waits for all readers, and waits asleep. The count of entries belongs to the thread and not to the lock, so a
-// program has one lock of this kind.
+// A writer waits for all readers, and waits asleep. The count of entries belongs to the thread and not to the lock, so
+// a program has one lock of this kind.
 #pragma once
 
 #include <array>

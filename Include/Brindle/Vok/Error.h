@@ -256,6 +256,10 @@ template <class Char, class... Arguments>
 } // namespace Detail
 } // namespace Brindle::Vok
 
+// Each macro takes a format, which may be an empty text: VOK_THROW_LAST_ERROR(L"") says no more than the code,
+// VOK_THROW_LAST_ERROR() doesn't compile. It is a literal or a pointer to char or wchar_t; what a wide format does to
+// narrow text stands at VOK_LOG in Log.h.
+
 /// VOK_THROW(type, code, format, arguments...): throws a WindowsError or a ComError with this location, and logs
 /// "Throwing " and its message at error. None of these macros may go without a format.
 #define VOK_THROW(type, code, ...)                                                                                     \

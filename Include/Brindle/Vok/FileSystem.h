@@ -5,6 +5,16 @@
 //     file->WriteAllText(L"one\ntwo\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::string bytes = file->ReadAllTextA();
 //
+// Reading gives the bytes of the file and looks neither at marks nor at the encoding; nothing here reads wide text.
+// From UTF-8 make it with Utf8ToWide, behind the 3 bytes of a mark (which would otherwise be U+FEFF in the text). Of
+// UTF-16 two bytes make a code unit, the low one first, and a mark is a unit like any other; no code page of String.h
+// does it:
+//
+//     std::wstring wide;
+//     auto const byteAt = [&bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+//     for (std::size_t i = bytes.starts_with("\xFF\xFE") ? 2 : 0; i + 1 < bytes.size(); i += 2)
+//         wide.push_back(static_cast<wchar_t>(byteAt(i) | byteAt(i + 1) << 8));
+//
 // Of this header MakeFileSystem, FileSystem::MakeFile and File are there. PathInfo, DirectoryInfo and TempDirectory are
 // declared only, so a program that uses one of them doesn't link yet; creating and deleting directories fails with
 // ERROR_CALL_NOT_IMPLEMENTED (120).

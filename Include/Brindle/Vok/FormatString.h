@@ -31,8 +31,8 @@ class CString;
 namespace Brindle::Vok
 {
 
-/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of
-/// 2^31 units or more gives an empty text.
+/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of 2^31 units or more gives an
+/// empty text.
 VOK_EXPORT std::string WideToUtf8(std::wstring_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::string WideToUtf8(wchar_t const* text);

@@ -159,8 +159,11 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
 
 /// VOK_LOG(severity, format, arguments...): logs a text that is formatted only if somebody wants it; the arguments are
 /// evaluated only then. The severity is an enumerator's bare name or any expression of that type; the format is a
-/// narrow or a wide text, and can't be left out. A wide format takes narrow arguments byte by byte, so that only ASCII
-/// comes out right: with a narrow argument take a narrow format, which takes wide arguments as UTF-8.
+/// literal or a pointer to narrow or wide text, and required.
+///
+/// A narrow format takes text of both widths as it is. A wide format widens narrow text (char const*, std::string) byte
+/// by byte, without decoding UTF-8, so only ASCII comes out as it was: with the UTF-8 text "\u00E4", L"[{}]" gives
+/// "[\u00C3\u00A4]". Give such text to a narrow format, or through Utf8ToWide. The other macros do the same.
 #define VOK_LOG(logSeverity, ...)                                                                                      \
     do                                                                                                                 \
     {                                                                                                                  \

@@ -2,9 +2,7 @@
 // VOK_EXPORT, which marks what leaves the shared library. Include this header, never the platform's own ones.
 #pragma once
 
-#if defined(_MSVC_LANG) ? _MSVC_LANG < 202002L : __cplusplus < 202002L
-#error "Vok2 needs C++20: compile with -std=c++20 (Windows: /std:c++20) or later."
-#endif
+#include <Brindle/Vok/Detail/RequireCpp20.h>
 
 #ifdef _WIN32
 

@@ -12,6 +12,8 @@
 // There is no run-time work: VOK_FUNCTION_NAME is a pointer to one static string for each function.
 #pragma once
 
+#include <Brindle/Vok/Detail/RequireCpp20.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>

@@ -105,8 +105,8 @@ private:
     std::shared_ptr<wchar_t> text;
 };
 
-/// The exception of failed COM calls: an HRESULT and, where the callee gave some, error information.
-/// One object may be read on several threads.
+/// The exception of failed COM calls: an HRESULT and, where the callee gave some, error information. One object may be
+/// read on several threads.
 class VOK_PLATFORM_EXPORT _com_error
 {
 public:

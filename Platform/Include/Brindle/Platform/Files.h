@@ -1,5 +1,5 @@
-// Files and directories: opening with share modes, transfer, sizes, times, attributes, creation and removal.
-// Paths are Windows syntax; Host.h says which host directories stand behind drives and shares.
+// Files and directories: opening with share modes, transfer, sizes, times, attributes, creation and removal. Paths
+// are Windows syntax; Host.h says which host directories stand behind drives and shares.
 //
 //     HANDLE const file =
 //         CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
