@@ -73,11 +73,7 @@ TEST_F(TextFile, EveryFormByteForByte)
     auto const otherEndings = static_cast<LineEndingPolicy>(2);
     auto const otherMark = static_cast<ByteOrderMarkPolicy>(7);
     std::wstring const emoji = L"\xD83D\xDE00";
-    struct
-    {
-        std::string actual;
-        std::string expected;
-    } const cases[] = {
+    std::pair<std::string, std::string> const cases[] = {
         {Written(std::wstring(L"a\nb"), utf16, withMark, windows),
          Bytes({0xFF, 0xFE, 0x61, 0, 0x0D, 0, 0x0A, 0, 0x62, 0})},
         {Written(std::wstring(L"a\r\nb\rc\n"), utf8, withoutMark, windows), "a\r\nb\r\nc\r\n"},
@@ -97,8 +93,8 @@ TEST_F(TextFile, EveryFormByteForByte)
         {Written(std::string("a"), utf8, otherMark, unchanged), "a"},
         {Written(std::string("\xFF"), utf16, withoutMark, unchanged), Bytes({0xFD, 0xFF})},
     };
-    for (auto const& each : cases)
-        EXPECT_EQ(each.actual, each.expected);
+    for (auto const& [actual, expected] : cases)
+        EXPECT_EQ(actual, expected);
     EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
@@ -114,8 +110,7 @@ TEST_F(TextFile, AnUnknownEncodingTouchesNothing)
 
 TEST_F(TextFile, ReadsTheBytesAsTheyAre)
 {
-    for (std::string const& content :
-         {std::string(), std::string("\xEF\xBB\xBF") + "a", std::string("a\r\n\0b", 5), std::string(1 << 20, 'x')})
+    for (std::string const& content : {std::string(), std::string("\xEF\xBB\xBF\r\n\0b", 7), std::string(1 << 20, 'x')})
     {
         drive.Write("read.txt", content);
         EXPECT_EQ(Make(L"read.txt")->ReadAllTextA(), content);

@@ -39,10 +39,7 @@ TEST(Log, SeverityTexts)
 {
     char const* const texts[] = {"critical", "error", "warning", "info", "trace", "unknown LogSeverity"};
     for (int value = 0; value < 6; ++value)
-    {
-        EXPECT_EQ(ToStringA(static_cast<VokLogSeverity>(value)), texts[value]);
         EXPECT_EQ(WideToUtf8(ToString(static_cast<VokLogSeverity>(value))), texts[value]);
-    }
     EXPECT_EQ(ToStringA(static_cast<VokLogSeverity>(-1)), "unknown LogSeverity");
 }
 
@@ -140,19 +137,10 @@ TEST(LogFilter, DecidesBeforeFormattingAndHasNoSayAtDelivery)
     EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
     answer = false;
     SubscriptionForLogCallbacks const second = Collect(got, "b:", VokLogSeverity::info);
+    SubscriptionForLogCallbacks const behind(Ignore, filter, VokLogSeverity::info);
     VOK_LOG(info, "both");
-    EXPECT_EQ(asked, 3);
+    EXPECT_EQ(asked, 3) << "asked in the order of subscription, until somebody wants it";
     EXPECT_THAT(got, ElementsAre("a:direct", "a:both", "b:both"));
-}
-
-TEST(LogFilter, IsNotAskedBehindASubscriberWithoutOne)
-{
-    SubscriptionForLogCallbacks const plain(Ignore, VokLogSeverity::error);
-    int asked = 0;
-    SubscriptionForLogCallbacks const filtered(
-        Ignore, [&] { return ++asked > 0; }, VokLogSeverity::trace);
-    EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
-    EXPECT_EQ(asked, 0);
 }
 
 TEST(LogFilter, AThrowLeavesTheChannelUsable)
@@ -169,11 +157,9 @@ TEST(LogSubscription, MoveConstructionKeepsItActive)
 {
     std::vector<std::string> got;
     {
-        SubscriptionForLogCallbacks first = Collect(got, "", VokLogSeverity::error);
-        SubscriptionForLogCallbacks const second(std::move(first));
-        {
-            SubscriptionForLogCallbacks const gone(std::move(first));
-        }
+        auto first = std::make_unique<SubscriptionForLogCallbacks>(Collect(got, "", VokLogSeverity::error));
+        SubscriptionForLogCallbacks const second(std::move(*first));
+        first.reset();
         LogPlain(VokLogSeverity::error, "1");
     }
     LogPlain(VokLogSeverity::error, "2");
@@ -201,16 +187,12 @@ TEST(LogSubscription, MoveAssignmentDoesNotCancelTheOldOne)
 TEST(LogSubscription, AThrowingCallbackReachesTheCodeThatLogged)
 {
     std::vector<std::string> got;
-    {
-        SubscriptionForLogCallbacks const thrower([](LogStatement const&) { throw std::runtime_error("callback"); },
-                                                  VokLogSeverity::error);
-        SubscriptionForLogCallbacks const later = Collect(got, "", VokLogSeverity::error);
-        EXPECT_THROW(LogPlain(VokLogSeverity::error, "missed"), std::runtime_error);
-        SubscriptionForLogCallbacks const stillPossible(Ignore, VokLogSeverity::error);
-    }
+    SubscriptionForLogCallbacks const thrower([](LogStatement const&) { throw std::runtime_error("callback"); },
+                                              VokLogSeverity::error);
+    SubscriptionForLogCallbacks const later = Collect(got, "", VokLogSeverity::error);
+    EXPECT_THROW(LogPlain(VokLogSeverity::error, "missed"), std::runtime_error);
+    SubscriptionForLogCallbacks const stillPossible(Ignore, VokLogSeverity::error);
     EXPECT_THAT(got, IsEmpty());
-    SubscriptionForLogCallbacks const empty(std::function<void(LogStatement const&)>(), VokLogSeverity::error);
-    EXPECT_THROW(LogPlain(VokLogSeverity::error, "x"), std::bad_function_call);
 }
 
 TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoSubscribesOrCancels)
@@ -300,9 +282,7 @@ TEST(LogScope, TellsEntryExitAndException)
     };
     run(false);
     EXPECT_THROW(run(true), int);
-    {
-        VOK_LOG_SCOPE();
-    }
+    [] { VOK_LOG_SCOPE(); }();
     EXPECT_THAT(recorder.Lines(), ElementsAre("trace: [ENTER] a=1", "trace: [EXIT] a=1", "trace: [ENTER] a=1",
                                               "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER]", "trace: [EXIT]"));
     auto const statements = recorder.Statements();

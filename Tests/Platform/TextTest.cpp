@@ -73,10 +73,7 @@ TEST(CodePages, ConvertTextsLongerThanOneChunk)
     std::string bytes;
     std::wstring wide;
     for (unsigned i = 0; i < 1000; ++i)
-    {
-        bytes += "x\x94\x39\xFC\x36";
-        wide += L"x\xD83D\xDE00";
-    }
+        bytes += "x\x94\x39\xFC\x36", wide += L"x\xD83D\xDE00";
     EXPECT_EQ(ToWide(54936, bytes), wide);
     EXPECT_EQ(ToPage(54936, wide), bytes);
 }
@@ -89,8 +86,12 @@ TEST(CodePages, ReplaceWhatIsIllFormedUnlessItIsForbidden)
         std::string_view bytes;
         std::wstring_view wide;
     } const cases[] = {
-        {CP_UTF8, "a\xE2\x82z", L"a\uFFFDz"},   {932, "a\x82", L"a\uFFFD"}, {932, "\xFFz", L"\uFFFDz"},
-        {20127, "a\xC3\xA9", L"a\uFFFD\uFFFD"}, {949, "\xFFz", L"\uFFFDz"},
+        {CP_UTF8, "a\xE2\x82z", L"a\uFFFDz"},
+        {CP_UTF8, "\xF1\x80\x80\xE1\x80\xC2z", L"\xFFFD\xFFFD\xFFFDz"}, // one for each maximal part
+        {CP_UTF8, "\xED\xA0\x80\xC0\xAF", L"\xFFFD\xFFFD\xFFFD\xFFFD\xFFFD"},
+        {932, "a\x82", L"a\uFFFD"},
+        {932, "\xFFz", L"\uFFFDz"},
+        {20127, "a\xC3\xA9", L"a\uFFFD\uFFFD"},
     };
     for (auto const& each : cases)
     {
@@ -184,6 +185,7 @@ TEST(CodePages, RefuseToNarrowWhatThePlatformRefuses)
         {"unknown flag", CP_UTF8, 0x200, L"a", 9, nullptr, false, 1004},
         {"strict small page", 1252, WC_ERR_INVALID_CHARS, L"a", 9, nullptr, false, 1004},
         {"lone surrogate", CP_UTF8, WC_ERR_INVALID_CHARS, L"\xD83D", 9, nullptr, false, 1113},
+        {"a unit that is none", CP_UTF8, WC_ERR_INVALID_CHARS, L"\x10000", 9, nullptr, false, 1113},
         {"lone surrogate in GB18030", 54936, WC_ERR_INVALID_CHARS, L"\xD83D", 9, nullptr, false, 1113},
         {"too small", CP_UTF8, 0, L"\u20AC", 2, nullptr, false, 122},
         {"too small for a page", 1252, 0, L"abc", 2, nullptr, false, 122},
@@ -205,34 +207,11 @@ TEST(CodePages, CountTheTerminatorOfATextWithoutLength)
 {
     wchar_t wide[4];
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "ab", -1, nullptr, 0), 3);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "ab", -1, wide, 4), 3);
-    EXPECT_EQ(std::wstring_view(wide, 3), L"ab\0"sv);
     EXPECT_EQ(MultiByteToWideChar(1252, 0, "ab", -1, wide, 3), 3);
+    EXPECT_EQ(std::wstring_view(wide, 3), L"ab\0"sv);
     char bytes[4];
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"\u00E9", -1, bytes, 4, nullptr, nullptr), 3);
     EXPECT_EQ(std::string_view(bytes, 3), "\xC3\xA9\0"sv);
-}
-
-constexpr DWORD allocated = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
-
-std::string NarrowMessage(DWORD flags, DWORD code)
-{
-    char* text = nullptr;
-    auto const length = FormatMessageA(flags, nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr);
-    std::string const result(text != nullptr ? text : "");
-    EXPECT_EQ(length, result.size());
-    EXPECT_EQ(LocalFree(text), nullptr);
-    return result;
-}
-
-std::wstring WideMessage(DWORD flags, DWORD code)
-{
-    wchar_t* text = nullptr;
-    auto const length = FormatMessageW(flags, nullptr, code, 0x400, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-    std::wstring const result(text != nullptr ? text : L"");
-    EXPECT_EQ(length, result.size());
-    LocalFree(text);
-    return result;
 }
 
 TEST(SystemTexts, AreShortLinesInBothWidths)
@@ -243,8 +222,6 @@ TEST(SystemTexts, AreShortLinesInBothWidths)
         if (text.empty())
             continue;
         EXPECT_TRUE(text.find("\r\n") == text.size() - 2 && text.ends_with(".\r\n")) << code;
-        EXPECT_EQ(NarrowMessage(allocated | FORMAT_MESSAGE_IGNORE_INSERTS, code), text);
-        EXPECT_EQ(WideMessage(allocated | FORMAT_MESSAGE_IGNORE_INSERTS, code), std::wstring(text.begin(), text.end()));
     }
 }
 
@@ -261,13 +238,6 @@ TEST(SystemTexts, ExistForEveryCodeThatTheStandInGives)
     for (auto const result : {E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_ABORT, E_FAIL, E_UNEXPECTED, E_ACCESSDENIED,
                               E_HANDLE, E_OUTOFMEMORY, E_INVALIDARG})
         EXPECT_FALSE(SystemTextOf(static_cast<DWORD>(result)).empty()) << result;
-}
-
-TEST(SystemTexts, OfTheWin32FacilityAreThoseOfTheirCodes)
-{
-    EXPECT_EQ(NarrowMessage(allocated, 0), "The operation was successful.\r\n");
-    EXPECT_EQ(NarrowMessage(allocated, 0x80070005), "Access is denied.\r\n");
-    EXPECT_EQ(NarrowMessage(allocated, 0x80070483), NarrowMessage(allocated, 1155));
 }
 
 TEST(SystemTexts, AreRefusedHonestly)

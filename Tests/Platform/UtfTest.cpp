@@ -17,7 +17,6 @@ namespace
 {
 
 namespace Utf = Brindle::Vok::Platform::Utf;
-using namespace std::string_literals;
 
 struct Converter
 {
@@ -217,57 +216,6 @@ private:
 INSTANTIATE_TEST_SUITE_P(, UtfTest, ::testing::ValuesIn(Converters()),
                          [](auto const& info) { return std::string(info.param.name); });
 
-TEST_P(UtfTest, EachMaximalIllFormedPartOfUtf8BecomesOneReplacement)
-{
-    struct
-    {
-        std::string text;
-        std::wstring expected;
-    } const cases[] = {
-        {"a\0b"s, L"a\0b"s},
-        {"\xEF\xBB\xBF\xEF\xBF\xBF", L"\xFEFF\xFFFF"},
-        {"\xF4\x8F\xBF\xBF", L"\xDBFF\xDFFF"},
-        {"\xC0\xAF", L"\xFFFD\xFFFD"},
-        {"\xE0\x9F\x80", L"\xFFFD\xFFFD\xFFFD"},
-        {"\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},
-        {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
-        {"\xF0\x9F\x98", L"\xFFFD"},
-        {"\xF0\x9F\x98z", L"\xFFFDz"},
-        {"\xE2\x82\xE2\x82\xAC", L"\xFFFD\x20AC"},
-        {"\xF1\x80\x80\xE1\x80\xC2z\x80z\x80\xBF", L"\xFFFD\xFFFD\xFFFDz\xFFFDz\xFFFD\xFFFD"},
-        {"\xFE\xFF", L"\xFFFD\xFFFD"},
-    };
-    for (auto const& each : cases)
-        for (std::size_t const before : {0U, 61U, 80U})
-            for (std::size_t const after : {0U, 100U})
-                ExpectToWide(std::string(before, 'x') + each.text + std::string(after, 'z'),
-                             std::wstring(before, L'x') + each.expected + std::wstring(after, L'z'));
-}
-
-TEST_P(UtfTest, LoneSurrogatesAndUnitsTooLargeBecomeReplacements)
-{
-    struct
-    {
-        std::wstring text;
-        std::string expected;
-    } const cases[] = {
-        {L"a\0b"s, "a\0b"s},
-        {L"\x7F\x80\x7FF\x800\xFFFF", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
-        {L"\xD800\xDC00\xDBFF\xDFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
-        {L"\xD83D", "\xEF\xBF\xBD"},
-        {L"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD"},
-        {L"\xD83D\xD83D\xDE00\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80\xEF\xBF\xBD"},
-        {L"\xD83Dx\xDE00", "\xEF\xBF\xBDx\xEF\xBF\xBD"},
-        {L"\x10000\x1D83D\xDE00", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
-        {L"\x7FFFFFFF\x80000000\xFFFFFFFF", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
-    };
-    for (auto const& each : cases)
-        for (std::size_t const before : {0U, 5U, 7U, 31U, 40U})
-            for (std::size_t const after : {0U, 40U})
-                ExpectToUtf8(std::wstring(before, L'x') + each.text + std::wstring(after, L'z'),
-                             std::string(before, 'x') + each.expected + std::string(after, 'z'));
-}
-
 /// Texts of one kind are these characters and parts of characters at random.
 std::vector<std::vector<std::string>> const kindsOfText = {
     {"a", "b", "/"},
@@ -308,23 +256,6 @@ TEST_P(UtfTest, ConvertsAnyUnitsAtRandom)
     }
 }
 
-TEST_P(UtfTest, JudgesEveryPairOfBytesAcrossABlocksEnd)
-{
-    for (unsigned const tail : {0x41U, 0x80U})
-        for (unsigned pair = 0x7F00; pair < 0x10000; ++pair)
-        {
-            std::string text(70, 'x');
-            text[63] = static_cast<char>(pair >> 8);
-            text[64] = static_cast<char>(pair);
-            text[65] = text[66] = static_cast<char>(tail);
-            auto const expected = ExpectedWide(text);
-            std::wstring wide(expected.size(), L'\0');
-            ASSERT_EQ(GetParam().wideLengthOfUtf8(text.data(), text.size()), expected.size()) << pair;
-            ASSERT_TRUE(GetParam().utf8ToWide(text.data(), text.size(), wide.data(), wide.size())) << pair;
-            ASSERT_EQ(wide, expected) << pair;
-        }
-}
-
 TEST_P(UtfTest, BringsEveryCharacterThereAndBack)
 {
     std::wstring all;
@@ -340,26 +271,6 @@ TEST_P(UtfTest, BringsEveryCharacterThereAndBack)
     std::wstring back(GetParam().wideLengthOfUtf8(bytes.data(), bytes.size()), L'\0');
     GetParam().utf8ToWide(bytes.data(), bytes.size(), back.data(), back.size());
     EXPECT_TRUE(back == all);
-}
-
-TEST(UtfCharacters, ThatAreNoneAreEncodedAsTheReplacement)
-{
-    char bytes[4];
-    wchar_t units[2];
-    for (char32_t const none : {0xD800U, 0xDFFFU, 0x110000U, 0xFFFFFFFFU})
-    {
-        EXPECT_EQ(std::string_view(bytes, Utf::EncodeUtf8(none, bytes)), "\xEF\xBF\xBD");
-        EXPECT_EQ(std::wstring_view(units, Utf::EncodeWide(none, units)), L"\xFFFD");
-    }
-}
-
-TEST(UtfValidity, IsThatNothingWouldBeReplaced)
-{
-    EXPECT_TRUE(Utf::IsValidUtf8("a\xEF\xBF\xBD\xF0\x9F\x98\x80", 8));
-    EXPECT_FALSE(Utf::IsValidUtf8("a\xEF\xBF", 3));
-    EXPECT_TRUE(Utf::IsValidWide(L"\xFFFD\xD83D\xDE00", 3));
-    EXPECT_FALSE(Utf::IsValidWide(L"a\xD83D", 2));
-    EXPECT_FALSE(Utf::IsValidWide(L"\x10000", 1));
 }
 
 } // namespace
