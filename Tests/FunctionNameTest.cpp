@@ -34,7 +34,6 @@ struct Class final
     ~Class() { seen = NAME; }
     char const* Member() const& noexcept { return NAME; }
     std::pair<char const*, std::vector<std::function<int(char)>>> NestedReturnType() { return {NAME, {}}; }
-    static char const* Static() { return NAME; }
     virtual char const* Virtual() { return NAME; }
     char const* operator()(int) { return NAME; }
     char const* operator->*(int) { return NAME; }
@@ -141,7 +140,6 @@ TEST(FunctionName, IsScopedInEveryShapeOfFunction)
         {constructor, "Shapes::Class::Class"},
         {Seen([] { Class const made; }), "Shapes::Class::~Class"},
         {object.Member(), "Shapes::Class::Member"},
-        {Class::Static(), "Shapes::Class::Static"},
         {object.Virtual(), "Shapes::Class::Virtual"},
         {object(1), "Shapes::Class::operator ()"},
         {object->*1, "Shapes::Class::operator ->*"},
