@@ -256,6 +256,24 @@ TEST_P(UtfTest, ConvertsAnyUnitsAtRandom)
     }
 }
 
+TEST_P(UtfTest, JudgesEveryPairOfBytesAcrossABlocksEnd)
+{
+    for (std::size_t const at : {61U, 62U, 63U})
+        for (unsigned const tail : {0x41U, 0x80U})
+            for (unsigned pair = 0x7F00; pair < 0x10000; ++pair)
+            {
+                std::string text(70, 'x');
+                text[at] = static_cast<char>(pair >> 8);
+                text[at + 1] = static_cast<char>(pair);
+                text[at + 2] = text[at + 3] = static_cast<char>(tail);
+                auto const expected = ExpectedWide(text);
+                std::wstring wide(expected.size(), L'\0');
+                ASSERT_EQ(GetParam().wideLengthOfUtf8(text.data(), text.size()), expected.size()) << pair;
+                ASSERT_TRUE(GetParam().utf8ToWide(text.data(), text.size(), wide.data(), wide.size())) << pair;
+                ASSERT_EQ(wide, expected) << pair;
+            }
+}
+
 TEST_P(UtfTest, BringsEveryCharacterThereAndBack)
 {
     std::wstring all;
