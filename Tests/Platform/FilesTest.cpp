@@ -1,16 +1,12 @@
-#include "SystemCalls.h"
-
 #include "Support/Descriptors.h"
+#include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <sys/stat.h>
 #include <thread>
-#include <vector>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
@@ -66,19 +62,14 @@ TEST_F(Files, EachDispositionMeetsEachTarget)
     } const cases[] = {
         {CREATE_NEW, GENERIC_WRITE, {0, 80, 80, 80, 3, 3}, "old"},
         {CREATE_ALWAYS, GENERIC_WRITE, {0, 0, 5, 5, 3, 3}, ""},
-        {CREATE_ALWAYS, GENERIC_READ, {0, 0, 5, 5, 3, 3}, ""},
         {OPEN_EXISTING, GENERIC_WRITE, {2, 0, 5, 5, 3, 3}, "old"},
-        {OPEN_EXISTING, readWrite, {2, 0, 5, 5, 3, 3}, "old"},
         {OPEN_EXISTING, FILE_APPEND_DATA, {2, 0, 5, 5, 3, 3}, "old"},
         {OPEN_EXISTING, GENERIC_READ, {2, 0, 0, 5, 3, 3}, "old"},
-        {OPEN_EXISTING, DELETE, {2, 0, 0, 5, 3, 3}, "old"},
         {OPEN_EXISTING, FILE_READ_ATTRIBUTES, {2, 0, 0, 5, 3, 3}, "old"},
         {OPEN_ALWAYS, GENERIC_WRITE, {0, 0, 5, 5, 3, 3}, "old"},
-        {OPEN_ALWAYS, GENERIC_READ, {0, 0, 0, 5, 3, 3}, "old"},
         {OPEN_ALWAYS, 0, {0, 0, 0, 5, 3, 3}, "old"},
         {TRUNCATE_EXISTING, GENERIC_WRITE, {2, 0, 5, 5, 3, 3}, ""},
         {TRUNCATE_EXISTING, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
-        {0, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
         {6, GENERIC_READ, {87, 87, 87, 87, 87, 87}, "old"},
     };
     for (auto const& each : cases)
@@ -115,22 +106,18 @@ TEST_F(Files, ArgumentsThatCantBeHonouredFail)
         DWORD code;
     } const cases[] = {
         {L"file", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, 50},
-        {L"file", GENERIC_READ, OPEN_EXISTING, 0x20000000, 50},
         {L"file", 0x02000000, OPEN_EXISTING, 0, 50},
         {L"file\\", GENERIC_READ, OPEN_EXISTING, 0, 123},
-        {L"file\\", 0, OPEN_EXISTING, 0, 123},
         {L"new\\", GENERIC_WRITE, CREATE_NEW, 0, 123},
         {L"new\\", GENERIC_WRITE, CREATE_ALWAYS, 0, 123},
         {L"new\\", GENERIC_WRITE, OPEN_ALWAYS, 0, 123},
         {L"new\\", GENERIC_READ, OPEN_EXISTING, 0, 2},
-        {L"directory\\", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
         {L"directory", GENERIC_READ, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 0},
         {L"directory", readWrite, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
         {L"directory", GENERIC_WRITE, CREATE_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, 5},
         {L"loop", GENERIC_READ, OPEN_EXISTING, 0, 1921},
         {L"link", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
         {L"loop", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
-        {L"loop", 0, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
         {L"file", GENERIC_WRITE, OPEN_EXISTING, FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN, 0},
     };
     for (auto const& each : cases)
@@ -138,9 +125,6 @@ TEST_F(Files, ArgumentsThatCantBeHonouredFail)
             << testing::PrintToString(std::wstring(each.name)) << " flags " << each.flags;
     EXPECT_EQ(OpenCode(std::wstring(256, L'n'), GENERIC_READ), 206U);
     EXPECT_EQ(CodeOf([&] { return Open(drive.Path(L"file"), GENERIC_READ, 8); }), 87U);
-    EXPECT_EQ(
-        CodeOf([&] { return CreateFileW(nullptr, 0, 0, nullptr, OPEN_EXISTING, 0, nullptr) != INVALID_HANDLE_VALUE; }),
-        3U);
     EXPECT_FALSE(drive.Exists("new"));
 }
 
@@ -182,7 +166,6 @@ TEST_F(Files, TransfersMoveThePositionAndEndAtTheEnd)
 
 TEST_F(Files, TransfersNeedTheirRight)
 {
-    drive.Write("file", "text");
     drive.Write("directory/x");
     ASSERT_EQ(::symlink("file", drive.Host("link").c_str()), 0);
     struct
@@ -194,13 +177,9 @@ TEST_F(Files, TransfersNeedTheirRight)
         char const* write;
     } const cases[] = {
         {L"file", GENERIC_READ, 0, "0:text", "5:0"},
-        {L"file", FILE_READ_DATA, 0, "0:text", "5:0"},
         {L"file", GENERIC_ALL, 0, "0:text", "0:1"},
         {L"file", GENERIC_WRITE, 0, "5:", "0:1"},
-        {L"file", FILE_WRITE_DATA, 0, "5:", "0:1"},
         {L"file", FILE_APPEND_DATA, 0, "5:", "0:1"},
-        {L"file", DELETE, 0, "5:", "5:0"},
-        {L"file", GENERIC_EXECUTE, 0, "5:", "5:0"},
         {L"file", 0, 0, "5:", "5:0"},
         {L"directory", readWrite, FILE_FLAG_BACKUP_SEMANTICS, "1:", "1:0"},
         {L"link", readWrite, FILE_FLAG_OPEN_REPARSE_POINT, "1:", "1:0"},
@@ -213,87 +192,41 @@ TEST_F(Files, TransfersNeedTheirRight)
         EXPECT_EQ(ReadAll(file), each.read) << each.access << ' ' << each.flags;
         EXPECT_EQ(WriteCode(file, "x"), each.write) << each.access << ' ' << each.flags;
     }
-    OpenHandle file = Open(drive.Path(L"file"), readWrite);
+    OpenHandle const file = Open(drive.Path(L"file"), readWrite);
     OVERLAPPED overlapped = {};
-    DWORD transferred = 1;
-    EXPECT_EQ(CodeOf([&] { return ReadFile(file.Get(), &overlapped, 1, &transferred, &overlapped); }), 50U);
-    EXPECT_EQ(transferred, 0U);
+    EXPECT_EQ(CodeOf([&] { return ReadFile(file.Get(), &overlapped, 1, nullptr, &overlapped); }), 50U);
+}
+
+TEST_F(Files, AClosedHandleIsRefused)
+{
+    OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
     file.Close();
+    LARGE_INTEGER size;
     EXPECT_EQ(ReadAll(file), "6:");
     EXPECT_EQ(WriteCode(file, "x"), "6:0");
-    LARGE_INTEGER size;
     EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 6U);
     EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), nullptr, nullptr, nullptr); }), 6U);
 }
 
 TEST_F(Files, InterruptionsAndShortTransfersAreCarriedOn)
 {
-    OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
-    int calls = 0;
-    {
-        SystemCalls::Redirection halting(SystemCalls::Write,
-                                         [&](int descriptor, void const* buffer, size_t count)
-                                         {
-                                             if (++calls % 2 == 1)
-                                                 return errno = EINTR, ssize_t{-1};
-                                             return SystemCalls::Write.host(descriptor, buffer,
-                                                                            std::min<size_t>(count, 3));
-                                         });
-        EXPECT_EQ(WriteCode(file, "0123456789"), "0:10");
-    }
-    EXPECT_EQ(calls, 8);
+    SystemCalls::Redirection const write(SystemCalls::Write, Halting(SystemCalls::Write, 3));
+    SystemCalls::Redirection const read(SystemCalls::Read, Halting(SystemCalls::Read, 4));
+    EXPECT_EQ(WriteCode(Open(drive.Path(L"file"), GENERIC_WRITE, 0, CREATE_NEW), "0123456789"), "0:10");
     EXPECT_EQ(drive.Read("file"), "0123456789");
-    file.Close();
-    file = Open(drive.Path(L"file"), GENERIC_READ);
-    SystemCalls::Redirection halting(SystemCalls::Read,
-                                     [&](int descriptor, void* buffer, size_t count)
-                                     {
-                                         if (++calls % 2 == 1)
-                                             return errno = EINTR, ssize_t{-1};
-                                         return SystemCalls::Read.host(descriptor, buffer, std::min<size_t>(count, 4));
-                                     });
-    EXPECT_EQ(ReadAll(file), "0:0123456789");
-}
-
-TEST_F(Files, TheLargestCountIsTakenInPortions)
-{
-    drive.Write("file", "x");
-    OpenHandle const file = Open(drive.Path(L"file"), readWrite);
-    std::size_t asked = 0;
-    SystemCalls::Redirection moving(SystemCalls::Write,
-                                    [&](int, void const*, size_t count)
-                                    {
-                                        asked = std::max(asked, count);
-                                        return static_cast<ssize_t>(std::min<size_t>(count, 0x7FFFF000));
-                                    });
-    DWORD written = 0;
-    EXPECT_TRUE(WriteFile(file.Get(), "", 0xFFFFFFFF, &written, nullptr));
-    EXPECT_EQ(written, 0xFFFFFFFFU);
-    EXPECT_LE(asked, 0x7FFFF000U);
+    EXPECT_EQ(ReadAll(Open(drive.Path(L"file"), GENERIC_READ)), "0:0123456789");
 }
 
 TEST_F(Files, AFailureAmidATransferIsReportedWithNothingTransferred)
 {
     OpenHandle const file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
-    struct
-    {
-        int error;
-        DWORD code;
-    } const cases[] = {{ENOSPC, 112}, {EDQUOT, 1295}, {EIO, 1117}, {EFBIG, 223}, {ENOTTY, 31}, {0, 29}};
-    for (auto const& each : cases)
-    {
-        bool first = true;
-        SystemCalls::Redirection failing(SystemCalls::Write,
-                                         [&](int, void const*, size_t)
-                                         {
-                                             if (std::exchange(first, false))
-                                                 return ssize_t{2};
-                                             errno = each.error;
-                                             return ssize_t{each.error == 0 ? 0 : -1};
-                                         });
-        EXPECT_EQ(WriteCode(file, "0123456789"), std::to_string(each.code) + ":0");
-    }
-    SystemCalls::Redirection failing(SystemCalls::Read, [](int, void*, size_t) { return errno = EIO, ssize_t{-1}; });
+    int calls = 0;
+    auto const write = [&](int, void const*, size_t) -> ssize_t { return ++calls == 1 ? 2 : FailingWith(ENOSPC)(); };
+    SystemCalls::Redirection const full(SystemCalls::Write, write);
+    EXPECT_EQ(WriteCode(file, "0123456789"), "112:0");
+    SystemCalls::Redirection const stuck(SystemCalls::Write, [](int, void const*, size_t) { return 0; });
+    EXPECT_EQ(WriteCode(file, "0123456789"), "29:0");
+    SystemCalls::Redirection const broken(SystemCalls::Read, FailingWith(EIO));
     EXPECT_EQ(ReadAll(file), "1117:");
 }
 
@@ -302,24 +235,24 @@ TEST_F(Files, FailuresOfTheHostWhileOpeningLeakNothing)
     drive.Write("file", "text");
     std::size_t const descriptors = OpenDescriptors();
     {
-        SystemCalls::Redirection none(SystemCalls::Open, [](char const*, int, mode_t) { return errno = EMFILE, -1; });
+        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
         for (DWORD const disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS})
             EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, disposition), 4U);
         EXPECT_EQ(CodeOf([&] { return DeleteFileW(drive.Path(L"file").c_str()); }), 4U);
     }
     {
         int calls = 0;
-        SystemCalls::Redirection interrupted(
-            SystemCalls::Open, [&](char const* path, int flags, mode_t mode)
-            { return ++calls < 3 ? (errno = EINTR, -1) : SystemCalls::Open.host(path, flags, mode); });
+        auto const open = [&](char const* path, int flags, mode_t mode)
+        { return ++calls < 3 ? FailingWith(EINTR)() : SystemCalls::Open.host(path, flags, mode); };
+        SystemCalls::Redirection const interrupted(SystemCalls::Open, open);
         EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 0U);
     }
     {
-        SystemCalls::Redirection failing(SystemCalls::Status, [](int, struct stat*) { return errno = EIO, -1; });
+        SystemCalls::Redirection const failing(SystemCalls::Status, FailingWith(EIO));
         EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 1117U);
     }
     {
-        SystemCalls::Redirection failing(SystemCalls::Truncate, [](int, off_t) { return errno = EROFS, -1; });
+        SystemCalls::Redirection const failing(SystemCalls::Truncate, FailingWith(EROFS));
         EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS), 19U);
     }
     EXPECT_EQ(OpenDescriptors(), descriptors);
@@ -347,33 +280,6 @@ TEST_F(Files, OpeningAFifoDoesNotHang)
     EXPECT_EQ(ReadAll(again), "0:");
 }
 
-TEST_F(Files, AHandleThatIsClosedDuringAReadFinishesIt)
-{
-    ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);
-    OpenHandle reader = Open(drive.Path(L"fifo"), GENERIC_READ);
-    OpenHandle const writer = Open(drive.Path(L"fifo"), GENERIC_WRITE);
-    std::atomic<bool> reading{false};
-    SystemCalls::Redirection announcing(SystemCalls::Read,
-                                        [&](int descriptor, void* buffer, size_t count)
-                                        {
-                                            reading = true;
-                                            return SystemCalls::Read.host(descriptor, buffer, count);
-                                        });
-    std::thread waiting(
-        [&, handle = reader.Get()]
-        {
-            char byte = 0;
-            DWORD transferred = 0;
-            EXPECT_TRUE(ReadFile(handle, &byte, 1, &transferred, nullptr));
-            EXPECT_EQ(byte, 'x');
-        });
-    while (!reading)
-        std::this_thread::yield();
-    reader.Close();
-    EXPECT_EQ(WriteCode(writer, "x"), "0:1");
-    waiting.join();
-}
-
 TEST_F(Files, SizesAreThoseOfTheMoment)
 {
     drive.Write("file", "12345");
@@ -385,16 +291,14 @@ TEST_F(Files, SizesAreThoseOfTheMoment)
         EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 0U);
         return size.QuadPart;
     };
-    for (DWORD const share : {0U, allShares})
     {
-        OpenHandle const file = Open(drive.Path(L"file"), readWrite, share, OPEN_ALWAYS);
-        LONGLONG const before = share == 0 ? 5 : 7;
-        EXPECT_EQ(sizeOf(file), before);
-        EXPECT_EQ(WriteCode(file, std::string(static_cast<std::size_t>(before) + 2, 'x')).substr(0, 2), "0:");
-        EXPECT_EQ(sizeOf(file), before + 2);
+        OpenHandle const file = Open(drive.Path(L"file"), readWrite);
+        EXPECT_EQ(sizeOf(file), 5);
+        EXPECT_EQ(WriteCode(file, "1234567"), "0:7");
+        EXPECT_EQ(sizeOf(file), 7);
     }
     OpenHandle const reader = Open(drive.Path(L"file"), GENERIC_READ);
-    EXPECT_EQ(sizeOf(reader), 9);
+    EXPECT_EQ(sizeOf(reader), 7);
     ASSERT_EQ(::truncate(drive.Host("file").c_str(), 5'000'000'000), 0);
     EXPECT_EQ(sizeOf(reader), 5'000'000'000);
     EXPECT_EQ(sizeOf(Open(drive.Path(L"file"), 0, 0)), 5'000'000'000);
@@ -425,7 +329,7 @@ TEST_F(Files, TimesCountFrom1601)
     }
 }
 
-TEST_F(Files, AttributesAreReadAndOnlyReadOnlyIsSet)
+TEST_F(Files, AttributesAreRead)
 {
     drive.Write("file");
     drive.Write("directory/x");
@@ -458,6 +362,12 @@ TEST_F(Files, AttributesAreReadAndOnlyReadOnlyIsSet)
     EXPECT_EQ(get(L"none"), 2U);
     EXPECT_EQ(get(L"none\\x"), 3U);
     EXPECT_EQ(get(L"file\\"), 123U);
+}
+
+TEST_F(Files, OnlyTheReadOnlyAttributeIsSet)
+{
+    drive.Write("file");
+    ASSERT_EQ(::symlink("file", drive.Host("link").c_str()), 0);
     auto const set = [&](wchar_t const* name, DWORD attributes)
     { return CodeOf([&] { return SetFileAttributesW(drive.Path(name).c_str(), attributes); }); };
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0U);
@@ -466,7 +376,7 @@ TEST_F(Files, AttributesAreReadAndOnlyReadOnlyIsSet)
     EXPECT_EQ(set(L"link", FILE_ATTRIBUTE_NORMAL), 0U);
     EXPECT_EQ(Mode("file"), 0644U);
     EXPECT_EQ(set(L"none", 0), 2U);
-    SystemCalls::Redirection refusing(SystemCalls::ChangeMode, [](char const*, mode_t) { return errno = EPERM, -1; });
+    SystemCalls::Redirection const refusing(SystemCalls::ChangeMode, FailingWith(EPERM));
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_HIDDEN), 0U) << "nothing is to be changed";
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY), 5U);
 }
@@ -482,7 +392,6 @@ TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
     ::chmod(drive.Host("readOnly").c_str(), 0444);
     ::chmod(drive.Host("readOnlyDirectory").c_str(), 0555);
     ASSERT_EQ(::symlink("target", drive.Host("link").c_str()), 0);
-    ASSERT_EQ(::symlink("readOnly", drive.Host("fileLink").c_str()), 0);
     using Call = BOOL (*)(LPCWSTR) noexcept;
     Call const make = [](LPCWSTR path) noexcept { return CreateDirectoryW(path, nullptr); };
     struct
@@ -495,12 +404,8 @@ TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
         {make, L"new", 0, ""},
         {make, L"new\\sub\\", 0, ""},
         {make, L"new", 183, ""},
-        {make, L"file", 183, ""},
         {make, L"none\\x", 3, ""},
-        {make, L"file\\x", 3, ""},
         {RemoveDirectoryW, L"new\\sub\\", 0, "new/sub"},
-        {RemoveDirectoryW, L"none", 2, ""},
-        {RemoveDirectoryW, L"none\\x", 3, ""},
         {RemoveDirectoryW, L"file", 267, ""},
         {RemoveDirectoryW, L"link", 267, ""},
         {RemoveDirectoryW, L"full", 145, ""},
@@ -509,13 +414,9 @@ TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
         {RemoveDirectoryW, L"empty", 0, "empty"},
         {DeleteFileW, L"file\\", 123, ""},
         {DeleteFileW, L"file", 0, "file"},
-        {DeleteFileW, L"file", 2, ""},
-        {DeleteFileW, L"none\\x", 3, ""},
         {DeleteFileW, L"full", 5, ""},
-        {DeleteFileW, L"full\\", 5, ""},
         {DeleteFileW, L"readOnly", 5, ""},
         {DeleteFileW, L"link", 0, "link"},
-        {DeleteFileW, L"fileLink", 0, "fileLink"},
     };
     for (auto const& each : cases)
     {

@@ -26,23 +26,22 @@ class Names : public testing::Test
 protected:
     Names()
     {
-        if (MapDrive(L'T', drive.Host()))
-            mapped = true;
-        EXPECT_TRUE(MapShare(L"Server", L"Share", drive.Host()));
+        MapDrive(L'T', drive.Host());
+        MapShare(L"Server", L"Share", drive.Host());
     }
-    ~Names() override
-    {
-        if (mapped)
-            UnmapDrive(L'T');
-    }
+    ~Names() override { UnmapDrive(L'T'); }
 
-    std::string Expand(std::string const& host) const
+    void Expect(NameCase const& each) const
     {
-        return host.starts_with('~') ? drive.Host() + host.substr(1) : host;
+        HostPath path;
+        EXPECT_EQ(CodeOf([&] { return path.Assign(each.text.c_str()); }), 0U) << testing::PrintToString(each.text);
+        std::string const host = each.host.starts_with('~') ? drive.Host() + each.host.substr(1) : each.host;
+        EXPECT_EQ(path.View(), host) << testing::PrintToString(each.text);
+        EXPECT_EQ(path.Text()[path.View().size()], '\0');
+        EXPECT_EQ(path.NamesDirectory(), each.namesDirectory) << testing::PrintToString(each.text);
     }
 
     TestDrive drive;
-    bool mapped = false;
 };
 
 TEST_F(Names, EveryFormLeadsToItsHostPath)
@@ -51,69 +50,59 @@ TEST_F(Names, EveryFormLeadsToItsHostPath)
         {L"C:\\tmp\\a", "/tmp/a"},
         {L"c:/tmp/a", "/tmp/a"},
         {L"\\tmp\\a", "/tmp/a"},
-        {L"/tmp/a", "/tmp/a"},
         {L"C:\\", "/"},
         {L"C:\\\\tmp\\\\\\a", "/tmp/a"},
         {L"C:\\tmp\\", "/tmp", true},
-        {L"C:\\tmp/", "/tmp", true},
         {L"C:", "."},
-        {L"C:tmp", "tmp"},
-        {L"C:..\\x", "../x"},
         {L"a\\b", "a/b"},
-        {L"a", "a"},
-        {L".", "."},
-        {L".\\a", "a"},
-        {L"..", ".."},
-        {L"..\\..\\a", "../../a"},
-        {L"a\\..", "."},
-        {L"a\\..\\..\\b", "../b"},
-        {L"..\\a\\..\\..\\b", "../../b"},
-        {L"a\\b\\..\\c\\", "a/c", true},
-        {L"C:\\..\\..\\a", "/a"},
-        {L"C:\\a\\.\\b\\..\\c", "/a/c"},
-        {L"C:\\a\\..", "/"},
-        {L"C:\\a. \\b...", "/a. /b..."},
-        {L"C:\\...\\.a\\a.", "/.../.a/a."},
         {L"T:\\a", "~/a"},
         {L"t:/a", "~/a"},
-        {L"T:a", "~/a"},
         {L"T:", "~"},
-        {L"T:\\..\\..\\a", "~/a"},
         {L"\\\\server\\SHARE\\a", "~/a"},
         {L"//server/share/a", "~/a"},
         {L"\\\\Server\\Share", "~"},
-        {L"\\\\Server\\Share\\..\\..\\a\\", "~/a", true},
         {L"\\\\?\\T:\\a\\b", "~/a/b"},
-        {L"\\\\?\\C:\\", "/"},
         {L"\\\\?\\c:\\a\\", "/a", true},
-        {L"\\\\?\\UNC\\server\\share\\a", "~/a"},
-        {L"\\\\?\\unc\\server\\share", "~"},
+        {L"\\\\?\\unc\\server\\share\\a", "~/a"},
         {L"\\\\.\\T:\\a\\..\\b/c", "~/b/c"},
         {L"//?/C:/a/../b", "/b"},
-        {L"\\\\.\\C:", "/"},
-        {L"C:\\\u00E9\u20AC", "/\xC3\xA9\xE2\x82\xAC"},
-        {L"C:\\\xD83D\xDE00", "/\xF0\x9F\x98\x80"},
-        {L"C:\\a\xF03A\xF05C\xF03C\xF001", "/a:\\<\x01"},
-        {L"C:\\\xF02F\xF000\xF020", "/\xEF\x80\xAF\xEF\x80\x80\xEF\x80\xA0"},
-        {L"C:\\\xDCFF\xDC80", "/\xFF\x80"},
-        {L"C:\\\xD83D\xDC80", "/\xF0\x9F\x92\x80"},
-        {L"C:\\" + std::wstring(700, L'\u20AC'), "/" +
-                                                     []
-                                                     {
-                                                         std::string many;
-                                                         for (int i = 0; i < 700; ++i)
-                                                             many += "\xE2\x82\xAC";
-                                                         return many;
-                                                     }()},
     };
     for (NameCase const& each : cases)
-    {
-        HostPath path;
-        EXPECT_EQ(CodeOf([&] { return path.Assign(each.text.c_str()); }), 0U) << testing::PrintToString(each.text);
-        EXPECT_EQ(path.View(), Expand(each.host)) << testing::PrintToString(each.text);
-        EXPECT_EQ(path.Text()[path.View().size()], '\0');
-        EXPECT_EQ(path.NamesDirectory(), each.namesDirectory) << testing::PrintToString(each.text);
-    }
+        Expect(each);
+}
+
+TEST_F(Names, DotsFoldByTextAndStayBelowTheirRoot)
+{
+    NameCase const cases[] = {
+        {L".", "."},
+        {L"..\\..\\a", "../../a"},
+        {L"..\\a\\..\\..\\b", "../../b"},
+        {L"a\\b\\..\\c\\", "a/c", true},
+        {L"C:..\\x", "../x"},
+        {L"C:\\..\\..\\a", "/a"},
+        {L"C:\\a\\.\\b\\..\\c", "/a/c"},
+        {L"T:\\..\\..\\a", "~/a"},
+        {L"\\\\Server\\Share\\..\\..\\a\\", "~/a", true},
+        {L"C:\\a. \\b...", "/a. /b..."},
+        {L"C:\\...\\.a\\a.", "/.../.a/a."},
+    };
+    for (NameCase const& each : cases)
+        Expect(each);
+}
+
+TEST_F(Names, CharactersBecomeBytes)
+{
+    std::string many = "/";
+    for (int i = 0; i < 700; ++i)
+        many += "\xE2\x82\xAC";
+    NameCase const cases[] = {
+        {L"C:\\\u00E9\xD83D\xDE00", "/\xC3\xA9\xF0\x9F\x98\x80"},
+        {L"C:\\" + std::wstring(700, L'\u20AC'), many},
+        {L"C:\\\xF02F\xF000\xF020", "/\xEF\x80\xAF\xEF\x80\x80\xEF\x80\xA0"},
+        {L"C:\\\xD83D\xDC80", "/\xF0\x9F\x92\x80"},
+    };
+    for (NameCase const& each : cases)
+        Expect(each);
 }
 
 TEST_F(Names, WhatIsNoPathFailsWithItsCode)
@@ -123,48 +112,30 @@ TEST_F(Names, WhatIsNoPathFailsWithItsCode)
         wchar_t const* text;
         DWORD code;
     } const cases[] = {
-        {nullptr, 3},
         {L"", 3},
         {L"Q:\\a", 3},
-        {L"q:", 3},
         {L"\\\\?\\Q:\\a", 3},
         {L"\\\\?\\", 3},
-        {L"\\\\?\\a\\b", 3},
-        {L"\\\\.\\", 2},
         {L"\\\\.\\pipe\\x", 2},
         {L"\\\\nobody\\share\\a", 53},
-        {L"\\\\nobody", 53},
-        {L"\\\\server", 67},
-        {L"\\\\server\\", 67},
         {L"\\\\server\\other\\a", 67},
-        {L"\\\\?\\UNC\\server\\other", 67},
         {L"\\\\", 161},
         {L"\\\\?\\C:", 87},
         {L"\\\\?\\C:\\a/b", 123},
         {L"\\\\?\\C:\\a\\.", 123},
-        {L"\\\\?\\C:\\..\\a", 123},
         {L"\\\\?\\UNC\\server\\share\\..", 123},
         {L"C:\\a<", 123},
-        {L"C:\\a>", 123},
         {L"C:\\a:b", 123},
-        {L"C:\\\"", 123},
-        {L"a|b", 123},
-        {L"C:\\a?", 123},
-        {L"C:\\*", 123},
-        {L"C:\\a\x01", 123},
         {L"C:\\\x1F", 123},
         {L"C:\\\xD83D", 123},
-        {L"C:\\\xD83Dx", 123},
         {L"C:\\\xDC7F", 123},
-        {L"C:\\\xDD00", 123},
         {L"C:\\\x10000", 123},
-        {L"1:\\a", 123},
     };
     for (auto const& each : cases)
     {
         HostPath path;
         EXPECT_EQ(CodeOf([&] { return path.Assign(each.text); }), each.code)
-            << testing::PrintToString(std::wstring(each.text ? each.text : L"(null)"));
+            << testing::PrintToString(std::wstring(each.text));
     }
 }
 
@@ -175,12 +146,10 @@ TEST(HostNames, BecomeTextThatLeadsBackToTheSameBytes)
         std::string name;
         std::wstring text;
     } const cases[] = {
-        {"plain name.txt", L"plain name.txt"},
         {"a:b\\c*?\"<>|\x01\x1F", L"a\xF03A"
                                   L"b\xF05C"
                                   L"c\xF02A\xF03F\xF022\xF03C\xF03E\xF07C\xF001\xF01F"},
         {"\xC3\xA9", L"\u00E9"},
-        {"\xF0\x9F\x98\x80", L"\xD83D\xDE00"},
         {"\xFFx\xC3", L"\xDCFFx\xDCC3"},
         {"\xE2\x82", L"\xDCE2\xDC82"},
         {"\xED\xA0\x80", L"\xDCED\xDCA0\xDC80"},
@@ -233,31 +202,23 @@ TEST(HostNames, WholePathsBecomeWindowsSyntax)
     EXPECT_EQ(WindowsPathFromHost(""), L"");
 }
 
-TEST(Mappings, AreCheckedAndReported)
+TEST(Mappings, AreChecked)
 {
     TestDrive drive;
     drive.Write("file");
     auto const map = [](wchar_t letter, std::string const& directory)
     { return CodeOf([&] { return MapDrive(letter, directory); }); };
     EXPECT_EQ(map(L'1', drive.Host()), 15U);
-    EXPECT_EQ(map(L'\u00C4', drive.Host()), 15U);
     EXPECT_EQ(map(L'c', drive.Host()), 85U);
     EXPECT_EQ(map(drive.Letter(), drive.Host()), 85U);
     EXPECT_EQ(map(L'D', drive.Host("missing")), 3U);
-    EXPECT_EQ(map(L'D', ""), 3U);
     EXPECT_EQ(map(L'D', drive.Host("file")), 267U);
     EXPECT_EQ(map(L'D', std::string("/\0", 2)), 123U);
-    auto const unmap = [](wchar_t letter) { return CodeOf([&] { return UnmapDrive(letter); }); };
-    EXPECT_EQ(unmap(L'C'), 15U);
-    EXPECT_EQ(unmap(L'!'), 15U);
-    EXPECT_EQ(unmap(L'D'), 3U);
-    auto const share = [&](std::wstring const& server, std::wstring const& name)
-    { return CodeOf([&] { return MapShare(server, name, drive.Host()); }); };
-    EXPECT_EQ(share(L"", L"s"), 123U);
-    EXPECT_EQ(share(L"s", L""), 123U);
-    EXPECT_EQ(share(L"a\\b", L"s"), 123U);
-    EXPECT_EQ(share(L"s", L"a/b"), 123U);
-    EXPECT_EQ(share(L"?", L"s"), 123U);
+    EXPECT_EQ(CodeOf([] { return UnmapDrive(L'C'); }), 15U);
+    EXPECT_EQ(CodeOf([] { return UnmapDrive(L'D'); }), 3U);
+    for (auto const& [server, share] :
+         {std::pair(L"", L"s"), {L"s", L""}, {L"a\\b", L"s"}, {L"s", L"a/b"}, {L"?", L"s"}})
+        EXPECT_EQ(CodeOf([&, s = server, n = share] { return MapShare(s, n, drive.Host()); }), 123U);
 }
 
 TEST(Mappings, KeepTheirDirectoryWhenTheWorkingDirectoryChanges)

@@ -1,0 +1,73 @@
+#include <Brindle/Vok/HandleOwner.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+using namespace Brindle::Vok;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// Handles are numbers; 0 is none.
+struct RecordingTraits
+{
+    using Raw = int;
+    static constexpr int InvalidValue = 0;
+    static void Close(int raw) noexcept { closed.push_back(raw); }
+    static inline std::vector<int> closed;
+};
+
+using Owner = HandleOwner<RecordingTraits>;
+
+std::vector<int> Closed()
+{
+    return std::exchange(RecordingTraits::closed, {});
+}
+
+} // namespace
+
+TEST(HandleOwner, ClosesWhatItOwnsOnce)
+{
+    EXPECT_FALSE(Owner().IsValid());
+    EXPECT_THAT(Closed(), IsEmpty());
+    {
+        Owner first(1);
+        Owner second(std::move(first));
+        EXPECT_FALSE(first.IsValid());
+        EXPECT_EQ(second.Get(), 1);
+        Owner third(3);
+        third = std::move(second);
+        EXPECT_THAT(Closed(), ElementsAre(3));
+        Owner& same = third;
+        third = std::move(same);
+        EXPECT_EQ(third.Get(), 1);
+        EXPECT_THAT(Closed(), IsEmpty());
+    }
+    EXPECT_THAT(Closed(), ElementsAre(1));
+}
+
+TEST(HandleOwner, ResetClosesAnotherValueOnly)
+{
+    Owner owner(1);
+    owner.Reset(1);
+    EXPECT_THAT(Closed(), IsEmpty());
+    owner.Reset(2);
+    EXPECT_THAT(Closed(), ElementsAre(1));
+    owner.Reset();
+    EXPECT_THAT(Closed(), ElementsAre(2));
+    EXPECT_FALSE(owner.IsValid());
+}
+
+TEST(HandleOwner, TheTraitsSayWhatIsNoHandle)
+{
+    EXPECT_TRUE(HandleOwner<Detail::InvalidHandleTraits>(nullptr).IsValid());
+    EXPECT_FALSE(HandleOwner<Detail::InvalidHandleTraits>(INVALID_HANDLE_VALUE).IsValid());
+    EXPECT_TRUE(HandleOwner<Detail::NullHandleTraits>(INVALID_HANDLE_VALUE).IsValid());
+    EXPECT_FALSE(HandleOwner<Detail::NullHandleTraits>().IsValid());
+    static_assert(sizeof(HandleOwner<Detail::NullHandleTraits>) == sizeof(HANDLE));
+}
