@@ -227,12 +227,12 @@ TEST(SystemTexts, AreShortLinesInBothWidths)
 
 TEST(SystemTexts, ExistForEveryCodeThatTheStandInGives)
 {
-    for (DWORD const code :
+    for (int const code :
          {1,    11,   12,   13,   14,   15,   16,   18,   21,   23,   29,   30,   33,   38,   39,   53,   64,
           67,   80,   82,   85,   109,  110,  111,  122,  126,  127,  131,  160,  161,  193,  203,  234,  259,
           267,  288,  298,  317,  534,  996,  997,  1001, 1004, 1006, 1008, 1010, 1011, 1022, 1113, 1155, 1167,
           1168, 1223, 1225, 1237, 1300, 1314, 1317, 1326, 1460, 1627, 1812, 1813, 1815, 1920})
-        EXPECT_FALSE(SystemTextOf(code).empty()) << code;
+        EXPECT_FALSE(SystemTextOf(static_cast<DWORD>(code)).empty()) << code;
     for (int error = 1; error < 140; ++error)
         EXPECT_FALSE(SystemTextOf(CodeFromHost(error)).empty()) << error;
     for (auto const result : {E_NOTIMPL, E_NOINTERFACE, E_POINTER, E_ABORT, E_FAIL, E_UNEXPECTED, E_ACCESSDENIED,
