@@ -1,4 +1,4 @@
-// Holds times and dates against the rules, transcribed with the C library's own reading of numbers.
+// Holds times and dates against the C library's own reading of their numbers, and refusals against the whole message.
 #include <Brindle/Vok/DateTime.h>
 #include <Brindle/Vok/Error.h>
 
@@ -7,127 +7,76 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <initializer_list>
 #include <limits>
 #include <string>
-#include <vector>
 
 using namespace Brindle::Vok;
 
 namespace
 {
 
-/// The fields of an accepted text, or the words of the message for a refused one.
-struct Outcome
+/// As where long has 32 bits. There is no number behind the text's end.
+std::int32_t Read(std::wstring const& text, std::size_t index, std::size_t* length = nullptr)
 {
-    std::vector<std::int32_t> fields;
-    std::string words;
-};
-
-Outcome Refused(char const* words)
-{
-    return {{}, words};
-}
-
-/// As where long has 32 bits.
-std::int32_t ReadNumber(std::wstring const& text, std::size_t index, std::size_t* length = nullptr)
-{
-    wchar_t const* const begin = text.c_str() + index;
+    using Limits = std::numeric_limits<std::int32_t>;
+    wchar_t const* const begin = text.c_str() + std::min(index, text.size());
     wchar_t* end = nullptr;
-    long const number = std::wcstol(begin, &end, 10);
+    long const value = std::clamp<long>(std::wcstol(begin, &end, 10), Limits::min(), Limits::max());
     if (length != nullptr)
         *length = static_cast<std::size_t>(end - begin);
-    using Limits = std::numeric_limits<std::int32_t>;
-    return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+    return static_cast<std::int32_t>(value);
 }
 
-bool IsDigit(std::wstring const& text, std::size_t index)
+/// Whether the text goes on as the form says, with 0 for any digit.
+bool HasForm(std::wstring text, std::size_t index, std::wstring const& form)
 {
-    return text[index] >= L'0' && text[index] <= L'9';
+    std::replace_if(
+        text.begin(), text.end(), [](wchar_t unit) { return unit >= L'1' && unit <= L'9'; }, L'0');
+    return text.compare(index, form.size(), form) == 0;
 }
 
-Outcome ReadTime(std::wstring const& text)
+/// A reason to refuse a text, and the message for it.
+struct Check
 {
-    if (text.length() < 5)
-        return Refused("Too short to be a time [");
-    if (!IsDigit(text, 0) || !IsDigit(text, 1) || text[2] != L':' || !IsDigit(text, 3) || !IsDigit(text, 4))
-        return Refused("Invalid time [");
-    std::int32_t const hours = ReadNumber(text, 0);
-    if (hours > 23)
-        return Refused("] hours out of range.");
-    std::int32_t const minutes = ReadNumber(text, 3);
-    if (minutes >= 60)
-        return Refused("] minutes out of range.");
-    std::int32_t seconds = 0;
-    if (text.length() > 5)
-    {
-        if (text.length() < 8 || text[5] != L':' || !IsDigit(text, 6) || !IsDigit(text, 7))
-            return Refused("Invalid time [");
-        seconds = ReadNumber(text, 6);
-        if (seconds >= 60)
-            return Refused("] seconds out of range.");
-    }
-    if (text.length() < 9)
-        return {{hours, minutes, seconds, 0}, {}};
-    if (text[8] != L'.')
-        return Refused("Invalid time [");
-    std::size_t n = 0;
-    std::int32_t milliseconds = ReadNumber(text, 9, &n);
-    if (n > 3)
-        return Refused("Time not parsed as would lose sub-millisecond precision [");
-    for (std::size_t i = n; i < 3; ++i)
-        milliseconds *= 10;
-    return {{hours, minutes, seconds, milliseconds}, {}};
-}
+    bool fails;
+    char const* message;
+};
 
-Outcome ReadDate(std::wstring const& text)
+std::string Fields(Time const& time)
 {
-    if (text.length() != 10)
-        return Refused("Wrong length to be a date [");
-    for (std::size_t const index : {0U, 1U, 2U, 3U, 5U, 6U, 8U, 9U})
-    {
-        if (!IsDigit(text, index))
-            return Refused("]. Should be yyyy-MM-dd");
-    }
-    if (text[4] != L'-' || text[7] != L'-')
-        return Refused("]. Should be yyyy-MM-dd");
-    std::int32_t const month = ReadNumber(text, 5);
-    if (month < 1 || month > 12)
-        return Refused("] Month should be between 1 and 12.");
-    std::int32_t const day = ReadNumber(text, 8);
-    if (day < 1 || day > 31)
-        return Refused("] Days should be between 1 and 31.");
-    return {{ReadNumber(text, 0), month, day}, {}};
+    return FormatString("{} {} {} {}", time.hours, time.minutes, time.seconds, time.milliseconds);
 }
 
-std::vector<std::int32_t> Fields(Time const& time)
+std::string Fields(Date const& date)
 {
-    return {time.hours, time.minutes, time.seconds, time.milliseconds};
+    return FormatString("{} {} {}", date.year, date.month, date.day);
 }
 
-std::vector<std::int32_t> Fields(Date const& date)
-{
-    return {date.year, date.month, date.day};
-}
-
+/// Expects the message of the first check that fails, or else the fields.
 template <class Value>
-void Check(std::wstring const& text, Outcome const& expected)
+void Expect(std::wstring const& text, char const* function, std::initializer_list<Check> checks, std::string expected)
 {
+    auto const* const failed =
+        std::find_if(checks.begin(), checks.end(), [](Check const& check) { return check.fails; });
+    if (failed != checks.end())
+        expected = FormatString("Source/Vok/DateTime.cpp(): Brindle::Vok::{} {} (Windows Error 1627). {}", function,
+                                WindowsErrorToStringA(1627), FormatString(failed->message, text));
+    std::string actual;
     try
     {
-        if (Fields(Value(text)) != expected.fields)
-            std::abort();
+        actual = Fields(Value(text));
     }
     catch (WindowsError const& error)
     {
-        // A message ends at a NUL in the text, which stands in it.
-        bool const isWhole = text.find(L'\0') == std::wstring::npos;
-        bool const saysSo = !isWhole || error.Message().find(expected.words) != std::string::npos;
-        if (expected.words.empty() || error.code().value() != ERROR_FUNCTION_FAILED || !saysSo)
-        {
-            std::fputs(error.what(), stderr);
-            std::abort();
-        }
+        actual = error.Message();
+        std::size_t const line = actual.find('(') + 1;
+        actual.erase(line, actual.find(')') - line);
     }
+    if (actual == expected)
+        return;
+    std::fputs(FormatString("[{}]\nexpected: {}\nactual:   {}\n", text, expected, actual).c_str(), stderr);
+    std::abort();
 }
 
 } // namespace
@@ -135,7 +84,30 @@ void Check(std::wstring const& text, Outcome const& expected)
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
     std::wstring const text(data, data + size);
-    Check<Time>(text, ReadTime(text));
-    Check<Date>(text, ReadDate(text));
+    std::int32_t const hours = Read(text, 0);
+    std::int32_t const minutes = Read(text, 3);
+    std::int32_t const seconds = Read(text, 6);
+    std::size_t length = 0;
+    std::int32_t const fraction = Read(text, 9, &length);
+    std::int32_t const milliseconds = fraction * (length == 1 ? 100 : length == 2 ? 10 : 1);
+    Expect<Time>(text, "Time::Time",
+                 {{text.size() < 5, "Too short to be a time [{}]."},
+                  {!HasForm(text, 0, L"00:00"), "Invalid time [{}]."},
+                  {hours > 23, "Invalid time [{}] hours out of range."},
+                  {minutes > 59, "Invalid time [{}] minutes out of range."},
+                  {text.size() > 5 && !HasForm(text, 5, L":00"), "Invalid time [{}]."},
+                  {seconds > 59, "Invalid time [{}] seconds out of range."},
+                  {text.size() > 8 && text[8] != L'.', "Invalid time [{}]."},
+                  {length > 3, "Time not parsed as would lose sub-millisecond precision [{}]."}},
+                 FormatString("{} {} {} {}", hours, minutes, seconds, milliseconds));
+
+    std::int32_t const month = Read(text, 5);
+    std::int32_t const day = Read(text, 8);
+    Expect<Date>(text, "Date::Date",
+                 {{text.size() != 10, "Wrong length to be a date [{}]."},
+                  {!HasForm(text, 0, L"0000-00-00"), "Invalid date [{}]. Should be yyyy-MM-dd"},
+                  {month < 1 || month > 12, "Invalid date [{}] Month should be between 1 and 12."},
+                  {day < 1 || day > 31, "Invalid date [{}] Days should be between 1 and 31."}},
+                 FormatString("{} {} {}", Read(text, 0), month, day));
     return 0;
 }

@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <utility>
 
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
@@ -17,56 +20,40 @@ TEST(Path, IsClassifiedByItsText)
     {
         wchar_t const* text;
         PathPrefix prefix;
+        char const* prefixName;
+        wchar_t const* prefixText;
         bool isUnc;
         bool isExtendedLength;
         bool isRelative;
     } const cases[] = {
-        {L"", PathPrefix::none, false, false, true},
-        {L"a", PathPrefix::none, false, false, true},
-        {LR"(\)", PathPrefix::none, false, false, true},
-        {LR"(\x)", PathPrefix::none, false, false, false},
-        {L"C:", PathPrefix::none, false, false, true},
-        {L"C:x.txt", PathPrefix::none, false, false, true},
-        {LR"(C:\)", PathPrefix::none, false, false, false},
-        {LR"(?:\)", PathPrefix::none, false, false, false},
-        {L"C:/a/b.txt", PathPrefix::none, false, false, true},
-        {L"//server/share/x.txt", PathPrefix::none, false, false, true},
-        {LR"(\\)", PathPrefix::unc, true, false, false},
-        {LR"(\\server\share)", PathPrefix::unc, true, false, false},
-        {LR"(\\?\C:\a)", PathPrefix::extendedLength, false, true, false},
-        {LR"(\\?\UNC\server\share)", PathPrefix::extendedLengthUnc, true, true, false},
-        {LR"(\\?\unc\server\share)", PathPrefix::extendedLength, false, true, false},
-        {LR"(\\.\COM1)", PathPrefix::extendedLength, false, true, false},
+        {L"", PathPrefix::none, "none", L"", false, false, true},
+        {L"a", PathPrefix::none, "none", L"", false, false, true},
+        {LR"(\)", PathPrefix::none, "none", L"", false, false, true},
+        {LR"(\x)", PathPrefix::none, "none", L"", false, false, false},
+        {L"C:", PathPrefix::none, "none", L"", false, false, true},
+        {L"C:x.txt", PathPrefix::none, "none", L"", false, false, true},
+        {LR"(C:\)", PathPrefix::none, "none", L"", false, false, false},
+        {LR"(?:\)", PathPrefix::none, "none", L"", false, false, false},
+        {L"C:/a/b.txt", PathPrefix::none, "none", L"", false, false, true},
+        {L"//server/share/x.txt", PathPrefix::none, "none", L"", false, false, true},
+        {LR"(\\)", PathPrefix::unc, "unc", LR"(\\)", true, false, false},
+        {LR"(\\server\share)", PathPrefix::unc, "unc", LR"(\\)", true, false, false},
+        {LR"(\\?\C:\a)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
+        {LR"(\\?\UNC\)", PathPrefix::extendedLengthUnc, "extendedLengthUnc", LR"(\\?\UNC\)", true, true, false},
+        {LR"(\\?\unc\server\share)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
+        {LR"(\\.\COM1)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
     };
     for (auto const& each : cases)
     {
         Path const path(each.text);
-        EXPECT_EQ(path.Prefix(), each.prefix) << path.ToStringA();
-        EXPECT_EQ(path.IsUnc(), each.isUnc) << path.ToStringA();
-        EXPECT_EQ(path.IsExtendedLength(), each.isExtendedLength) << path.ToStringA();
-        EXPECT_EQ(path.IsRelative(), each.isRelative) << path.ToStringA();
+        SCOPED_TRACE(path.ToStringA());
+        EXPECT_EQ(path.Prefix(), each.prefix);
+        EXPECT_EQ(ToStringA(path.Prefix()), each.prefixName);
+        EXPECT_EQ(path.PrefixText(), each.prefixText);
+        EXPECT_EQ(path.IsUnc(), each.isUnc);
+        EXPECT_EQ(path.IsExtendedLength(), each.isExtendedLength);
+        EXPECT_EQ(path.IsRelative(), each.isRelative);
         EXPECT_EQ(path.ToString(), each.text);
-    }
-}
-
-TEST(Path, PrefixTexts)
-{
-    struct
-    {
-        wchar_t const* path;
-        char const* name;
-        wchar_t const* prefixText;
-    } const cases[] = {
-        {L"a", "none", L""},
-        {LR"(\\a)", "unc", LR"(\\)"},
-        {LR"(\\?\a)", "extendedLength", LR"(\\?\)"},
-        {LR"(\\?\UNC\a)", "extendedLengthUnc", LR"(\\?\UNC\)"},
-        {LR"(\\.\a)", "extendedLength", LR"(\\?\)"},
-    };
-    for (auto const& each : cases)
-    {
-        EXPECT_EQ(ToStringA(Path(each.path).Prefix()), each.name);
-        EXPECT_EQ(Path(each.path).PrefixText(), each.prefixText);
     }
 }
 

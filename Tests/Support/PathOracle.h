@@ -1,10 +1,11 @@
 // The rules of paths, transcribed step by step with no regard for speed: what Path must agree with for every text.
-// Statements that Path would log are written to a list, as "function: message".
+// Statements that Path would log are added to the list that an oracle is made with, as "function: message".
 #pragma once
 
 #include <Brindle/Vok/Path.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Brindle::Vok::Testing
@@ -36,13 +37,7 @@ public:
         }
     };
 
-    explicit PathOracle(std::wstring text) : text(std::move(text)) {}
-
-    static std::vector<std::string>& Log()
-    {
-        static thread_local std::vector<std::string> log;
-        return log;
-    }
+    PathOracle(std::wstring text, std::vector<std::string>& log) : text(std::move(text)), log(log) {}
 
     PathPrefix Prefix() const
     {
@@ -53,12 +48,23 @@ public:
         if (text.starts_with(L"\\\\.\\"))
         {
             std::string const line = "Brindle::Vok::Path::Prefix: Device path not supported [" + WideToUtf8(text) + "]";
-            Log().emplace_back(line.c_str()); // a format's result ends at its first NUL
+            log.emplace_back(line.c_str()); // a format's result ends at its first NUL
             return PathPrefix::extendedLength;
         }
         if (text.starts_with(L"\\\\"))
             return PathPrefix::unc;
         return PathPrefix::none;
+    }
+
+    bool IsUnc() const
+    {
+        PathPrefix const prefix = Prefix();
+        return prefix == PathPrefix::unc || prefix == PathPrefix::extendedLengthUnc;
+    }
+    bool IsExtendedLength() const
+    {
+        PathPrefix const prefix = Prefix();
+        return prefix == PathPrefix::extendedLength || prefix == PathPrefix::extendedLengthUnc;
     }
 
     static std::wstring PrefixText(PathPrefix prefix)
@@ -132,15 +138,19 @@ public:
 
     static void NormalizeNonExtendedLengthPath(std::wstring& text)
     {
+        // 1. Every `/` becomes a `\`.
         for (wchar_t& unit : text)
         {
             if (unit == L'/')
                 unit = L'\\';
         }
+        // 2. Doubled separators become single ones, until there are none.
         while (ReplaceInOnePass(text, L"\\\\"))
         {
         }
+        // 3. `\.\` becomes `\` in one pass, which goes on behind that `\`: in `\.\.\` the second `.` stays.
         ReplaceInOnePass(text, L"\\.\\");
+        // 4. From the left, each `\..\` goes with the component before it, if that can go.
         std::size_t pos = text.find(L"\\..\\");
         while (pos != missing)
         {
@@ -148,6 +158,7 @@ public:
                 pos += 4;
             pos = text.find(L"\\..\\", pos);
         }
+        // 5. So does one `\..` at the end.
         if (text.length() >= 3 && text.ends_with(L"\\.."))
         {
             pos = text.length() - 3;
@@ -174,17 +185,17 @@ public:
     {
         std::wstring t = b.text;
         if (!(a.Prefix() == PathPrefix::none || a.Prefix() == PathPrefix::extendedLength))
-            LogInMerge("Assertion failed: aPath.Prefix() == PathPrefix::none || "
-                       "aPath.Prefix() == PathPrefix::extendedLength");
+            a.LogInMerge("Assertion failed: aPath.Prefix() == PathPrefix::none || "
+                         "aPath.Prefix() == PathPrefix::extendedLength");
         if (!(b.Prefix() == PathPrefix::none))
-            LogInMerge("Assertion failed: bPath.Prefix() == PathPrefix::none");
+            a.LogInMerge("Assertion failed: bPath.Prefix() == PathPrefix::none");
         if (a.text.empty())
             return t;
         if (t.empty())
             return a.text;
         bool const hasDrive = t.length() >= 2 && t[1] == L':';
         if (b.IsRelative())
-            return MergeRelative(a.text, t, hasDrive);
+            return a.MergeRelative(t, hasDrive);
         if (b.Prefix() != PathPrefix::none || hasDrive)
             return t;
         std::wstring const drive = a.Split(true).driveWithColon;
@@ -298,7 +309,7 @@ private:
         return true;
     }
 
-    static std::wstring MergeRelative(std::wstring const& a, std::wstring t, bool hasDrive)
+    std::wstring MergeRelative(std::wstring t, bool hasDrive) const
     {
         if (hasDrive)
         {
@@ -310,24 +321,26 @@ private:
         bool const beginsWithSlash = !t.empty() && t[0] == L'\\';
         if (beginsWithSlash)
             LogInMerge(slashMessage);
-        if (a.back() == L'\\')
-            return a + (beginsWithSlash ? t.substr(1) : t);
-        return beginsWithSlash ? a + t : a + L"\\" + t;
+        if (text.back() == L'\\')
+            return text + (beginsWithSlash ? t.substr(1) : t);
+        return beginsWithSlash ? text + t : text + L"\\" + t;
     }
 
     static wchar_t Lower(wchar_t unit) { return unit >= L'A' && unit <= L'Z' ? unit + 32 : unit; }
 
-    static void LogInMerge(std::string const& message)
+    void LogInMerge(std::string const& message) const
     {
-        Log().push_back("Brindle::Vok::Path::MergeInternal: " + message);
+        log.push_back("Brindle::Vok::Path::MergeInternal: " + message);
     }
 
     static void AssertSamePrefix(PathOracle const& lhs, PathOracle const& rhs, std::string const& function)
     {
         PathPrefix const left = lhs.Prefix();
         if (left != rhs.Prefix())
-            Log().push_back("Brindle::Vok::" + function + ": Assertion failed: lhs.Prefix() == rhs.Prefix()");
+            lhs.log.push_back("Brindle::Vok::" + function + ": Assertion failed: lhs.Prefix() == rhs.Prefix()");
     }
+
+    std::vector<std::string>& log;
 };
 
 } // namespace Brindle::Vok::Testing
