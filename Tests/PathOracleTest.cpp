@@ -80,7 +80,7 @@ TEST(PathOracle, AgreesForLongTexts)
 {
     RandomText random;
     PathAgreement::Log log;
-    for (std::size_t const length : {511U, 512U, 4'096U, 32'767U, 32'768U})
+    for (std::size_t const length : {1'023U, 1'024U, 32'768U})
     {
         std::wstring const piece = L"\\a\\.\\..\\b\\" + random.Make(40);
         std::wstring text = L"C:";
