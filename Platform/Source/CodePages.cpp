@@ -107,7 +107,7 @@ private:
     // not read one. So it is not asked while there is no descriptor for it.
     bool DescriptorIsFree() noexcept
     {
-        int const probe = SystemCalls::Open("/", O_PATH | O_CLOEXEC, 0);
+        int const probe = SystemCalls::Open(AT_FDCWD, "/", O_PATH | O_CLOEXEC, 0);
         if (probe < 0)
             error = CodeFromHost(errno);
         else

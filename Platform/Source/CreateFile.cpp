@@ -214,8 +214,8 @@ private:
 
     bool TryOpen(int flags, mode_t mark = 0) noexcept
     {
-        int const descriptor =
-            Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags, opening.CreationMode() | mark); });
+        int const descriptor = Uninterrupted(
+            [&] { return SystemCalls::Open(AT_FDCWD, path.Text(), flags, opening.CreationMode() | mark); });
         hostError = descriptor < 0 ? errno : 0;
         if (descriptor < 0)
             return false;

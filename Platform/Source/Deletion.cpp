@@ -2,7 +2,7 @@
 
 #include "FileStatus.h"
 #include "HostErrors.h"
-#include "Names.h"
+#include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
 namespace Brindle::Vok::Platform
@@ -10,19 +10,23 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-bool DeletePlainFile(HostPath const& path) noexcept
+bool Unlink(HostPath const& path, Place const& place) noexcept
+{
+    return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0) == 0 || FailOnPath(path, errno);
+}
+
+bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
 {
     SharedDescriptor held;
-    if (!HoldForDeletion(path, 0, held))
-        return false;
-    return SystemCalls::Unlink(path.Text()) == 0 || FailOnPath(path, errno);
+    return HoldForDeletion(path, place, 0, held) && Unlink(path, place);
 }
 
 bool Delete(HostPath const& path) noexcept
 {
+    Place const place(path);
     struct stat status;
     int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
-    if (SystemCalls::StatusAt(AT_FDCWD, path.Text(), &status, follow) != 0)
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
         return FailOnPath(path, errno);
     if (S_ISDIR(status.st_mode))
         return FailWith(ERROR_ACCESS_DENIED);
@@ -32,18 +36,18 @@ bool Delete(HostPath const& path) noexcept
         return FailWith(ERROR_ACCESS_DENIED);
     // Share modes are for files on disk; a link itself is never open.
     if (S_ISREG(status.st_mode))
-        return DeletePlainFile(path);
-    return SystemCalls::Unlink(path.Text()) == 0 || FailOnPath(path, errno);
+        return DeletePlainFile(path, place);
+    return Unlink(path, place);
 }
 
 } // namespace
 
-bool HoldForDeletion(HostPath const& path, int kindFlags, SharedDescriptor& held) noexcept
+bool HoldForDeletion(HostPath const& path, Place const& place, int kindFlags, SharedDescriptor& held) noexcept
 {
     int const flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | kindFlags;
     ShareTerms terms{FILE_SHARE_DELETE, allShares, true};
     auto const open = [&](int access)
-    { return Uninterrupted([&] { return SystemCalls::Open(path.Text(), flags | access, 0); }); };
+    { return Uninterrupted([&] { return SystemCalls::Open(place.Directory(), place.Name(), flags | access, 0); }); };
     int descriptor = open(O_RDONLY);
     if (descriptor < 0 && errno == EACCES && (kindFlags & O_DIRECTORY) == 0)
     {

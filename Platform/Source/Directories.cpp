@@ -1,7 +1,7 @@
 #include "Deletion.h"
 #include "FileStatus.h"
 #include "HostErrors.h"
-#include "Names.h"
+#include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Files.h>
@@ -15,15 +15,16 @@ bool Remove(HostPath const& path) noexcept
 {
     if (path.IsRoot())
         return FailWith(ERROR_ACCESS_DENIED);
+    Place const place(path);
     SharedDescriptor held;
-    if (!HoldForDeletion(path, O_DIRECTORY, held))
+    if (!HoldForDeletion(path, place, O_DIRECTORY, held))
         return false;
     struct stat status;
     if (SystemCalls::Status(held.Get(), &status) != 0)
         return FailWithHost(errno);
     if (IsReadOnly(status.st_mode))
         return FailWith(ERROR_ACCESS_DENIED);
-    if (SystemCalls::RemoveDirectory(path.Text()) == 0)
+    if (SystemCalls::UnlinkAt(place.Directory(), place.Name(), AT_REMOVEDIR) == 0)
         return true;
     if (errno == EINVAL) // the working directory by the name "."
         return FailWith(ERROR_SHARING_VIOLATION);

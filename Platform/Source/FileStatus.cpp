@@ -2,7 +2,7 @@
 
 #include "FileObject.h"
 #include "HostErrors.h"
-#include "Names.h"
+#include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Files.h>
@@ -38,17 +38,27 @@ bool GetStatus(HostPath const& path, struct stat& status) noexcept
     return true;
 }
 
+// The status of a name in the directory of a search that told of it as no link.
+bool GetStatusOfFixed(HostPath const& path, Place const& place, struct stat& status) noexcept
+{
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return FailOnPath(path, errno);
+    return !S_ISLNK(status.st_mode) || FailWith(ERROR_CANT_RESOLVE_FILENAME);
+}
+
 bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
 {
+    Place const place(path);
     struct stat status;
-    if (!GetStatus(path, status))
+    if (!(place.RefusesLinks() ? GetStatusOfFixed(path, place, status) : GetStatus(path, status)))
         return false;
     if (IsReadOnly(status.st_mode) == readOnly)
         return true;
-    mode_t const mode = status.st_mode & 07777;
-    if (SystemCalls::ChangeMode(path.Text(), readOnly ? mode & ~writeBits : mode | S_IWUSR) != 0)
-        return FailOnPath(path, errno);
-    return true;
+    mode_t const mode = readOnly ? status.st_mode & 07777 & ~writeBits : (status.st_mode & 07777) | S_IWUSR;
+    int const changed = place.RefusesLinks()
+                            ? SystemCalls::ChangeModeAt(place.Directory(), place.Name(), mode, AT_SYMLINK_NOFOLLOW)
+                            : SystemCalls::ChangeModeAt(AT_FDCWD, path.Text(), mode, 0);
+    return changed == 0 || FailOnPath(path, errno);
 }
 
 bool GetSize(FileObject& file, LONGLONG& size) noexcept

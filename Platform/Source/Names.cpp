@@ -345,38 +345,47 @@ bool HostPath::AppendComponents(std::wstring_view text, bool relative, bool verb
 namespace
 {
 
-void AppendWideName(std::string_view name, std::wstring& text)
+// A name's bytes give at most as many units.
+std::size_t WriteWideName(std::string_view name, wchar_t* const text) noexcept
 {
-    auto const appendByte = [&text](char byte)
-    { text += static_cast<wchar_t>(byteBase + static_cast<unsigned char>(byte)); };
+    wchar_t* out = text;
     for (std::size_t at = 0; at < name.size();)
     {
         auto const byte = static_cast<unsigned char>(name[at]);
         if (byte < 0x80)
         {
-            text += static_cast<wchar_t>(IsShifted(byte) ? characterBase + byte : byte);
+            *out++ = static_cast<wchar_t>(IsShifted(byte) ? characterBase + byte : byte);
             ++at;
             continue;
         }
         Utf::Decoded const decoded = Utf::DecodeUtf8(name.data() + at, name.size() - at);
         if (!decoded.valid || StandsForShifted(decoded.codePoint))
             for (unsigned offset = 0; offset < decoded.consumed; ++offset)
-                appendByte(name[at + offset]);
+                *out++ = static_cast<wchar_t>(byteBase + static_cast<unsigned char>(name[at + offset]));
         else
-        {
-            wchar_t units[2];
-            text.append(units, Utf::EncodeWide(decoded.codePoint, units));
-        }
+            out += Utf::EncodeWide(decoded.codePoint, out);
         at += decoded.consumed;
     }
+    return static_cast<std::size_t>(out - text);
+}
+
+void AppendWideName(std::string_view name, std::wstring& text)
+{
+    std::size_t const length = text.size();
+    text.resize(length + name.size());
+    text.resize(length + WriteWideName(name, text.data() + length));
 }
 
 } // namespace
 
+std::size_t WideNameFromHost(std::string_view name, wchar_t* text) noexcept
+{
+    return WriteWideName(name, text);
+}
+
 std::wstring WideNameFromHost(std::string_view name)
 {
     std::wstring text;
-    text.reserve(name.size());
     AppendWideName(name, text);
     return text;
 }

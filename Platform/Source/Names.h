@@ -65,7 +65,10 @@ private:
     bool isRoot = false;
 };
 
-/// The text for one name of a directory on the host. May throw std::bad_alloc.
+/// Writes the text for one name of a directory on the host, at most as many units as the name has bytes, and gives its
+/// length.
+std::size_t WideNameFromHost(std::string_view name, wchar_t* text) noexcept;
+/// The same as a string. May throw std::bad_alloc.
 std::wstring WideNameFromHost(std::string_view name);
 
 /// The Windows-syntax text for a host path: /tmp/a gives C:\tmp\a, a relative one stays relative. Empty for an empty

@@ -13,6 +13,7 @@
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <type_traits>
 #include <unistd.h>
@@ -78,8 +79,12 @@ Redirection(Call<Signature>&, Function) -> Redirection<Signature>;
 
 #endif
 
-VOK_SYSTEM_CALL(Open, int(char const*, int, mode_t),
-                [](char const* path, int flags, mode_t mode) { return ::open(path, flags, mode); });
+VOK_SYSTEM_CALL(Open, int(int, char const*, int, mode_t),
+                [](int directory, char const* path, int flags, mode_t mode)
+                { return ::openat(directory, path, flags, mode); });
+VOK_SYSTEM_CALL(ReadDirectory, long(int, void*, size_t),
+                [](int directory, void* buffer, size_t size)
+                { return ::syscall(SYS_getdents64, directory, buffer, size); });
 VOK_SYSTEM_CALL(Close, int(int), [](int descriptor) { return ::close(descriptor); });
 VOK_SYSTEM_CALL(Read, ssize_t(int, void*, size_t),
                 [](int descriptor, void* buffer, size_t count) { return ::read(descriptor, buffer, count); });
@@ -99,13 +104,14 @@ VOK_SYSTEM_CALL(LockRange, int(int, int, struct flock*),
 VOK_SYSTEM_CALL(SetStatusFlags, int(int, int),
                 [](int descriptor, int flags) { return ::fcntl(descriptor, F_SETFL, flags); });
 VOK_SYSTEM_CALL(Truncate, int(int, off_t), [](int descriptor, off_t size) { return ::ftruncate(descriptor, size); });
-VOK_SYSTEM_CALL(ChangeMode, int(char const*, mode_t),
-                [](char const* path, mode_t mode) { return ::chmod(path, mode); });
+VOK_SYSTEM_CALL(ChangeModeAt, int(int, char const*, mode_t, int),
+                [](int directory, char const* path, mode_t mode, int flags)
+                { return ::fchmodat(directory, path, mode, flags); });
 VOK_SYSTEM_CALL(ChangeModeOf, int(int, mode_t), [](int descriptor, mode_t mode) { return ::fchmod(descriptor, mode); });
 VOK_SYSTEM_CALL(MakeDirectory, int(char const*, mode_t),
                 [](char const* path, mode_t mode) { return ::mkdir(path, mode); });
-VOK_SYSTEM_CALL(RemoveDirectory, int(char const*), [](char const* path) { return ::rmdir(path); });
-VOK_SYSTEM_CALL(Unlink, int(char const*), [](char const* path) { return ::unlink(path); });
+VOK_SYSTEM_CALL(UnlinkAt, int(int, char const*, int),
+                [](int directory, char const* path, int flags) { return ::unlinkat(directory, path, flags); });
 VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
                 [](char* buffer, size_t size) { return ::getcwd(buffer, size); });
 VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),

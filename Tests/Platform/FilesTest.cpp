@@ -242,8 +242,8 @@ TEST_F(Files, FailuresOfTheHostWhileOpeningLeakNothing)
     }
     {
         int calls = 0;
-        auto const open = [&](char const* path, int flags, mode_t mode)
-        { return ++calls < 3 ? FailingWith(EINTR)() : SystemCalls::Open.host(path, flags, mode); };
+        auto const open = [&](int directory, char const* path, int flags, mode_t mode)
+        { return ++calls < 3 ? FailingWith(EINTR)() : SystemCalls::Open.host(directory, path, flags, mode); };
         SystemCalls::Redirection const interrupted(SystemCalls::Open, open);
         EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 0U);
     }
@@ -376,7 +376,7 @@ TEST_F(Files, OnlyTheReadOnlyAttributeIsSet)
     EXPECT_EQ(set(L"link", FILE_ATTRIBUTE_NORMAL), 0U);
     EXPECT_EQ(Mode("file"), 0644U);
     EXPECT_EQ(set(L"none", 0), 2U);
-    SystemCalls::Redirection const refusing(SystemCalls::ChangeMode, FailingWith(EPERM));
+    SystemCalls::Redirection const refusing(SystemCalls::ChangeModeAt, FailingWith(EPERM));
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_HIDDEN), 0U) << "nothing is to be changed";
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY), 5U);
 }

@@ -69,6 +69,36 @@
 #define FILE_FLAG_OVERLAPPED 0x40000000U
 #define FILE_FLAG_WRITE_THROUGH 0x80000000U
 
+#define IO_REPARSE_TAG_SYMLINK 0xA000000CU
+
+/// What a search tells of one entry. The times are UTC, and a symbolic link has its own.
+struct WIN32_FIND_DATAW
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh; ///< bytes; 0 for what isn't a plain file
+    DWORD nFileSizeLow;
+    DWORD dwReserved0; ///< IO_REPARSE_TAG_SYMLINK for a link
+    DWORD dwReserved1;
+    WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14]; ///< always empty
+};
+using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
+
+enum FINDEX_INFO_LEVELS
+{
+    FindExInfoStandard,
+    FindExInfoBasic
+};
+
+enum FINDEX_SEARCH_OPS
+{
+    FindExSearchNameMatch,
+    FindExSearchLimitToDirectories ///< a hint, which nothing here follows
+};
+
 extern "C"
 {
     /// Opens or creates a file, or opens a directory (FILE_FLAG_BACKUP_SEMANTICS). INVALID_HANDLE_VALUE on failure.
@@ -98,4 +128,22 @@ extern "C"
     VOK_PLATFORM_EXPORT BOOL WINAPI DeleteFileW(LPCWSTR path) noexcept;
     /// FILE_ATTRIBUTE_DIRECTORY for an existing directory, otherwise FALSE.
     VOK_PLATFORM_EXPORT BOOL WINAPI PathIsDirectoryW(LPCWSTR path) noexcept;
+
+    /// Begins a search of a directory for the names that fit the path's last part, in which `*` and `?` stand for any
+    /// characters and for any one; A to Z fit a to z. "." and ".." come first where they fit, then what the host gives
+    /// in its order. INVALID_HANDLE_VALUE on failure: ERROR_FILE_NOT_FOUND when nothing fits, ERROR_PATH_NOT_FOUND for
+    /// a missing directory, ERROR_DIRECTORY where something else than a directory is searched. A search takes one
+    /// descriptor and a buffer of fixed size, however many entries there are. FindClose ends it.
+    ///
+    /// While it is open, what the same thread deletes, searches or makes writable in its directory is found through the
+    /// open directory and not along the path; and a name that the search told of as no link is refused when it has
+    /// become one. So a deletion from above goes astray nowhere.
+    VOK_PLATFORM_EXPORT HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) noexcept;
+    /// The same. ERROR_INVALID_PARAMETER for a filter, ERROR_NOT_SUPPORTED for a level, an operation or flags that the
+    /// platform doesn't name here.
+    VOK_PLATFORM_EXPORT HANDLE WINAPI FindFirstFileExW(LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                                       FINDEX_SEARCH_OPS operation, LPVOID filter,
+                                                       DWORD flags) noexcept;
+    /// The next entry; ERROR_NO_MORE_FILES behind the last one. An entry that vanishes meanwhile is left out.
+    VOK_PLATFORM_EXPORT BOOL WINAPI FindNextFileW(HANDLE search, LPWIN32_FIND_DATAW data) noexcept;
 }

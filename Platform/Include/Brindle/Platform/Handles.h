@@ -16,10 +16,11 @@ extern "C"
     /// value. An object that another thread is using at that moment lives on until that use ends.
     VOK_PLATFORM_EXPORT BOOL WINAPI CloseHandle(HANDLE handle) noexcept;
 
-    // Nothing opens what the four that follow close yet, so each of them refuses whatever it is given.
-
     /// Ends a search. ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FindClose(HANDLE search) noexcept;
+
+    // Nothing opens what the three that follow close yet, so each of them refuses whatever it is given.
+
     /// Closes a registry key. The status is the code; the last error stays as it was.
     VOK_PLATFORM_EXPORT LSTATUS WINAPI RegCloseKey(HKEY key) noexcept;
     /// Releases a loaded library. ERROR_INVALID_HANDLE for anything else.

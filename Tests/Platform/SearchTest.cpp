@@ -1,0 +1,238 @@
+#include "Pattern.h"
+#include "SystemCalls.h"
+
+#include "Support/Descriptors.h"
+#include "Support/HostFaults.h"
+#include "Support/OpenHandle.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+class OpenSearch
+{
+public:
+    explicit OpenSearch(std::wstring const& pattern) : handle(FindFirstFileW(pattern.c_str(), &data)) {}
+    ~OpenSearch() { EXPECT_TRUE(!*this || FindClose(handle)); }
+    OpenSearch(OpenSearch const&) = delete;
+    OpenSearch& operator=(OpenSearch const&) = delete;
+
+    explicit operator bool() const { return handle != INVALID_HANDLE_VALUE; }
+    bool Next() { return FindNextFileW(handle, &data) != FALSE; }
+
+    WIN32_FIND_DATAW data{};
+    HANDLE handle;
+};
+
+/// The names that a search gives, "." and ".." first as they come, the others sorted.
+std::vector<std::wstring> NamesOf(std::wstring const& pattern)
+{
+    std::vector<std::wstring> names;
+    OpenSearch search(pattern);
+    if (!search)
+        return {L"code " + std::to_wstring(GetLastError())};
+    do
+        names.emplace_back(search.data.cFileName);
+    while (search.Next());
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+    std::size_t const dots = names.size() >= 2 && names[0] == L"." && names[1] == L".." ? 2 : 0;
+    std::sort(names.begin() + static_cast<std::ptrdiff_t>(dots), names.end());
+    return names;
+}
+
+using Names = std::vector<std::wstring>;
+
+class Searching : public testing::Test
+{
+protected:
+    std::wstring Path(wchar_t const* name) const { return drive.Path(name); }
+
+    TestDrive drive;
+};
+
+TEST(Pattern, FitsByThePlatformsRules)
+{
+    struct
+    {
+        wchar_t const* pattern;
+        Names fitting;
+        Names others;
+    } const cases[] = {
+        {L"*", {L"a", L"a.b", L".a", L"."}, {}},
+        {L"*.*", {L"a", L"a.b", L".."}, {}},
+        {L"*.", {L"a"}, {L"a.b"}},
+        {L"*.txt", {L"a.txt", L"A.TXT", L"a.b.txt", L".txt"}, {L"a.txtx", L"txt", L"a.txt.b"}},
+        {L"a*", {L"a", L"ab", L"A.b"}, {L"b", L""}},
+        {L"*a*b*", {L"ab", L"xaxbx", L"aab"}, {L"ba", L"a"}},
+        {L"?", {L"a"}, {L"ab"}},
+        {L"a?", {L"a", L"ab"}, {L"abc"}},
+        {L"a??.b", {L"a.b", L"axx.b"}, {L"axxx.b"}},
+        {L"a.?", {L"a", L"a.", L"a.b"}, {L"a.bc"}},
+        {L"a.*", {L"a", L"a.b.c"}, {L"ab"}},
+        {L"?\u00C4", {L"x\u00C4"}, {L"x\u00E4"}},
+    };
+    for (auto const& each : cases)
+    {
+        Platform::Pattern const pattern(each.pattern);
+        for (std::wstring const& name : each.fitting)
+            EXPECT_TRUE(pattern.Fits(name)) << std::string(name.begin(), name.end());
+        for (std::wstring const& name : each.others)
+            EXPECT_FALSE(pattern.Fits(name)) << std::string(name.begin(), name.end());
+    }
+}
+
+TEST_F(Searching, GivesDotsFirstAndEveryNameOnce)
+{
+    EXPECT_EQ(NamesOf(Path(L"*")), (Names{L".", L".."}));
+    drive.Write("a");
+    drive.Write(".git/x");
+    drive.Write("two words .");
+    drive.Write("\xF0\x9F\x98\x80");
+    drive.Write("a:b");
+    drive.Write("\xFF");
+    Names const all{L".", L"..", L".git", L"a", L"a\uF03Ab", L"two words .", L"\xD83D\xDE00", L"\xDCFF"};
+    for (wchar_t const* pattern : {L"*", L"\\*", L".\\*", L"*.*"})
+    {
+        Names names = NamesOf(Path(pattern));
+        std::sort(names.begin(), names.end());
+        Names sorted = all;
+        std::sort(sorted.begin(), sorted.end());
+        EXPECT_EQ(names, sorted);
+    }
+    EXPECT_EQ(NamesOf(L"\\\\?\\" + Path(L".git\\*")), (Names{L".", L"..", L"x"}));
+    EXPECT_EQ(NamesOf(Path(L"a")), Names{L"a"});
+    EXPECT_EQ(NamesOf(Path(L"A*")), (Names{L"a", L"a\uF03Ab"}));
+}
+
+TEST_F(Searching, FailuresHaveThePlatformsCodes)
+{
+    drive.Write("file");
+    EXPECT_EQ(NamesOf(Path(L"missing\\*")), Names{L"code 3"});
+    EXPECT_EQ(NamesOf(Path(L"missing\\file")), Names{L"code 3"});
+    EXPECT_EQ(NamesOf(Path(L"missing")), Names{L"code 2"});
+    EXPECT_EQ(NamesOf(Path(L"x*")), Names{L"code 2"});
+    EXPECT_EQ(NamesOf(Path(L"file\\*")), Names{L"code 267"});
+    EXPECT_EQ(NamesOf(Path(L"file\\x\\*")), Names{L"code 3"});
+    EXPECT_EQ(NamesOf(Path(L"")), Names{L"code 2"});
+    EXPECT_EQ(NamesOf(L""), Names{L"code 2"});
+    EXPECT_EQ(NamesOf(L"Q:\\*"), Names{L"code 3"});
+    EXPECT_EQ(NamesOf(L"\\\\nowhere\\share\\*"), Names{L"code 53"});
+    WIN32_FIND_DATAW data;
+    EXPECT_EQ(CodeOf([&] { return FindNextFileW(INVALID_HANDLE_VALUE, &data); }), 6U);
+    OpenHandle const file = Open(Path(L"file"), GENERIC_READ);
+    EXPECT_EQ(CodeOf([&] { return FindNextFileW(file.Get(), &data); }), 6U);
+    EXPECT_EQ(CodeOf([&] { return FindClose(file.Get()); }), 6U);
+}
+
+TEST_F(Searching, FailuresOfTheHostLeakNothing)
+{
+    drive.Write("file");
+    std::size_t const descriptors = OpenDescriptors();
+    {
+        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
+        EXPECT_EQ(NamesOf(Path(L"*")), Names{L"code 4"});
+    }
+    {
+        SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
+        OpenSearch search(Path(L"*"));
+        ASSERT_TRUE(search);
+        EXPECT_TRUE(search.Next());
+        EXPECT_EQ(CodeOf([&] { return search.Next(); }), 1117U);
+        EXPECT_EQ(NamesOf(Path(L"x*")), Names{L"code 1117"});
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(Searching, RecordsTellWhatStatusTells)
+{
+    drive.Write("file", "12345");
+    ASSERT_EQ(::chmod(drive.Host("file").c_str(), 0444), 0);
+    ASSERT_EQ(::mkdir(drive.Host("directory").c_str(), 0777), 0);
+    ASSERT_EQ(::symlink("directory", drive.Host("link").c_str()), 0);
+    ASSERT_EQ(::mkfifo(drive.Host("pipe").c_str(), 0666), 0);
+    struct
+    {
+        wchar_t const* name;
+        DWORD attributes;
+        DWORD size;
+        DWORD tag;
+    } const cases[] = {
+        {L"file", FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY, 5, 0},
+        {L"directory", FILE_ATTRIBUTE_DIRECTORY, 0, 0},
+        {L"link", FILE_ATTRIBUTE_REPARSE_POINT, 0, IO_REPARSE_TAG_SYMLINK},
+        {L"pipe", FILE_ATTRIBUTE_NORMAL, 0, 0},
+    };
+    for (auto const& each : cases)
+    {
+        OpenSearch const search(Path(each.name));
+        ASSERT_TRUE(search);
+        EXPECT_EQ(search.data.dwFileAttributes, each.attributes);
+        EXPECT_EQ(search.data.nFileSizeLow, each.size);
+        EXPECT_EQ(search.data.dwReserved0, each.tag);
+    }
+    OpenSearch const search(Path(L"file"));
+    OpenHandle const file = Open(Path(L"file"), GENERIC_READ);
+    FILETIME written{};
+    ASSERT_TRUE(GetFileTime(file.Get(), nullptr, nullptr, &written));
+    EXPECT_EQ(search.data.ftLastWriteTime.dwLowDateTime, written.dwLowDateTime);
+    EXPECT_EQ(search.data.ftLastWriteTime.dwHighDateTime, written.dwHighDateTime);
+}
+
+TEST_F(Searching, ADirectorySwappedForALinkLeadsNowhere)
+{
+    drive.Write("outside/precious");
+    drive.Write("tree/sub/file");
+    OpenSearch search(Path(L"tree\\*"));
+    while (std::wstring_view(search.data.cFileName) != L"sub")
+        ASSERT_TRUE(search.Next());
+    std::filesystem::remove_all(drive.Host("tree/sub"));
+    std::filesystem::create_symlink(drive.Host("outside"), drive.Host("tree/sub"));
+    EXPECT_EQ(NamesOf(Path(L"tree\\sub\\*")), Names{L"code 267"});
+
+    // And one further up: what is deleted lies in the directory that is open.
+    std::filesystem::rename(drive.Host("tree"), drive.Host("moved"));
+    std::filesystem::create_directory(drive.Host("tree"));
+    drive.Write("tree/sub", "another");
+    EXPECT_TRUE(DeleteFileW(Path(L"tree\\sub").c_str()));
+    EXPECT_TRUE(drive.Exists("tree/sub"));
+    EXPECT_FALSE(drive.Exists("moved/sub"));
+    EXPECT_TRUE(drive.Exists("outside/precious"));
+}
+
+TEST_F(Searching, ALinkThatWasToldOfIsFollowed)
+{
+    drive.Write("outside/file");
+    ASSERT_EQ(::mkdir(drive.Host("tree").c_str(), 0777), 0);
+    ASSERT_EQ(::symlink("../outside", drive.Host("tree/link").c_str()), 0);
+    OpenSearch search(Path(L"tree\\*"));
+    while (std::wstring_view(search.data.cFileName) != L"link")
+        ASSERT_TRUE(search.Next());
+    EXPECT_EQ(NamesOf(Path(L"tree\\link\\*")), (Names{L".", L"..", L"file"}));
+}
+
+TEST_F(Searching, EndsOnAnyThreadAndIsForgotten)
+{
+    drive.Write("tree/file");
+    std::size_t const descriptors = OpenDescriptors();
+    WIN32_FIND_DATAW data;
+    HANDLE const search = FindFirstFileW(Path(L"tree\\*").c_str(), &data);
+    std::thread([&] { EXPECT_TRUE(FindClose(search)); }).join();
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    std::filesystem::rename(drive.Host("tree"), drive.Host("moved"));
+    drive.Write("tree/file");
+    EXPECT_TRUE(DeleteFileW(Path(L"tree\\file").c_str()));
+    EXPECT_TRUE(drive.Exists("moved/file"));
+}
+
+} // namespace
