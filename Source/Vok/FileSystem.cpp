@@ -1,12 +1,16 @@
 #include <Brindle/Vok/FileSystem.h>
 
+#include <Brindle/Vok/Guid.h>
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/VokWindows.h>
 
+#include "DeletionGuard.h"
 #include "FileSystemImpl.h"
 #include "StringStorage.h"
 #include "TextFormat.h"
 
+#include <cstdlib>
+#include <string_view>
 #include <utility>
 
 namespace Brindle::Vok
@@ -46,32 +50,45 @@ std::unique_ptr<File> FileSystemImpl::MakeFile(Path path)
     return std::make_unique<FileImpl>(std::move(path));
 }
 
-// The operations below are not there yet: they fail and say so.
-
 TempDirectory FileSystemImpl::MakeTempDirectory()
 {
-    VOK_THROW(WindowsError, ERROR_CALL_NOT_IMPLEMENTED, "MakeTempDirectory");
+    std::wstring const name = Guid::NewGuid();
+    Path const path = Path::Join(VokExpandEnvironmentStrings(L"%TEMP%"), name);
+    VokCreateDirectory(path);
+    return TempDirectory(shared_from_this(), path);
 }
 
 PathInfo FileSystemImpl::MakePathInfo(Path path)
 {
-    VOK_THROW(WindowsError, ERROR_CALL_NOT_IMPLEMENTED, "MakePathInfo [{}]", path.ToString());
+    std::shared_ptr<FileSystem> self = shared_from_this();
+    return PathInfo(std::move(path), std::move(self));
 }
 
 DirectoryInfo FileSystemImpl::MakeDirectoryInfo(Path path)
 {
-    VOK_THROW(WindowsError, ERROR_CALL_NOT_IMPLEMENTED, "MakeDirectoryInfo [{}]", path.ToString());
+    std::shared_ptr<FileSystem> self = shared_from_this();
+    return DirectoryInfo(std::move(path), std::move(self));
 }
 
 void FileSystemImpl::VokCreateDirectory(Path path)
 {
-    VOK_THROW(WindowsError, ERROR_CALL_NOT_IMPLEMENTED, "CreateDirectory [{}]", path.ToString());
+    if (CreateDirectoryW(path.ToString().c_str(), nullptr))
+        return;
+    if (GetLastError() == ERROR_ALREADY_EXISTS)
+        return;
+    bool const lacksParent = GetLastError() == ERROR_PATH_NOT_FOUND && !path.DirectoryNormalized().empty();
+    if (lacksParent)
+        VokCreateDirectory(path.DriveAndDirectoryNormalized());
+    // Required: a directory that somebody else made in between is reported.
+    if (!lacksParent || !CreateDirectoryW(path.ToString().c_str(), nullptr))
+        VOK_THROW_LAST_ERROR("CreateDirectory [{}]", path.ToString());
 }
 
 bool FileSystemImpl::DeleteDirectory(Path path, Error& error)
 {
-    VOK_SET_ERROR(error, WindowsError, ERROR_CALL_NOT_IMPLEMENTED, "DeleteDirectory [{}]", path.ToString());
-    return true;
+    bool existed = true;
+    DeleteDirectoryInternal(std::move(path), false, existed, error);
+    return existed;
 }
 
 bool FileSystemImpl::DeleteDirectory(Path path)
@@ -82,6 +99,397 @@ bool FileSystemImpl::DeleteDirectory(Path path)
         throw WindowsError(error);
     return existed;
 }
+
+// Deleting directories
+
+namespace
+{
+
+/// A text in a buffer as large as the platform's paths. One that doesn't fit ends the process, so that no cut path is
+/// ever taken for another one.
+class PathBuffer
+{
+public:
+    void Assign(std::wstring_view text)
+    {
+        length = 0;
+        Append(text);
+    }
+    void Append(std::wstring_view text)
+    {
+        if (text.size() >= MAX_PATH - length)
+            std::abort();
+        text.copy(units + length, text.size());
+        length += text.size();
+        units[length] = 0;
+    }
+    wchar_t const* Text() const { return units; }
+    std::wstring_view View() const { return {units, length}; }
+
+private:
+    wchar_t units[MAX_PATH];
+    std::size_t length = 0;
+};
+
+} // namespace
+
+void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error)
+{
+    existed = true;
+    if (DWORD const refusal = Detail::CodeAgainstDeleting(path.ToString()); refusal != ERROR_SUCCESS)
+    {
+        VOK_SET_ERROR(error, WindowsError, refusal, L"Path [{}]", path.ToString());
+        return;
+    }
+    PathBuffer prefix;
+    PathBuffer entry;
+    prefix.Assign(path.ToString());
+    prefix.Append(L"\\*");
+    entry.Assign(path.ToString());
+    entry.Append(L"\\");
+    WIN32_FIND_DATAW data;
+    HandleOwner<Detail::FindHandleTraits> search(FindFirstFileW(prefix.Text(), &data));
+    if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
+    {
+        VOK_LOG(info, L"Deleting directory that doesn't exist [{}]", path.ToString());
+        existed = false;
+        return;
+    }
+    if (!search.IsValid())
+    {
+        VOK_SET_LAST_ERROR(error, L"");
+        return;
+    }
+    prefix = entry;
+    // The entry that came with the handle is "." and isn't looked at.
+    for (; FindNextFileW(search.Get(), &data); entry = prefix)
+    {
+        std::wstring_view const name = data.cFileName;
+        if (name == L"." || name == L"..")
+            continue;
+        entry.Append(name);
+        if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        {
+            bool ignored = false;
+            DeleteDirectoryInternal(Path(entry.Text()), false, ignored, error);
+            if (error.Failed())
+            {
+                VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left
+                return;
+            }
+            continue;
+        }
+        if ((data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
+            SetFileAttributesW(entry.Text(), data.dwFileAttributes & ~FILE_ATTRIBUTE_READONLY);
+        if (!DeleteFileW(entry.Text()))
+        {
+            VOK_SET_LAST_ERROR(error, L"DeleteFileW [{}]", entry.Text());
+            return;
+        }
+    }
+    if (GetLastError() != ERROR_NO_MORE_FILES)
+    {
+        VOK_SET_LAST_ERROR(error, L"Path [{}]", path.ToString());
+        return;
+    }
+    search.Reset();
+    if (!contentsOnly && !RemoveDirectoryW(path.ToString().c_str()))
+        VOK_SET_LAST_ERROR(error, L"Path [{}]", path.ToString());
+}
+
+// What is on disk
+
+class PathInfo::Impl : public IPathInfo
+{
+public:
+    Impl(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem)
+        : path(std::move(path)), fileSystem(std::move(fileSystem))
+    {
+    }
+
+    Brindle::Vok::Path const& Path() const override { return path; }
+    std::wstring const& ToString() const override { return path.ToString(); }
+    void Refresh() override { loaded = false; }
+    bool Exists() override
+    {
+        Load();
+        return exists;
+    }
+    bool IsDirectory() override
+    {
+        Load();
+        return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    }
+    bool IsFile() override
+    {
+        Load();
+        return exists && !IsDirectory();
+    }
+    FileAttributes Attributes() override
+    {
+        Load();
+        return static_cast<FileAttributes>(attributes);
+    }
+    bool Delete() override { return false; } // required as it stands
+
+    std::shared_ptr<FileSystem> const& Service() const { return fileSystem; }
+
+private:
+    void Load()
+    {
+        if (loaded)
+            return;
+        exists = true;
+        attributes = GetFileAttributesW(path.ToString().c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES)
+        {
+            DWORD const code = GetLastError();
+            if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+                VOK_THROW_LAST_ERROR(L"GetFileAttributes [{}]", path.ToString());
+            attributes = 0;
+            exists = false;
+        }
+        loaded = true;
+    }
+
+    Brindle::Vok::Path path;
+    std::shared_ptr<FileSystem> fileSystem;
+    bool loaded = false;
+    DWORD attributes = 0;
+    bool exists = false;
+};
+
+class DirectoryInfo::Impl : public PathInfo::Impl
+{
+public:
+    using PathInfo::Impl::Impl;
+    explicit Impl(PathInfo::Impl const& other) : PathInfo::Impl(other) {}
+};
+
+PathInfo::PathInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem)
+    : impl(std::make_unique<Impl>(std::move(path), std::move(fileSystem)))
+{
+}
+
+PathInfo::PathInfo(std::unique_ptr<Impl> impl) : impl(std::move(impl)) {}
+PathInfo::PathInfo(PathInfo const& other) : impl(std::make_unique<Impl>(*other.impl)) {}
+PathInfo::PathInfo(PathInfo&&) noexcept = default;
+PathInfo& PathInfo::operator=(PathInfo&&) noexcept = default;
+PathInfo::~PathInfo() = default;
+
+PathInfo& PathInfo::operator=(PathInfo const& other)
+{
+    if (this != &other)
+        impl = std::make_unique<Impl>(*other.impl);
+    return *this;
+}
+
+Brindle::Vok::Path const& PathInfo::Path() const
+{
+    return impl->Path();
+}
+
+std::wstring const& PathInfo::ToString() const
+{
+    return impl->ToString();
+}
+
+void PathInfo::Refresh()
+{
+    impl->Refresh();
+}
+
+bool PathInfo::Exists()
+{
+    return impl->Exists();
+}
+
+bool PathInfo::IsDirectory()
+{
+    return impl->IsDirectory();
+}
+
+bool PathInfo::IsFile()
+{
+    return impl->IsFile();
+}
+
+FileAttributes PathInfo::Attributes()
+{
+    return impl->Attributes();
+}
+
+bool PathInfo::Delete()
+{
+    return impl->Delete();
+}
+
+DirectoryInfo::DirectoryInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem)
+    : PathInfo(std::make_unique<Impl>(std::move(path), std::move(fileSystem)))
+{
+}
+
+DirectoryInfo::DirectoryInfo(DirectoryInfo const& other) : PathInfo(std::make_unique<Impl>(*other.impl)) {}
+DirectoryInfo::DirectoryInfo(DirectoryInfo&&) noexcept = default;
+DirectoryInfo& DirectoryInfo::operator=(DirectoryInfo&&) noexcept = default;
+
+DirectoryInfo& DirectoryInfo::operator=(DirectoryInfo const& other)
+{
+    if (this != &other)
+        impl = std::make_unique<Impl>(*other.impl);
+    return *this;
+}
+
+FileSystemIterator DirectoryInfo::begin()
+{
+    return FileSystemIterator(impl->Service(), Path(), FileSystemIterateType::All);
+}
+
+FileSystemIterator DirectoryInfo::end()
+{
+    return FileSystemIterator();
+}
+
+void DirectoryInfo::Create()
+{
+    impl->Service()->VokCreateDirectory(Path());
+    Refresh();
+}
+
+DirectoryInfo DirectoryInfo::CreateSubdirectory(std::wstring const& name)
+{
+    Brindle::Vok::Path const joined = Brindle::Vok::Path::Join(Path(), name);
+    impl->Service()->VokCreateDirectory(joined);
+    return DirectoryInfo(joined, impl->Service());
+}
+
+bool DirectoryInfo::Delete()
+{
+    Refresh();
+    return impl->Service()->DeleteDirectory(Path());
+}
+
+void DirectoryInfo::DeleteContent()
+{
+    Refresh();
+    bool existed = true;
+    WindowsError error;
+    FileSystemImpl::DeleteDirectoryInternal(Path(), true, existed, error);
+    if (error.Failed())
+        throw WindowsError(error);
+}
+
+void DirectoryInfo::MoveTo(Brindle::Vok::Path)
+{
+    Refresh();
+}
+
+// Walking a directory
+
+FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path path, FileSystemIterateType selected)
+    : type(selected), fileSystem(std::move(service)), directory(std::move(path))
+{
+    FINDEX_SEARCH_OPS const operation =
+        type == FileSystemIterateType::Directories ? FindExSearchLimitToDirectories : FindExSearchNameMatch;
+    std::wstring const pattern = directory.ToString() + L"\\*";
+    findHandle.Reset(FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0));
+    if (findHandle.IsValid())
+    {
+        if (Skip())
+            increment();
+    }
+    else if (GetLastError() != ERROR_FILE_NOT_FOUND)
+        VOK_THROW_LAST_ERROR("FindFirstFileW [{}]", directory.ToString());
+}
+
+FileSystemIterator::FileSystemIterator(FileSystemIterator&&) noexcept = default;
+FileSystemIterator::~FileSystemIterator() = default;
+FileSystemIterator& FileSystemIterator::operator=(FileSystemIterator&&) noexcept = default;
+
+void FileSystemIterator::increment()
+{
+    while (FindNextFileW(findHandle.Get(), &findData))
+        if (!Skip())
+            return;
+    bool const isEnd = GetLastError() == ERROR_NO_MORE_FILES;
+    findHandle.Reset();
+    current.reset();
+    if (!isEnd)
+        VOK_THROW_LAST_ERROR("FindNextFileW");
+}
+
+bool FileSystemIterator::Skip()
+{
+    std::wstring_view const name = findData.cFileName;
+    auto entry = std::make_unique<PathInfo>(Path::Join(directory, findData.cFileName), fileSystem);
+    if (name == L"." || name == L"..")
+        return true;
+    if (type == FileSystemIterateType::Files && !entry->IsFile())
+        return true;
+    if (type == FileSystemIterateType::Directories && !entry->IsDirectory())
+        return true;
+    current = std::move(entry);
+    return false;
+}
+
+// Temporary directories
+
+struct TempDirectory::Impl
+{
+    Impl(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path)
+        : fileSystem(std::move(fileSystem)), path(std::move(path))
+    {
+    }
+    Impl(Impl const&) = delete;
+    Impl& operator=(Impl const&) = delete;
+    ~Impl();
+
+    std::shared_ptr<FileSystem> fileSystem;
+    Brindle::Vok::Path path;
+};
+
+TempDirectory::Impl::~Impl()
+{
+    try
+    {
+        Error error;
+        fileSystem->DeleteDirectory(path, error);
+        if (error.Failed())
+            VOK_LOG(error, L"Failed to delete TempDirectory[{}] error[{}]", path.ToString(), error);
+    }
+    catch (...) // of a subscriber, or of another service; there is nobody left to tell
+    {
+    }
+}
+
+TempDirectory::TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path)
+    : impl(std::make_unique<Impl>(std::move(fileSystem), std::move(path)))
+{
+}
+
+TempDirectory::TempDirectory(TempDirectory&&) noexcept = default;
+TempDirectory& TempDirectory::operator=(TempDirectory&&) noexcept = default;
+TempDirectory::~TempDirectory() = default;
+
+Brindle::Vok::Path const& TempDirectory::Path() const
+{
+    return impl->path;
+}
+
+void TempDirectory::Delete(Error& error)
+{
+    impl->fileSystem->DeleteDirectory(impl->path, error);
+}
+
+void TempDirectory::Delete()
+{
+    WindowsError error;
+    Delete(error);
+    if (error.Failed())
+        throw WindowsError(error);
+}
+
+// Whole files
 
 FileImpl::FileImpl(Path path) : path(std::move(path)) {}
 

@@ -34,6 +34,10 @@ public:
     void VokCreateDirectory(Path path) override;
     bool DeleteDirectory(Path path, Error& error) override;
     bool DeleteDirectory(Path path) override;
+
+    /// The one worker behind all deletions of this generation. It needs no object, so that whoever holds another
+    /// service gets it too. `existed` tells whether the directory was there; `error` is assigned on failure only.
+    static void DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error);
 };
 
 } // namespace Brindle::Vok

@@ -27,10 +27,13 @@
 #pragma once
 
 #include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/Path.h>
 #include <Brindle/Vok/Platform.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -38,7 +41,6 @@ namespace Brindle::Vok
 {
 
 class FileSystem;
-class FileSystemIterator;
 
 /// What the bytes of a text file mean. Any other value writes nothing.
 enum class TextEncoding : std::int32_t
@@ -93,7 +95,7 @@ enum class FileAttributes : std::uint32_t
     directory = 0x10
 };
 
-/// What PathInfo answers, behind a replaceable implementation.
+/// What a PathInfo answers, behind a replaceable implementation. PathInfo tells what each does.
 class VOK_EXPORT_TYPE IPathInfo
 {
 public:
@@ -108,11 +110,15 @@ public:
     virtual bool Delete() = 0;
 };
 
-/// A path on disk as a copyable value that answers what it is. It reads the disk at the first question and keeps the
-/// answer until Refresh.
+/// A path on disk as a copyable value that answers what it is. It asks the disk at the first question, once, and keeps
+/// the answer until Refresh; a copy keeps it too and goes its own way. Questions throw WindowsError when the platform
+/// can't tell (5 for a directory on the way that may not be searched), and the next one then asks again; a path that is
+/// missing is no error. An object belongs to one thread at a time. One that was moved from may only be assigned to or
+/// destroyed.
 class VOK_EXPORT PathInfo
 {
 public:
+    /// Nothing is read. The service is kept alive.
     PathInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem);
     PathInfo(PathInfo const& other);
     PathInfo(PathInfo&& other) noexcept;
@@ -122,12 +128,15 @@ public:
 
     Brindle::Vok::Path const& Path() const;
     std::wstring const& ToString() const;
+    /// Forgets the answer.
     void Refresh();
     bool Exists();
     bool IsDirectory();
+    /// Whether it exists and is no directory; a device is a file too.
     bool IsFile();
+    /// 0 for what doesn't exist.
     FileAttributes Attributes();
-    /// Deletes nothing and answers false; DirectoryInfo::Delete deletes.
+    /// Deletes nothing and answers false, which is required; DirectoryInfo::Delete deletes.
     bool Delete();
 
 protected:
@@ -135,6 +144,66 @@ protected:
     explicit PathInfo(std::unique_ptr<Impl> impl);
 
     std::unique_ptr<Impl> impl;
+};
+
+/// Which entries a FileSystemIterator stands at. Any other value means All.
+enum class FileSystemIterateType : std::int32_t
+{
+    All = 0,
+    Files = 1,
+    Directories = 2
+};
+
+/// Walks the entries of one directory, "." and ".." left out, in the platform's order. A single-pass input iterator
+/// that moves and isn't copied; it owns the search, and memory and descriptors don't grow with the directory. Entries
+/// that come or go meanwhile may be met or not. It compares equal to another one only when both are at the end, so an
+/// iterator that stands at an entry is unequal to itself. It belongs to one thread at a time.
+class VOK_EXPORT FileSystemIterator
+{
+public:
+    using iterator_category = std::input_iterator_tag;
+    using iterator_concept = std::input_iterator_tag;
+    using value_type = PathInfo;
+    using difference_type = std::ptrdiff_t;
+    using pointer = PathInfo*;
+    using reference = PathInfo&;
+
+    /// The end.
+    FileSystemIterator() = default;
+    /// Stands at the first entry that `type` selects, or at the end. Throws WindowsError for a directory that can't be
+    /// searched (3 for a missing one, 267 for a file, 5).
+    FileSystemIterator(std::shared_ptr<FileSystem> fileSystem, Path directory, FileSystemIterateType type);
+    /// The source is at the end then.
+    FileSystemIterator(FileSystemIterator&& other) noexcept;
+    FileSystemIterator& operator=(FileSystemIterator&& other) noexcept;
+    ~FileSystemIterator();
+
+    /// The entry, which lives until the iterator moves on. Undefined at the end.
+    PathInfo& operator*() const { return dereference(); }
+    PathInfo* operator->() const { return &dereference(); }
+    /// Throws WindowsError when the search fails, also at the end (6); the iterator is at the end then.
+    FileSystemIterator& operator++()
+    {
+        increment();
+        return *this;
+    }
+    void operator++(int) { increment(); }
+    friend bool operator==(FileSystemIterator const& lhs, FileSystemIterator const& rhs) { return lhs.equal(rhs); }
+    friend bool operator==(FileSystemIterator const& iterator, std::default_sentinel_t) { return !iterator.current; }
+
+private:
+    void increment();
+    PathInfo& dereference() const { return *current; }
+    bool equal(FileSystemIterator const& other) const { return !current && !other.current; }
+    /// Whether the entry that was found is not to be delivered; if it is, it becomes the current one.
+    bool Skip();
+
+    std::unique_ptr<PathInfo> current;
+    FileSystemIterateType type = FileSystemIterateType::All;
+    HandleOwner<Detail::FindHandleTraits> findHandle;
+    WIN32_FIND_DATAW findData{};
+    std::shared_ptr<FileSystem> fileSystem;
+    Path directory;
 };
 
 /// A directory on disk, and what can be done to it.
@@ -147,11 +216,17 @@ public:
     DirectoryInfo& operator=(DirectoryInfo const& other);
     DirectoryInfo& operator=(DirectoryInfo&& other) noexcept;
 
+    /// All entries.
     FileSystemIterator begin();
     FileSystemIterator end();
+    /// Makes it and its missing parents by the service, and refreshes.
     void Create();
+    /// Makes it in this directory by the service; the name may have several parts. This object isn't refreshed.
     DirectoryInfo CreateSubdirectory(std::wstring const& name);
+    /// Deletes it with everything in it by the service. False if it wasn't there. Throws WindowsError.
     bool Delete();
+    /// Deletes everything in it and keeps it. The service has no part in this. One that is missing is no error. Throws
+    /// WindowsError.
     void DeleteContent();
     /// Refreshes and drops the destination; nothing moves. This is the interface as it stands.
     void MoveTo(Brindle::Vok::Path destination);
@@ -160,17 +235,22 @@ private:
     class Impl;
 };
 
-/// A move-only owner of a directory, which is deleted with all that is in it when its owner goes.
+/// A move-only owner of a directory, which is deleted with all that is in it when its owner goes, whoever made it. When
+/// that fails, a statement at error tells so and nothing is thrown. It belongs to one thread at a time.
 class VOK_EXPORT TempDirectory
 {
 public:
+    /// Takes over a directory, which need not exist. Nothing is made or read.
     TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path);
     TempDirectory(TempDirectory&& other) noexcept;
+    /// Deletes the directory that it had.
     TempDirectory& operator=(TempDirectory&& other) noexcept;
     ~TempDirectory();
 
     Brindle::Vok::Path const& Path() const;
+    /// Deletes it now. It is looked for once more at the end, where a statement at info tells that it is missing.
     void Delete(Error& error);
+    /// The same; throws WindowsError.
     void Delete();
 
 private:
@@ -185,17 +265,19 @@ class VOK_EXPORT_TYPE FileSystem
 public:
     virtual ~FileSystem() = default;
 
-    /// A directory that exists, is unique to this call, and is deleted by the object that is returned.
+    /// A directory below %TEMP% that exists, is unique to this call, and is deleted by the object that is returned.
     virtual TempDirectory MakeTempDirectory() = 0;
     /// Values that hold the path and keep this service alive. Nothing is touched on disk.
     virtual PathInfo MakePathInfo(Path path) = 0;
     virtual DirectoryInfo MakeDirectoryInfo(Path path) = 0;
     /// A new File for the path. Nothing is touched on disk, and no reference to the service is kept.
     virtual std::unique_ptr<File> MakeFile(Path path) = 0;
-    /// Afterwards the directory and its parents exist; one that was there already is a success. Failure is thrown.
+    /// Afterwards the directory and its parents exist; one that was there already is a success. Failure is thrown as
+    /// WindowsError. Behind a share only one missing directory is made.
     virtual void VokCreateDirectory(Path path) = 0;
-    /// Deletes the directory and everything under it. False if it was not there; true otherwise, a failure included,
-    /// which is assigned to `error`.
+    /// Deletes the directory and everything under it, read-only files too. False if it was not there, which a statement
+    /// at info tells; true otherwise, a failure included, which is assigned to `error`: 32 for a file that is open, 5
+    /// for a root, 87 for an empty path. What was deleted before a failure is gone.
     virtual bool DeleteDirectory(Path path, Error& error) = 0;
     /// The same, but failure is thrown.
     virtual bool DeleteDirectory(Path path) = 0;
