@@ -7,6 +7,9 @@
 // code is the same for every fault; the message names the fault and holds the text. Not guaranteed: that the day is one
 // that the month has, and that nothing stands behind a fraction of a second.
 //
+// Wide text alone is taken; Utf8ToWide of FormatString.h makes it from narrow text. There is no comparison and no
+// formatting: use the members.
+//
 // Both are plain values: one object isn't synchronised, different objects are independent.
 #pragma once
 

@@ -190,9 +190,10 @@ std::string FormatAdaptedAsUtf8(wchar_t const* format, Arguments const&... argum
 
 } // namespace Detail
 
-/// The text of a narrow format. Arguments may be any integer, floating-point, enumeration or text type of either
-/// width, the foreign string classes above, and whatever fmt or a stream insertion operator can print; a null text
-/// pointer prints as (null). On failure the format itself; for a null format an empty text.
+/// The text of a narrow format. An enumeration without a stream insertion operator of its own prints as its number.
+/// Arguments may be any integer, floating-point, enumeration or text type of either width, the foreign string classes
+/// above, and whatever fmt or a stream insertion operator can print; a null text pointer prints as (null). On failure
+/// the format itself; for a null format an empty text.
 template <class... Arguments>
 std::string FormatString(char const* format, Arguments const&... arguments)
 {

@@ -191,7 +191,8 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
     } while (false)
 
 /// VOK_LOG_SCOPE() or VOK_LOG_SCOPE(format, arguments...): logs that the enclosing function was entered here and, at
-/// the end of the block, that it was left. The arguments are evaluated only if somebody wants severity info.
+/// the end of the block, that it was left. The arguments are evaluated only if somebody wants severity info,
+/// although the statements are at trace.
 #define VOK_LOG_SCOPE(...)                                                                                             \
     ::Brindle::Vok::Detail::LogScope const vokLogScope(                                                                \
         __FILE__, VOK_FUNCTION_NAME, __LINE__,                                                                         \

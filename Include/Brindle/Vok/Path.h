@@ -1,13 +1,14 @@
 // A file-system location as a value: the text of a path, verbatim, in Windows syntax on every host.
 //
 //     Path const file = Path::Join(L"C:\\logs", L"2024", L"day.txt");   // C:\logs\2024\day.txt
-//     file.Parent().CreatePath();                                       // makes C:\logs\2024, 0 on success
+//     unsigned long const code = file.Parent().CreatePath();            // makes C:\logs\2024, 0 on success
 //     file.WithChangedExtension(L"old");                                // C:\logs\2024\day.old
 //     file == L"c:/LOGS/2024/./day.txt";                                // true
 //     VOK_LOG(info, "read [{}]", file);                                 // a path stands in any format
 //
 // The separator is `\`. `/` is an ordinary character except to what normalises, so call Normalized() first on a text
-// that may have it: `C:/a/b` as it stands is relative, and its parent is `C:`.
+// that may have it: `C:/a/b` as it stands is relative, and its parent is `C:`. Directory and parent are taken from the
+// stored text, names and extensions from the normal form. Together they make up the path only if it is normal.
 //
 // Every property is worked out from the text on demand. Nothing is cached, nothing is normalised or checked at
 // construction, and apart from CreatePath, IsDirectory and DirectoryExists nothing looks at a disk. Every text is a
@@ -17,6 +18,13 @@
 // A drive is any code unit with a `:` behind it at the text's start. Lengths are UTF-16 code units. `==`, `<`, `>` and
 // the hash take A to Z for a to z and fold nothing else. (Where the platform's own C runtime compares, a locale that
 // the process has set may fold more, and equal paths may then have different hashes.)
+//
+// There are no `<=`, `>=` and `<=>`: std::sort sorts paths, and a range algorithm with std::less<>. Comparing paths of
+// different prefixes is well defined, but each time a statement at error tells of it, also while a container is sorted
+// or looked through.
+//
+// A narrow text is UTF-8 in Windows syntax too. A std::filesystem::path converts by its text: a path of the host isn't
+// translated by that.
 //
 // Not guaranteed: that `<` and `==` agree. They are different relations, so a std::set may hold two paths that are
 // equal; the unordered containers don't. That a path with the prefix `\\?\` keeps it through Parent() or Merge(). That
@@ -140,7 +148,8 @@ public:
     std::wstring DriveAndDirectoryNormalized() const;
     /// A path of DriveAndDirectory(). A root, such as `C:\`, is its own parent.
     Path Parent() const;
-    /// `c.tar.gz` of `C:\a\c.tar.gz`; empty behind a trailing separator.
+    /// `c.tar.gz` of `C:\a\c.tar.gz`; empty behind a trailing separator. It is the last component of the normal form,
+    /// as it is for the two that follow: `b.c` of `C:/a/b.c`, empty for `a\b\..`.
     std::wstring NameWithExtension() const;
     /// `c.tar` of `C:\a\c.tar.gz`; empty for `.bashrc`.
     std::wstring NameWithoutExtension() const;
@@ -171,7 +180,8 @@ public:
     /// Each path as seen from the one before: an absolute one replaces it, one that begins with `\` keeps its drive,
     /// and a relative one is appended, without its drive if it has one (`D:b` onto `C:\a` gives `C:\a\b`). An empty
     /// path changes nothing. The earlier paths should not be UNC and the later ones have no prefix: a soft assertion
-    /// logs it, and `\` alone, which counts as relative, is logged too; all go on regardless.
+    /// logs it. `\` alone, which counts as relative, is logged too, as "This shouldn't happen as if b starts with a
+    /// slash it is not a relative path". All go on regardless.
     static Path Merge(Path const& a, Path const& b);
     static Path Merge(Path const& a, Path const& b, Path const& c);
     static Path Merge(Path const& a, Path const& b, Path const& c, Path const& d);
@@ -185,8 +195,11 @@ public:
     /// - otherwise the platform's code for what couldn't be asked or made
     ///
     /// A question that fails for another reason than a missing name (2, 3) or ERROR_INVALID_PARAMETER is logged at
-    /// error. What was made before a failure stays. Threads may make overlapping paths at the same time. The platform
-    /// sees a text up to its first NUL.
+    /// error as "GetFileAttributes error: [{}]" with its code. What was made before a failure stays. Threads may make
+    /// overlapping paths at the same time. The platform sees a text up to its first NUL.
+    ///
+    /// Components in front of a `..` are made too, and `/` separates nothing here: normalise a text first that may have
+    /// them.
     ///
     /// Parents are found by Parent(), so those of `\\?\C:\a\b` are made under their plain names, and those of
     /// `\\server\share\a\b` are looked for as `\a`: behind a share only one missing directory can be made, if `\`

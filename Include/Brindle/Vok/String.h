@@ -1,5 +1,5 @@
-// Conversions between narrow and wide text that report failure, for data. (WideToUtf8 and Utf8ToWide of FormatString.h
-// never fail and serve diagnostics.)
+// Conversions between narrow text in any code page and wide text. For UTF-8 WideToUtf8 and Utf8ToWide of FormatString.h
+// are the everyday ones, which never fail.
 //
 //     std::wstring wide = Brindle::Vok::String::StringToWstring(bytes, CP_UTF8);
 //

@@ -14,8 +14,9 @@ namespace Brindle::Vok::Platform
 {
 
 /// Puts a host directory (UTF-8 bytes as the host has them) behind a drive letter, A to Z in either case. Fails with
-/// ERROR_INVALID_DRIVE for another letter, ERROR_ALREADY_ASSIGNED for a drive that is mapped, C among them, and with
-/// the host's code when there is no such directory.
+/// ERROR_INVALID_DRIVE for another letter, ERROR_ALREADY_ASSIGNED for a drive that is mapped, C among them,
+/// ERROR_PATH_NOT_FOUND for a missing directory and ERROR_DIRECTORY for a file. A relative directory is taken from the
+/// working directory of this moment.
 VOK_PLATFORM_EXPORT bool MapDrive(wchar_t letter, std::string const& directory);
 
 /// Takes a mapped drive away. Fails with ERROR_INVALID_DRIVE for C and for what isn't a letter, ERROR_PATH_NOT_FOUND
