@@ -73,9 +73,10 @@ std::wstring Utf8ToWide(std::string_view text)
     int const length = static_cast<int>(text.size());
     if (text.size() <= shortLength)
     {
-        wchar_t buffer[shortLength];
-        int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, buffer, shortLength);
-        result.assign(buffer, static_cast<std::size_t>(written));
+        // There are at most as many units as bytes, and in ASCII just as many.
+        Detail::ResizeUninitialized(result, text.size());
+        int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), length);
+        result.resize(static_cast<std::size_t>(written));
         return result;
     }
     int const size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);

@@ -61,7 +61,8 @@ public:
     }
 
 private:
-    struct alignas(64) PaddedCount
+    // Processors fetch cache lines in pairs, so each count has two.
+    struct alignas(128) PaddedCount
     {
         std::atomic<std::uint32_t> readers{0};
     };
