@@ -49,25 +49,14 @@ void FillFromType(unsigned char type, WIN32_FIND_DATAW& data) noexcept
     data.ftCreationTime = data.ftLastAccessTime = data.ftLastWriteTime = {};
 }
 
-// 0, or errno. The record's name is set.
-int Fill(int directory, char const* name, std::size_t length, unsigned char type, WIN32_FIND_DATAW& data) noexcept
+void FillName(std::string_view name, WIN32_FIND_DATAW& data) noexcept
 {
-    if (length >= MAX_PATH)
-        return ENAMETOOLONG; // no file system of the host has such names
-    struct statx status;
-    constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME;
-    int const result = SystemCalls::ExtendedStatusAt(directory, name, AT_SYMLINK_NOFOLLOW, wanted, &status);
-    if (result != 0 && errno != EACCES)
-        return errno;
-    if (result == 0)
-        FillFrom(status, data);
-    else
-        FillFromType(type, data);
-    data.dwReserved1 = 0;
-    data.cFileName[WideNameFromHost({name, length}, data.cFileName)] = 0;
+    data.cFileName[WideNameFromHost(name, data.cFileName)] = 0;
     data.cAlternateFileName[0] = 0;
-    return 0;
+    data.dwReserved1 = 0;
 }
+
+constexpr unsigned wantedStatus = STATX_BASIC_STATS | STATX_BTIME;
 
 /// A search under way. One that was for a plain name has no directory and is at its end.
 class Search final : public Object
@@ -131,20 +120,30 @@ bool Search::Open(HostPath const& path)
 
 bool Search::Next(WIN32_FIND_DATAW& data) noexcept
 {
-    Entry entry;
-    while (directory && NextEntry(entry))
+    if (!directory)
+        return FailWith(ERROR_NO_MORE_FILES);
+    for (Entry entry; NextEntry(entry);)
     {
-        int const error = Fill(directory->Descriptor(), entry.name, entry.length, entry.type, data);
-        if (error == ENOENT)
-            continue; // It vanished.
-        if (error != 0)
-            return FailWithHost(error);
+        if (entry.length >= MAX_PATH)
+            return FailWith(ERROR_FILENAME_EXCED_RANGE); // no file system of the host has such names
+        FillName({entry.name, entry.length}, data);
         if (!pattern.Fits(data.cFileName))
             continue;
+        struct statx status;
+        int const result = SystemCalls::ExtendedStatusAt(directory->Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW,
+                                                         wantedStatus, &status);
+        if (result != 0 && errno == ENOENT)
+            continue; // It vanished.
+        if (result != 0 && errno != EACCES)
+            return FailWithHost(errno);
+        if (result == 0)
+            FillFrom(status, data);
+        else
+            FillFromType(entry.type, data);
         directory->Tell({entry.name, entry.length}, (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0);
         return true;
     }
-    return directory ? false : FailWith(ERROR_NO_MORE_FILES);
+    return false;
 }
 
 // False with the last error set, ERROR_NO_MORE_FILES at the end.
@@ -202,15 +201,12 @@ bool FindPlainName(std::wstring_view text, WIN32_FIND_DATAW& data) noexcept
     std::string_view const name = host.substr(host.rfind('/') + 1);
     Place const place(path);
     struct statx status;
-    constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME;
-    if (SystemCalls::ExtendedStatusAt(place.Directory(), place.Name(), AT_SYMLINK_NOFOLLOW, wanted, &status) != 0)
+    if (SystemCalls::ExtendedStatusAt(place.Directory(), place.Name(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
         return FailOnPath(path, errno);
     if (name.size() >= MAX_PATH)
         return FailWith(ERROR_FILENAME_EXCED_RANGE);
     FillFrom(status, data);
-    data.dwReserved1 = 0;
-    data.cFileName[WideNameFromHost(name, data.cFileName)] = 0;
-    data.cAlternateFileName[0] = 0;
+    FillName(name, data);
     return true;
 }
 
