@@ -254,6 +254,8 @@ private:
             return Refuse(ERROR_FILE_EXISTS); // Somebody opened it before its creation was complete.
         if (lockCode != ERROR_SUCCESS)
             return Refuse(lockCode);
+        if (!created && locks && IsAbandoned(status))
+            EndCreation(status);
         if (locks && status.st_nlink == 0 && !last)
             return Withdraw(false);
         if (opening.Empties() && !created && !Empty(status))
@@ -282,16 +284,25 @@ private:
         if (created || !S_ISREG(status.st_mode) || status.st_size != 0)
             return false;
         if ((status.st_mode & creationMark) != 0)
-            return AgeOf(status) < longestCreation;
-        return opening.Creates() && lockCode == ERROR_SHARING_VIOLATION && AgeOf(status) < longestGlance;
+            return IsYoungerThan(longestCreation, status);
+        return opening.Creates() && lockCode == ERROR_SHARING_VIOLATION && IsYoungerThan(longestGlance, status);
     }
 
-    static std::chrono::nanoseconds AgeOf(struct stat const& status) noexcept
+    // Its creator died before it could take the mark away.
+    static bool IsAbandoned(struct stat const& status) noexcept
+    {
+        return S_ISREG(status.st_mode) && (status.st_mode & creationMark) != 0 && status.st_size == 0 &&
+               !IsYoungerThan(longestCreation, status);
+    }
+
+    static bool IsYoungerThan(std::chrono::nanoseconds limit, struct stat const& status) noexcept
     {
         timespec now{};
         SystemCalls::GetTime(CLOCK_REALTIME, &now);
-        return std::chrono::seconds(now.tv_sec - status.st_ctim.tv_sec) +
-               std::chrono::nanoseconds(now.tv_nsec - status.st_ctim.tv_nsec);
+        std::chrono::nanoseconds const age = std::chrono::seconds(now.tv_sec - status.st_ctim.tv_sec) +
+                                             std::chrono::nanoseconds(now.tv_nsec - status.st_ctim.tv_nsec);
+        // The clock of files runs behind by a tick at most; a time far ahead was set, or the clock was.
+        return age > -limit && age < limit;
     }
 
     // File systems that don't keep the mark, or let nobody take it away, lose the protection and nothing else.

@@ -5,6 +5,10 @@
 #include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+
 namespace Brindle::Vok::Platform
 {
 namespace
@@ -15,10 +19,50 @@ bool Unlink(HostPath const& path, Place const& place) noexcept
     return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0) == 0 || FailOnPath(path, errno);
 }
 
+// Deletions of files, one at a time: between looking whether a name still leads to the file that is held and taking the
+// name away, no other deletion of this process may make room for a new file of that name. (Another process may, for the
+// length of one system call.)
+constinit std::mutex deletions;
+
+// A child has only the thread that made it, and nobody to unlock what another thread had locked.
+[[maybe_unused]] int const resetsInChild = pthread_atfork(nullptr, nullptr, [] { std::construct_at(&deletions); });
+
+enum class Held
+{
+    deleted,
+    failed,
+    elsewhere
+};
+
+Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
+{
+    std::lock_guard const lock(deletions);
+    struct stat named;
+    struct stat locked;
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
+        SystemCalls::Status(held.Get(), &locked) != 0)
+    {
+        FailOnPath(path, errno);
+        return Held::failed;
+    }
+    if (named.st_dev != locked.st_dev || named.st_ino != locked.st_ino)
+        return Held::elsewhere;
+    return Unlink(path, place) ? Held::deleted : Held::failed;
+}
+
 bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
 {
-    SharedDescriptor held;
-    return HoldForDeletion(path, place, 0, held) && Unlink(path, place);
+    constexpr int mostAttempts = 16;
+    for (int attempt = 0; attempt < mostAttempts; ++attempt)
+    {
+        SharedDescriptor held;
+        if (!HoldForDeletion(path, place, 0, held))
+            return false;
+        Held const outcome = DeleteIfStillThere(path, place, held);
+        if (outcome != Held::elsewhere)
+            return outcome == Held::deleted;
+    }
+    return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
 }
 
 bool Delete(HostPath const& path) noexcept

@@ -54,7 +54,9 @@ bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
         return false;
     if (IsReadOnly(status.st_mode) == readOnly)
         return true;
-    mode_t const mode = readOnly ? status.st_mode & 07777 & ~writeBits : (status.st_mode & 07777) | S_IWUSR;
+    // The sticky bit means nothing for a plain file: it is the mark of one whose creation ends this moment.
+    mode_t const kept = status.st_mode & (S_ISREG(status.st_mode) && status.st_size == 0 ? 06777 : 07777);
+    mode_t const mode = readOnly ? kept & ~writeBits : kept | S_IWUSR;
     int const changed = place.RefusesLinks()
                             ? SystemCalls::ChangeModeAt(place.Directory(), place.Name(), mode, AT_SYMLINK_NOFOLLOW)
                             : SystemCalls::ChangeModeAt(AT_FDCWD, path.Text(), mode, 0);

@@ -79,6 +79,7 @@ TEST(Creation, ThatDiedKeepsNobodyOut)
                                       });
         EXPECT_TRUE(Open(drive.Path(L"abandoned"), GENERIC_READ, 0, OPEN_EXISTING)) << GetLastError();
         EXPECT_EQ(pauses > 0, age == 0);
+        EXPECT_EQ(ModeOf(drive.Host("abandoned")) & S_ISVTX, age == 0 ? static_cast<mode_t>(S_ISVTX) : 0);
     }
 }
 

@@ -69,6 +69,23 @@ protected:
     TestDrive drive;
 };
 
+TEST_F(Sharing, ADeletionTakesNoOtherFileThanTheOneThatItHolds)
+{
+    int calls = 0;
+    SystemCalls::Redirection const slow(SystemCalls::LockRange,
+                                        [&](int descriptor, int command, struct flock* range)
+                                        {
+                                            if (calls++ == 0)
+                                            {
+                                                std::filesystem::remove(drive.Host("file"));
+                                                drive.Write("file", "another");
+                                            }
+                                            return SystemCalls::LockRange.host(descriptor, command, range);
+                                        });
+    EXPECT_EQ(DeletionCode(), 0U);
+    EXPECT_EQ(calls, 4) << "two calls hold a file; the one that had taken the name was deleted without being held";
+}
+
 TEST_F(Sharing, HoldsForEveryPairOfHandles)
 {
     std::size_t const descriptors = OpenDescriptors();
