@@ -4,9 +4,9 @@
 #include "SystemCalls.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <iterator>
-#include <limits.h>
 #include <mutex>
 #include <new>
 #include <vector>

@@ -170,9 +170,9 @@ public:
 
     /// The end.
     FileSystemIterator() = default;
-    /// Stands at the first entry that `type` selects, or at the end. Throws WindowsError for a directory that can't be
+    /// Stands at the first entry of the selected kind, or at the end. Throws WindowsError for a directory that can't be
     /// searched (3 for a missing one, 267 for a file, 5).
-    FileSystemIterator(std::shared_ptr<FileSystem> fileSystem, Path directory, FileSystemIterateType type);
+    FileSystemIterator(std::shared_ptr<FileSystem> service, Path path, FileSystemIterateType selected);
     /// The source is at the end then.
     FileSystemIterator(FileSystemIterator&& other) noexcept;
     FileSystemIterator& operator=(FileSystemIterator&& other) noexcept;
