@@ -225,7 +225,7 @@ TEST(DeletionGuard, RefusesWhatNamesNoDirectoryBelowARoot)
                                 L"\\\\",
                                 L"\\\\?\\",
                                 L"\\\\?\\UNC\\server\\share",
-                                L"\\\\?\\unc\\server\\share\\."})
+                                L"\\\\?\\uNc\\server\\share\\."})
         EXPECT_EQ(CodeAgainstDeleting(root), 5U) << WideToUtf8(root);
     for (wchar_t const* path : {L"a", L"C:a", L"C:\\a", L"\\a", L"..\\a", L"C:\\a\\b\\..", L"\\\\?\\C:\\a",
                                 L"\\\\server\\share\\a", L"\\\\?\\UNC\\server\\share\\a", L"..."})

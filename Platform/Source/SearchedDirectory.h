@@ -39,8 +39,8 @@ private:
 
     SearchedDirectory(int descriptor, std::string path) noexcept : path(std::move(path)), descriptor(descriptor) {}
 
-    /// That of the calling thread for a path; null if there is none. isLink is true unless the search has just told of
-    /// the name as something else.
+    /// That of the calling thread for a path; null if there is none. mayBeLink becomes true unless the search has just
+    /// told of the name as something else.
     static std::shared_ptr<SearchedDirectory> Find(std::string_view path, std::string_view name,
                                                    bool& mayBeLink) noexcept;
 

@@ -15,6 +15,12 @@ bool IsSeparator(wchar_t unit)
     return separators.find(unit) != std::wstring_view::npos;
 }
 
+/// In any case, as the platform reads it: the two cases of a letter differ in one bit.
+bool IsUncWord(std::wstring_view text)
+{
+    return text.size() == 3 && (text[0] | 0x20) == L'u' && (text[1] | 0x20) == L'n' && (text[2] | 0x20) == L'c';
+}
+
 /// Takes the first component off, with the separators before it.
 std::wstring_view TakeComponent(std::wstring_view& text)
 {
@@ -36,7 +42,7 @@ std::wstring_view BehindRoot(std::wstring_view text)
         {
             text = rest.substr(std::min<std::size_t>(1, rest.size()));
             std::wstring_view const device = TakeComponent(rest);
-            isUnc = device == L"UNC" || device == L"unc" || device == L"Unc";
+            isUnc = IsUncWord(device);
             if (isUnc)
                 text = rest;
         }
