@@ -1,6 +1,8 @@
 // The tests' main: as in many hosts, the global locale is the environment's. What the tests open they must close.
 #include "HandleTable.h"
 
+#include <Brindle/Vok/Platform.h>
+
 #include "Support/Descriptors.h"
 
 #include <gmock/gmock.h>
@@ -41,6 +43,7 @@ int main(int argumentCount, char** arguments)
         // The environment names a locale that this machine lacks; the classic one stays.
     }
     testing::InitGoogleMock(&argumentCount, arguments);
+    CloseHandle(CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)); // opens what stays open
     OpenThings const before;
     int const result = RUN_ALL_TESTS();
     return before.AreAllThatIsOpen() ? result : 1;

@@ -2,6 +2,8 @@
 #include "FileStatus.h"
 #include "HostErrors.h"
 #include "Names.h"
+#include "OtherProcesses.h"
+#include "QuickDeletion.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Files.h>
@@ -238,6 +240,8 @@ private:
     {
         bool const locks = (hostFlags & O_PATH) == 0 && !opening.AttributesOnly();
         DWORD const lockCode = locks ? Lock() : ERROR_SUCCESS;
+        if (locks)
+            TellDeletionsOfOpening();
         struct stat status;
         if (SystemCalls::Status(file.Descriptor(), &status) != 0)
             return Refuse(CodeFromHost(errno));
@@ -381,9 +385,12 @@ HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
     if (!path.Assign(text))
         return INVALID_HANDLE_VALUE;
     std::unique_ptr<FileObject> file(new (std::nothrow) FileObject);
-    if (!file)
+    DWORD const code = !file                      ? ERROR_NOT_ENOUGH_MEMORY
+                       : opening.AttributesOnly() ? ERROR_SUCCESS
+                                                  : OtherProcesses::Announce();
+    if (code != ERROR_SUCCESS)
     {
-        FailWith(ERROR_NOT_ENOUGH_MEMORY);
+        FailWith(code);
         return INVALID_HANDLE_VALUE;
     }
     if (!Opener(path, opening, *file).Run())

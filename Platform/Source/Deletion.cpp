@@ -2,12 +2,11 @@
 
 #include "FileStatus.h"
 #include "HostErrors.h"
+#include "QuickDeletion.h"
 #include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
-#include <memory>
 #include <mutex>
-#include <pthread.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -19,14 +18,6 @@ bool Unlink(HostPath const& path, Place const& place) noexcept
     return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0) == 0 || FailOnPath(path, errno);
 }
 
-// Deletions of files, one at a time: between looking whether a name still leads to the file that is held and taking the
-// name away, no other deletion of this process may make room for a new file of that name. (Another process may, for the
-// length of one system call.)
-constinit std::mutex deletions;
-
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const resetsInChild = pthread_atfork(nullptr, nullptr, [] { std::construct_at(&deletions); });
-
 enum class Held
 {
     deleted,
@@ -36,7 +27,7 @@ enum class Held
 
 Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
 {
-    std::lock_guard const lock(deletions);
+    std::lock_guard const lock(Deletions());
     struct stat named;
     struct stat locked;
     if (SystemCalls::StatusAt(place.Directory(), place.Name(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
@@ -65,10 +56,9 @@ bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
     return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
 }
 
-bool Delete(HostPath const& path) noexcept
+// The status of what is to be deleted. False with the last error set for what isn't deleted.
+bool Examine(HostPath const& path, Place const& place, struct stat& status) noexcept
 {
-    Place const place(path);
-    struct stat status;
     int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
     if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
         return FailOnPath(path, errno);
@@ -76,12 +66,30 @@ bool Delete(HostPath const& path) noexcept
         return FailWith(ERROR_ACCESS_DENIED);
     if (path.NamesDirectory())
         return FailWith(ERROR_INVALID_NAME);
-    if (!S_ISLNK(status.st_mode) && IsReadOnly(status.st_mode))
-        return FailWith(ERROR_ACCESS_DENIED);
+    return S_ISLNK(status.st_mode) || !IsReadOnly(status.st_mode) || FailWith(ERROR_ACCESS_DENIED);
+}
+
+bool Delete(HostPath const& path) noexcept
+{
+    Place const place(path);
+    if (!place.IsReachable())
+        return false;
+    std::unique_lock lock(Deletions(), std::defer_lock);
+    bool knowsHolders = false;
+    if (SearchedDirectory* const searched = place.Searched())
+    {
+        lock.lock();
+        knowsHolders = searched->Quick().Begin(place.Directory());
+    }
+    struct stat status;
+    if (!Examine(path, place, status))
+        return false;
     // Share modes are for files on disk; a link itself is never open.
-    if (S_ISREG(status.st_mode))
-        return DeletePlainFile(path, place);
-    return Unlink(path, place);
+    if (!S_ISREG(status.st_mode) || (knowsHolders && !QuickDeletion::MayBeOpen(status.st_ino)))
+        return Unlink(path, place);
+    if (lock)
+        lock.unlock();
+    return DeletePlainFile(path, place);
 }
 
 } // namespace

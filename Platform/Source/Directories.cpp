@@ -16,6 +16,8 @@ bool Remove(HostPath const& path) noexcept
     if (path.IsRoot())
         return FailWith(ERROR_ACCESS_DENIED);
     Place const place(path);
+    if (!place.IsReachable())
+        return false;
     SharedDescriptor held;
     if (!HoldForDeletion(path, place, O_DIRECTORY, held))
         return false;

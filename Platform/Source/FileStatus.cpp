@@ -49,6 +49,8 @@ bool GetStatusOfFixed(HostPath const& path, Place const& place, struct stat& sta
 bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
 {
     Place const place(path);
+    if (!place.IsReachable())
+        return false;
     struct stat status;
     if (!(place.RefusesLinks() ? GetStatusOfFixed(path, place, status) : GetStatus(path, status)))
         return false;

@@ -8,9 +8,9 @@
 
 #include <Brindle/Platform/Files.h>
 
-#include <cstring>
-#include <dirent.h>
+#include <algorithm>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -58,7 +58,7 @@ void FillName(std::string_view name, WIN32_FIND_DATAW& data) noexcept
 
 constexpr unsigned wantedStatus = STATX_BASIC_STATS | STATX_BTIME;
 
-/// A search under way. One that was for a plain name has no directory and is at its end.
+/// A search under way. One for a plain name is at its end, and keeps the directory that the name is in.
 class Search final : public Object
 {
 public:
@@ -73,25 +73,17 @@ public:
 
     /// False with the last error set.
     bool Open(HostPath const& path);
+    /// For a plain name, of which the record tells. False with the last error set.
+    bool OpenParent(HostPath const& path, WIN32_FIND_DATAW& data);
     bool Next(WIN32_FIND_DATAW& data) noexcept;
 
 private:
-    struct Entry
-    {
-        char const* name;
-        std::size_t length;
-        unsigned char type;
-    };
-
-    bool NextEntry(Entry& entry) noexcept;
-    bool ReadEntries() noexcept;
+    bool NextEntry(DirectoryStream::Entry& entry) noexcept;
 
     Pattern pattern;
     std::shared_ptr<SearchedDirectory> directory;
     unsigned dotsGiven = 0;
-    std::size_t at = 0;
-    std::size_t end = 0;
-    alignas(dirent64) char entries[32 * 1024];
+    bool isPlain = false;
 };
 
 bool Search::Open(HostPath const& path)
@@ -100,11 +92,13 @@ bool Search::Open(HostPath const& path)
     if (absolute.empty())
         return false;
     Place const place(path);
+    if (!place.IsReachable())
+        return false;
     int const flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (place.RefusesLinks() ? O_NOFOLLOW : 0);
     int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), place.Name(), flags, 0); });
     if (descriptor >= 0)
     {
-        directory = SearchedDirectory::Remember(descriptor, std::move(absolute));
+        directory = SearchedDirectory::Remember(descriptor, std::move(absolute), true);
         return true;
     }
     int const error = errno;
@@ -118,11 +112,43 @@ bool Search::Open(HostPath const& path)
     return FailWith(isThere ? ERROR_DIRECTORY : ERROR_PATH_NOT_FOUND);
 }
 
+bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
+{
+    if (path.IsRoot() || path.NamesDirectory())
+        return FailWith(ERROR_FILE_NOT_FOUND);
+    std::string absolute = AbsolutePath(path);
+    Place const place(path);
+    if (absolute.empty() || !place.IsReachable())
+        return false;
+    std::string const name = absolute.substr(absolute.rfind('/') + 1);
+    absolute.resize(std::max<std::size_t>(absolute.size() - name.size(), 2) - 1);
+    char const* const parent = place.Searched() ? "." : absolute.c_str();
+    int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), parent, flags, 0); });
+    if (descriptor < 0)
+        return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
+    directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
+    isPlain = true;
+    struct statx status;
+    if (SystemCalls::ExtendedStatusAt(descriptor, name.c_str(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
+        return FailWithHost(errno);
+    if (name.size() >= MAX_PATH)
+        return FailWith(ERROR_FILENAME_EXCED_RANGE);
+    FillFrom(status, data);
+    FillName(name, data);
+    directory->Tell(name, S_ISLNK(status.stx_mode));
+    return true;
+}
+
 bool Search::Next(WIN32_FIND_DATAW& data) noexcept
 {
-    if (!directory)
+    if (isPlain)
         return FailWith(ERROR_NO_MORE_FILES);
-    for (Entry entry; NextEntry(entry);)
+    std::lock_guard const lock(directory->Use());
+    bool const isAtEnd = dotsGiven == 2 && directory->Stream().IsAtEnd();
+    if (!isAtEnd && !directory->EnsureOpen())
+        return false;
+    for (DirectoryStream::Entry entry; NextEntry(entry);)
     {
         if (entry.length >= MAX_PATH)
             return FailWith(ERROR_FILENAME_EXCED_RANGE); // no file system of the host has such names
@@ -130,7 +156,7 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
         if (!pattern.Fits(data.cFileName))
             continue;
         struct statx status;
-        int const result = SystemCalls::ExtendedStatusAt(directory->Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW,
+        int const result = SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW,
                                                          wantedStatus, &status);
         if (result != 0 && errno == ENOENT)
             continue; // It vanished.
@@ -147,36 +173,13 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
 }
 
 // False with the last error set, ERROR_NO_MORE_FILES at the end.
-bool Search::NextEntry(Entry& entry) noexcept
+bool Search::NextEntry(DirectoryStream::Entry& entry) noexcept
 {
-    if (dotsGiven < 2)
-    {
-        ++dotsGiven;
-        entry = {dotsGiven == 1 ? "." : "..", dotsGiven, DT_DIR};
-        return true;
-    }
-    for (;;)
-    {
-        if (at == end && !ReadEntries())
-            return false;
-        auto const* const found = reinterpret_cast<dirent64 const*>(entries + at);
-        at += found->d_reclen;
-        entry = {found->d_name, std::strlen(found->d_name), found->d_type};
-        std::string_view const name(entry.name, entry.length);
-        if (name != "." && name != "..")
-            return true;
-    }
-}
-
-bool Search::ReadEntries() noexcept
-{
-    long const count =
-        Uninterrupted([&] { return SystemCalls::ReadDirectory(directory->Descriptor(), entries, sizeof entries); });
-    if (count < 0)
-        return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // a directory that was removed
-    at = 0;
-    end = static_cast<std::size_t>(count);
-    return count > 0 || FailWith(ERROR_NO_MORE_FILES);
+    if (dotsGiven == 2)
+        return directory->Stream().Next(entry);
+    ++dotsGiven;
+    entry = {dotsGiven == 1 ? "." : "..", dotsGiven, DT_DIR, 0};
+    return true;
 }
 
 // Where the last part of a path begins.
@@ -189,27 +192,6 @@ std::size_t BeginOfName(std::wstring_view text) noexcept
     return text.size() >= 2 && text[1] == L':' ? 2 : 0;
 }
 
-// The entry of exactly this name.
-bool FindPlainName(std::wstring_view text, WIN32_FIND_DATAW& data) noexcept
-{
-    HostPath path;
-    if (!path.Assign(text))
-        return false;
-    if (path.IsRoot() || path.NamesDirectory())
-        return FailWith(ERROR_FILE_NOT_FOUND);
-    std::string_view const host = path.View();
-    std::string_view const name = host.substr(host.rfind('/') + 1);
-    Place const place(path);
-    struct statx status;
-    if (SystemCalls::ExtendedStatusAt(place.Directory(), place.Name(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
-        return FailOnPath(path, errno);
-    if (name.size() >= MAX_PATH)
-        return FailWith(ERROR_FILENAME_EXCED_RANGE);
-    FillFrom(status, data);
-    FillName(name, data);
-    return true;
-}
-
 std::unique_ptr<Search> BeginSearch(std::wstring_view text, WIN32_FIND_DATAW& data)
 {
     std::size_t const begin = BeginOfName(text);
@@ -217,7 +199,9 @@ std::unique_ptr<Search> BeginSearch(std::wstring_view text, WIN32_FIND_DATAW& da
     auto search = std::make_unique<Search>(pattern);
     if (!pattern.IsWild())
     {
-        bool const found = begin < text.size() ? FindPlainName(text, data) : FailWith(ERROR_FILE_NOT_FOUND);
+        HostPath path;
+        bool const found = begin < text.size() ? path.Assign(text) && search->OpenParent(path, data)
+                                               : FailWith(ERROR_FILE_NOT_FOUND);
         return found ? std::move(search) : nullptr;
     }
     HostPath directory;

@@ -4,6 +4,7 @@
 #include "SystemCalls.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <iterator>
@@ -30,25 +31,55 @@ std::vector<std::shared_ptr<SearchedDirectory>>& Directories()
     return directories;
 }
 
-// The address tells threads apart. The flag spares threads without a search the lock; it may stay set when a search was
-// closed by another thread.
-constinit thread_local bool mayHaveSearches = false;
+// How many directories the searches of one thread keep open.
+constexpr std::size_t mostOpen = 16;
+
+// The number of the calling thread, given at its first search; zero for one that has none. (Of a thread whose last search
+// was closed by another one it stays.)
+constinit thread_local std::uint64_t thisThread = 0;
+
+std::uint64_t NumberOfThisThread() noexcept
+{
+    static constinit std::atomic<std::uint64_t> last{0};
+    if (thisThread == 0)
+        thisThread = ++last;
+    return thisThread;
+}
 
 } // namespace
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path)
+std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path,
+                                                               bool hasEntries)
 {
-    std::shared_ptr<SearchedDirectory> directory(new (std::nothrow) SearchedDirectory(descriptor, std::move(path)));
+    std::shared_ptr<SearchedDirectory> directory(new (std::nothrow) SearchedDirectory(descriptor, std::move(path), hasEntries));
     if (!directory)
     {
         SystemCalls::Close(descriptor);
         throw std::bad_alloc();
     }
-    std::lock_guard const lock(Lock());
-    directory->owner = &mayHaveSearches;
-    Directories().push_back(directory);
-    mayHaveSearches = true;
+    {
+        std::lock_guard const lock(Lock());
+        directory->owner = NumberOfThisThread();
+        Directories().push_back(directory);
+    }
+    while (std::shared_ptr<SearchedDirectory> const other = OldestToPark(*directory))
+    {
+        std::unique_lock const lock(other->use, std::try_to_lock); // its search may have been moved to another thread
+        if (!lock || !other->stream.Park())
+            break;
+    }
     return directory;
+}
+
+std::shared_ptr<SearchedDirectory> SearchedDirectory::OldestToPark(SearchedDirectory const& newest) noexcept
+{
+    std::lock_guard const lock(Lock());
+    auto const isOpen = [&](auto const& each) { return each->owner == newest.owner && !each->stream.IsParked(); };
+    auto const& all = Directories();
+    if (static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isOpen)) <= mostOpen)
+        return nullptr;
+    auto const found = std::find_if(all.begin(), all.end(), isOpen);
+    return found->get() == &newest ? nullptr : *found;
 }
 
 void SearchedDirectory::Forget() noexcept
@@ -61,13 +92,9 @@ void SearchedDirectory::Forget() noexcept
         return;
     forgotten = std::move(*found);
     all.erase(std::next(found).base());
-    if (owner == &mayHaveSearches)
-        mayHaveSearches = std::any_of(all.begin(), all.end(), [&](auto const& each) { return each->owner == owner; });
-}
-
-SearchedDirectory::~SearchedDirectory()
-{
-    SystemCalls::Close(descriptor);
+    bool const isLast = std::none_of(all.begin(), all.end(), [&](auto const& each) { return each->owner == owner; });
+    if (owner == thisThread && isLast)
+        thisThread = 0;
 }
 
 void SearchedDirectory::Tell(std::string_view name, bool isLink) noexcept
@@ -86,7 +113,7 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::Find(std::string_view path
     // The search that was opened last is the likeliest.
     auto const found =
         std::find_if(all.rbegin(), all.rend(),
-                     [path](auto const& each) { return each->owner == &mayHaveSearches && each->path == path; });
+                     [path](auto const& each) { return each->owner == thisThread && each->path == path; });
     if (found == all.rend())
         return nullptr;
     SearchedDirectory const& directory = **found;
@@ -96,28 +123,33 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::Find(std::string_view path
 
 Place::Place(HostPath const& path) noexcept : name(path.Text())
 {
-    if (!mayHaveSearches || path.IsRoot())
+    if (thisThread == 0 || path.IsRoot())
         return;
     try
     {
-        std::string const text = AbsolutePath(path);
+        // Absolute paths, which most are, take no memory.
+        std::string const made = path.View().starts_with('/') ? std::string() : AbsolutePath(path);
+        std::string_view const text = made.empty() ? path.View() : std::string_view(made);
         std::size_t const separator = text.rfind('/');
-        std::string_view const last = std::string_view(text).substr(separator + 1);
-        if (separator == std::string::npos || !path.View().ends_with(last))
+        std::string_view const last = text.substr(separator + 1);
+        if (separator == std::string_view::npos || !path.View().ends_with(last))
             return;
-        std::string_view const parent = std::string_view(text).substr(0, std::max<std::size_t>(separator, 1));
-        directory = SearchedDirectory::Find(parent, last, mayBeLink);
-        if (directory)
-            name = path.Text() + (path.View().size() - last.size());
+        directory = SearchedDirectory::Find(text.substr(0, std::max<std::size_t>(separator, 1)), last, mayBeLink);
+        if (!directory)
+            return;
+        name = path.Text() + (path.View().size() - last.size());
+        std::lock_guard const lock(directory->Use());
+        isReachable = directory->EnsureOpen();
     }
-    catch (std::bad_alloc const&) // the whole path leads there too
+    catch (std::bad_alloc const&)
     {
+        isReachable = FailWith(ERROR_NOT_ENOUGH_MEMORY);
     }
 }
 
 int Place::Directory() const noexcept
 {
-    return directory ? directory->Descriptor() : AT_FDCWD;
+    return directory ? directory->Stream().Descriptor() : AT_FDCWD;
 }
 
 std::string AbsolutePath(HostPath const& path)

@@ -2,34 +2,44 @@
 //
 // While a search is open, what the same thread does to a name of its directory goes through the search's descriptor.
 // That is faster than a walk along the whole path, and it stays in that very directory, whatever has been put in the
-// place of any directory on the way. A name that the search told of as no link isn't followed if it has become one.
+// place of any directory on the way. A name that the search told of as no link isn't followed if it has become one. A
+// search for a plain name keeps the directory of the name open in the same way.
+//
+// Of the searches of a thread only so many keep their directories open; those that were opened first are parked, and
+// opened again when their turn comes. So descriptors stay bounded however deep a tree is.
 #pragma once
 
+#include "DirectoryStream.h"
 #include "Names.h"
+#include "QuickDeletion.h"
 
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
 
 namespace Brindle::Vok::Platform
 {
 
-/// The open directory of one search. Objects are shared: who works in the directory keeps its descriptor open.
+/// The directory of one search. Objects are shared: who works in the directory keeps it.
 class SearchedDirectory
 {
 public:
     /// Takes over the descriptor. `path` is absolute. From here until Forget() the calling thread's places are found in
     /// it. May throw std::bad_alloc, and closes the descriptor then.
-    static std::shared_ptr<SearchedDirectory> Remember(int descriptor, std::string path);
+    static std::shared_ptr<SearchedDirectory> Remember(int descriptor, std::string path, bool hasEntries);
     /// The search has ended, perhaps on another thread.
     void Forget() noexcept;
 
-    ~SearchedDirectory();
-    SearchedDirectory(SearchedDirectory const&) = delete;
-    SearchedDirectory& operator=(SearchedDirectory const&) = delete;
+    /// Held by whoever works with the stream.
+    std::mutex& Use() noexcept { return use; }
+    DirectoryStream& Stream() noexcept { return stream; }
+    /// Opens a parked directory, with Use() held. False with the last error set.
+    bool EnsureOpen() noexcept { return !stream.IsParked() || stream.Reopen(path); }
 
-    int Descriptor() const noexcept { return descriptor; }
+    /// Used by the thread of the search, with Deletions() held.
+    QuickDeletion& Quick() noexcept { return quick; }
 
     /// Keeps what the search tells of its current entry.
     void Tell(std::string_view name, bool isLink) noexcept;
@@ -37,17 +47,23 @@ public:
 private:
     friend class Place;
 
-    SearchedDirectory(int descriptor, std::string path) noexcept : path(std::move(path)), descriptor(descriptor) {}
+    SearchedDirectory(int descriptor, std::string path, bool hasEntries) noexcept
+        : path(std::move(path)), stream(descriptor, hasEntries)
+    {
+    }
 
     /// That of the calling thread for a path; null if there is none. mayBeLink becomes true unless the search has just
     /// told of the name as something else.
     static std::shared_ptr<SearchedDirectory> Find(std::string_view path, std::string_view name,
                                                    bool& mayBeLink) noexcept;
+    static std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const& newest) noexcept;
 
     std::string const path;
-    int const descriptor;
+    std::mutex use;
+    DirectoryStream stream;
+    QuickDeletion quick;
     // What follows is guarded by the mutex of all searches.
-    void const* owner = nullptr;
+    std::uint64_t owner = 0;
     char told[256] = {};
     std::size_t toldLength = 0;
     bool toldLink = false;
@@ -59,16 +75,22 @@ class Place
 public:
     explicit Place(HostPath const& path) noexcept;
 
+    /// False with the last error set when the search's directory had been parked and can't be opened again. Nothing else
+    /// may be done with the place then: the path may lead to another directory now.
+    bool IsReachable() const noexcept { return isReachable; }
     /// A descriptor, or AT_FDCWD.
     int Directory() const noexcept;
     char const* Name() const noexcept { return name; }
     /// A link at this place was put there after a search had told of something else.
     bool RefusesLinks() const noexcept { return directory && !mayBeLink; }
+    /// That of the search, null if there is none.
+    SearchedDirectory* Searched() const noexcept { return directory.get(); }
 
 private:
     std::shared_ptr<SearchedDirectory> directory;
     char const* name;
     bool mayBeLink = true;
+    bool isReachable = true;
 };
 
 /// The path from the host's root. Empty with the last error set when the working directory can't be told. May throw

@@ -131,6 +131,12 @@ private:
     std::size_t length = 0;
 };
 
+/// Without the separators at the end, with which a text means no entry of its directory.
+std::wstring WithoutEnd(std::wstring const& text)
+{
+    return text.substr(0, text.find_last_not_of(L"\\/") + 1);
+}
+
 } // namespace
 
 void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error)
@@ -141,6 +147,21 @@ void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool&
         VOK_SET_ERROR(error, WindowsError, refusal, L"Path [{}]", path.ToString());
         return;
     }
+    // Open for as long as the deletion takes: what is deleted then lies in the directory that the path leads to now.
+    WIN32_FIND_DATAW data;
+    HandleOwner<Detail::FindHandleTraits> const own(FindFirstFileW(WithoutEnd(path.ToString()).c_str(), &data));
+    if (own.IsValid() && (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    {
+        VOK_SET_ERROR(error, WindowsError, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
+        return;
+    }
+    DeleteDirectoryInternal(Pinned{path}, contentsOnly, existed, error);
+}
+
+void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error)
+{
+    Path const& path = directory.path;
+    existed = true;
     PathBuffer prefix;
     PathBuffer entry;
     prefix.Assign(path.ToString());
@@ -171,7 +192,8 @@ void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool&
         if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         {
             bool ignored = false;
-            DeleteDirectoryInternal(Path(entry.Text()), false, ignored, error);
+            Path const below(entry.Text());
+            DeleteDirectoryInternal(Pinned{below}, false, ignored, error);
             if (error.Failed())
             {
                 VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left

@@ -38,6 +38,14 @@ public:
     /// The one worker behind all deletions of this generation. It needs no object, so that whoever holds another
     /// service gets it too. `existed` tells whether the directory was there; `error` is assigned on failure only.
     static void DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error);
+
+private:
+    /// A directory whose own place can't be given to another one meanwhile.
+    struct Pinned
+    {
+        Path const& path;
+    };
+    static void DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error);
 };
 
 } // namespace Brindle::Vok

@@ -1,0 +1,124 @@
+#include "DirectoryStream.h"
+
+#include "HostErrors.h"
+#include "SystemCalls.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace Brindle::Vok::Platform
+{
+
+bool DirectoryStream::Next(Entry& entry) noexcept
+{
+    if (at == count && !(parkedChunks.empty() ? ReadChunk() : TakeParkedChunk()))
+        return false;
+    dirent64 const& record = RecordAt(order[at++]);
+    entry = {record.d_name, std::strlen(record.d_name), record.d_type, record.d_ino};
+    return true;
+}
+
+bool DirectoryStream::ReadChunk() noexcept
+{
+    do
+    {
+        long const size = hasAllNames ? 0
+                                      : Uninterrupted(
+                                            [&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
+        if (size < 0)
+            return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
+        if (size == 0)
+            return FailWith(ERROR_NO_MORE_FILES);
+        Arrange(static_cast<std::size_t>(size));
+    } while (count == 0);
+    return true;
+}
+
+bool DirectoryStream::TakeParkedChunk() noexcept
+{
+    std::vector<char> const& chunk = parkedChunks.front();
+    std::memcpy(records, chunk.data(), chunk.size());
+    std::size_t const size = chunk.size();
+    parkedChunks.pop_front();
+    Arrange(size);
+    return count != 0 || (parkedChunks.empty() ? FailWith(ERROR_NO_MORE_FILES) : TakeParkedChunk());
+}
+
+// By the numbers of their files: neighbours in number are neighbours on disk, and to ask for their status or to delete
+// them in that order is a good deal faster than in the order of hashed names.
+void DirectoryStream::Arrange(std::size_t size) noexcept
+{
+    at = count = 0;
+    for (std::size_t offset = 0; offset < size; offset += RecordAt(offset).d_reclen)
+    {
+        char const* const name = RecordAt(offset).d_name;
+        if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0)
+            order[count++] = static_cast<std::uint16_t>(offset);
+    }
+    std::sort(order, order + count, [this](std::size_t lhs, std::size_t rhs)
+              { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
+}
+
+bool DirectoryStream::Park() noexcept
+{
+    struct stat status;
+    if (IsParked() || SystemCalls::Status(Descriptor(), &status) != 0)
+        return false;
+    try
+    {
+        while (!hasAllNames)
+        {
+            std::vector<char>& chunk = parkedChunks.emplace_back(chunkSize);
+            long const size =
+                Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), chunk.data(), chunkSize); });
+            bool const failed = size < 0 && errno != ENOENT;
+            hasAllNames = size <= 0 && !failed;
+            if (size <= 0)
+                parkedChunks.pop_back();
+            if (failed)
+                return false;
+            if (size > 0)
+                chunk.resize(static_cast<std::size_t>(size));
+        }
+    }
+    catch (std::bad_alloc const&)
+    {
+        return false; // what has been read is given out before the rest
+    }
+    device = status.st_dev;
+    number = status.st_ino;
+    Close();
+    return true;
+}
+
+bool DirectoryStream::Reopen(std::string const& path) noexcept
+{
+    int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC; // its names are known
+    int const opened = Uninterrupted([&] { return SystemCalls::Open(AT_FDCWD, path.c_str(), flags, 0); });
+    if (opened < 0)
+        return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
+    struct stat status;
+    bool const isSame =
+        SystemCalls::Status(opened, &status) == 0 && status.st_dev == device && status.st_ino == number;
+    if (!isSame)
+    {
+        SystemCalls::Close(opened);
+        return FailWith(ERROR_PATH_NOT_FOUND);
+    }
+    descriptor.store(opened, std::memory_order_relaxed);
+    return true;
+}
+
+void DirectoryStream::Close() noexcept
+{
+    if (int const open = descriptor.exchange(-1, std::memory_order_relaxed); open >= 0)
+        SystemCalls::Close(open);
+}
+
+dirent64 const& DirectoryStream::RecordAt(std::size_t offset) const noexcept
+{
+    return *reinterpret_cast<dirent64 const*>(records + offset);
+}
+
+} // namespace Brindle::Vok::Platform

@@ -1,0 +1,74 @@
+// The entries of one open directory. A stream can be parked: its descriptor is closed, the names to come wait in memory,
+// and it is opened again when something of the directory is needed, provided that its path still leads to the very same
+// directory.
+#pragma once
+
+#include <Brindle/Platform/Types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <dirent.h>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace Brindle::Vok::Platform
+{
+
+/// Used by one thread at a time.
+class DirectoryStream
+{
+public:
+    struct Entry
+    {
+        char const* name;
+        std::size_t length;
+        unsigned char type;
+        ino_t number;
+    };
+
+    /// Takes over the descriptor of a directory. With no entries wanted it need not be one that reads.
+    DirectoryStream(int descriptor, bool hasEntries) noexcept : descriptor(descriptor), hasAllNames(!hasEntries) {}
+    ~DirectoryStream() { Close(); }
+    DirectoryStream(DirectoryStream const&) = delete;
+    DirectoryStream& operator=(DirectoryStream const&) = delete;
+
+    /// Negative while parked.
+    int Descriptor() const noexcept { return descriptor.load(std::memory_order_relaxed); }
+    bool IsParked() const noexcept { return Descriptor() < 0; }
+
+    /// Known to be at its end, without a look at the disk.
+    bool IsAtEnd() const noexcept { return hasAllNames && parkedChunks.empty() && at == count; }
+    /// The next entry but "." and "..", which is there until the next call. False with the last error set,
+    /// ERROR_NO_MORE_FILES at the end.
+    bool Next(Entry& entry) noexcept;
+
+    /// False, and the stream stays open, when its names can't be taken into memory.
+    bool Park() noexcept;
+    /// False with the last error set: ERROR_PATH_NOT_FOUND when another directory, or none, is at the path now.
+    bool Reopen(std::string const& path) noexcept;
+
+private:
+    static constexpr std::size_t chunkSize = 32 * 1024;
+    static constexpr std::size_t leastRecord = 24;
+
+    bool ReadChunk() noexcept;
+    bool TakeParkedChunk() noexcept;
+    void Arrange(std::size_t size) noexcept;
+    void Close() noexcept;
+    dirent64 const& RecordAt(std::size_t offset) const noexcept;
+
+    std::atomic<int> descriptor;
+    dev_t device = 0;
+    ino_t number = 0;
+    bool hasAllNames = false;
+    std::deque<std::vector<char>> parkedChunks;
+    std::size_t at = 0;
+    std::size_t count = 0;
+    std::uint16_t order[chunkSize / leastRecord];
+    alignas(dirent64) char records[chunkSize];
+};
+
+} // namespace Brindle::Vok::Platform

@@ -1,0 +1,24 @@
+// Whether other processes of this host have files open through the library, told without asking file by file.
+//
+// Every process that opens a file makes itself known once, by a lock on a file that all processes have in common. One
+// that finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes itself
+// known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its end.
+#pragma once
+
+#include <Brindle/Platform/Types.h>
+
+namespace Brindle::Vok::Platform::OtherProcesses
+{
+
+/// Makes this process known, before its first lock on a file. Costs one load when that is done. Zero, or the platform's
+/// code when there is no descriptor left for it. One descriptor stays open from then on.
+DWORD Announce() noexcept;
+
+/// Asks others to wait. False when there are others, or when it can't be told. Calls are counted.
+bool BeginRelyingOnNone() noexcept;
+/// Whether there are still none, within BeginRelyingOnNone and EndRelyingOnNone. To be asked at least every
+/// 10 milliseconds.
+bool AreStillNone() noexcept;
+void EndRelyingOnNone() noexcept;
+
+} // namespace Brindle::Vok::Platform::OtherProcesses
