@@ -43,7 +43,8 @@ int main(int argumentCount, char** arguments)
         // The environment names a locale that this machine lacks; the classic one stays.
     }
     testing::InitGoogleMock(&argumentCount, arguments);
-    CloseHandle(CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)); // opens what stays open
+    CloseHandle(
+        CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)); // opens what stays open
     OpenThings const before;
     int const result = RUN_ALL_TESTS();
     return before.AreAllThatIsOpen() ? result : 1;

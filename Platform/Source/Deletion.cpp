@@ -56,17 +56,19 @@ bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
     return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
 }
 
-// The status of what is to be deleted. False with the last error set for what isn't deleted.
-bool Examine(HostPath const& path, Place const& place, struct stat& status) noexcept
+bool Look(HostPath const& path, Place const& place, struct stat& status) noexcept
 {
     int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
-    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
-        return FailOnPath(path, errno);
-    if (S_ISDIR(status.st_mode))
+    return SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) == 0 || FailOnPath(path, errno);
+}
+
+bool MayBeDeleted(HostPath const& path, mode_t mode) noexcept
+{
+    if (S_ISDIR(mode))
         return FailWith(ERROR_ACCESS_DENIED);
     if (path.NamesDirectory())
         return FailWith(ERROR_INVALID_NAME);
-    return S_ISLNK(status.st_mode) || !IsReadOnly(status.st_mode) || FailWith(ERROR_ACCESS_DENIED);
+    return S_ISLNK(mode) || !IsReadOnly(mode) || FailWith(ERROR_ACCESS_DENIED);
 }
 
 bool Delete(HostPath const& path) noexcept
@@ -81,8 +83,16 @@ bool Delete(HostPath const& path) noexcept
         lock.lock();
         knowsHolders = searched->Quick().Begin(place.Directory());
     }
-    struct stat status;
-    if (!Examine(path, place, status))
+    struct stat status
+    {
+    };
+    bool const isKnown = knowsHolders && place.Told() && QuickDeletion::IsRecent(*place.Told());
+    if (isKnown)
+    {
+        status.st_mode = place.Told()->mode;
+        status.st_ino = place.Told()->number;
+    }
+    if (!(isKnown || Look(path, place, status)) || !MayBeDeleted(path, status.st_mode))
         return false;
     // Share modes are for files on disk; a link itself is never open.
     if (!S_ISREG(status.st_mode) || (knowsHolders && !QuickDeletion::MayBeOpen(status.st_ino)))

@@ -15,7 +15,7 @@ bool DirectoryStream::Next(Entry& entry) noexcept
     if (at == count && !(parkedChunks.empty() ? ReadChunk() : TakeParkedChunk()))
         return false;
     dirent64 const& record = RecordAt(order[at++]);
-    entry = {record.d_name, std::strlen(record.d_name), record.d_type, record.d_ino};
+    entry = {record.d_name, std::strlen(record.d_name), record.d_type};
     return true;
 }
 
@@ -23,9 +23,9 @@ bool DirectoryStream::ReadChunk() noexcept
 {
     do
     {
-        long const size = hasAllNames ? 0
-                                      : Uninterrupted(
-                                            [&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
+        long const size =
+            hasAllNames ? 0
+                        : Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
         if (size < 0)
             return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
         if (size == 0)
@@ -56,8 +56,8 @@ void DirectoryStream::Arrange(std::size_t size) noexcept
         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0)
             order[count++] = static_cast<std::uint16_t>(offset);
     }
-    std::sort(order, order + count, [this](std::size_t lhs, std::size_t rhs)
-              { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
+    std::sort(order, order + count,
+              [this](std::size_t lhs, std::size_t rhs) { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
 }
 
 bool DirectoryStream::Park() noexcept
@@ -99,8 +99,7 @@ bool DirectoryStream::Reopen(std::string const& path) noexcept
     if (opened < 0)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
     struct stat status;
-    bool const isSame =
-        SystemCalls::Status(opened, &status) == 0 && status.st_dev == device && status.st_ino == number;
+    bool const isSame = SystemCalls::Status(opened, &status) == 0 && status.st_dev == device && status.st_ino == number;
     if (!isSame)
     {
         SystemCalls::Close(opened);

@@ -1,6 +1,6 @@
-// The entries of one open directory. A stream can be parked: its descriptor is closed, the names to come wait in memory,
-// and it is opened again when something of the directory is needed, provided that its path still leads to the very same
-// directory.
+// The entries of one open directory. A stream can be parked: its descriptor is closed, the names to come wait in
+// memory, and it is opened again when something of the directory is needed, provided that its path still leads to the
+// very same directory.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -26,7 +26,6 @@ public:
         char const* name;
         std::size_t length;
         unsigned char type;
-        ino_t number;
     };
 
     /// Takes over the descriptor of a directory. With no entries wanted it need not be one that reads.
@@ -51,7 +50,7 @@ public:
     bool Reopen(std::string const& path) noexcept;
 
 private:
-    static constexpr std::size_t chunkSize = 32 * 1024;
+    static constexpr std::size_t chunkSize = 64 * 1024 - 8; // offsets have 16 bits
     static constexpr std::size_t leastRecord = 24;
 
     bool ReadChunk() noexcept;

@@ -102,7 +102,8 @@ DWORD Announce() noexcept
     // Where there is no such file nobody can rely on anything.
     if (presenceDescriptor >= 0 && !Change(presenceDescriptor, F_RDLCK, presence))
         CloseIfOpen(presenceDescriptor);
-    for (int waits = 0; presenceDescriptor >= 0 && OthersHold(presenceDescriptor, reliance) && waits < mostWaits; ++waits)
+    for (int waits = 0; presenceDescriptor >= 0 && OthersHold(presenceDescriptor, reliance) && waits < mostWaits;
+         ++waits)
         SystemCalls::Sleep(&waitTime);
     isAnnounced.store(true, std::memory_order_release);
     return ERROR_SUCCESS;
@@ -141,7 +142,8 @@ void EndRelyingOnNone() noexcept
     std::lock_guard const lock(Lock());
     if (relying == 0 || --relying != 0)
         return;
-    Change(relianceDescriptor, F_UNLCK, reliance); // a child may hold a copy of the descriptor until it runs its program
+    Change(relianceDescriptor, F_UNLCK,
+           reliance); // a child may hold a copy of the descriptor until it runs its program
     CloseIfOpen(relianceDescriptor);
 }
 

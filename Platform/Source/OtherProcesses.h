@@ -1,8 +1,9 @@
 // Whether other processes of this host have files open through the library, told without asking file by file.
 //
 // Every process that opens a file makes itself known once, by a lock on a file that all processes have in common. One
-// that finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes itself
-// known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its end.
+// that finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes
+// itself known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its
+// end.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

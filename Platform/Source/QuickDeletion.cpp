@@ -20,6 +20,7 @@ namespace
 // To get ready costs as much as looking at a few files.
 constexpr unsigned leastDeletions = 4;
 constexpr std::chrono::milliseconds longestTrust{10};
+constexpr std::chrono::microseconds longestGlance{50};
 
 /// The numbers of the files that somebody has a lock on.
 class LockedFiles
@@ -45,7 +46,8 @@ private:
     bool ReadFrom(int descriptor) noexcept
     {
         char text[4096];
-        auto const read = [&] { return Uninterrupted([&] { return SystemCalls::Read(descriptor, text, sizeof text); }); };
+        auto const read = [&]
+        { return Uninterrupted([&] { return SystemCalls::Read(descriptor, text, sizeof text); }); };
         ssize_t const size = read();
         if (size < 0 || !Take({text, static_cast<std::size_t>(size)}))
             return false;
@@ -75,23 +77,23 @@ constinit std::mutex deletions;
 
 // How many directories rely on the list. Openings look at it without the lock.
 std::atomic<unsigned> relying{0};
+// Openings while somebody relies on the list, and changes of attributes.
+std::atomic<std::uint64_t> changes{0};
 // What follows is guarded by the lock of deletions.
-std::uint64_t openings = 0;
-std::uint64_t openingsListed = 0;
+std::uint64_t changesListed = 0;
 bool isListed = false;
 LockedFiles lockedFiles;
 std::chrono::nanoseconds trustedUntil{0};
 
 // A child has only the thread that made it, and nobody to unlock what another thread had locked. It starts with
 // directories that rely on what was true for its parent.
-[[maybe_unused]] int const startsAnewInChild = pthread_atfork(
-    nullptr, nullptr,
-    []
-    {
-        std::construct_at(&deletions);
-        isListed = false;
-        trustedUntil = {};
-    });
+[[maybe_unused]] int const startsAnewInChild = pthread_atfork(nullptr, nullptr,
+                                                              []
+                                                              {
+                                                                  std::construct_at(&deletions);
+                                                                  isListed = false;
+                                                                  trustedUntil = {};
+                                                              });
 
 std::chrono::nanoseconds Now() noexcept
 {
@@ -123,9 +125,9 @@ bool Refresh() noexcept
         trustedUntil = now + longestTrust;
         isListed = false; // programs that don't use the library may have come to have files open
     }
-    if (!isListed || openingsListed != openings)
+    if (!isListed || changesListed != changes.load())
     {
-        openingsListed = openings;
+        changesListed = changes.load();
         isListed = lockedFiles.Read();
     }
     return isListed;
@@ -144,7 +146,17 @@ void TellDeletionsOfOpening() noexcept
     if (relying.load(std::memory_order_relaxed) == 0)
         return;
     std::lock_guard const lock(deletions);
-    ++openings;
+    ++changes;
+}
+
+void TellDeletionsOfChange() noexcept
+{
+    ++changes;
+}
+
+ToldStatus ToldFromNow() noexcept
+{
+    return {0, 0, Now(), changes.load()};
 }
 
 bool QuickDeletion::Begin(int directory) noexcept
@@ -172,6 +184,11 @@ void QuickDeletion::End() noexcept
         OtherProcesses::EndRelyingOnNone();
     }
     state = State::gaveUp;
+}
+
+bool QuickDeletion::IsRecent(ToldStatus const& told) noexcept
+{
+    return told.changes == changes.load() && Now() - told.time < longestGlance;
 }
 
 bool QuickDeletion::MayBeOpen(ino_t file) noexcept

@@ -2,10 +2,11 @@
 //
 // While no other process has files open through the library, the kernel's list of locks holds every handle that there
 // is. It is read once and used for all that follows, until this process opens another file. An opening takes its locks
-// first and then looks whether there is a deletion that trusts the list; a deletion says that it does and then reads the
-// list. So at least one of the two sees the other.
+// first and then looks whether there is a deletion that trusts the list; a deletion says that it does and then reads
+// the list. So at least one of the two sees the other.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <sys/types.h>
@@ -18,6 +19,21 @@ namespace Brindle::Vok::Platform
 /// (Another process may put a new file there, for the length of one system call.)
 std::mutex& Deletions() noexcept;
 
+/// What a search has told of a file, and when.
+struct ToldStatus
+{
+    mode_t mode;
+    ino_t number;
+    std::chrono::nanoseconds time;
+    /// Openings and changes of attributes by this process up to then.
+    std::uint64_t changes;
+};
+
+/// The last two members, to be taken before the file is looked at.
+ToldStatus ToldFromNow() noexcept;
+
+/// To be called by whoever changed the attributes of a file.
+void TellDeletionsOfChange() noexcept;
 /// To be called by an opening between taking its locks and looking whether its file still has a name.
 void TellDeletionsOfOpening() noexcept;
 
@@ -32,6 +48,9 @@ public:
 
     /// With Deletions() held, for an open directory: whether it can be told of its files that nobody has them open.
     bool Begin(int directory) noexcept;
+    /// With Deletions() still held: whether the file needs no second look. The caller has had no time to do more than
+    /// to have it deleted.
+    static bool IsRecent(ToldStatus const& told) noexcept;
     /// With Deletions() still held: whether a file of that number may be open.
     static bool MayBeOpen(ino_t file) noexcept;
 

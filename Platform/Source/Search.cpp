@@ -129,6 +129,7 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
     directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
     isPlain = true;
+    ToldStatus told = ToldFromNow();
     struct statx status;
     if (SystemCalls::ExtendedStatusAt(descriptor, name.c_str(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
         return FailWithHost(errno);
@@ -136,7 +137,9 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return FailWith(ERROR_FILENAME_EXCED_RANGE);
     FillFrom(status, data);
     FillName(name, data);
-    directory->Tell(name, S_ISLNK(status.stx_mode));
+    told.mode = status.stx_mode;
+    told.number = status.stx_ino;
+    directory->Tell(name, told);
     return true;
 }
 
@@ -155,9 +158,10 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
         FillName({entry.name, entry.length}, data);
         if (!pattern.Fits(data.cFileName))
             continue;
-        struct statx status;
-        int const result = SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW,
-                                                         wantedStatus, &status);
+        ToldStatus told = ToldFromNow();
+        struct statx status = {};
+        int const result = SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name,
+                                                         AT_SYMLINK_NOFOLLOW, wantedStatus, &status);
         if (result != 0 && errno == ENOENT)
             continue; // It vanished.
         if (result != 0 && errno != EACCES)
@@ -166,7 +170,11 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
             FillFrom(status, data);
         else
             FillFromType(entry.type, data);
-        directory->Tell({entry.name, entry.length}, (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0);
+        told.mode = result == 0 ? status.stx_mode : static_cast<mode_t>(DTTOIF(entry.type));
+        told.number = status.stx_ino;
+        if (result != 0)
+            told.time = {}; // never recent
+        directory->Tell({entry.name, entry.length}, told);
         return true;
     }
     return false;
@@ -178,7 +186,7 @@ bool Search::NextEntry(DirectoryStream::Entry& entry) noexcept
     if (dotsGiven == 2)
         return directory->Stream().Next(entry);
     ++dotsGiven;
-    entry = {dotsGiven == 1 ? "." : "..", dotsGiven, DT_DIR, 0};
+    entry = {dotsGiven == 1 ? "." : "..", dotsGiven, DT_DIR};
     return true;
 }
 
@@ -200,8 +208,8 @@ std::unique_ptr<Search> BeginSearch(std::wstring_view text, WIN32_FIND_DATAW& da
     if (!pattern.IsWild())
     {
         HostPath path;
-        bool const found = begin < text.size() ? path.Assign(text) && search->OpenParent(path, data)
-                                               : FailWith(ERROR_FILE_NOT_FOUND);
+        bool const found =
+            begin < text.size() ? path.Assign(text) && search->OpenParent(path, data) : FailWith(ERROR_FILE_NOT_FOUND);
         return found ? std::move(search) : nullptr;
     }
     HostPath directory;

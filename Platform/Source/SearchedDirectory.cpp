@@ -34,8 +34,8 @@ std::vector<std::shared_ptr<SearchedDirectory>>& Directories()
 // How many directories the searches of one thread keep open.
 constexpr std::size_t mostOpen = 16;
 
-// The number of the calling thread, given at its first search; zero for one that has none. (Of a thread whose last search
-// was closed by another one it stays.)
+// The number of the calling thread, given at its first search; zero for one that has none. (Of a thread whose last
+// search was closed by another one it stays.)
 constinit thread_local std::uint64_t thisThread = 0;
 
 std::uint64_t NumberOfThisThread() noexcept
@@ -48,10 +48,10 @@ std::uint64_t NumberOfThisThread() noexcept
 
 } // namespace
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path,
-                                                               bool hasEntries)
+std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
 {
-    std::shared_ptr<SearchedDirectory> directory(new (std::nothrow) SearchedDirectory(descriptor, std::move(path), hasEntries));
+    std::shared_ptr<SearchedDirectory> directory(new (std::nothrow)
+                                                     SearchedDirectory(descriptor, std::move(path), hasEntries));
     if (!directory)
     {
         SystemCalls::Close(descriptor);
@@ -97,27 +97,27 @@ void SearchedDirectory::Forget() noexcept
         thisThread = 0;
 }
 
-void SearchedDirectory::Tell(std::string_view name, bool isLink) noexcept
+void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
 {
     std::lock_guard const lock(Lock());
-    toldLength = std::min(name.size(), sizeof told);
-    std::memcpy(told, name.data(), toldLength);
-    toldLink = isLink;
+    toldLength = std::min(name.size(), sizeof toldName);
+    std::memcpy(toldName, name.data(), toldLength);
+    told = status;
 }
 
 std::shared_ptr<SearchedDirectory> SearchedDirectory::Find(std::string_view path, std::string_view name,
-                                                           bool& mayBeLink) noexcept
+                                                           std::optional<ToldStatus>& told) noexcept
 {
     std::lock_guard const lock(Lock());
     auto const& all = Directories();
     // The search that was opened last is the likeliest.
-    auto const found =
-        std::find_if(all.rbegin(), all.rend(),
-                     [path](auto const& each) { return each->owner == thisThread && each->path == path; });
+    auto const found = std::find_if(
+        all.rbegin(), all.rend(), [path](auto const& each) { return each->owner == thisThread && each->path == path; });
     if (found == all.rend())
         return nullptr;
     SearchedDirectory const& directory = **found;
-    mayBeLink = directory.toldLink || std::string_view(directory.told, directory.toldLength) != name;
+    if (std::string_view(directory.toldName, directory.toldLength) == name)
+        told = directory.told;
     return *found;
 }
 
@@ -134,7 +134,7 @@ Place::Place(HostPath const& path) noexcept : name(path.Text())
         std::string_view const last = text.substr(separator + 1);
         if (separator == std::string_view::npos || !path.View().ends_with(last))
             return;
-        directory = SearchedDirectory::Find(text.substr(0, std::max<std::size_t>(separator, 1)), last, mayBeLink);
+        directory = SearchedDirectory::Find(text.substr(0, std::max<std::size_t>(separator, 1)), last, told);
         if (!directory)
             return;
         name = path.Text() + (path.View().size() - last.size());

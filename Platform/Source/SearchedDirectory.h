@@ -16,8 +16,10 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -42,7 +44,7 @@ public:
     QuickDeletion& Quick() noexcept { return quick; }
 
     /// Keeps what the search tells of its current entry.
-    void Tell(std::string_view name, bool isLink) noexcept;
+    void Tell(std::string_view name, ToldStatus const& status) noexcept;
 
 private:
     friend class Place;
@@ -52,10 +54,10 @@ private:
     {
     }
 
-    /// That of the calling thread for a path; null if there is none. mayBeLink becomes true unless the search has just
-    /// told of the name as something else.
+    /// That of the calling thread for a path; null if there is none. Told becomes what the search has just told of the
+    /// name, if it has.
     static std::shared_ptr<SearchedDirectory> Find(std::string_view path, std::string_view name,
-                                                   bool& mayBeLink) noexcept;
+                                                   std::optional<ToldStatus>& told) noexcept;
     static std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const& newest) noexcept;
 
     std::string const path;
@@ -64,9 +66,9 @@ private:
     QuickDeletion quick;
     // What follows is guarded by the mutex of all searches.
     std::uint64_t owner = 0;
-    char told[256] = {};
+    char toldName[256] = {};
     std::size_t toldLength = 0;
-    bool toldLink = false;
+    ToldStatus told = {};
 };
 
 /// Where the last name of a path is looked up: in the directory of an open search, otherwise from the path as a whole.
@@ -75,21 +77,23 @@ class Place
 public:
     explicit Place(HostPath const& path) noexcept;
 
-    /// False with the last error set when the search's directory had been parked and can't be opened again. Nothing else
-    /// may be done with the place then: the path may lead to another directory now.
+    /// False with the last error set when the search's directory had been parked and can't be opened again. Nothing
+    /// else may be done with the place then: the path may lead to another directory now.
     bool IsReachable() const noexcept { return isReachable; }
     /// A descriptor, or AT_FDCWD.
     int Directory() const noexcept;
     char const* Name() const noexcept { return name; }
     /// A link at this place was put there after a search had told of something else.
-    bool RefusesLinks() const noexcept { return directory && !mayBeLink; }
+    bool RefusesLinks() const noexcept { return told && !S_ISLNK(told->mode); }
+    /// What the search has just told of the name.
+    std::optional<ToldStatus> const& Told() const noexcept { return told; }
     /// That of the search, null if there is none.
     SearchedDirectory* Searched() const noexcept { return directory.get(); }
 
 private:
     std::shared_ptr<SearchedDirectory> directory;
     char const* name;
-    bool mayBeLink = true;
+    std::optional<ToldStatus> told;
     bool isReachable = true;
 };
 

@@ -110,6 +110,13 @@ namespace
 class PathBuffer
 {
 public:
+    /// For a directory, whose entries' names need at least a separator and a unit more.
+    static void EndUnlessItFits(std::wstring_view directory)
+    {
+        if (directory.size() + 2 >= MAX_PATH)
+            std::abort();
+    }
+
     void Assign(std::wstring_view text)
     {
         length = 0;
@@ -147,15 +154,19 @@ void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool&
         VOK_SET_ERROR(error, WindowsError, refusal, L"Path [{}]", path.ToString());
         return;
     }
-    // Open for as long as the deletion takes: what is deleted then lies in the directory that the path leads to now.
+    PathBuffer::EndUnlessItFits(path.ToString());
+    // The search for the directory itself is open for as long as the deletion takes, so that what is deleted lies in
+    // the directory that is there now, whatever is put in its place.
     WIN32_FIND_DATAW data;
     HandleOwner<Detail::FindHandleTraits> const own(FindFirstFileW(WithoutEnd(path.ToString()).c_str(), &data));
-    if (own.IsValid() && (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-    {
+    DWORD const code = own.IsValid() ? ERROR_SUCCESS : GetLastError();
+    bool const isMissing = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+    if (!own.IsValid() && !isMissing)
+        VOK_SET_LAST_ERROR(error, L"");
+    else if (own.IsValid() && (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         VOK_SET_ERROR(error, WindowsError, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
-        return;
-    }
-    DeleteDirectoryInternal(Pinned{path}, contentsOnly, existed, error);
+    else
+        DeleteDirectoryInternal(Pinned{path, !isMissing}, contentsOnly, existed, error);
 }
 
 void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error)
@@ -169,8 +180,10 @@ void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly
     entry.Assign(path.ToString());
     entry.Append(L"\\");
     WIN32_FIND_DATAW data;
-    HandleOwner<Detail::FindHandleTraits> search(FindFirstFileW(prefix.Text(), &data));
-    if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
+    HandleOwner<Detail::FindHandleTraits> search;
+    if (directory.isThere)
+        search.Reset(FindFirstFileW(prefix.Text(), &data));
+    if (!search.IsValid() && (!directory.isThere || GetLastError() == ERROR_PATH_NOT_FOUND))
     {
         VOK_LOG(info, L"Deleting directory that doesn't exist [{}]", path.ToString());
         existed = false;
@@ -193,7 +206,7 @@ void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly
         {
             bool ignored = false;
             Path const below(entry.Text());
-            DeleteDirectoryInternal(Pinned{below}, false, ignored, error);
+            DeleteDirectoryInternal(Pinned{below, true}, false, ignored, error);
             if (error.Failed())
             {
                 VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left

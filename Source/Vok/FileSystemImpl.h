@@ -40,10 +40,11 @@ public:
     static void DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error);
 
 private:
-    /// A directory whose own place can't be given to another one meanwhile.
+    /// A directory whose place can't be given to another one meanwhile.
     struct Pinned
     {
         Path const& path;
+        bool isThere;
     };
     static void DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error);
 };
