@@ -23,14 +23,10 @@ constexpr off_t reliance = 1;
 constexpr int mostWaits = 500;
 constexpr timespec waitTime{0, 500'000};
 
-std::mutex& Lock() noexcept
-{
-    static std::mutex& lock = *new std::mutex;
-    return lock;
-}
+constinit std::mutex mutex;
 
 std::atomic<bool> isAnnounced{false};
-// What follows is guarded by the lock.
+// What follows is guarded by the mutex.
 int presenceDescriptor = -1;
 // A child shares the locks that its parent had on files, so it keeps the parent's presence beside its own.
 int inheritedDescriptor = -1;
@@ -46,7 +42,7 @@ void CloseIfOpen(int& descriptor) noexcept
 
 void StartAnewInChild() noexcept
 {
-    std::construct_at(&Lock());
+    std::construct_at(&mutex);
     if (presenceDescriptor >= 0)
     {
         CloseIfOpen(inheritedDescriptor);
@@ -93,7 +89,7 @@ DWORD Announce() noexcept
 {
     if (isAnnounced.load(std::memory_order_acquire))
         return ERROR_SUCCESS;
-    std::lock_guard const lock(Lock());
+    std::lock_guard const lock(mutex);
     if (isAnnounced.load(std::memory_order_relaxed))
         return ERROR_SUCCESS;
     presenceDescriptor = OpenCommonFile();
@@ -113,7 +109,7 @@ bool BeginRelyingOnNone() noexcept
 {
     if (Announce() != ERROR_SUCCESS)
         return false;
-    std::lock_guard const lock(Lock());
+    std::lock_guard const lock(mutex);
     if (presenceDescriptor < 0)
         return false;
     if (relying == 0)
@@ -133,13 +129,13 @@ bool BeginRelyingOnNone() noexcept
 
 bool AreStillNone() noexcept
 {
-    std::lock_guard const lock(Lock());
+    std::lock_guard const lock(mutex);
     return relying != 0 && !OthersHold(presenceDescriptor, presence);
 }
 
 void EndRelyingOnNone() noexcept
 {
-    std::lock_guard const lock(Lock());
+    std::lock_guard const lock(mutex);
     if (relying == 0 || --relying != 0)
         return;
     Change(relianceDescriptor, F_UNLCK,

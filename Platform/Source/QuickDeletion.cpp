@@ -142,8 +142,8 @@ std::mutex& Deletions() noexcept
 
 void TellDeletionsOfOpening() noexcept
 {
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (relying.load(std::memory_order_relaxed) == 0)
+    // Not a plain load, which could come before the lock that was taken.
+    if (relying.fetch_add(0, std::memory_order_seq_cst) == 0)
         return;
     std::lock_guard const lock(deletions);
     ++changes;

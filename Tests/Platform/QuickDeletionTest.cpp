@@ -133,6 +133,7 @@ TEST_F(QuickDeletion, SparesWhatAnotherProcessComesToHold)
                 [&](ChildProcess::Channel& channel)
                 {
                     std::vector<OpenHandle> held;
+                    held.reserve(50);
                     for (int i = 0; i < 50; ++i)
                         held.push_back(Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ));
                     channel.Ready();
