@@ -240,10 +240,8 @@ private:
     {
         bool const locks = (hostFlags & O_PATH) == 0 && !opening.AttributesOnly();
         DWORD const lockCode = locks ? Lock() : ERROR_SUCCESS;
-        if (locks)
-            TellDeletionsOfOpening();
         struct stat status;
-        if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+        if (!(locks ? CountAndLook(status) : SystemCalls::Status(file.Descriptor(), &status) == 0))
             return Refuse(CodeFromHost(errno));
         if (DWORD const code = CheckKind(status.st_mode))
             return Refuse(code);
@@ -267,6 +265,18 @@ private:
         if (opening.share == 0 && locks && !opening.WritesOrEmpties() && file.type == FileObject::Type::plain)
             file.sizeAtOpening.store(status.st_size, std::memory_order_relaxed);
         return Admission::granted;
+    }
+
+    // A deletion that relies on the count may have taken the name away before it saw this one.
+    bool CountAndLook(struct stat& status) noexcept
+    {
+        std::uint64_t const before = QuickDeletionsSoFar();
+        if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+            return false;
+        if (!S_ISREG(status.st_mode))
+            return true;
+        file.shared.CountOn(status.st_ino);
+        return !TellDeletionsOfOpening(before) || SystemCalls::Status(file.Descriptor(), &status) == 0;
     }
 
     // Who opens a file that is being created gives way, so its creator needs patience only.

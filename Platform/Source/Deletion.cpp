@@ -81,7 +81,7 @@ bool Delete(HostPath const& path) noexcept
     if (SearchedDirectory* const searched = place.Searched())
     {
         lock.lock();
-        knowsHolders = searched->Quick().Begin(place.Directory());
+        knowsHolders = searched->Quick().Begin();
     }
     struct stat status
     {
@@ -95,7 +95,7 @@ bool Delete(HostPath const& path) noexcept
     if (!(isKnown || Look(path, place, status)) || !MayBeDeleted(path, status.st_mode))
         return false;
     // Share modes are for files on disk; a link itself is never open.
-    if (!S_ISREG(status.st_mode) || (knowsHolders && !QuickDeletion::MayBeOpen(status.st_ino)))
+    if (!S_ISREG(status.st_mode) || (knowsHolders && HandlesOn(status.st_ino).load() == 0))
         return Unlink(path, place);
     if (lock)
         lock.unlock();

@@ -1,11 +1,13 @@
 // Deletion of many files of one directory, without opening each to learn whether somebody has it open.
 //
-// While no other process has files open through the library, the kernel's list of locks holds every handle that there
-// is. It is read once and used for all that follows, until this process opens another file. An opening takes its locks
-// first and then looks whether there is a deletion that trusts the list; a deletion says that it does and then reads
-// the list. So at least one of the two sees the other.
+// While no other process has files open through the library, this one knows all handles that there are. It counts them
+// in a table by the numbers of their files; a file whose counter is zero is deleted as it is. An opening counts itself
+// first and then looks whether there is a deletion that relies on the table; a deletion says that it does and then
+// looks at the table. So at least one of the two sees the other. (Locks of programs that don't use the library are seen
+// only where files are opened, by the deletion of a single one.)
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <mutex>
@@ -34,8 +36,14 @@ ToldStatus ToldFromNow() noexcept;
 
 /// To be called by whoever changed the attributes of a file.
 void TellDeletionsOfChange() noexcept;
-/// To be called by an opening between taking its locks and looking whether its file still has a name.
-void TellDeletionsOfOpening() noexcept;
+/// The handles on files whose numbers share a counter.
+using HandleCounter = std::atomic<std::uint32_t>;
+HandleCounter& HandlesOn(ino_t file) noexcept;
+
+/// A value that an opening takes before it looks whether its file still has a name, and gives back here when it has
+/// counted itself. True when a quick deletion ran meanwhile or still runs, so that it must look again.
+std::uint64_t QuickDeletionsSoFar() noexcept;
+bool TellDeletionsOfOpening(std::uint64_t before) noexcept;
 
 /// What a search's directory knows of it.
 class QuickDeletion
@@ -46,13 +54,11 @@ public:
     QuickDeletion(QuickDeletion const&) = delete;
     QuickDeletion& operator=(QuickDeletion const&) = delete;
 
-    /// With Deletions() held, for an open directory: whether it can be told of its files that nobody has them open.
-    bool Begin(int directory) noexcept;
+    /// With Deletions() held: whether it can be told of files that nobody has them open.
+    bool Begin() noexcept;
     /// With Deletions() still held: whether the file needs no second look. The caller has had no time to do more than
     /// to have it deleted.
     static bool IsRecent(ToldStatus const& told) noexcept;
-    /// With Deletions() still held: whether a file of that number may be open.
-    static bool MayBeOpen(ino_t file) noexcept;
 
 private:
     enum class State : std::uint8_t

@@ -213,6 +213,14 @@ SharedDescriptor::~SharedDescriptor()
     if (locks != Locks::none && MayBeCopied(forks))
         Unlock();
     SystemCalls::Close(descriptor);
+    if (counter)
+        counter->fetch_sub(1, std::memory_order_release);
+}
+
+void SharedDescriptor::CountOn(ino_t file) noexcept
+{
+    counter = &HandlesOn(file);
+    counter->fetch_add(1, std::memory_order_seq_cst);
 }
 
 DWORD SharedDescriptor::Lock(ShareTerms const& terms) noexcept

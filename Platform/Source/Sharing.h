@@ -11,6 +11,8 @@
 // the opening withdraw, wait a moment and try again, so that one of two racing openings succeeds.
 #pragma once
 
+#include "QuickDeletion.h"
+
 #include <Brindle/Platform/Files.h>
 
 #include <utility>
@@ -50,13 +52,14 @@ public:
     explicit SharedDescriptor(int descriptor) noexcept : descriptor(descriptor) {}
     SharedDescriptor(SharedDescriptor&& other) noexcept
         : descriptor(std::exchange(other.descriptor, -1)), locks(std::exchange(other.locks, Locks::none)),
-          forks(other.forks)
+          counter(std::exchange(other.counter, nullptr)), forks(other.forks)
     {
     }
     SharedDescriptor& operator=(SharedDescriptor&& other) noexcept
     {
         std::swap(descriptor, other.descriptor);
         std::swap(locks, other.locks);
+        std::swap(counter, other.counter);
         std::swap(forks, other.forks);
         return *this;
     }
@@ -74,6 +77,9 @@ public:
 
     void Unlock() noexcept;
 
+    /// Is counted among the handles on its file from here to its end.
+    void CountOn(ino_t file) noexcept;
+
 private:
     enum class Locks
     {
@@ -88,6 +94,7 @@ private:
 
     int descriptor = -1;
     Locks locks = Locks::none;
+    HandleCounter* counter = nullptr;
     /// How many forks this process had made, and how many had made it, when the locks were taken.
     ForkCounts forks;
 };
