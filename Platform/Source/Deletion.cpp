@@ -86,7 +86,7 @@ bool Delete(HostPath const& path) noexcept
     struct stat status
     {
     };
-    bool const isKnown = knowsHolders && place.Told() && QuickDeletion::IsRecent(*place.Told());
+    bool const isKnown = knowsHolders && place.Told() && QuickDeletion::Holds(*place.Told());
     if (isKnown)
     {
         status.st_mode = place.Told()->mode;

@@ -2,7 +2,6 @@
 
 #include "FileObject.h"
 #include "HostErrors.h"
-#include "QuickDeletion.h"
 #include "SearchedDirectory.h"
 #include "SystemCalls.h"
 
@@ -63,7 +62,6 @@ bool SetReadOnly(HostPath const& path, bool readOnly) noexcept
     int const changed = place.RefusesLinks()
                             ? SystemCalls::ChangeModeAt(place.Directory(), place.Name(), mode, AT_SYMLINK_NOFOLLOW)
                             : SystemCalls::ChangeModeAt(AT_FDCWD, path.Text(), mode, 0);
-    TellDeletionsOfChange();
     return changed == 0 || FailOnPath(path, errno);
 }
 

@@ -4,6 +4,7 @@
 #include "OtherProcesses.h"
 #include "SystemCalls.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -17,7 +18,8 @@ namespace
 // To get ready costs as much as looking at a few files.
 constexpr unsigned leastDeletions = 4;
 constexpr std::chrono::milliseconds longestTrust{10};
-constexpr std::chrono::microseconds longestGlance{50};
+// Looks that take longer were held up.
+constexpr std::chrono::nanoseconds longestLook{2'000};
 
 constinit std::mutex deletions;
 
@@ -25,8 +27,6 @@ constinit std::mutex deletions;
 std::atomic<std::uint64_t> relying{0};
 constexpr std::uint64_t oneRelying = 1;
 constexpr std::uint64_t oneEver = std::uint64_t{1} << 32;
-// Openings while there are such directories, and changes of attributes.
-std::atomic<std::uint64_t> changes{0};
 // Guarded by the lock of deletions.
 std::chrono::nanoseconds trustedUntil{0};
 
@@ -83,18 +83,15 @@ bool TellDeletionsOfOpening(std::uint64_t before) noexcept
     if (now == before && now % oneEver == 0)
         return false;
     std::lock_guard const lock(deletions); // when it is free, none is between its look at the table and its end
-    ++changes;
     return true;
 }
 
-void TellDeletionsOfChange() noexcept
-{
-    ++changes;
-}
+Stopwatch::Stopwatch() noexcept : start(Now()) {}
 
-ToldStatus ToldFromNow() noexcept
+std::chrono::nanoseconds Stopwatch::Stop() const noexcept
 {
-    return {0, 0, Now(), changes.load()};
+    std::chrono::nanoseconds const now = Now();
+    return now + std::min(now - start, longestLook);
 }
 
 bool QuickDeletion::Begin() noexcept
@@ -120,9 +117,9 @@ void QuickDeletion::End() noexcept
     state = State::gaveUp;
 }
 
-bool QuickDeletion::IsRecent(ToldStatus const& told) noexcept
+bool QuickDeletion::Holds(ToldStatus const& told) noexcept
 {
-    return told.changes == changes.load() && Now() - told.time < longestGlance;
+    return Now() < told.holdsUntil;
 }
 
 } // namespace Brindle::Vok::Platform

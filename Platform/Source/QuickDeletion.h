@@ -21,21 +21,27 @@ namespace Brindle::Vok::Platform
 /// (Another process may put a new file there, for the length of one system call.)
 std::mutex& Deletions() noexcept;
 
-/// What a search has told of a file, and when.
+/// What a search has told of a file. It still holds for as long as it took to learn it: a change of the file takes
+/// longer than a look at it, so nobody who knows of the one can have made the other meanwhile.
 struct ToldStatus
 {
-    mode_t mode;
-    ino_t number;
-    std::chrono::nanoseconds time;
-    /// Openings and changes of attributes by this process up to then.
-    std::uint64_t changes;
+    mode_t mode = 0;
+    ino_t number = 0;
+    std::chrono::nanoseconds holdsUntil{0};
 };
 
-/// The last two members, to be taken before the file is looked at.
-ToldStatus ToldFromNow() noexcept;
+/// Takes the time of a look at a file.
+class Stopwatch
+{
+public:
+    Stopwatch() noexcept;
+    /// Until when what was learned holds.
+    std::chrono::nanoseconds Stop() const noexcept;
 
-/// To be called by whoever changed the attributes of a file.
-void TellDeletionsOfChange() noexcept;
+private:
+    std::chrono::nanoseconds start;
+};
+
 /// The handles on files whose numbers share a counter.
 using HandleCounter = std::atomic<std::uint32_t>;
 HandleCounter& HandlesOn(ino_t file) noexcept;
@@ -56,9 +62,8 @@ public:
 
     /// With Deletions() held: whether it can be told of files that nobody has them open.
     bool Begin() noexcept;
-    /// With Deletions() still held: whether the file needs no second look. The caller has had no time to do more than
-    /// to have it deleted.
-    static bool IsRecent(ToldStatus const& told) noexcept;
+    /// With Deletions() still held: whether what was told still holds.
+    static bool Holds(ToldStatus const& told) noexcept;
 
 private:
     enum class State : std::uint8_t

@@ -79,6 +79,7 @@ public:
 
 private:
     bool NextEntry(DirectoryStream::Entry& entry) noexcept;
+    bool Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept;
 
     Pattern pattern;
     std::shared_ptr<SearchedDirectory> directory;
@@ -129,7 +130,6 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
     directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
     isPlain = true;
-    ToldStatus told = ToldFromNow();
     struct statx status;
     if (SystemCalls::ExtendedStatusAt(descriptor, name.c_str(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
         return FailWithHost(errno);
@@ -137,9 +137,7 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return FailWith(ERROR_FILENAME_EXCED_RANGE);
     FillFrom(status, data);
     FillName(name, data);
-    told.mode = status.stx_mode;
-    told.number = status.stx_ino;
-    directory->Tell(name, told);
+    directory->Tell(name, {status.stx_mode, status.stx_ino});
     return true;
 }
 
@@ -158,26 +156,32 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
         FillName({entry.name, entry.length}, data);
         if (!pattern.Fits(data.cFileName))
             continue;
-        ToldStatus told = ToldFromNow();
-        struct statx status = {};
-        int const result = SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name,
-                                                         AT_SYMLINK_NOFOLLOW, wantedStatus, &status);
-        if (result != 0 && errno == ENOENT)
-            continue; // It vanished.
-        if (result != 0 && errno != EACCES)
+        if (Examine(entry, data))
+            return true;
+        if (errno != ENOENT) // It vanished.
             return FailWithHost(errno);
-        if (result == 0)
-            FillFrom(status, data);
-        else
-            FillFromType(entry.type, data);
-        told.mode = result == 0 ? status.stx_mode : static_cast<mode_t>(DTTOIF(entry.type));
-        told.number = status.stx_ino;
-        if (result != 0)
-            told.time = {}; // never recent
-        directory->Tell({entry.name, entry.length}, told);
-        return true;
     }
     return false;
+}
+
+// False with errno set.
+bool Search::Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept
+{
+    std::string_view const name(entry.name, entry.length);
+    Stopwatch const stopwatch;
+    struct statx status;
+    if (SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW, wantedStatus,
+                                      &status) == 0)
+    {
+        FillFrom(status, data);
+        directory->Tell(name, {status.stx_mode, status.stx_ino, stopwatch.Stop()});
+        return true;
+    }
+    if (errno != EACCES)
+        return false;
+    FillFromType(entry.type, data);
+    directory->Tell(name, {static_cast<mode_t>(DTTOIF(entry.type)), 0, {}});
+    return true;
 }
 
 // False with the last error set, ERROR_NO_MORE_FILES at the end.
