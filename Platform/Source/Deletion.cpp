@@ -78,10 +78,10 @@ bool Delete(HostPath const& path) noexcept
         return false;
     std::unique_lock lock(Deletions(), std::defer_lock);
     bool knowsHolders = false;
-    if (SearchedDirectory* const searched = place.Searched())
+    if (place.IsSearched())
     {
         lock.lock();
-        knowsHolders = searched->Quick().Begin();
+        knowsHolders = place.Quick().Begin();
     }
     struct stat status
     {

@@ -12,7 +12,8 @@ namespace Brindle::Vok::Platform::OtherProcesses
 {
 
 /// Makes this process known, before its first lock on a file. Costs one load when that is done. Zero, or the platform's
-/// code when there is no descriptor left for it. One descriptor stays open from then on.
+/// code when there is no descriptor left for it. One descriptor stays open from then on. Waits while another process
+/// relies on being alone, a quarter of a second at most.
 DWORD Announce() noexcept;
 
 /// Asks others to wait. False when there are others, or when it can't be told. Calls are counted.

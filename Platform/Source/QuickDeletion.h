@@ -51,7 +51,7 @@ HandleCounter& HandlesOn(ino_t file) noexcept;
 std::uint64_t QuickDeletionsSoFar() noexcept;
 bool TellDeletionsOfOpening(std::uint64_t before) noexcept;
 
-/// What a search's directory knows of it.
+/// The state of it, of one thread's searches.
 class QuickDeletion
 {
 public:
@@ -68,7 +68,7 @@ public:
 private:
     enum class State : std::uint8_t
     {
-        waits, ///< for the directory to have as many deletions as make it worthwhile
+        waits, ///< for as many deletions as make it worthwhile
         relies,
         gaveUp
     };

@@ -123,7 +123,7 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return false;
     std::string const name = absolute.substr(absolute.rfind('/') + 1);
     absolute.resize(std::max<std::size_t>(absolute.size() - name.size(), 2) - 1);
-    char const* const parent = place.Searched() ? "." : absolute.c_str();
+    char const* const parent = place.IsSearched() ? "." : absolute.c_str();
     int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
     int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), parent, flags, 0); });
     if (descriptor < 0)

@@ -105,20 +105,21 @@ void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) no
     told = status;
 }
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::Find(std::string_view path, std::string_view name,
-                                                           std::optional<ToldStatus>& told) noexcept
+// Finds the directory among those of the calling thread.
+void Place::Find(std::string_view path, std::string_view lastName) noexcept
 {
     std::lock_guard const lock(Lock());
     auto const& all = Directories();
+    auto const isOwn = [](auto const& each) { return each->owner == thisThread; };
     // The search that was opened last is the likeliest.
-    auto const found = std::find_if(
-        all.rbegin(), all.rend(), [path](auto const& each) { return each->owner == thisThread && each->path == path; });
+    auto const found =
+        std::find_if(all.rbegin(), all.rend(), [&](auto const& each) { return isOwn(each) && each->path == path; });
     if (found == all.rend())
-        return nullptr;
-    SearchedDirectory const& directory = **found;
-    if (std::string_view(directory.toldName, directory.toldLength) == name)
-        told = directory.told;
-    return *found;
+        return;
+    directory = *found;
+    first = *std::find_if(all.begin(), all.end(), isOwn);
+    if (std::string_view(directory->toldName, directory->toldLength) == lastName)
+        told = directory->told;
 }
 
 Place::Place(HostPath const& path) noexcept : name(path.Text())
@@ -134,7 +135,7 @@ Place::Place(HostPath const& path) noexcept : name(path.Text())
         std::string_view const last = text.substr(separator + 1);
         if (separator == std::string_view::npos || !path.View().ends_with(last))
             return;
-        directory = SearchedDirectory::Find(text.substr(0, std::max<std::size_t>(separator, 1)), last, told);
+        Find(text.substr(0, std::max<std::size_t>(separator, 1)), last);
         if (!directory)
             return;
         name = path.Text() + (path.View().size() - last.size());

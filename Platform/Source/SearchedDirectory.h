@@ -40,9 +40,6 @@ public:
     /// Opens a parked directory, with Use() held. False with the last error set.
     bool EnsureOpen() noexcept { return !stream.IsParked() || stream.Reopen(path); }
 
-    /// Used by the thread of the search, with Deletions() held.
-    QuickDeletion& Quick() noexcept { return quick; }
-
     /// Keeps what the search tells of its current entry.
     void Tell(std::string_view name, ToldStatus const& status) noexcept;
 
@@ -54,10 +51,6 @@ private:
     {
     }
 
-    /// That of the calling thread for a path; null if there is none. Told becomes what the search has just told of the
-    /// name, if it has.
-    static std::shared_ptr<SearchedDirectory> Find(std::string_view path, std::string_view name,
-                                                   std::optional<ToldStatus>& told) noexcept;
     static std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const& newest) noexcept;
 
     std::string const path;
@@ -87,14 +80,19 @@ public:
     bool RefusesLinks() const noexcept { return told && !S_ISLNK(told->mode); }
     /// What the search has just told of the name.
     std::optional<ToldStatus> const& Told() const noexcept { return told; }
-    /// That of the search, null if there is none.
-    SearchedDirectory* Searched() const noexcept { return directory.get(); }
+    bool IsSearched() const noexcept { return directory != nullptr; }
+    /// For a place in a searched directory: the means of deleting quickly for as long as the thread's first search is
+    /// open.
+    QuickDeletion& Quick() const noexcept { return first->quick; }
 
 private:
     std::shared_ptr<SearchedDirectory> directory;
+    std::shared_ptr<SearchedDirectory> first;
     char const* name;
     std::optional<ToldStatus> told;
     bool isReachable = true;
+
+    void Find(std::string_view path, std::string_view lastName) noexcept;
 };
 
 /// The path from the host's root. Empty with the last error set when the working directory can't be told. May throw
