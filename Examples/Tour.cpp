@@ -1,13 +1,16 @@
-// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, takes a path
-// apart, and shows a failure the way a caller sees it.
+// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, walks the
+// directory, makes a temporary one that goes with its owner, takes a path apart, and shows a failure the way a caller
+// sees it.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/PlatformHost.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -59,6 +62,61 @@ void WriteEveryForm(FileSystem& fileSystem, Path const& directory)
     };
     for (auto const& form : forms)
         WriteAndReadBack(fileSystem, Path::Join(directory, form.name), text, form.encoding, form.mark);
+}
+
+/// A search for a plain name gives the record of that one entry: of a link itself, where PathInfo tells of what it
+/// leads to, and with the size. False if the entry is there no more.
+bool FindRecord(Path const& path, WIN32_FIND_DATAW& record)
+{
+    HandleOwner<Detail::FindHandleTraits> const search(FindFirstFileW(path.ToString().c_str(), &record));
+    return search.IsValid();
+}
+
+std::string KindOf(PathInfo& entry)
+{
+    bool const isReadOnly = (static_cast<unsigned>(entry.Attributes()) & FILE_ATTRIBUTE_READONLY) != 0;
+    return std::string(entry.IsDirectory() ? "directory" : "file") + (isReadOnly ? ", read-only" : "");
+}
+
+/// Kind, size and name of each entry, and so on in its directories, as many levels as are wanted.
+void ShowEntries(DirectoryInfo directory, std::shared_ptr<FileSystem> const& fileSystem, int levels,
+                 int indentation = 0)
+{
+    for (PathInfo& entry : directory)
+    {
+        WIN32_FIND_DATAW record;
+        if (!FindRecord(entry.Path(), record))
+            continue;
+        bool const isLink = (record.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        bool const isDirectory = (record.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        std::uint64_t const size = static_cast<std::uint64_t>(record.nFileSizeHigh) << 32 | record.nFileSizeLow;
+        std::string const bytes = isLink || isDirectory ? "" : std::to_string(size);
+        std::printf("  %-20s %12s  %*s%s\n", isLink ? "link" : KindOf(entry).c_str(), bytes.c_str(), indentation, "",
+                    WideToUtf8(entry.Path().NameWithExtension()).c_str());
+        if (isDirectory && levels > 1)
+            ShowEntries(fileSystem->MakeDirectoryInfo(entry.Path()), fileSystem, levels - 1, indentation + 2);
+    }
+}
+
+void ShowWhetherItExists(PathInfo& info)
+{
+    info.Refresh(); // otherwise it would keep its first answer
+    std::printf("%s exists: %s\n", info.Path().ToStringA().c_str(), info.Exists() ? "yes" : "no");
+}
+
+/// A tree that is there for as long as its owner, with all that has been put into it, read-only files too.
+void MakeATemporaryTree(std::shared_ptr<FileSystem> const& fileSystem)
+{
+    auto temporary = std::make_unique<TempDirectory>(fileSystem->MakeTempDirectory());
+    DirectoryInfo directory = fileSystem->MakeDirectoryInfo(temporary->Path());
+    Path const file = Path::Join(directory.CreateSubdirectory(L"one\\two").Path(), L"three.txt");
+    fileSystem->MakeFile(file)->WriteAllText("3\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Omit,
+                                             LineEndingPolicy::Unchanged);
+    SetFileAttributesW(file.ToString().c_str(), FILE_ATTRIBUTE_READONLY);
+    ShowWhetherItExists(directory);
+    ShowEntries(directory, fileSystem, 3);
+    temporary.reset();
+    ShowWhetherItExists(directory);
 }
 
 void ShowPiece(char const* name, std::wstring const& piece)
@@ -125,6 +183,10 @@ int Run(std::string const& directory, Path const& path)
 
     std::printf("== One text in every encoding\n");
     WriteEveryForm(*fileSystem, L"T:\\");
+    std::printf("== What is in the directory\n");
+    ShowEntries(fileSystem->MakeDirectoryInfo(L"T:\\"), fileSystem, 1);
+    std::printf("== A temporary directory, until its owner goes\n");
+    MakeATemporaryTree(fileSystem);
     std::printf("== A path and its pieces\n");
     ShowPieces(path);
     std::printf("== A path that does not exist\n");

@@ -1,8 +1,8 @@
-# The main command, on an empty directory, and with arguments that it must refuse with exit code 2.
+# The main command, on a directory with a file of each kind, and with arguments that it must refuse with exit code 2.
 step_tour() {
     local directory
     directory=$(mktemp --directory "${TMPDIR:-/tmp}/vok2-tour.XXXXXX")
-    check tour ./run "$directory" '\\server\share\a\b.txt'
+    check tour tour_shows_directories "$directory"
     check tour-without-directory refused ./run "$directory/missing"
     check tour-three-arguments refused ./run "$directory" 'C:\a' 'C:\b'
     check tour-unknown-option refused ./run --fast
@@ -13,4 +13,29 @@ refused() {
     local code=0
     "$@" || code=$?
     ((code == 2))
+}
+
+# Kinds, sizes and names are those of the entries; the temporary directory and its tree are there and then gone.
+tour_shows_directories() {
+    local given=$1/given temporary=$1/temporary output line
+    mkdir -p "$given/sub/not shown"
+    printf 12345 >"$given/five bytes"
+    chmod 444 "$given/five bytes"
+    ln -s missing "$given/dangling"
+    output=$(TEMP=$temporary ./run "$given" '\\server\share\a\b.txt') || return
+    echo "$output"
+    output=$(sed "s/{[0-9A-F-]\{36\}}/{GUID}/; s|${temporary//\//\\\\}|TEMP|; s/  */ /g" <<<"$output")
+    for line in ' directory sub' ' file, read-only 5 five bytes' ' file 19 utf8-with-mark.txt' ' link dangling' \
+        'C:TEMP\{GUID} exists: yes' ' directory one' ' directory two' ' file, read-only 2 three.txt' \
+        'C:TEMP\{GUID} exists: no'; do
+        grep --quiet --line-regexp --fixed-strings -- "$line" <<<"$output" || {
+            echo "the tour doesn't print \"$line\""
+            return 1
+        }
+    done
+    if grep --quiet 'not shown' <<<"$output"; then
+        echo "the tour went further down"
+        return 1
+    fi
+    [[ -d $temporary && -z $(ls -A "$temporary") ]]
 }

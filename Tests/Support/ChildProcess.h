@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <grp.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -82,5 +83,21 @@ private:
     pid_t process = -1;
     int socket = -1;
 };
+
+/// Runs it in a child as an ordinary user: nobody, where these tests run as the superuser. What it expects counts.
+template <class Run>
+void RunAsOrdinaryUser(Run run)
+{
+    ChildProcess child(
+        [&](ChildProcess::Channel const&)
+        {
+            constexpr unsigned nobody = 65534;
+            if (::geteuid() == 0 && (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0))
+                return 255;
+            run();
+            return testing::Test::HasFailure() ? 1 : 0;
+        });
+    EXPECT_EQ(child.Join(), 0);
+}
 
 } // namespace Brindle::Vok::Testing

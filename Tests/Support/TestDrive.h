@@ -21,9 +21,9 @@ namespace Brindle::Vok::Testing
 class TestDrive
 {
 public:
-    TestDrive()
+    explicit TestDrive(std::filesystem::path const& place = std::filesystem::temp_directory_path())
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "VokTest.XXXXXX").string();
+        std::string pattern = (place / "VokTest.XXXXXX").string();
         EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
         directory = pattern;
         while (letter >= L'D' && !Platform::MapDrive(letter, directory))

@@ -15,9 +15,32 @@
 //     for (std::size_t i = bytes.starts_with("\xFF\xFE") ? 2 : 0; i + 1 < bytes.size(); i += 2)
 //         wide.push_back(static_cast<wchar_t>(byteAt(i) | byteAt(i + 1) << 8));
 //
-// Of this header MakeFileSystem, FileSystem::MakeFile and File are there. PathInfo, DirectoryInfo and TempDirectory are
-// declared only, so a program that uses one of them doesn't link yet; creating and deleting directories fails with
-// ERROR_CALL_NOT_IMPLEMENTED (120).
+// Directories are values that are asked, walked, made and deleted:
+//
+//     DirectoryInfo logs = fileSystem->MakeDirectoryInfo(L"C:\\tmp\\logs");
+//     logs.CreateSubdirectory(L"2024\\old");               // with the parents that are missing
+//     for (PathInfo& entry : logs)                          // no deeper; the entry lives until the next one
+//         if (entry.IsFile())
+//             oldest.push_back(entry);                      // a copy keeps what the entry has answered
+//     logs.Delete();                                        // with everything in it
+//     TempDirectory scratch = fileSystem->MakeTempDirectory();    // gone with its owner
+//
+// What a deletion does, and what it doesn't:
+// - It refuses a path that names no directory below a root, however it is written, and touches nothing then: a root
+//   (`C:\`, `\`, `.`, `a\..`) with 5, an empty text with 87, one with a NUL in it with 123.
+// - A path that reaches 260 characters on the way down ends the process (abort): no cut path is ever taken for another
+//   one. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
+// - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody puts
+//   it in a directory's place meanwhile. The path that the caller gives is followed, through links too.
+// - Read-only files go. A read-only directory stays and fails with 5; the superuser's loses what is in it before.
+// - A file that is open anywhere through this library, in this process or another, without FILE_SHARE_DELETE stops the
+//   deletion with 32. Files that other programs have open hold nothing up.
+// - It stops at the first failure. What was deleted before is gone, nothing is restored, and a second deletion goes on
+//   with the rest. The message names the file only if it lay in the top directory; from further down the code is left.
+//
+// Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
+// one thread at a time; copies are independent. An iterator moves and isn't copied, so the standard algorithms take it
+// as a single-pass input range: std::ranges::count_if(logs.begin(), std::default_sentinel, ...).
 //
 // Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
 // pair there too, as Utf8ToWide makes it. A wider unit becomes U+FFFD.

@@ -1,0 +1,292 @@
+// Deletion of directories of the first generation: what goes, what stops it and what is left then, and that nothing
+// outside is ever touched.
+#include "Support/ChildProcess.h"
+#include "Support/Descriptors.h"
+#include "Support/Directories.h"
+#include "Support/HostFaults.h"
+#include "Support/OpenHandle.h"
+
+#include "Vok/DeletionGuard.h"
+
+#include <Brindle/Vok/VokWindows.h>
+
+#include <atomic>
+#include <chrono>
+#include <fcntl.h>
+#include <sstream>
+#include <stdio.h>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+using DirectoryDeletion = DirectoryTests;
+
+TEST_F(DirectoryDeletion, TakesEverythingAndOfContentAllButTheTopDirectory)
+{
+    drive.Write("outside/precious");
+    drive.Write("d/s/t/file");
+    drive.Write("d/readonly");
+    SetMode("d/readonly", 0444);
+    std::filesystem::create_symlink(drive.Host("outside"), drive.Host("d/link"));
+    std::size_t const descriptors = OpenDescriptors();
+    LogRecorder const recorder;
+    DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"d"));
+    directory.DeleteContent();
+    EXPECT_THAT(NamesIn(L"d"), IsEmpty());
+    EXPECT_TRUE(drive.Exists("outside/precious"));
+    {
+        OpenHandle const held = Open(drive.Path(L"d\\held"), GENERIC_WRITE, 0, CREATE_NEW);
+        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { directory.DeleteContent(); }).Message()),
+                  DeletionFailure(32, "DeleteFileW [" + Text(L"d\\held") + "]"));
+    }
+    drive.Write("d/s/t/file");
+    EXPECT_TRUE(fileSystem->DeleteDirectory(drive.Path(L"d")));
+    EXPECT_THAT(recorder.Statements(), IsEmpty());
+    EXPECT_FALSE(fileSystem->DeleteDirectory(drive.Path(L"d")));
+    directory.DeleteContent();
+    std::string const statement = "Brindle::Vok::FileSystemImpl::DeleteDirectoryInternal: Deleting directory that "
+                                  "doesn't exist [" +
+                                  Text(L"d") + "]";
+    EXPECT_THAT(recorder.LinesWithFunction(), ElementsAre(statement, statement));
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(DirectoryDeletion, StopsAtAFileThatAnotherProcessHolds)
+{
+    // Only a file of the top directory is named.
+    struct
+    {
+        std::wstring held;
+        std::string text;
+    } const cases[] = {{L"d\\held", "DeleteFileW [" + Text(L"d\\held") + "]"}, {L"d\\s\\t\\held", ""}};
+    for (auto const& each : cases)
+    {
+        ChildProcess holder(
+            [&](ChildProcess::Channel& channel)
+            {
+                Path const path = drive.Path(each.held);
+                fileSystem->VokCreateDirectory(path.Parent());
+                auto const held =
+                    VokCreateFile(path.ToString(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, 0, nullptr);
+                channel.Ready();
+                return channel.Wait() ? 0 : 1;
+            });
+        holder.WaitUntilReady();
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, each.text));
+        holder.Go();
+        EXPECT_EQ(holder.Join(), 0);
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
+        EXPECT_FALSE(drive.Exists("d"));
+    }
+    drive.Write("file");
+    EXPECT_EQ(DeletionMessage(drive.Path(L"file")), DeletionFailure(267, ""));
+}
+
+TEST(DeletionGuard, RefusesWhatNamesNoDirectoryBelowARoot)
+{
+    using Detail::CodeAgainstDeleting;
+    EXPECT_EQ(CodeAgainstDeleting(L""), 87U);
+    EXPECT_EQ(CodeAgainstDeleting(std::wstring_view(L"C:\\\0a", 5)), 123U);
+    std::wistringstream roots(
+        L"C: C:\\ \\ / . .. a\\.. C:. C:\\. C:\\a\\..\\ c:/a/../.. \\\\?\\C: \\\\?\\C:\\ \\\\.\\C:\\ //./C:/ "
+        L"\\\\server\\share \\\\server\\share\\ \\\\server \\\\ \\\\?\\ "
+        L"\\\\?\\UNC\\server\\share \\\\?\\uNc\\server\\share\\.");
+    for (std::wstring root; roots >> root;)
+        EXPECT_EQ(CodeAgainstDeleting(root), 5U) << WideToUtf8(root);
+    for (wchar_t const* path : {L"a", L"C:a", L"C:\\a", L"\\a", L"..\\a", L"C:\\a\\b\\..", L"\\\\?\\C:\\a",
+                                L"\\\\server\\share\\a", L"\\\\?\\UNC\\server\\share\\a", L"..."})
+        EXPECT_EQ(CodeAgainstDeleting(path), 0U) << WideToUtf8(path);
+}
+
+TEST_F(DirectoryDeletion, RefusesAWholeDrive)
+{
+    drive.Write("file");
+    for (std::wstring const& root : {drive.Path(), drive.Path(L"a\\.."), L"\\\\?\\" + drive.Path()})
+    {
+        EXPECT_EQ(DeletionMessage(root), DeletionFailure(5, "Path [" + WideToUtf8(root) + "]"));
+        EXPECT_EQ(Thrown<WindowsError>([&] { DirectoryInfo(root, fileSystem).DeleteContent(); }).code().value(), 5);
+    }
+    EXPECT_TRUE(drive.Exists("file"));
+}
+
+TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)
+{
+    std::size_t const most = MAX_PATH - 1 - drive.Path(L"d\\").size();
+    std::string const deep = "d/" + std::string(120, 'x');
+    struct
+    {
+        std::string name;
+        bool fits;
+    } const cases[] = {{"d/" + std::string(most, 'x'), true},
+                       {"d/" + std::string(most + 1, 'x'), false},
+                       {deep + "/" + std::string(140, 'y') + "/file", false}};
+    for (auto const& each : cases)
+    {
+        drive.Write(each.name);
+        ChildProcess child([&](ChildProcess::Channel&)
+                           { return DeletionMessage(drive.Path(L"d")) == noError ? 0 : 1; });
+        EXPECT_EQ(child.Join(), each.fits ? 0 : -SIGABRT);
+        EXPECT_EQ(drive.Exists(each.name), !each.fits);
+    }
+}
+
+TEST_F(DirectoryDeletion, RefusesReadOnlyDirectoriesAndLikeAWalkNeedsRights)
+{
+    SetMode("", 0777);
+    std::string const file = Text(L"d\\file");
+    for (mode_t const mode : {0555U, 0444U, 0111U, 0U})
+    {
+        bool const lists = (mode & 0444) != 0;
+        std::string const refusal =
+            lists ? MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + file + "]")
+                  : MessageOf("FileSystemIterator::FileSystemIterator", 5, "FindFirstFileW [" + Text(L"d") + "]");
+        auto const walk = [&] { NamesIn(L"d", FileSystemIterateType::Files); };
+        RunAsOrdinaryUser(
+            [&]
+            {
+                drive.Write("d/file");
+                SetMode("d", mode);
+                if (mode != 0555)
+                {
+                    EXPECT_EQ(WithoutLine(Thrown<WindowsError>(walk).Message()), refusal);
+                }
+                std::string const message = DeletionMessage(drive.Path(L"d"));
+                EXPECT_EQ(message, DeletionFailure(5, lists ? "DeleteFileW [" + file + "]" : ""));
+                SetMode("d", 0777);
+                EXPECT_THAT(NamesIn(L"d"), ElementsAre(L"file"));
+            });
+        if (::geteuid() == 0)
+        {
+            SetMode("d", mode);
+            EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(5, "Path [" + Text(L"d") + "]"));
+            EXPECT_THAT(NamesIn(L"d"), IsEmpty());
+            SetMode("d", 0777);
+        }
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
+    }
+}
+
+TEST_F(DirectoryDeletion, IsCompletedAfterAProcessThatDiedInTheMiddle)
+{
+    constexpr int files = 5;
+    for (int removals = 0; removals <= files; ++removals)
+    {
+        for (int i = 0; i < files; ++i)
+            drive.Write("d/s/" + std::to_string(i));
+        ChildProcess child(
+            [&](ChildProcess::Channel& channel)
+            {
+                auto const die = [&, count = 0](auto... arguments) mutable
+                {
+                    if (count++ == removals)
+                        channel.Ready(), channel.Wait();
+                    return SystemCalls::UnlinkAt.host(arguments...);
+                };
+                SystemCalls::Redirection const dying(SystemCalls::UnlinkAt, die);
+                return DeletionMessage(drive.Path(L"d")) == noError ? 0 : 1;
+            });
+        child.WaitUntilReady();
+        child.Kill();
+        EXPECT_EQ(child.Join(), -SIGKILL);
+        EXPECT_EQ(NamesIn(L"d\\s").size(), static_cast<std::size_t>(files - removals));
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
+        EXPECT_FALSE(drive.Exists("d"));
+    }
+}
+
+TEST_F(DirectoryDeletion, WithoutDescriptorsStopsAndLosesNothing)
+{
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    std::size_t const descriptors = OpenDescriptors();
+    std::string message;
+    for (int atOpening = 0; message != noError; ++atOpening)
+    {
+        ASSERT_LT(atOpening, 100);
+        drive.Write("d/1/2/file");
+        rlimit const none{0, before.rlim_max};
+        auto const exhaust = [&, count = 0](auto... arguments) mutable
+        {
+            if (count++ == atOpening)
+                ::setrlimit(RLIMIT_NOFILE, &none);
+            return SystemCalls::Open.host(arguments...);
+        };
+        {
+            SystemCalls::Redirection const exhausting(SystemCalls::Open, exhaust);
+            message = DeletionMessage(drive.Path(L"d"));
+        }
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_EQ(OpenDescriptors(), descriptors);
+        if (message == noError)
+            continue;
+        EXPECT_THAT(message, testing::HasSubstr("(Windows Error 4)"));
+        // Each directory is searched before anything goes.
+        EXPECT_TRUE(atOpening < 3 ? drive.Exists("d/1/2/file") : drive.Exists("d"));
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
+    }
+    EXPECT_FALSE(drive.Exists("d"));
+}
+
+// A thread swaps something on the way to the files for a link, as fast as it can, to where files of the same names are.
+TEST_F(DirectoryDeletion, IsLedNowhereByLinksThatAreSwappedIn)
+{
+    constexpr int files = 20;
+    TestDrive const quick(QuickPlace());
+    auto const makeTree = [&](std::string const& top)
+    {
+        std::filesystem::create_directories(quick.Host(top + "/a/b/c"));
+        for (int i = 0; i < files; ++i)
+            ::close(::open(quick.Host(top + "/a/b/c/" + std::to_string(i)).c_str(), O_CREAT | O_CLOEXEC, 0444));
+    };
+    auto const remove = [&](char const* name) // a swap that has begun may still come in between
+    {
+        std::error_code error;
+        do
+            std::filesystem::remove_all(quick.Host(name), error);
+        while (error);
+    };
+    makeTree("outside");
+    for (std::string const place : {"a", "a/b", "a/b/c", "a/b/c/7"})
+    {
+        std::atomic<bool> stops{false};
+        std::atomic<int> swaps{0};
+        std::thread swapper(
+            [&, inside = quick.Host("d/" + place), link = quick.Host("link")]
+            {
+                while (!stops)
+                    if (::renameat2(AT_FDCWD, inside.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0)
+                        ++swaps;
+            });
+        auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TakesLong() ? 30'000 : 500);
+        while (std::chrono::steady_clock::now() < end)
+        {
+            std::error_code ignored;
+            makeTree("fresh");
+            std::filesystem::create_symlink(quick.Host("outside/" + place), quick.Host("link"));
+            std::filesystem::rename(quick.Host("fresh"), quick.Host("d"));
+            WindowsError error;
+            fileSystem->DeleteDirectory(quick.Path(L"d"), error);
+            std::filesystem::rename(quick.Host("d"), quick.Host("rest"), ignored);
+            remove("rest");
+            remove("link");
+        }
+        stops = true;
+        swapper.join();
+        EXPECT_GT(swaps, 0);
+        for (int i = 0; i < files; ++i)
+            EXPECT_EQ(std::filesystem::status(quick.Host("outside/a/b/c/" + std::to_string(i))).permissions(),
+                      std::filesystem::perms(0444))
+                << place;
+    }
+}
+
+} // namespace
