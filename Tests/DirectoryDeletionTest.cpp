@@ -118,6 +118,23 @@ TEST_F(DirectoryDeletion, RefusesAWholeDrive)
     EXPECT_TRUE(drive.Exists("file"));
 }
 
+TEST_F(DirectoryDeletion, RefusesALinkAsItsPath)
+{
+    drive.Write("outside/precious");
+    std::filesystem::create_symlink("outside", drive.Host("link"));
+    std::filesystem::create_symlink(".", drive.Host("root"));
+    std::filesystem::create_symlink("missing", drive.Host("dangling"));
+    for (wchar_t const* name : {L"link", L"link\\", L"link/", L"link\\.", L"root", L"dangling"})
+    {
+        EXPECT_EQ(DeletionMessage(drive.Path(name)), DeletionFailure(267, "Path [" + Text(name) + "]"));
+        DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(name));
+        EXPECT_EQ(Thrown<WindowsError>([&] { directory.DeleteContent(); }).code().value(), 267);
+    }
+    EXPECT_TRUE(drive.Exists("outside/precious"));
+    EXPECT_EQ(DeletionMessage(drive.Path(L"root\\outside")), noError);
+    EXPECT_FALSE(drive.Exists("outside"));
+}
+
 TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)
 {
     std::size_t const most = MAX_PATH - 1 - drive.Path(L"d\\").size();
@@ -255,12 +272,12 @@ TEST_F(DirectoryDeletion, IsLedNowhereByLinksThatAreSwappedIn)
         while (error);
     };
     makeTree("outside");
-    for (std::string const place : {"a", "a/b", "a/b/c", "a/b/c/7"})
+    for (std::string const place : {"", "/a", "/a/b", "/a/b/c", "/a/b/c/7"})
     {
         std::atomic<bool> stops{false};
         std::atomic<int> swaps{0};
         std::thread swapper(
-            [&, inside = quick.Host("d/" + place), link = quick.Host("link")]
+            [&, inside = quick.Host("d" + place), link = quick.Host("link")]
             {
                 while (!stops)
                     if (::renameat2(AT_FDCWD, inside.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0)
@@ -271,7 +288,7 @@ TEST_F(DirectoryDeletion, IsLedNowhereByLinksThatAreSwappedIn)
         {
             std::error_code ignored;
             makeTree("fresh");
-            std::filesystem::create_symlink(quick.Host("outside/" + place), quick.Host("link"));
+            std::filesystem::create_symlink(quick.Host("outside" + place), quick.Host("link"));
             std::filesystem::rename(quick.Host("fresh"), quick.Host("d"));
             WindowsError error;
             fileSystem->DeleteDirectory(quick.Path(L"d"), error);

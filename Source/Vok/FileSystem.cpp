@@ -437,6 +437,7 @@ FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path
         VOK_THROW_LAST_ERROR("FindFirstFileW [{}]", directory.ToString());
 }
 
+FileSystemIterator::FileSystemIterator() = default;
 FileSystemIterator::FileSystemIterator(FileSystemIterator&&) noexcept = default;
 FileSystemIterator::~FileSystemIterator() = default;
 FileSystemIterator& FileSystemIterator::operator=(FileSystemIterator&&) noexcept = default;

@@ -31,16 +31,21 @@
 // - A path that reaches 260 characters on the way down ends the process (abort): no cut path is ever taken for another
 //   one. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
 // - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody puts
-//   it in a directory's place meanwhile. The path that the caller gives is followed, through links too.
+//   it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are followed;
+//   a path that is a link itself is refused with 267.
 // - Read-only files go. A read-only directory stays and fails with 5; the superuser's loses what is in it before.
 // - A file that is open anywhere through this library, in this process or another, without FILE_SHARE_DELETE stops the
 //   deletion with 32. Files that other programs have open hold nothing up.
+// - A plain file is refused with 267. An error that is passed in must not record a failure yet: the deletion would stop
+//   after the first directory in it.
 // - It stops at the first failure. What was deleted before is gone, nothing is restored, and a second deletion goes on
 //   with the rest. The message names the file only if it lay in the top directory; from further down the code is left.
 //
 // Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
-// one thread at a time; copies are independent. An iterator moves and isn't copied, so the standard algorithms take it
-// as a single-pass input range: std::ranges::count_if(logs.begin(), std::default_sentinel, ...).
+// one thread at a time; copies are independent. Every object needs a service: a null one is undefined. What a log
+// subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors. An
+// iterator moves and isn't copied, so the standard algorithms take it as a single-pass input range:
+// std::ranges::count_if(logs.begin(), std::default_sentinel, ...).
 //
 // Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
 // pair there too, as Utf8ToWide makes it. A wider unit becomes U+FFFD.
@@ -134,10 +139,11 @@ public:
 };
 
 /// A path on disk as a copyable value that answers what it is. It asks the disk at the first question, once, and keeps
-/// the answer until Refresh; a copy keeps it too and goes its own way. Questions throw WindowsError when the platform
-/// can't tell (5 for a directory on the way that may not be searched), and the next one then asks again; a path that is
-/// missing is no error. An object belongs to one thread at a time. One that was moved from may only be assigned to or
-/// destroyed.
+/// the answer until Refresh; a copy keeps it too and goes its own way. Links are followed; one that leads nowhere is a
+/// file. Questions throw WindowsError when the platform can't tell (5 for a directory on the way that may not be
+/// searched, 123 for a text that no path can be, 206 for one that is too long, 53 for an unknown server), and the next
+/// one then asks again; a path that is missing is no error. An object belongs to one thread at a time. One that was
+/// moved from may only be assigned to or destroyed.
 class VOK_EXPORT PathInfo
 {
 public:
@@ -192,9 +198,10 @@ public:
     using reference = PathInfo&;
 
     /// The end.
-    FileSystemIterator() = default;
+    FileSystemIterator();
     /// Stands at the first entry of the selected kind, or at the end. Throws WindowsError for a directory that can't be
-    /// searched (3 for a missing one, 267 for a file, 5).
+    /// searched (3 for a missing one, 267 for a file, 5, 53, 123, 4 without descriptors), and what asking an entry for
+    /// its kind throws. An empty path is the root of the current drive; its entries' paths are names alone.
     FileSystemIterator(std::shared_ptr<FileSystem> service, Path path, FileSystemIterateType selected);
     /// The source is at the end then.
     FileSystemIterator(FileSystemIterator&& other) noexcept;
@@ -204,7 +211,9 @@ public:
     /// The entry, which lives until the iterator moves on. Undefined at the end.
     PathInfo& operator*() const { return dereference(); }
     PathInfo* operator->() const { return &dereference(); }
-    /// Throws WindowsError when the search fails, also at the end (6); the iterator is at the end then.
+    /// Throws WindowsError when the search fails, also at the end (6); the iterator is at the end then. When an entry
+    /// can't be asked for its kind it throws too, but stays at the entry where it was, and goes on behind the other
+    /// one.
     FileSystemIterator& operator++()
     {
         increment();
@@ -242,14 +251,14 @@ public:
     /// All entries.
     FileSystemIterator begin();
     FileSystemIterator end();
-    /// Makes it and its missing parents by the service, and refreshes.
+    /// Makes it and its missing parents by the service, and refreshes. Throws as FileSystem::VokCreateDirectory does.
     void Create();
     /// Makes it in this directory by the service; the name may have several parts. This object isn't refreshed.
     DirectoryInfo CreateSubdirectory(std::wstring const& name);
     /// Deletes it with everything in it by the service. False if it wasn't there. Throws WindowsError.
     bool Delete();
     /// Deletes everything in it and keeps it. The service has no part in this. One that is missing is no error. Throws
-    /// WindowsError.
+    /// WindowsError, with the codes of FileSystem::DeleteDirectory.
     void DeleteContent();
     /// Refreshes and drops the destination; nothing moves. This is the interface as it stands.
     void MoveTo(Brindle::Vok::Path destination);
@@ -259,7 +268,8 @@ private:
 };
 
 /// A move-only owner of a directory, which is deleted with all that is in it when its owner goes, whoever made it. When
-/// that fails, a statement at error tells so and nothing is thrown. It belongs to one thread at a time.
+/// that fails, a statement at error tells so and nothing is thrown (if the service or a subscriber throws, there is no
+/// statement). It belongs to one thread at a time.
 class VOK_EXPORT TempDirectory
 {
 public:
@@ -289,18 +299,22 @@ public:
     virtual ~FileSystem() = default;
 
     /// A directory below %TEMP% that exists, is unique to this call, and is deleted by the object that is returned.
+    /// Throws as VokCreateDirectory does, and ComError without a source of random numbers.
     virtual TempDirectory MakeTempDirectory() = 0;
     /// Values that hold the path and keep this service alive. Nothing is touched on disk.
     virtual PathInfo MakePathInfo(Path path) = 0;
     virtual DirectoryInfo MakeDirectoryInfo(Path path) = 0;
     /// A new File for the path. Nothing is touched on disk, and no reference to the service is kept.
     virtual std::unique_ptr<File> MakeFile(Path path) = 0;
-    /// Afterwards the directory and its parents exist; one that was there already is a success. Failure is thrown as
-    /// WindowsError. Behind a share only one missing directory is made.
+    /// Makes the directory and its missing parents. A path at which something is already, be it a file, is a success
+    /// and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there, 123; and 183 when it had to make the
+    /// parents and the directory is there after that, because somebody else made it or because the text ends in a
+    /// separator. Behind a share, missing parents are made on the current drive, and then it fails with 3.
     virtual void VokCreateDirectory(Path path) = 0;
     /// Deletes the directory and everything under it, read-only files too. False if it was not there, which a statement
     /// at info tells; true otherwise, a failure included, which is assigned to `error`: 32 for a file that is open, 5
-    /// for a root, 87 for an empty path. What was deleted before a failure is gone.
+    /// for a root, a read-only directory or a missing right, 87 for an empty path, 123, 267 for what is no directory or
+    /// a link. What was deleted before a failure is gone. The top of this page tells the rest.
     virtual bool DeleteDirectory(Path path, Error& error) = 0;
     /// The same, but failure is thrown.
     virtual bool DeleteDirectory(Path path) = 0;
