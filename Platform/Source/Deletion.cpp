@@ -86,7 +86,7 @@ bool Delete(HostPath const& path) noexcept
     struct stat status
     {
     };
-    bool const isKnown = knowsHolders && place.Told() && QuickDeletion::Holds(*place.Told());
+    bool const isKnown = knowsHolders && place.Told() && place.Told()->Holds();
     if (isKnown)
     {
         status.st_mode = place.Told()->mode;

@@ -132,10 +132,12 @@ DWORD GetFileAttributesW(LPCWSTR text) noexcept
 {
     using namespace Brindle::Vok::Platform;
     HostPath path;
-    struct stat status;
-    if (!path.Assign(text) || !GetStatus(path, status))
+    if (!path.Assign(text))
         return INVALID_FILE_ATTRIBUTES;
-    return AttributesFromMode(status.st_mode);
+    if (Place const place(path); place.RefusesLinks() && !path.NamesDirectory() && place.Told()->Holds())
+        return AttributesFromMode(place.Told()->mode);
+    struct stat status;
+    return GetStatus(path, status) ? AttributesFromMode(status.st_mode) : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL SetFileAttributesW(LPCWSTR text, DWORD attributes) noexcept

@@ -2,9 +2,8 @@
 
 #include "HostErrors.h"
 #include "OtherProcesses.h"
-#include "SystemCalls.h"
+#include "ToldStatus.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -18,8 +17,6 @@ namespace
 // To get ready costs as much as looking at a few files.
 constexpr unsigned leastDeletions = 4;
 constexpr std::chrono::milliseconds longestTrust{10};
-// Looks that take longer were held up.
-constexpr std::chrono::nanoseconds longestLook{2'000};
 
 constinit std::mutex deletions;
 
@@ -42,16 +39,9 @@ constinit HandleCounter counters[1 << counterBits] = {};
                                                                   trustedUntil = {};
                                                               });
 
-std::chrono::nanoseconds Now() noexcept
-{
-    timespec now{};
-    SystemCalls::GetTime(CLOCK_MONOTONIC, &now);
-    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
-}
-
 bool AreStillNone() noexcept
 {
-    std::chrono::nanoseconds const now = Now();
+    std::chrono::nanoseconds const now = TimeNow();
     if (now < trustedUntil)
         return true;
     if (!OtherProcesses::AreStillNone())
@@ -86,14 +76,6 @@ bool TellDeletionsOfOpening(std::uint64_t before) noexcept
     return true;
 }
 
-Stopwatch::Stopwatch() noexcept : start(Now()) {}
-
-std::chrono::nanoseconds Stopwatch::Stop() const noexcept
-{
-    std::chrono::nanoseconds const now = Now();
-    return now + std::min(now - start, longestLook);
-}
-
 bool QuickDeletion::Begin() noexcept
 {
     if (state == State::waits && ++deletions >= leastDeletions)
@@ -115,11 +97,6 @@ void QuickDeletion::End() noexcept
         OtherProcesses::EndRelyingOnNone();
     }
     state = State::gaveUp;
-}
-
-bool QuickDeletion::Holds(ToldStatus const& told) noexcept
-{
-    return Now() < told.holdsUntil;
 }
 
 } // namespace Brindle::Vok::Platform

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <sys/types.h>
@@ -20,27 +19,6 @@ namespace Brindle::Vok::Platform
 /// process may make room for a new file of that name, and no opening may be granted that the deletion didn't know of.
 /// (Another process may put a new file there, for the length of one system call.)
 std::mutex& Deletions() noexcept;
-
-/// What a search has told of a file. It still holds for as long as it took to learn it: a change of the file takes
-/// longer than a look at it, so nobody who knows of the one can have made the other meanwhile.
-struct ToldStatus
-{
-    mode_t mode = 0;
-    ino_t number = 0;
-    std::chrono::nanoseconds holdsUntil{0};
-};
-
-/// Takes the time of a look at a file.
-class Stopwatch
-{
-public:
-    Stopwatch() noexcept;
-    /// Until when what was learned holds.
-    std::chrono::nanoseconds Stop() const noexcept;
-
-private:
-    std::chrono::nanoseconds start;
-};
 
 /// The handles on files whose numbers share a counter.
 using HandleCounter = std::atomic<std::uint32_t>;
@@ -62,8 +40,6 @@ public:
 
     /// With Deletions() held: whether it can be told of files that nobody has them open.
     bool Begin() noexcept;
-    /// With Deletions() still held: whether what was told still holds.
-    static bool Holds(ToldStatus const& told) noexcept;
 
 private:
     enum class State : std::uint8_t

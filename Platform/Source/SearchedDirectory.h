@@ -12,6 +12,7 @@
 #include "DirectoryStream.h"
 #include "Names.h"
 #include "QuickDeletion.h"
+#include "ToldStatus.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,0 +1,38 @@
+// What a search has told of an entry, and for how long that is as good as another look.
+//
+// A change of a file takes longer than the shortest look at one. So for as long as such a look takes nobody can have
+// changed the file on account of what the search told, and whoever asks about the entry at once, as a walk with
+// questions and a deletion do, needs no second look.
+#pragma once
+
+#include <chrono>
+#include <sys/types.h>
+
+namespace Brindle::Vok::Platform
+{
+
+struct ToldStatus
+{
+    bool Holds() const noexcept;
+
+    mode_t mode = 0;
+    ino_t number = 0;
+    std::chrono::nanoseconds holdsUntil{0};
+};
+
+/// Takes the time of a look.
+class Stopwatch
+{
+public:
+    Stopwatch() noexcept;
+    /// Until when what was learned holds; zero for a look that took so long that it was held up.
+    std::chrono::nanoseconds Stop() const noexcept;
+
+private:
+    std::chrono::nanoseconds start;
+};
+
+/// Since some moment that stays the same.
+std::chrono::nanoseconds TimeNow() noexcept;
+
+} // namespace Brindle::Vok::Platform
