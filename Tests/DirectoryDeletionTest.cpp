@@ -12,9 +12,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <fcntl.h>
 #include <sstream>
-#include <stdio.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>

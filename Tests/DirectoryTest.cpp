@@ -5,7 +5,7 @@
 
 #include "Vok/FileSystemImpl.h"
 
-#include <stdlib.h>
+#include <cstdlib>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;

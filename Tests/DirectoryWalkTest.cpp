@@ -130,7 +130,7 @@ TEST_F(DirectoryWalk, LeadsToEveryNameAndDeletionToo)
     for (std::string name; std::getline(list, name, '/'); names.insert(name))
     {
         drive.Write("d/files/" + name, name);
-        drive.Write("d/directories/" + name + "/" + name, name);
+        drive.Write("d/directories/" + name + "/inner", name);
     }
     for (bool const areFiles : {true, false})
     {
