@@ -267,7 +267,9 @@ private:
         return Admission::granted;
     }
 
-    // A deletion that relies on the count may have taken the name away before it saw this one.
+    // The order matters: the number of deletions, the look, the count, the question. A quick deletion says that it
+    // relies on the counters before it reads one. So either it sees this handle, or this opening sees the deletion,
+    // waits for its end, and looks again whether the file still has a name.
     bool CountAndLook(struct stat& status) noexcept
     {
         std::uint64_t const before = QuickDeletionsSoFar();
@@ -276,7 +278,7 @@ private:
         if (!S_ISREG(status.st_mode))
             return true;
         file.shared.CountOn(status.st_ino);
-        return !TellDeletionsOfOpening(before) || SystemCalls::Status(file.Descriptor(), &status) == 0;
+        return !MayHaveMetQuickDeletion(before) || SystemCalls::Status(file.Descriptor(), &status) == 0;
     }
 
     // Who opens a file that is being created gives way, so its creator needs patience only.

@@ -7,6 +7,7 @@
 #include "SystemCalls.h"
 
 #include <mutex>
+#include <optional>
 
 namespace Brindle::Vok::Platform
 {
@@ -27,7 +28,7 @@ enum class Held
 
 Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
 {
-    std::lock_guard const lock(Deletions());
+    std::lock_guard const lock(DeletionLock());
     struct stat named;
     struct stat locked;
     if (SystemCalls::StatusAt(place.Directory(), place.Name(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
@@ -56,12 +57,6 @@ bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
     return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
 }
 
-bool Look(HostPath const& path, Place const& place, struct stat& status) noexcept
-{
-    int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
-    return SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) == 0 || FailOnPath(path, errno);
-}
-
 bool MayBeDeleted(HostPath const& path, mode_t mode) noexcept
 {
     if (S_ISDIR(mode))
@@ -71,35 +66,51 @@ bool MayBeDeleted(HostPath const& path, mode_t mode) noexcept
     return S_ISLNK(mode) || !IsReadOnly(mode) || FailWith(ERROR_ACCESS_DENIED);
 }
 
+// In the directory of a search. Nothing when it takes an opening to learn whether somebody has the file open.
+std::optional<bool> DeleteQuickly(HostPath const& path, Place const& place) noexcept
+{
+    std::lock_guard const lock(DeletionLock());
+    if (!place.Quick().KnowsAllHandles())
+        return std::nullopt;
+    struct stat status;
+    mode_t mode = 0;
+    ino_t number = 0;
+    // That a file was read-only is mostly past: its reader has made it writable to delete it.
+    if (place.Told() && !IsReadOnly(place.Told()->mode) && place.Told()->Holds())
+    {
+        mode = place.Told()->mode;
+        number = place.Told()->number;
+    }
+    else if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    {
+        mode = status.st_mode;
+        number = status.st_ino;
+    }
+    else
+        return FailOnPath(path, errno);
+    if (!MayBeDeleted(path, mode))
+        return false;
+    if (S_ISREG(mode) && HandlesOn(number).load(std::memory_order_seq_cst) != 0)
+        return std::nullopt;
+    return Unlink(path, place);
+}
+
 bool Delete(HostPath const& path) noexcept
 {
     Place const place(path);
     if (!place.IsReachable())
         return false;
-    std::unique_lock lock(Deletions(), std::defer_lock);
-    bool knowsHolders = false;
-    if (place.IsSearched())
-    {
-        lock.lock();
-        knowsHolders = place.Quick().Begin();
-    }
-    struct stat status
-    {
-    };
-    bool const isKnown = knowsHolders && place.Told() && place.Told()->Holds();
-    if (isKnown)
-    {
-        status.st_mode = place.Told()->mode;
-        status.st_ino = place.Told()->number;
-    }
-    if (!(isKnown || Look(path, place, status)) || !MayBeDeleted(path, status.st_mode))
+    if (place.IsLocal() && !path.NamesDirectory())
+        if (std::optional<bool> const done = DeleteQuickly(path, place))
+            return *done;
+    struct stat status;
+    int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
+        return FailOnPath(path, errno);
+    if (!MayBeDeleted(path, status.st_mode))
         return false;
     // Share modes are for files on disk; a link itself is never open.
-    if (!S_ISREG(status.st_mode) || (knowsHolders && HandlesOn(status.st_ino).load() == 0))
-        return Unlink(path, place);
-    if (lock)
-        lock.unlock();
-    return DeletePlainFile(path, place);
+    return S_ISREG(status.st_mode) ? DeletePlainFile(path, place) : Unlink(path, place);
 }
 
 } // namespace

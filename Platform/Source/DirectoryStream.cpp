@@ -9,11 +9,26 @@
 
 namespace Brindle::Vok::Platform
 {
+namespace
+{
+
+bool Identify(int descriptor, struct statx& identity) noexcept
+{
+    identity = {};
+    return SystemCalls::ExtendedStatusAt(descriptor, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &identity) == 0;
+}
+
+} // namespace
 
 bool DirectoryStream::Next(Entry& entry) noexcept
 {
-    if (at == count && !(parkedChunks.empty() ? ReadChunk() : TakeParkedChunk()))
-        return false;
+    while (at == count)
+    {
+        if (!parkedChunks.empty())
+            TakeParkedChunk();
+        else if (!ReadChunk())
+            return false;
+    }
     dirent64 const& record = RecordAt(order[at++]);
     entry = {record.d_name, std::strlen(record.d_name), record.d_type};
     return true;
@@ -21,28 +36,21 @@ bool DirectoryStream::Next(Entry& entry) noexcept
 
 bool DirectoryStream::ReadChunk() noexcept
 {
-    do
-    {
-        long const size =
-            hasAllNames ? 0
-                        : Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
-        if (size < 0)
-            return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
-        if (size == 0)
-            return FailWith(ERROR_NO_MORE_FILES);
-        Arrange(static_cast<std::size_t>(size));
-    } while (count == 0);
-    return true;
+    if (hasAllNames)
+        return FailWith(ERROR_NO_MORE_FILES);
+    long const size = Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
+    if (size < 0)
+        return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
+    Arrange(static_cast<std::size_t>(size));
+    return size > 0 || FailWith(ERROR_NO_MORE_FILES);
 }
 
-bool DirectoryStream::TakeParkedChunk() noexcept
+void DirectoryStream::TakeParkedChunk() noexcept
 {
     std::vector<char> const& chunk = parkedChunks.front();
     std::memcpy(records, chunk.data(), chunk.size());
-    std::size_t const size = chunk.size();
+    Arrange(chunk.size());
     parkedChunks.pop_front();
-    Arrange(size);
-    return count != 0 || (parkedChunks.empty() ? FailWith(ERROR_NO_MORE_FILES) : TakeParkedChunk());
 }
 
 // By the numbers of their files: neighbours in number are neighbours on disk, and to ask for their status or to delete
@@ -62,8 +70,7 @@ void DirectoryStream::Arrange(std::size_t size) noexcept
 
 bool DirectoryStream::Park() noexcept
 {
-    struct stat status;
-    if (IsParked() || SystemCalls::Status(Descriptor(), &status) != 0)
+    if (IsParked() || !Identify(Descriptor(), identity))
         return false;
     try
     {
@@ -86,8 +93,6 @@ bool DirectoryStream::Park() noexcept
     {
         return false; // what has been read is given out before the rest
     }
-    device = status.st_dev;
-    number = status.st_ino;
     Close();
     return true;
 }
@@ -98,8 +103,11 @@ bool DirectoryStream::Reopen(std::string const& path) noexcept
     int const opened = Uninterrupted([&] { return SystemCalls::Open(AT_FDCWD, path.c_str(), flags, 0); });
     if (opened < 0)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
-    struct stat status;
-    bool const isSame = SystemCalls::Status(opened, &status) == 0 && status.st_dev == device && status.st_ino == number;
+    struct statx found;
+    bool const isSame =
+        Identify(opened, found) && found.stx_ino == identity.stx_ino && found.stx_dev_major == identity.stx_dev_major &&
+        found.stx_dev_minor == identity.stx_dev_minor && found.stx_btime.tv_sec == identity.stx_btime.tv_sec &&
+        found.stx_btime.tv_nsec == identity.stx_btime.tv_nsec;
     if (!isSame)
     {
         SystemCalls::Close(opened);

@@ -1,6 +1,6 @@
 // The entries of one open directory. A stream can be parked: its descriptor is closed, the names to come wait in
 // memory, and it is opened again when something of the directory is needed, provided that its path still leads to the
-// very same directory.
+// very same directory (by number and time of birth).
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -11,13 +11,13 @@
 #include <deque>
 #include <dirent.h>
 #include <string>
-#include <sys/types.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace Brindle::Vok::Platform
 {
 
-/// Used by one thread at a time.
+/// Next, Park and Reopen are for one thread at a time; Descriptor and IsParked may be called by any.
 class DirectoryStream
 {
 public:
@@ -54,14 +54,13 @@ private:
     static constexpr std::size_t leastRecord = 24;
 
     bool ReadChunk() noexcept;
-    bool TakeParkedChunk() noexcept;
+    void TakeParkedChunk() noexcept;
     void Arrange(std::size_t size) noexcept;
     void Close() noexcept;
     dirent64 const& RecordAt(std::size_t offset) const noexcept;
 
     std::atomic<int> descriptor;
-    dev_t device = 0;
-    ino_t number = 0;
+    struct statx identity = {};
     bool hasAllNames = false;
     std::deque<std::vector<char>> parkedChunks;
     std::size_t at = 0;

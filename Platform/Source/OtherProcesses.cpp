@@ -1,7 +1,9 @@
 #include "OtherProcesses.h"
 
 #include "HostErrors.h"
+#include "RangeLock.h"
 #include "SystemCalls.h"
+#include "ToldStatus.h"
 
 #include <atomic>
 #include <chrono>
@@ -14,16 +16,17 @@ namespace Brindle::Vok::Platform::OtherProcesses
 namespace
 {
 
-// The same file for all processes of a kernel, containers among them, and nobody needs a right to open it.
+// The same file for all processes of one time namespace, containers among them, and nobody needs a right to open it.
 constexpr char const* commonFile = "/proc/self/ns/time";
 constexpr off_t presence = 0;
 
 // Who relies on being alone holds a byte that tells when it last saw that it was: one for each 16 milliseconds, over
-// and over again. It looks at least every 10 milliseconds while it deletes, so one whose byte is older than this
-// deletes nothing before it looks again.
+// and over again. So a byte that is older than the longest reliance belongs to one that looks again before it does
+// anything.
 constexpr off_t firstReliance = 1;
 constexpr off_t reliances = off_t{1} << 20;
 constexpr std::chrono::milliseconds relianceTime{16};
+constexpr std::chrono::milliseconds timeBetweenLooks{10};
 constexpr std::chrono::milliseconds longestReliance{250};
 constexpr timespec pause{0, 500'000};
 
@@ -36,6 +39,7 @@ int presenceDescriptor = -1;
 int inheritedDescriptor = -1;
 int relianceDescriptor = -1;
 off_t reliance = 0;
+std::chrono::nanoseconds nextLook{0};
 unsigned relying = 0;
 
 void CloseIfOpen(int& descriptor) noexcept
@@ -61,34 +65,14 @@ void StartAnewInChild() noexcept
 
 [[maybe_unused]] int const startsAnewInChild = pthread_atfork(nullptr, nullptr, StartAnewInChild);
 
-struct flock RangeFor(int type, off_t start, off_t length) noexcept
-{
-    struct flock range = {};
-    range.l_type = static_cast<short>(type);
-    range.l_whence = SEEK_SET;
-    range.l_start = start;
-    range.l_len = length;
-    return range;
-}
-
-bool Change(int descriptor, int type, off_t start, off_t length) noexcept
-{
-    struct flock range = RangeFor(type, start, length);
-    return Uninterrupted([&] { return SystemCalls::LockRange(descriptor, F_OFD_SETLK, &range); }) == 0;
-}
-
 // When it can't be told there are some.
 bool AreOthersPresent() noexcept
 {
-    struct flock range = RangeFor(F_WRLCK, presence, 1);
-    return SystemCalls::LockRange(presenceDescriptor, F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
+    return OthersLock(presenceDescriptor, presence, 1);
 }
 
-off_t RelianceOfNow() noexcept
+off_t RelianceOf(std::chrono::nanoseconds time) noexcept
 {
-    timespec now{};
-    SystemCalls::GetTime(CLOCK_MONOTONIC, &now);
-    auto const time = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
     return firstReliance + time / relianceTime % reliances;
 }
 
@@ -97,21 +81,22 @@ bool DoesAnotherRely() noexcept
     struct flock range = RangeFor(F_WRLCK, firstReliance, reliances);
     if (SystemCalls::LockRange(presenceDescriptor, F_OFD_GETLK, &range) != 0 || range.l_type == F_UNLCK)
         return false;
-    return (RelianceOfNow() - range.l_start + reliances) % reliances * relianceTime <= longestReliance;
+    return (RelianceOf(TimeNow()) - range.l_start + reliances) % reliances * relianceTime <= longestReliance;
 }
 
-bool MoveReliance() noexcept
+// The byte comes first: who makes itself known after the look sees it.
+bool LookAgain(std::chrono::nanoseconds now) noexcept
 {
-    off_t const now = RelianceOfNow();
-    if (now != reliance)
+    if (off_t const current = RelianceOf(now); current != reliance)
     {
-        if (!Change(relianceDescriptor, F_RDLCK, now, 1))
+        if (!ChangeRange(relianceDescriptor, F_RDLCK, current, 1))
             return false;
         if (reliance != 0)
-            Change(relianceDescriptor, F_UNLCK, reliance, 1);
-        reliance = now;
+            ChangeRange(relianceDescriptor, F_UNLCK, reliance, 1);
+        reliance = current;
     }
-    return true;
+    nextLook = now + timeBetweenLooks;
+    return !AreOthersPresent();
 }
 
 int OpenCommonFile() noexcept
@@ -131,8 +116,7 @@ DWORD Announce() noexcept
     presenceDescriptor = OpenCommonFile();
     if (presenceDescriptor < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
         return CodeFromHost(errno);
-    // Where there is no such file nobody can rely on anything.
-    if (presenceDescriptor >= 0 && !Change(presenceDescriptor, F_RDLCK, presence, 1))
+    if (presenceDescriptor >= 0 && !ChangeRange(presenceDescriptor, F_RDLCK, presence, 1))
         CloseIfOpen(presenceDescriptor);
     while (presenceDescriptor >= 0 && DoesAnotherRely())
         SystemCalls::Sleep(&pause);
@@ -153,7 +137,7 @@ bool BeginRelyingOnNone() noexcept
         if (relianceDescriptor < 0)
             return false;
         reliance = 0;
-        if (!MoveReliance() || AreOthersPresent())
+        if (!LookAgain(TimeNow()))
         {
             CloseIfOpen(relianceDescriptor);
             return false;
@@ -166,7 +150,10 @@ bool BeginRelyingOnNone() noexcept
 bool AreStillNone() noexcept
 {
     std::lock_guard const lock(mutex);
-    return relying != 0 && MoveReliance() && !AreOthersPresent();
+    if (relying == 0)
+        return false;
+    std::chrono::nanoseconds const now = TimeNow();
+    return now < nextLook || LookAgain(now);
 }
 
 void EndRelyingOnNone() noexcept
@@ -175,7 +162,7 @@ void EndRelyingOnNone() noexcept
     if (relying == 0 || --relying != 0)
         return;
     // By name: a child may hold a copy of the descriptor until it runs its program.
-    Change(relianceDescriptor, F_UNLCK, firstReliance, reliances);
+    ChangeRange(relianceDescriptor, F_UNLCK, firstReliance, reliances);
     CloseIfOpen(relianceDescriptor);
 }
 

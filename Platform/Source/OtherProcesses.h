@@ -1,9 +1,12 @@
 // Whether other processes of this host have files open through the library, told without asking file by file.
 //
-// Every process that opens a file makes itself known once, by a lock on a file that all processes have in common. One
-// that finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes
-// itself known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its
-// end.
+// Every process that opens a file makes itself known once, by a lock on a file that processes have in common. One that
+// finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes itself
+// known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its end.
+//
+// Not covered: a deletion that stands still for more than a fifth of a second between its last look and the host's
+// answer (a stopped process, a stalled disk). A process that makes itself known just then no longer waits for it, and a
+// file that it opens may lose its name. Nor processes of another time namespace, or without a /proc, which nobody sees.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -18,8 +21,8 @@ DWORD Announce() noexcept;
 
 /// Asks others to wait. False when there are others, or when it can't be told. Calls are counted.
 bool BeginRelyingOnNone() noexcept;
-/// Whether there are still none, within BeginRelyingOnNone and EndRelyingOnNone. To be asked at least every
-/// 10 milliseconds.
+/// Whether there are still none, within BeginRelyingOnNone and EndRelyingOnNone: to be asked before each act that
+/// relies on it. The host is asked every 10 milliseconds.
 bool AreStillNone() noexcept;
 void EndRelyingOnNone() noexcept;
 

@@ -64,7 +64,10 @@ class Search final : public Object
 public:
     static constexpr Kinds kinds = KindsOf(Kind::search);
 
-    explicit Search(Pattern pattern) : Object(Kind::search), pattern(std::move(pattern)) {}
+    Search(Pattern pattern, bool wantsDirectories)
+        : Object(Kind::search), pattern(std::move(pattern)), wantsDirectories(wantsDirectories)
+    {
+    }
     ~Search() override
     {
         if (directory)
@@ -74,7 +77,7 @@ public:
     /// False with the last error set.
     bool Open(HostPath const& path);
     /// For a plain name, of which the record tells. False with the last error set.
-    bool OpenParent(HostPath const& path, WIN32_FIND_DATAW& data);
+    bool FindPlainName(HostPath const& path, WIN32_FIND_DATAW& data);
     bool Next(WIN32_FIND_DATAW& data) noexcept;
 
 private:
@@ -85,6 +88,7 @@ private:
     std::shared_ptr<SearchedDirectory> directory;
     unsigned dotsGiven = 0;
     bool isPlain = false;
+    bool wantsDirectories;
 };
 
 bool Search::Open(HostPath const& path)
@@ -113,7 +117,7 @@ bool Search::Open(HostPath const& path)
     return FailWith(isThere ? ERROR_DIRECTORY : ERROR_PATH_NOT_FOUND);
 }
 
-bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
+bool Search::FindPlainName(HostPath const& path, WIN32_FIND_DATAW& data)
 {
     if (path.IsRoot() || path.NamesDirectory())
         return FailWith(ERROR_FILE_NOT_FOUND);
@@ -137,7 +141,7 @@ bool Search::OpenParent(HostPath const& path, WIN32_FIND_DATAW& data)
         return FailWith(ERROR_FILENAME_EXCED_RANGE);
     FillFrom(status, data);
     FillName(name, data);
-    directory->Tell(name, {status.stx_mode, status.stx_ino});
+    directory->Tell(name, {status.stx_mode, status.stx_ino}); // which doesn't hold: nobody took the time
     return true;
 }
 
@@ -153,12 +157,14 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
     {
         if (entry.length >= MAX_PATH)
             return FailWith(ERROR_FILENAME_EXCED_RANGE); // no file system of the host has such names
+        if (wantsDirectories && entry.type != DT_DIR && entry.type != DT_LNK && entry.type != DT_UNKNOWN)
+            continue; // a link may lead to one
         FillName({entry.name, entry.length}, data);
         if (!pattern.Fits(data.cFileName))
             continue;
         if (Examine(entry, data))
             return true;
-        if (errno != ENOENT) // It vanished.
+        if (errno != ENOENT) // otherwise it vanished
             return FailWithHost(errno);
     }
     return false;
@@ -204,16 +210,16 @@ std::size_t BeginOfName(std::wstring_view text) noexcept
     return text.size() >= 2 && text[1] == L':' ? 2 : 0;
 }
 
-std::unique_ptr<Search> BeginSearch(std::wstring_view text, WIN32_FIND_DATAW& data)
+std::unique_ptr<Search> BeginSearch(std::wstring_view text, bool wantsDirectories, WIN32_FIND_DATAW& data)
 {
     std::size_t const begin = BeginOfName(text);
     Pattern pattern(text.substr(begin));
-    auto search = std::make_unique<Search>(pattern);
+    auto search = std::make_unique<Search>(pattern, wantsDirectories);
     if (!pattern.IsWild())
     {
         HostPath path;
-        bool const found =
-            begin < text.size() ? path.Assign(text) && search->OpenParent(path, data) : FailWith(ERROR_FILE_NOT_FOUND);
+        bool const found = begin < text.size() ? path.Assign(text) && search->FindPlainName(path, data)
+                                               : FailWith(ERROR_FILE_NOT_FOUND);
         return found ? std::move(search) : nullptr;
     }
     HostPath directory;
@@ -226,11 +232,11 @@ std::unique_ptr<Search> BeginSearch(std::wstring_view text, WIN32_FIND_DATAW& da
     return nullptr;
 }
 
-HANDLE Find(LPCWSTR text, WIN32_FIND_DATAW& data) noexcept
+HANDLE Find(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
 {
     try
     {
-        if (auto search = BeginSearch(text ? std::wstring_view(text) : std::wstring_view(), data))
+        if (auto search = BeginSearch(text ? std::wstring_view(text) : std::wstring_view(), wantsDirectories, data))
         {
             HANDLE const handle = HandleTable::Insert(std::move(search));
             return handle ? handle : INVALID_HANDLE_VALUE;
@@ -262,7 +268,7 @@ HANDLE FindFirstFileExW(LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data, 
              (operation != FindExSearchNameMatch && operation != FindExSearchLimitToDirectories))
         code = ERROR_NOT_SUPPORTED;
     if (code == ERROR_SUCCESS)
-        return Find(pattern, *static_cast<WIN32_FIND_DATAW*>(data));
+        return Find(pattern, operation == FindExSearchLimitToDirectories, *static_cast<WIN32_FIND_DATAW*>(data));
     FailWith(code);
     return INVALID_HANDLE_VALUE;
 }

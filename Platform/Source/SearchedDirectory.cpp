@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 #include <new>
+#include <pthread.h>
 #include <vector>
 
 namespace Brindle::Vok::Platform
@@ -34,6 +35,21 @@ std::vector<std::shared_ptr<SearchedDirectory>>& Directories()
 // How many directories the searches of one thread keep open.
 constexpr std::size_t mostOpen = 16;
 
+// A child's searches must find both in order.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { Lock().lock(); }, [] { Lock().unlock(); }, [] { Lock().unlock(); });
+
+// Other hosts may have files on other kinds open, and of a file of theirs the number may change.
+bool IsOnLocalDisk(int descriptor) noexcept
+{
+    struct statfs status;
+    if (SystemCalls::StatusOfFileSystem(descriptor, &status) != 0)
+        return false;
+    constexpr std::uint64_t kinds[] = {0xEF53, 0x5846'5342, 0x9123'683E, 0xF2F5'2010,
+                                       0x0102'1994}; // ext, XFS, Btrfs, F2FS, tmpfs
+    return std::find(std::begin(kinds), std::end(kinds), static_cast<std::uint64_t>(status.f_type)) != std::end(kinds);
+}
+
 // The number of the calling thread, given at its first search; zero for one that has none. (Of a thread whose last
 // search was closed by another one it stays.)
 constinit thread_local std::uint64_t thisThread = 0;
@@ -57,29 +73,47 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, s
         SystemCalls::Close(descriptor);
         throw std::bad_alloc();
     }
+    directory->isLocal = IsOnLocalDisk(descriptor);
     {
         std::lock_guard const lock(Lock());
         directory->owner = NumberOfThisThread();
         Directories().push_back(directory);
     }
-    while (std::shared_ptr<SearchedDirectory> const other = OldestToPark(*directory))
-    {
-        std::unique_lock const lock(other->use, std::try_to_lock); // its search may have been moved to another thread
-        if (!lock || !other->stream.Park())
-            break;
-    }
+    directory->ParkOthers();
     return directory;
 }
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::OldestToPark(SearchedDirectory const& newest) noexcept
+bool SearchedDirectory::EnsureOpen() noexcept
+{
+    if (!stream.IsParked())
+        return true;
+    if (!stream.Reopen(path))
+        return false;
+    ParkOthers();
+    return true;
+}
+
+void SearchedDirectory::ParkOthers() const noexcept
+{
+    // One whose search has been moved to another thread may be in use there, and one whose names don't fit into memory
+    // stays open; then it is the next one's turn.
+    for (std::shared_ptr<SearchedDirectory> other = OldestToPark(nullptr); other; other = OldestToPark(other.get()))
+        if (std::unique_lock const lock(other->use, std::try_to_lock); lock)
+            other->stream.Park();
+}
+
+// Of the calling thread's open directories, when there are too many, the one that was opened first, behind a given one.
+std::shared_ptr<SearchedDirectory> SearchedDirectory::OldestToPark(SearchedDirectory const* after) const noexcept
 {
     std::lock_guard const lock(Lock());
-    auto const isOpen = [&](auto const& each) { return each->owner == newest.owner && !each->stream.IsParked(); };
     auto const& all = Directories();
+    auto const isOpen = [](auto const& each) { return each->owner == thisThread && !each->stream.IsParked(); };
     if (static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isOpen)) <= mostOpen)
         return nullptr;
-    auto const found = std::find_if(all.begin(), all.end(), isOpen);
-    return found->get() == &newest ? nullptr : *found;
+    auto const begin = std::find_if(all.begin(), all.end(), [after](auto const& each) { return each.get() == after; });
+    auto const found = std::find_if(begin == all.end() ? all.begin() : std::next(begin), all.end(),
+                                    [&](auto const& each) { return isOpen(each) && each.get() != this; });
+    return found == all.end() ? nullptr : *found;
 }
 
 void SearchedDirectory::Forget() noexcept

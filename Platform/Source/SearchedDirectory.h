@@ -1,6 +1,7 @@
 // Directories whose searches are open, and the places in them.
 //
-// While a search is open, what the same thread does to a name of its directory goes through the search's descriptor.
+// While a search is open, what the same thread searches, deletes or makes writable in its directory goes through the
+// search's descriptor.
 // That is faster than a walk along the whole path, and it stays in that very directory, whatever has been put in the
 // place of any directory on the way. A name that the search told of as no link isn't followed if it has become one. A
 // search for a plain name keeps the directory of the name open in the same way.
@@ -29,7 +30,8 @@ namespace Brindle::Vok::Platform
 class SearchedDirectory
 {
 public:
-    /// Takes over the descriptor. `path` is absolute. From here until Forget() the calling thread's places are found in
+    /// Takes over the descriptor, and may park any other directory of the thread, so a Place that was made before must
+    /// not be used afterwards. `path` is absolute. From here until Forget() the calling thread's places are found in
     /// it. May throw std::bad_alloc, and closes the descriptor then.
     static std::shared_ptr<SearchedDirectory> Remember(int descriptor, std::string path, bool hasEntries);
     /// The search has ended, perhaps on another thread.
@@ -39,7 +41,7 @@ public:
     std::mutex& Use() noexcept { return use; }
     DirectoryStream& Stream() noexcept { return stream; }
     /// Opens a parked directory, with Use() held. False with the last error set.
-    bool EnsureOpen() noexcept { return !stream.IsParked() || stream.Reopen(path); }
+    bool EnsureOpen() noexcept;
 
     /// Keeps what the search tells of its current entry.
     void Tell(std::string_view name, ToldStatus const& status) noexcept;
@@ -52,12 +54,14 @@ private:
     {
     }
 
-    static std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const& newest) noexcept;
+    void ParkOthers() const noexcept;
+    std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const* after) const noexcept;
 
     std::string const path;
     std::mutex use;
     DirectoryStream stream;
     QuickDeletion quick;
+    bool isLocal = false;
     // What follows is guarded by the mutex of all searches.
     std::uint64_t owner = 0;
     char toldName[256] = {};
@@ -82,7 +86,9 @@ public:
     /// What the search has just told of the name.
     std::optional<ToldStatus> const& Told() const noexcept { return told; }
     bool IsSearched() const noexcept { return directory != nullptr; }
-    /// For a place in a searched directory: the means of deleting quickly for as long as the thread's first search is
+    /// In a searched directory on a disk that only this host has, and whose numbers of files stay.
+    bool IsLocal() const noexcept { return directory && directory->isLocal; }
+    /// For a place in a searched directory: the right to delete quickly, for as long as the thread's first search is
     /// open.
     QuickDeletion& Quick() const noexcept { return first->quick; }
 

@@ -1,6 +1,7 @@
 #include "Sharing.h"
 
 #include "HostErrors.h"
+#include "RangeLock.h"
 #include "SystemCalls.h"
 
 #include <atomic>
@@ -136,25 +137,13 @@ private:
 
     bool Change(int type, off_t start, off_t length) const noexcept
     {
-        struct flock range = RangeFor(type, start, length);
-        return Uninterrupted([&] { return SystemCalls::LockRange(descriptor, F_OFD_SETLK, &range); }) == 0;
+        return ChangeRange(descriptor, type, start, length);
     }
 
     // A lock that a foreign program put there, on the whole file for instance, counts: somebody relies on it.
     bool OthersLock(off_t start, off_t length) const noexcept
     {
-        struct flock range = RangeFor(F_WRLCK, start, length);
-        return SystemCalls::LockRange(descriptor, F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
-    }
-
-    static struct flock RangeFor(int type, off_t start, off_t length) noexcept
-    {
-        struct flock range = {};
-        range.l_type = static_cast<short>(type);
-        range.l_whence = SEEK_SET;
-        range.l_start = start;
-        range.l_len = length;
-        return range;
+        return Platform::OthersLock(descriptor, start, length);
     }
 
     int descriptor;
@@ -212,7 +201,7 @@ SharedDescriptor::~SharedDescriptor()
         return;
     if (locks != Locks::none && MayBeCopied(forks))
         Unlock();
-    SystemCalls::Close(descriptor);
+    SystemCalls::Close(descriptor); // first: the count covers the descriptor
     if (counter)
         counter->fetch_sub(1, std::memory_order_release);
 }

@@ -11,7 +11,7 @@
 // the opening withdraw, wait a moment and try again, so that one of two racing openings succeeds.
 #pragma once
 
-#include "QuickDeletion.h"
+#include "HandleCounts.h"
 
 #include <Brindle/Platform/Files.h>
 

@@ -13,6 +13,7 @@
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <type_traits>
@@ -98,6 +99,8 @@ VOK_SYSTEM_CALL(StatusAt, int(int, char const*, struct stat*, int),
 VOK_SYSTEM_CALL(ExtendedStatusAt, int(int, char const*, int, unsigned, struct statx*),
                 [](int directory, char const* path, int flags, unsigned mask, struct statx* status)
                 { return ::statx(directory, path, flags, mask, status); });
+VOK_SYSTEM_CALL(StatusOfFileSystem, int(int, struct statfs*),
+                [](int descriptor, struct statfs* status) { return ::fstatfs(descriptor, status); });
 VOK_SYSTEM_CALL(LockWhole, int(int, int), [](int descriptor, int operation) { return ::flock(descriptor, operation); });
 VOK_SYSTEM_CALL(LockRange, int(int, int, struct flock*),
                 [](int descriptor, int command, struct flock* range) { return ::fcntl(descriptor, command, range); });

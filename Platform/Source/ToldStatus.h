@@ -1,8 +1,10 @@
 // What a search has told of an entry, and for how long that is as good as another look.
 //
-// A change of a file takes longer than the shortest look at one. So for as long as such a look takes nobody can have
-// changed the file on account of what the search told, and whoever asks about the entry at once, as a walk with
-// questions and a deletion do, needs no second look.
+// For as long as the shortest look at a file takes, nobody can have changed the file on account of what the search
+// told, and no other thread of this process can have deleted it and put one that it holds in its place: each takes a
+// call that is longer. So whoever asks about the entry at once, as a walk with questions and a deletion do, needs no
+// second look. A look that took much longer than the shortest was held up: what it saw may be as old as that, so it
+// isn't trusted.
 #pragma once
 
 #include <chrono>
