@@ -1,8 +1,7 @@
-// Deletion of many files without opening each, and searches of deep trees with few descriptors.
+// Deletion of many files without opening each.
 #include "SystemCalls.h"
 
 #include "Support/ChildProcess.h"
-#include "Support/Descriptors.h"
 #include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
@@ -12,8 +11,8 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -123,12 +122,14 @@ TEST_F(QuickDeletion, SparesWhatThisProcessHolds)
 TEST_F(QuickDeletion, SparesWhatAnotherProcessComesToHold)
 {
     MakeFiles(50);
+    std::optional<Alone> alone(std::in_place);
     std::unique_ptr<ChildProcess> child;
     int const refused = DeleteAll(
         [&](int turn)
         {
             if (turn != 20)
                 return;
+            alone.reset();
             child = std::make_unique<ChildProcess>(
                 [&](ChildProcess::Channel& channel)
                 {
@@ -146,6 +147,70 @@ TEST_F(QuickDeletion, SparesWhatAnotherProcessComesToHold)
     child->Go();
     EXPECT_EQ(child->Join(), 0);
     EXPECT_EQ(DeleteAll(), 0);
+}
+
+TEST_F(QuickDeletion, LooksAgainUnlessItIsAtOnce)
+{
+    struct
+    {
+        int look; // what a look takes, and how long it is to the deletion, in nanoseconds
+        int delay;
+        bool looksAgain;
+    } const cases[] = {{100, 0, false}, {100, 80, false}, {100, 120, true}, {250, 0, true}};
+    Alone const alone;
+    long time = 1'000'000'000;
+    int looks = 0;
+    SystemCalls::Redirection const clock(SystemCalls::GetTime,
+                                         [&](clockid_t, timespec* now)
+                                         {
+                                             *now = {time / 1'000'000'000, time % 1'000'000'000};
+                                             return 0;
+                                         });
+    SystemCalls::Redirection const counting(SystemCalls::StatusAt, [&](auto... arguments)
+                                            { return ++looks, SystemCalls::StatusAt.host(arguments...); });
+    for (auto const& each : cases)
+    {
+        MakeFiles(50);
+        SystemCalls::Redirection const slow(SystemCalls::ExtendedStatusAt,
+                                            [&](auto... arguments)
+                                            {
+                                                time += each.look;
+                                                return SystemCalls::ExtendedStatusAt.host(arguments...);
+                                            });
+        looks = 0;
+        EXPECT_EQ(DeleteAll([&](int) { time += each.delay; }), 0);
+        EXPECT_EQ(looks > 40, each.looksAgain) << each.look << ' ' << each.delay << ' ' << looks;
+    }
+}
+
+TEST_F(QuickDeletion, AnOpeningThatItMeetsIsNotGranted)
+{
+    MakeFiles(50);
+    Alone const alone;
+    std::atomic<bool> hasLooked{false};
+    std::atomic<bool> isGranted{false};
+    std::thread opener;
+    SystemCalls::Redirection const looking(SystemCalls::Status,
+                                           [&](auto... arguments)
+                                           {
+                                               int const result = SystemCalls::Status.host(arguments...);
+                                               hasLooked = true;
+                                               return result;
+                                           });
+    SystemCalls::Redirection const meeting(
+        SystemCalls::UnlinkAt,
+        [&](int directory, char const* name, int flags)
+        {
+            if (std::string_view(name) != "file30")
+                return SystemCalls::UnlinkAt.host(directory, name, flags);
+            opener = std::thread([&] { isGranted = static_cast<bool>(Open(Path(L"d\\file30"), GENERIC_READ)); });
+            while (!hasLooked)
+                std::this_thread::yield();
+            return SystemCalls::UnlinkAt.host(directory, name, flags);
+        });
+    EXPECT_EQ(DeleteAll([&](int) { hasLooked = false; }), 0);
+    opener.join();
+    EXPECT_FALSE(isGranted);
 }
 
 TEST_F(QuickDeletion, NeverTakesTheNameOfAFileThatIsHeld)
@@ -170,76 +235,6 @@ TEST_F(QuickDeletion, NeverTakesTheNameOfAFileThatIsHeld)
     stops = true;
     opener.join();
     EXPECT_EQ(lost, 0);
-}
-
-TEST_F(QuickDeletion, DeepSearchesTakeFewDescriptors)
-{
-    constexpr int depth = 60;
-    std::string host = "d";
-    for (int i = 0; i < depth; ++i)
-    {
-        drive.Write(host + "/a");
-        drive.Write(host + "/z");
-        host += "/m";
-    }
-    drive.Write(host + "/bottom");
-    std::size_t const before = OpenDescriptors();
-    std::size_t most = 0;
-    int deleted = 0;
-    std::function<void(std::wstring const&)> const deleteBelow = [&](std::wstring const& directory)
-    {
-        WIN32_FIND_DATAW data;
-        HANDLE const search = FindFirstFileW((directory + L"\\*").c_str(), &data);
-        ASSERT_NE(search, INVALID_HANDLE_VALUE) << GetLastError();
-        while (FindNextFileW(search, &data))
-        {
-            std::wstring_view const name = data.cFileName;
-            std::wstring const path = directory + L"\\" + std::wstring(name);
-            if (name == L"..")
-                continue;
-            if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-                deleteBelow(path);
-            bool const isDirectory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-            ASSERT_TRUE(isDirectory ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str())) << GetLastError();
-            ++deleted;
-        }
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
-        most = std::max(most, OpenDescriptors() - before);
-        EXPECT_TRUE(FindClose(search));
-    };
-    deleteBelow(Path(L"d"));
-    EXPECT_EQ(deleted, 3 * depth + 1);
-    EXPECT_LE(most, 20U);
-    EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST_F(QuickDeletion, AParkedDirectoryIsNotMistakenForAnother)
-{
-    std::string host = "d";
-    std::wstring path = Path(L"d");
-    std::vector<HANDLE> searches;
-    WIN32_FIND_DATAW data;
-    drive.Write("outside/precious");
-    drive.Write("d/precious");
-    for (int i = 0; i < 30; ++i, host += "/m", path += L"\\m")
-    {
-        ::mkdir(drive.Host(host).c_str(), 0777);
-        searches.push_back(FindFirstFileW((path + L"\\*").c_str(), &data));
-        ASSERT_NE(searches.back(), INVALID_HANDLE_VALUE);
-    }
-    std::filesystem::rename(drive.Host("d"), drive.Host("moved"));
-    std::filesystem::create_symlink("outside", drive.Host("d"));
-    EXPECT_EQ(CodeOf([&] { return DeleteFileW(Path(L"d\\precious").c_str()); }), 3U);
-    EXPECT_EQ(CodeOf([&] { return FindNextFileW(searches[0], &data); }), 3U);
-    EXPECT_TRUE(drive.Exists("outside/precious"));
-    EXPECT_TRUE(drive.Exists("moved/precious"));
-    std::filesystem::remove(drive.Host("d"));
-    std::filesystem::rename(drive.Host("moved"), drive.Host("d"));
-    EXPECT_TRUE(FindNextFileW(searches[0], &data));
-    EXPECT_STREQ(data.cFileName, L".."); // nothing is lost
-    EXPECT_TRUE(DeleteFileW(Path(L"d\\precious").c_str()));
-    for (HANDLE const search : searches)
-        EXPECT_TRUE(FindClose(search));
 }
 
 } // namespace
