@@ -130,6 +130,11 @@ public:
         length += text.size();
         units[length] = 0;
     }
+    void CutTo(std::size_t shorter)
+    {
+        length = shorter;
+        units[length] = 0;
+    }
     wchar_t const* Text() const { return units; }
     std::wstring_view View() const { return {units, length}; }
 
@@ -154,22 +159,22 @@ void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool&
         VOK_SET_ERROR(error, WindowsError, refusal, L"Path [{}]", path.ToString());
         return;
     }
-    PathBuffer::EndUnlessItFits(path.ToString());
-    // The search for the directory itself is open for as long as the deletion takes, so that what is deleted lies in
-    // the directory that is there now, whatever is put in its place.
+    PathBuffer::EndUnlessItFits(path.ToString()); // before a search, which may refuse such a text
+    // A search for the directory's own name remembers the directory that it lies in, and that it is no link. So the
+    // walk starts there, and refuses a link that is put in its place.
     WIN32_FIND_DATAW data;
     HandleOwner<Detail::FindHandleTraits> const own(FindFirstFileW(WithoutEnd(path.ToString()).c_str(), &data));
-    DWORD const code = own.IsValid() ? ERROR_SUCCESS : GetLastError();
-    bool const isMissing = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
-    if (!own.IsValid() && !isMissing)
+    if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
+        DeleteDirectoryInternal(Missing{path}, existed);
+    else if (!own.IsValid())
         VOK_SET_LAST_ERROR(error, L"");
-    else if (own.IsValid() && (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         VOK_SET_ERROR(error, WindowsError, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
     else
-        DeleteDirectoryInternal(Pinned{path, !isMissing}, contentsOnly, existed, error);
+        DeleteDirectoryInternal(Found{path}, contentsOnly, existed, error);
 }
 
-void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error)
+void FileSystemImpl::DeleteDirectoryInternal(Found directory, bool contentsOnly, bool& existed, Error& error)
 {
     Path const& path = directory.path;
     existed = true;
@@ -180,47 +185,25 @@ void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly
     entry.Assign(path.ToString());
     entry.Append(L"\\");
     WIN32_FIND_DATAW data;
-    HandleOwner<Detail::FindHandleTraits> search;
-    if (directory.isThere)
-        search.Reset(FindFirstFileW(prefix.Text(), &data));
-    if (!search.IsValid() && (!directory.isThere || GetLastError() == ERROR_PATH_NOT_FOUND))
-    {
-        VOK_LOG(info, L"Deleting directory that doesn't exist [{}]", path.ToString());
-        existed = false;
-        return;
-    }
+    HandleOwner<Detail::FindHandleTraits> search(FindFirstFileW(prefix.Text(), &data));
+    if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
+        return DeleteDirectoryInternal(Missing{path}, existed);
     if (!search.IsValid())
     {
         VOK_SET_LAST_ERROR(error, L"");
         return;
     }
-    prefix = entry;
     // The entry that came with the handle is "." and isn't looked at.
-    for (; FindNextFileW(search.Get(), &data); entry = prefix)
+    while (FindNextFileW(search.Get(), &data))
     {
         std::wstring_view const name = data.cFileName;
         if (name == L"." || name == L"..")
             continue;
+        std::size_t const end = entry.View().size();
         entry.Append(name);
-        if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        {
-            bool ignored = false;
-            Path const below(entry.Text());
-            DeleteDirectoryInternal(Pinned{below, true}, false, ignored, error);
-            if (error.Failed())
-            {
-                VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left
-                return;
-            }
-            continue;
-        }
-        if ((data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
-            SetFileAttributesW(entry.Text(), data.dwFileAttributes & ~FILE_ATTRIBUTE_READONLY);
-        if (!DeleteFileW(entry.Text()))
-        {
-            VOK_SET_LAST_ERROR(error, L"DeleteFileW [{}]", entry.Text());
+        if (!DeleteDirectoryInternal(data, entry.Text(), error))
             return;
-        }
+        entry.CutTo(end);
     }
     if (GetLastError() != ERROR_NO_MORE_FILES)
     {
@@ -230,6 +213,32 @@ void FileSystemImpl::DeleteDirectoryInternal(Pinned directory, bool contentsOnly
     search.Reset();
     if (!contentsOnly && !RemoveDirectoryW(path.ToString().c_str()))
         VOK_SET_LAST_ERROR(error, L"Path [{}]", path.ToString());
+}
+
+void FileSystemImpl::DeleteDirectoryInternal(Missing directory, bool& existed)
+{
+    VOK_LOG(info, L"Deleting directory that doesn't exist [{}]", directory.path.ToString());
+    existed = false;
+}
+
+bool FileSystemImpl::DeleteDirectoryInternal(WIN32_FIND_DATAW const& entry, wchar_t const* path, Error& error)
+{
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    {
+        bool ignored = false;
+        Path const directory(path);
+        DeleteDirectoryInternal(Found{directory}, false, ignored, error);
+        if (!error.Failed())
+            return true;
+        VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left
+        return false;
+    }
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
+        SetFileAttributesW(path, entry.dwFileAttributes & ~FILE_ATTRIBUTE_READONLY);
+    if (DeleteFileW(path))
+        return true;
+    VOK_SET_LAST_ERROR(error, L"DeleteFileW [{}]", path);
+    return false;
 }
 
 // What is on disk

@@ -40,13 +40,21 @@ public:
     static void DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error);
 
 private:
-    /// A directory whose place can't be given to another one meanwhile.
-    struct Pinned
+    // The parts of the worker. They are named alike because messages carry the name.
+
+    /// A directory that an open search has just told of.
+    struct Found
     {
         Path const& path;
-        bool isThere;
     };
-    static void DeleteDirectoryInternal(Pinned directory, bool contentsOnly, bool& existed, Error& error);
+    struct Missing
+    {
+        Path const& path;
+    };
+    static void DeleteDirectoryInternal(Found directory, bool contentsOnly, bool& existed, Error& error);
+    /// One entry of a directory, by its whole path. False if the deletion stops.
+    static bool DeleteDirectoryInternal(WIN32_FIND_DATAW const& entry, wchar_t const* path, Error& error);
+    static void DeleteDirectoryInternal(Missing directory, bool& existed);
 };
 
 } // namespace Brindle::Vok
