@@ -1,6 +1,6 @@
-// The tour of the library's main job: it writes one text to a directory in every encoding, reads it back, walks the
-// directory, makes a temporary one that goes with its owner, takes a path apart, and shows a failure the way a caller
-// sees it.
+// The tour of the library's main job: it writes one text in every encoding, reads it back, walks a directory, deletes
+// what it made, makes a temporary directory that goes with its owner, takes a path apart, and shows a failure the way a
+// caller sees it.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 using namespace Brindle::Vok;
@@ -171,6 +172,16 @@ void FailAtABoundary()
     }
 }
 
+/// Where the tour's own files are, while it runs.
+DirectoryInfo MakeOwnDirectory(FileSystem& fileSystem)
+{
+    DirectoryInfo own = fileSystem.MakeDirectoryInfo(L"T:\\vok2-tour");
+    if (own.Exists())
+        throw std::runtime_error(own.Path().ToStringA() + " is there already");
+    own.Create();
+    return own;
+}
+
 int Run(std::string const& directory, Path const& path)
 {
     SubscriptionForLogCallbacks const subscription(ShowStatement, VokLogSeverity::trace);
@@ -181,17 +192,23 @@ int Run(std::string const& directory, Path const& path)
     }
     std::shared_ptr<FileSystem> const fileSystem = MakeFileSystem();
 
-    std::printf("== One text in every encoding\n");
-    WriteEveryForm(*fileSystem, L"T:\\");
+    DirectoryInfo own = MakeOwnDirectory(*fileSystem);
+
+    std::printf("== One text in every encoding (T: is %s)\n", directory.c_str());
+    WriteEveryForm(*fileSystem, own.Path());
     std::printf("== What is in the directory\n");
     ShowEntries(fileSystem->MakeDirectoryInfo(L"T:\\"), fileSystem, 1);
+    std::printf("== What is in the tour's own one, until it is deleted\n");
+    ShowEntries(own, fileSystem, 1);
+    own.Delete();
+    ShowWhetherItExists(own);
     std::printf("== A temporary directory, until its owner goes\n");
     MakeATemporaryTree(fileSystem);
     std::printf("== A path and its pieces\n");
     ShowPieces(path);
     std::printf("== A path that does not exist\n");
     OpenWhatIsMissing(*fileSystem, L"T:\\");
-    std::printf("== An HRESULT at a boundary\n");
+    std::printf("== An HRESULT, 80070005 as a signed number, at a boundary\n");
     FailAtABoundary();
     return 0;
 }
@@ -211,6 +228,7 @@ int main(int argc, char** argv)
     }
     catch (std::exception const& exception)
     {
+        std::fflush(stdout);
         std::fprintf(stderr, "failed: %s\n", exception.what());
         return 1;
     }

@@ -9,6 +9,7 @@
 #include "StringStorage.h"
 #include "TextFormat.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -105,6 +106,12 @@ bool FileSystemImpl::DeleteDirectory(Path path)
 namespace
 {
 
+[[noreturn]] void EndTheProcess()
+{
+    std::fputs("Vok2: the process ends, because a path to be deleted doesn't fit into 260 code units\n", stderr);
+    std::abort();
+}
+
 /// A text in a buffer as large as the platform's paths. One that doesn't fit ends the process, so that no cut path is
 /// ever taken for another one.
 class PathBuffer
@@ -114,7 +121,7 @@ public:
     static void EndUnlessItFits(std::wstring_view directory)
     {
         if (directory.size() + 2 >= MAX_PATH)
-            std::abort();
+            EndTheProcess();
     }
 
     void Assign(std::wstring_view text)
@@ -125,7 +132,7 @@ public:
     void Append(std::wstring_view text)
     {
         if (text.size() >= MAX_PATH - length)
-            std::abort();
+            EndTheProcess();
         text.copy(units + length, text.size());
         length += text.size();
         units[length] = 0;

@@ -22,14 +22,26 @@
 //     for (PathInfo& entry : logs)                          // no deeper; the entry lives until the next one
 //         if (entry.IsFile())
 //             oldest.push_back(entry);                      // a copy keeps what the entry has answered
+//     for (FileSystemIterator file(fileSystem, logs.Path(), FileSystemIterateType::Files); file != logs.end(); ++file)
+//         DeleteFileW(file->ToString().c_str());            // PathInfo::Delete deletes nothing
 //     logs.Delete();                                        // with everything in it
 //     TempDirectory scratch = fileSystem->MakeTempDirectory();    // gone with its owner
+//
+// There is no recursive walk, and to PathInfo a link to a directory is a directory, so a walk of one's own may run in a
+// circle. FindFirstFileW tells links apart, and sizes: of the entry's own path it gives a record with
+// FILE_ATTRIBUTE_REPARSE_POINT for a link.
+//
+// With the algorithms an iterator is a single-pass input range, whose end is std::default_sentinel:
+//
+//     std::ranges::count_if(logs.begin(), std::default_sentinel, &PathInfo::IsFile);
+//     std::ranges::copy(logs.begin(), std::default_sentinel, std::back_inserter(entries));
 //
 // What a deletion does, and what it doesn't:
 // - It refuses a path that names no directory below a root, however it is written, and touches nothing then: a root
 //   (`C:\`, `\`, `.`, `a\..`) with 5, an empty text with 87, one with a NUL in it with 123.
-// - A path that reaches 260 characters on the way down ends the process (abort): no cut path is ever taken for another
-//   one. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
+// - A path that reaches 260 code units on the way down ends the process (abort, with a line on stderr): no cut path is
+//   ever taken for another one. Such trees can be made and walked, but not deleted, by a TempDirectory neither. Of the
+//   directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
 // - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody puts
 //   it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are followed;
 //   a path that is a link itself is refused with 267.
@@ -40,12 +52,13 @@
 //   after the first directory in it.
 // - It stops at the first failure. What was deleted before is gone, nothing is restored, and a second deletion goes on
 //   with the rest. The message names the file only if it lay in the top directory; from further down the code is left.
+//   There is no log statement of a failure.
+// - A file that another process opens as its very first one, while a deletion stands still for more than a fifth of a
+//   second in the act of taking that file's name (a stopped process, a stalled disk), may lose its name.
 //
 // Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
 // one thread at a time; copies are independent. Every object needs a service: a null one is undefined. What a log
-// subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors. An
-// iterator moves and isn't copied, so the standard algorithms take it as a single-pass input range:
-// std::ranges::count_if(logs.begin(), std::default_sentinel, ...).
+// subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors.
 //
 // Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
 // pair there too, as Utf8ToWide makes it. A wider unit becomes U+FFFD.
@@ -115,7 +128,8 @@ public:
     virtual std::string ReadAllTextA() = 0;
 };
 
-/// The platform's mask of file attributes (FILE_ATTRIBUTE_*).
+/// The platform's mask of file attributes (FILE_ATTRIBUTE_*), several at a time: a plain file has 0x20, a read-only one
+/// 0x21. So ask for one by (static_cast<DWORD>(attributes) & FILE_ATTRIBUTE_READONLY) != 0.
 enum class FileAttributes : std::uint32_t
 {
     none = 0,
@@ -165,7 +179,8 @@ public:
     bool IsFile();
     /// 0 for what doesn't exist.
     FileAttributes Attributes();
-    /// Deletes nothing and answers false, which is required; DirectoryInfo::Delete deletes.
+    /// Deletes nothing and answers false, which is required. DirectoryInfo::Delete deletes a directory, DeleteFileW of
+    /// Platform.h a file.
     bool Delete();
 
 protected:
@@ -184,9 +199,10 @@ enum class FileSystemIterateType : std::int32_t
 };
 
 /// Walks the entries of one directory, "." and ".." left out, in the platform's order. A single-pass input iterator
-/// that moves and isn't copied; it owns the search, and memory and descriptors don't grow with the directory. Entries
-/// that come or go meanwhile may be met or not. It compares equal to another one only when both are at the end, so an
-/// iterator that stands at an entry is unequal to itself. It belongs to one thread at a time.
+/// that moves and isn't copied, and is moved from only to be assigned to or destroyed; it owns the search, and memory
+/// and descriptors don't grow with the directory. Entries that come or go meanwhile may be met or not. It compares
+/// equal to another one only when both are at the end, so an iterator that stands at an entry is unequal to itself. It
+/// belongs to one thread at a time.
 class VOK_EXPORT FileSystemIterator
 {
 public:
