@@ -8,6 +8,7 @@
 
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 
 namespace Brindle::Vok::Platform
 {
@@ -28,7 +29,8 @@ enum class Held
 
 Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
 {
-    std::lock_guard const lock(DeletionLock());
+    DeletionLock deletions;
+    std::lock_guard const lock(deletions);
     struct stat named;
     struct stat locked;
     if (SystemCalls::StatusAt(place.Directory(), place.Name(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
@@ -69,7 +71,8 @@ bool MayBeDeleted(HostPath const& path, mode_t mode) noexcept
 // In the directory of a search. Nothing when it takes an opening to learn whether somebody has the file open.
 std::optional<bool> DeleteQuickly(HostPath const& path, Place const& place) noexcept
 {
-    std::lock_guard const lock(DeletionLock());
+    DeletionLock deletions;
+    std::shared_lock const lock(deletions);
     if (!place.Quick().KnowsAllHandles())
         return std::nullopt;
     struct stat status;

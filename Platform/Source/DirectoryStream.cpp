@@ -4,6 +4,7 @@
 #include "SystemCalls.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -18,10 +19,40 @@ bool Identify(int descriptor, struct statx& identity) noexcept
     return SystemCalls::ExtendedStatusAt(descriptor, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &identity) == 0;
 }
 
+// Opens a directory, whose names are known, piece by piece where the path is longer than the host takes at once.
+int OpenPath(std::string const& path) noexcept
+{
+    int directory = AT_FDCWD;
+    for (std::size_t begin = 0; begin < path.size();)
+    {
+        char piece[PATH_MAX];
+        std::size_t end = path.size();
+        if (end - begin >= sizeof piece)
+            end = path.rfind('/', begin + sizeof piece - 1);
+        path.copy(piece, end - begin, begin);
+        piece[end - begin] = 0;
+        int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+        int const opened = Uninterrupted([&] { return SystemCalls::Open(directory, piece, flags, 0); });
+        int const error = errno;
+        if (directory >= 0)
+            SystemCalls::Close(directory);
+        errno = error;
+        directory = opened;
+        if (opened < 0)
+            break;
+        begin = std::min(end + 1, path.size());
+    }
+    return directory;
+}
+
 } // namespace
 
 bool DirectoryStream::Next(Entry& entry) noexcept
 {
+    if (!chunk && !IsAtEnd())
+        chunk.reset(new (std::nothrow) Chunk);
+    if (!chunk && !IsAtEnd())
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     while (at == count)
     {
         if (!parkedChunks.empty())
@@ -29,7 +60,7 @@ bool DirectoryStream::Next(Entry& entry) noexcept
         else if (!ReadChunk())
             return false;
     }
-    dirent64 const& record = RecordAt(order[at++]);
+    dirent64 const& record = RecordAt(chunk->order[at++]);
     entry = {record.d_name, std::strlen(record.d_name), record.d_type};
     return true;
 }
@@ -38,7 +69,8 @@ bool DirectoryStream::ReadChunk() noexcept
 {
     if (hasAllNames)
         return FailWith(ERROR_NO_MORE_FILES);
-    long const size = Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), records, chunkSize); });
+    long const size =
+        Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), chunk->records, chunkSize); });
     if (size < 0)
         return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
     Arrange(static_cast<std::size_t>(size));
@@ -47,9 +79,9 @@ bool DirectoryStream::ReadChunk() noexcept
 
 void DirectoryStream::TakeParkedChunk() noexcept
 {
-    std::vector<char> const& chunk = parkedChunks.front();
-    std::memcpy(records, chunk.data(), chunk.size());
-    Arrange(chunk.size());
+    std::vector<char> const& parked = parkedChunks.front();
+    std::memcpy(chunk->records, parked.data(), parked.size());
+    Arrange(parked.size());
     parkedChunks.pop_front();
 }
 
@@ -62,9 +94,9 @@ void DirectoryStream::Arrange(std::size_t size) noexcept
     {
         char const* const name = RecordAt(offset).d_name;
         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0)
-            order[count++] = static_cast<std::uint16_t>(offset);
+            chunk->order[count++] = static_cast<std::uint16_t>(offset);
     }
-    std::sort(order, order + count,
+    std::sort(chunk->order, chunk->order + count,
               [this](std::size_t lhs, std::size_t rhs) { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
 }
 
@@ -76,9 +108,9 @@ bool DirectoryStream::Park() noexcept
     {
         while (!hasAllNames)
         {
-            std::vector<char>& chunk = parkedChunks.emplace_back(chunkSize);
+            std::vector<char>& rest = parkedChunks.emplace_back(chunkSize);
             long const size =
-                Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), chunk.data(), chunkSize); });
+                Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), rest.data(), chunkSize); });
             bool const failed = size < 0 && errno != ENOENT;
             hasAllNames = size <= 0 && !failed;
             if (size <= 0)
@@ -86,7 +118,7 @@ bool DirectoryStream::Park() noexcept
             if (failed)
                 return false;
             if (size > 0)
-                chunk.resize(static_cast<std::size_t>(size));
+                rest = std::vector<char>(rest.begin(), rest.begin() + size);
         }
     }
     catch (std::bad_alloc const&)
@@ -99,8 +131,7 @@ bool DirectoryStream::Park() noexcept
 
 bool DirectoryStream::Reopen(std::string const& path) noexcept
 {
-    int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC; // its names are known
-    int const opened = Uninterrupted([&] { return SystemCalls::Open(AT_FDCWD, path.c_str(), flags, 0); });
+    int const opened = OpenPath(path);
     if (opened < 0)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
     struct statx found;
@@ -125,7 +156,7 @@ void DirectoryStream::Close() noexcept
 
 dirent64 const& DirectoryStream::RecordAt(std::size_t offset) const noexcept
 {
-    return *reinterpret_cast<dirent64 const*>(records + offset);
+    return *reinterpret_cast<dirent64 const*>(chunk->records + offset);
 }
 
 } // namespace Brindle::Vok::Platform

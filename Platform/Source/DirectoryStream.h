@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <dirent.h>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -53,6 +54,13 @@ private:
     static constexpr std::size_t chunkSize = 64 * 1024 - 8; // offsets have 16 bits
     static constexpr std::size_t leastRecord = 24;
 
+    // What the host gives at one time, and the offsets of its records in the order in which they are given out.
+    struct Chunk
+    {
+        std::uint16_t order[chunkSize / leastRecord];
+        alignas(dirent64) char records[chunkSize];
+    };
+
     bool ReadChunk() noexcept;
     void TakeParkedChunk() noexcept;
     void Arrange(std::size_t size) noexcept;
@@ -65,8 +73,7 @@ private:
     std::deque<std::vector<char>> parkedChunks;
     std::size_t at = 0;
     std::size_t count = 0;
-    std::uint16_t order[chunkSize / leastRecord];
-    alignas(dirent64) char records[chunkSize];
+    std::unique_ptr<Chunk> chunk;
 };
 
 } // namespace Brindle::Vok::Platform

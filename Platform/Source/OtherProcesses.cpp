@@ -33,18 +33,31 @@ constexpr timespec pause{0, 500'000};
 constinit std::mutex mutex;
 
 std::atomic<bool> isAnnounced{false};
+// When the descriptor is looked at again: a host may have closed it, with all others that it didn't know.
+std::atomic<std::chrono::nanoseconds> nextCheck{std::chrono::nanoseconds(0)};
 // What follows is guarded by the mutex.
 int presenceDescriptor = -1;
 // A child shares the locks that its parent had on files, so it keeps the parent's presence beside its own.
 int inheritedDescriptor = -1;
 int relianceDescriptor = -1;
+// What the descriptors lead to.
+dev_t commonDevice = 0;
+ino_t commonNumber = 0;
+unsigned relying = 0;
 off_t reliance = 0;
 std::chrono::nanoseconds nextLook{0};
-unsigned relying = 0;
+
+// Otherwise the host has closed it, and the number may be another file's.
+bool IsStillOpen(int descriptor) noexcept
+{
+    struct stat status;
+    return descriptor >= 0 && SystemCalls::Status(descriptor, &status) == 0 && status.st_dev == commonDevice &&
+           status.st_ino == commonNumber;
+}
 
 void CloseIfOpen(int& descriptor) noexcept
 {
-    if (descriptor >= 0)
+    if (IsStillOpen(descriptor))
         SystemCalls::Close(descriptor);
     descriptor = -1;
 }
@@ -87,6 +100,8 @@ bool DoesAnotherRely() noexcept
 // The byte comes first: who makes itself known after the look sees it.
 bool LookAgain(std::chrono::nanoseconds now) noexcept
 {
+    if (!IsStillOpen(presenceDescriptor) || !IsStillOpen(relianceDescriptor))
+        return false;
     if (off_t const current = RelianceOf(now); current != reliance)
     {
         if (!ChangeRange(relianceDescriptor, F_RDLCK, current, 1))
@@ -104,40 +119,62 @@ int OpenCommonFile() noexcept
     return Uninterrupted([] { return SystemCalls::Open(AT_FDCWD, commonFile, O_RDONLY | O_CLOEXEC, 0); });
 }
 
+// Zero where there is no such file, or no locks on it; nobody sees this process then.
+DWORD TakePresence() noexcept
+{
+    if (presenceDescriptor >= 0)
+        return ERROR_SUCCESS;
+    presenceDescriptor = OpenCommonFile();
+    if (presenceDescriptor < 0)
+        return errno == ENOENT || errno == ENOTDIR || errno == EACCES ? ERROR_SUCCESS : CodeFromHost(errno);
+    struct stat status;
+    if (SystemCalls::Status(presenceDescriptor, &status) == 0)
+    {
+        commonDevice = status.st_dev;
+        commonNumber = status.st_ino;
+    }
+    if (!ChangeRange(presenceDescriptor, F_RDLCK, presence, 1))
+        CloseIfOpen(presenceDescriptor);
+    return ERROR_SUCCESS;
+}
+
+bool IsKnown() noexcept
+{
+    return isAnnounced.load(std::memory_order_acquire) && TimeNow() < nextCheck.load(std::memory_order_relaxed);
+}
+
 } // namespace
 
 DWORD Announce() noexcept
 {
-    if (isAnnounced.load(std::memory_order_acquire))
+    if (IsKnown())
         return ERROR_SUCCESS;
     std::lock_guard const lock(mutex);
-    if (isAnnounced.load(std::memory_order_relaxed))
+    if (IsKnown())
         return ERROR_SUCCESS;
-    presenceDescriptor = OpenCommonFile();
-    if (presenceDescriptor < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
-        return CodeFromHost(errno);
-    if (presenceDescriptor >= 0 && !ChangeRange(presenceDescriptor, F_RDLCK, presence, 1))
-        CloseIfOpen(presenceDescriptor);
-    while (presenceDescriptor >= 0 && DoesAnotherRely())
+    if (presenceDescriptor >= 0 && !IsStillOpen(presenceDescriptor))
+        presenceDescriptor = -1;
+    bool const isNew = presenceDescriptor < 0;
+    if (DWORD const code = TakePresence(); code != ERROR_SUCCESS)
+        return code;
+    while (isNew && presenceDescriptor >= 0 && DoesAnotherRely())
         SystemCalls::Sleep(&pause);
+    nextCheck.store(TimeNow() + timeBetweenLooks, std::memory_order_relaxed);
     isAnnounced.store(true, std::memory_order_release);
     return ERROR_SUCCESS;
 }
 
 bool BeginRelyingOnNone() noexcept
 {
-    if (Announce() != ERROR_SUCCESS)
-        return false;
     std::lock_guard const lock(mutex);
-    if (presenceDescriptor < 0)
+    // Known or not, who relies must be seen by others; but it need not wait for one that relies already.
+    if (TakePresence() != ERROR_SUCCESS || !IsStillOpen(presenceDescriptor))
         return false;
     if (relying == 0)
     {
         relianceDescriptor = OpenCommonFile();
-        if (relianceDescriptor < 0)
-            return false;
         reliance = 0;
-        if (!LookAgain(TimeNow()))
+        if (relianceDescriptor < 0 || !LookAgain(TimeNow()))
         {
             CloseIfOpen(relianceDescriptor);
             return false;
@@ -162,7 +199,8 @@ void EndRelyingOnNone() noexcept
     if (relying == 0 || --relying != 0)
         return;
     // By name: a child may hold a copy of the descriptor until it runs its program.
-    ChangeRange(relianceDescriptor, F_UNLCK, firstReliance, reliances);
+    if (IsStillOpen(relianceDescriptor))
+        ChangeRange(relianceDescriptor, F_UNLCK, firstReliance, reliances);
     CloseIfOpen(relianceDescriptor);
 }
 

@@ -14,9 +14,9 @@
 namespace Brindle::Vok::Platform::OtherProcesses
 {
 
-/// Makes this process known, before its first lock on a file. Costs one load when that is done. Zero, or the platform's
-/// code when there is no descriptor left for it. One descriptor stays open from then on. Waits while another process
-/// relies on being alone, a quarter of a second at most.
+/// Makes this process known, before a lock on a file. Costs two loads and a look at the clock when that is done. Zero,
+/// or the platform's code when there is no descriptor left for it. One descriptor stays open from then on. Waits while
+/// another process relies on being alone, a quarter of a second at most.
 DWORD Announce() noexcept;
 
 /// Asks others to wait. False when there are others, or when it can't be told. Calls are counted.

@@ -3,7 +3,7 @@
 #include "OtherProcesses.h"
 
 #include <atomic>
-#include <memory>
+#include <mutex>
 #include <pthread.h>
 
 namespace Brindle::Vok::Platform
@@ -14,7 +14,8 @@ namespace
 // To get ready costs as much as opening a few files.
 constexpr unsigned leastTurns = 4;
 
-constinit std::mutex deletionLock;
+constexpr pthread_rwlock_t free = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+constinit pthread_rwlock_t deletionLock = free;
 
 // How many rely on the counters, in the low half, and how many ever did, in the high one.
 std::atomic<std::uint64_t> reliances{0};
@@ -22,13 +23,23 @@ constexpr std::uint64_t oneNow = 1;
 constexpr std::uint64_t oneEver = std::uint64_t{1} << 32;
 
 // A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const unlocksInChild = pthread_atfork(nullptr, nullptr, [] { std::construct_at(&deletionLock); });
+[[maybe_unused]] int const unlocksInChild = pthread_atfork(nullptr, nullptr, [] { deletionLock = free; });
 
 } // namespace
 
-std::mutex& DeletionLock() noexcept
+void DeletionLock::lock() noexcept
 {
-    return deletionLock;
+    pthread_rwlock_wrlock(&deletionLock);
+}
+
+void DeletionLock::lock_shared() noexcept
+{
+    pthread_rwlock_rdlock(&deletionLock);
+}
+
+void DeletionLock::unlock() noexcept
+{
+    pthread_rwlock_unlock(&deletionLock);
 }
 
 std::uint64_t QuickDeletionsSoFar() noexcept
@@ -41,7 +52,8 @@ bool MayHaveMetQuickDeletion(std::uint64_t before) noexcept
     std::uint64_t const now = reliances.load(std::memory_order_seq_cst);
     if (now == before && now % oneEver == 0)
         return false;
-    std::lock_guard const lock(deletionLock); // when it is free, none is between its look at the counter and its end
+    DeletionLock lock;
+    std::lock_guard const waits(lock); // when it is had, none is between its look at the counter and its end
     return true;
 }
 

@@ -9,16 +9,24 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 namespace Brindle::Vok::Platform
 {
 
-/// Deletions of files, one at a time: between looking at a file and taking its name away, no other deletion of this
-/// process may make room for a new file of that name, and no opening may be granted that the deletion didn't know of.
-/// (Another process may put a new file there, for the length of one system call.) Held over the host's calls, so an
-/// opening may wait as long as an unlink takes. Within it the mutex of OtherProcesses may be taken, and no other.
-std::mutex& DeletionLock() noexcept;
+/// What deletions and openings of this process do one after another. A deletion that opens its file holds it alone,
+/// between looking whether the name still leads there and taking the name away: no other may make room for a new file
+/// of that name. (Another process may, for the length of one system call.) Quick deletions share it between their look
+/// and the end; an opening that may have met one waits for it. Held over the host's calls, so an opening may wait as
+/// long as an unlink takes. Within it the mutex of OtherProcesses may be taken, and no other. Who waits to hold it
+/// alone goes first.
+class DeletionLock
+{
+public:
+    void lock() noexcept;
+    void lock_shared() noexcept;
+    void unlock() noexcept;
+    void unlock_shared() noexcept { unlock(); }
+};
 
 /// For an opening that is about to look whether its file has a name: quick deletions that there are and have been.
 std::uint64_t QuickDeletionsSoFar() noexcept;
@@ -36,7 +44,7 @@ public:
     QuickDeletion(QuickDeletion const&) = delete;
     QuickDeletion& operator=(QuickDeletion const&) = delete;
 
-    /// Asked once for each file, with DeletionLock() held: whether the counters tell of all handles.
+    /// Asked once for each file, with a DeletionLock held: whether the counters tell of all handles.
     bool KnowsAllHandles() noexcept;
 
 private:
