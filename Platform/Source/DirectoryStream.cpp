@@ -13,6 +13,13 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
+// Records begin at multiples of 8 bytes, so 16 bits tell where one is in the largest chunk. Large directories are read
+// in larger pieces, as the order by numbers is worth more then.
+constexpr std::size_t unit = sizeof(std::uint64_t);
+constexpr std::size_t leastRecord = 24;
+constexpr std::size_t firstSize = 64 * 1024;
+constexpr std::size_t largeSize = 512 * 1024;
+
 bool Identify(int descriptor, struct statx& identity) noexcept
 {
     identity = {};
@@ -49,9 +56,7 @@ int OpenPath(std::string const& path) noexcept
 
 bool DirectoryStream::Next(Entry& entry) noexcept
 {
-    if (!chunk && !IsAtEnd())
-        chunk.reset(new (std::nothrow) Chunk);
-    if (!chunk && !IsAtEnd())
+    if (chunk.size == 0 && !IsAtEnd() && !MakeChunk(firstSize))
         return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     while (at == count)
     {
@@ -60,8 +65,19 @@ bool DirectoryStream::Next(Entry& entry) noexcept
         else if (!ReadChunk())
             return false;
     }
-    dirent64 const& record = RecordAt(chunk->order[at++]);
+    dirent64 const& record = RecordAt(chunk.order[at++]);
     entry = {record.d_name, std::strlen(record.d_name), record.d_type};
+    return true;
+}
+
+// A chunk that there is stays when there is no memory for another one.
+bool DirectoryStream::MakeChunk(std::size_t size) noexcept
+{
+    Chunk made{size, std::unique_ptr<std::uint64_t[]>(new (std::nothrow) std::uint64_t[size / unit]),
+               std::unique_ptr<std::uint16_t[]>(new (std::nothrow) std::uint16_t[size / leastRecord])};
+    if (!made.records || !made.order)
+        return false;
+    chunk = std::move(made);
     return true;
 }
 
@@ -69,10 +85,13 @@ bool DirectoryStream::ReadChunk() noexcept
 {
     if (hasAllNames)
         return FailWith(ERROR_NO_MORE_FILES);
+    if (isLarge && chunk.size < largeSize)
+        MakeChunk(largeSize);
     long const size =
-        Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), chunk->records, chunkSize); });
+        Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), chunk.records.get(), chunk.size); });
     if (size < 0)
         return errno == ENOENT ? FailWith(ERROR_NO_MORE_FILES) : FailWithHost(errno); // one that was removed
+    isLarge = static_cast<std::size_t>(size) > firstSize / 2;
     Arrange(static_cast<std::size_t>(size));
     return size > 0 || FailWith(ERROR_NO_MORE_FILES);
 }
@@ -80,7 +99,7 @@ bool DirectoryStream::ReadChunk() noexcept
 void DirectoryStream::TakeParkedChunk() noexcept
 {
     std::vector<char> const& parked = parkedChunks.front();
-    std::memcpy(chunk->records, parked.data(), parked.size());
+    std::memcpy(chunk.records.get(), parked.data(), parked.size());
     Arrange(parked.size());
     parkedChunks.pop_front();
 }
@@ -90,14 +109,16 @@ void DirectoryStream::TakeParkedChunk() noexcept
 void DirectoryStream::Arrange(std::size_t size) noexcept
 {
     at = count = 0;
-    for (std::size_t offset = 0; offset < size; offset += RecordAt(offset).d_reclen)
+    for (std::size_t offset = 0; offset < size;)
     {
-        char const* const name = RecordAt(offset).d_name;
-        if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0)
-            chunk->order[count++] = static_cast<std::uint16_t>(offset);
+        auto const place = static_cast<std::uint16_t>(offset / unit);
+        dirent64 const& record = RecordAt(place);
+        if (std::strcmp(record.d_name, ".") != 0 && std::strcmp(record.d_name, "..") != 0)
+            chunk.order[count++] = place;
+        offset += record.d_reclen;
     }
-    std::sort(chunk->order, chunk->order + count,
-              [this](std::size_t lhs, std::size_t rhs) { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
+    std::sort(chunk.order.get(), chunk.order.get() + count,
+              [this](std::uint16_t lhs, std::uint16_t rhs) { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
 }
 
 bool DirectoryStream::Park() noexcept
@@ -108,9 +129,9 @@ bool DirectoryStream::Park() noexcept
     {
         while (!hasAllNames)
         {
-            std::vector<char>& rest = parkedChunks.emplace_back(chunkSize);
+            std::vector<char>& rest = parkedChunks.emplace_back(firstSize);
             long const size =
-                Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), rest.data(), chunkSize); });
+                Uninterrupted([&] { return SystemCalls::ReadDirectory(Descriptor(), rest.data(), firstSize); });
             bool const failed = size < 0 && errno != ENOENT;
             hasAllNames = size <= 0 && !failed;
             if (size <= 0)
@@ -154,9 +175,9 @@ void DirectoryStream::Close() noexcept
         SystemCalls::Close(open);
 }
 
-dirent64 const& DirectoryStream::RecordAt(std::size_t offset) const noexcept
+dirent64 const& DirectoryStream::RecordAt(std::uint16_t place) const noexcept
 {
-    return *reinterpret_cast<dirent64 const*>(chunk->records + offset);
+    return *reinterpret_cast<dirent64 const*>(chunk.records.get() + place);
 }
 
 } // namespace Brindle::Vok::Platform

@@ -51,29 +51,29 @@ public:
     bool Reopen(std::string const& path) noexcept;
 
 private:
-    static constexpr std::size_t chunkSize = 64 * 1024 - 8; // offsets have 16 bits
-    static constexpr std::size_t leastRecord = 24;
-
-    // What the host gives at one time, and the offsets of its records in the order in which they are given out.
+    // What the host gives at one time, and where its records are, in the order in which they are given out.
     struct Chunk
     {
-        std::uint16_t order[chunkSize / leastRecord];
-        alignas(dirent64) char records[chunkSize];
+        std::size_t size = 0;
+        std::unique_ptr<std::uint64_t[]> records; // which are aligned like this
+        std::unique_ptr<std::uint16_t[]> order;
     };
 
+    bool MakeChunk(std::size_t size) noexcept;
     bool ReadChunk() noexcept;
     void TakeParkedChunk() noexcept;
     void Arrange(std::size_t size) noexcept;
     void Close() noexcept;
-    dirent64 const& RecordAt(std::size_t offset) const noexcept;
+    dirent64 const& RecordAt(std::uint16_t place) const noexcept;
 
     std::atomic<int> descriptor;
     struct statx identity = {};
+    bool isLarge = false;
     bool hasAllNames = false;
     std::deque<std::vector<char>> parkedChunks;
     std::size_t at = 0;
     std::size_t count = 0;
-    std::unique_ptr<Chunk> chunk;
+    Chunk chunk;
 };
 
 } // namespace Brindle::Vok::Platform
