@@ -43,8 +43,8 @@ int main(int argumentCount, char** arguments)
         // The environment names a locale that this machine lacks; the classic one stays.
     }
     testing::InitGoogleMock(&argumentCount, arguments);
-    CloseHandle(
-        CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)); // opens what stays open
+    // The first opening keeps a descriptor, by which other processes see this one.
+    CloseHandle(CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     OpenThings const before;
     int const result = RUN_ALL_TESTS();
     return before.AreAllThatIsOpen() ? result : 1;

@@ -56,6 +56,9 @@
 // - A file that another process opens as its very first one, while a deletion stands still for more than a fifth of a
 //   second in the act of taking that file's name (a stopped process, a stalled disk), may lose its name.
 //
+// While an iterator is open, deletions and walks of its thread below its directory take place in the directory that was
+// opened, also when it has been moved meanwhile and another one stands at its path. So end a walk before that.
+//
 // Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
 // one thread at a time; copies are independent. Every object needs a service: a null one is undefined. What a log
 // subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors.
