@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sstream>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -222,32 +221,24 @@ TEST_F(DirectoryDeletion, IsCompletedAfterAProcessThatDiedInTheMiddle)
 
 TEST_F(DirectoryDeletion, WithoutDescriptorsStopsAndLosesNothing)
 {
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     std::size_t const descriptors = OpenDescriptors();
     std::string message;
-    for (int atOpening = 0; message != noError; ++atOpening)
+    for (int openings = 0; message != noError; ++openings)
     {
-        ASSERT_LT(atOpening, 100);
+        ASSERT_LT(openings, 100);
         drive.Write("d/1/2/file");
-        rlimit const none{0, before.rlim_max};
         auto const exhaust = [&, count = 0](auto... arguments) mutable
-        {
-            if (count++ == atOpening)
-                ::setrlimit(RLIMIT_NOFILE, &none);
-            return SystemCalls::Open.host(arguments...);
-        };
+        { return count++ < openings ? SystemCalls::Open.host(arguments...) : FailingWith(EMFILE)(); };
         {
             SystemCalls::Redirection const exhausting(SystemCalls::Open, exhaust);
             message = DeletionMessage(drive.Path(L"d"));
         }
-        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
         EXPECT_EQ(OpenDescriptors(), descriptors);
         if (message == noError)
             continue;
         EXPECT_THAT(message, testing::HasSubstr("(Windows Error 4)"));
         // Each directory is searched before anything goes.
-        EXPECT_TRUE(atOpening < 3 ? drive.Exists("d/1/2/file") : drive.Exists("d"));
+        EXPECT_TRUE(openings < 3 ? drive.Exists("d/1/2/file") : drive.Exists("d"));
         EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
     }
     EXPECT_FALSE(drive.Exists("d"));

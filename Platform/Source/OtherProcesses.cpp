@@ -110,8 +110,9 @@ bool LookAgain(std::chrono::nanoseconds now) noexcept
             ChangeRange(relianceDescriptor, F_UNLCK, reliance, 1);
         reliance = current;
     }
-    nextLook = now + timeBetweenLooks;
-    return !AreOthersPresent();
+    bool const isAlone = !AreOthersPresent();
+    nextLook = isAlone ? now + timeBetweenLooks : now;
+    return isAlone;
 }
 
 int OpenCommonFile() noexcept

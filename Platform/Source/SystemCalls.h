@@ -109,7 +109,18 @@ VOK_SYSTEM_CALL(SetStatusFlags, int(int, int),
 VOK_SYSTEM_CALL(Truncate, int(int, off_t), [](int descriptor, off_t size) { return ::ftruncate(descriptor, size); });
 VOK_SYSTEM_CALL(ChangeModeAt, int(int, char const*, mode_t, int),
                 [](int directory, char const* path, mode_t mode, int flags)
-                { return ::fchmodat(directory, path, mode, flags); });
+                {
+                    // Linux has it with flags since 6.6, by the same number everywhere; before that the C library does
+                    // it by way of a descriptor and /proc.
+                    constexpr long fchmodat2 = 452;
+                    if (flags != 0)
+                    {
+                        long const result = ::syscall(fchmodat2, directory, path, mode, flags);
+                        if (result == 0 || errno != ENOSYS)
+                            return static_cast<int>(result);
+                    }
+                    return ::fchmodat(directory, path, mode, flags);
+                });
 VOK_SYSTEM_CALL(ChangeModeOf, int(int, mode_t), [](int descriptor, mode_t mode) { return ::fchmod(descriptor, mode); });
 VOK_SYSTEM_CALL(MakeDirectory, int(char const*, mode_t),
                 [](char const* path, mode_t mode) { return ::mkdir(path, mode); });
