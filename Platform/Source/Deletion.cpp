@@ -20,14 +20,14 @@ bool Unlink(HostPath const& path, Place const& place) noexcept
     return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0) == 0 || FailOnPath(path, errno);
 }
 
-enum class Held
+enum class Outcome
 {
     deleted,
     failed,
     elsewhere
 };
 
-Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
+Outcome DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescriptor const& held) noexcept
 {
     DeletionLock deletions;
     std::lock_guard const lock(deletions);
@@ -37,26 +37,27 @@ Held DeleteIfStillThere(HostPath const& path, Place const& place, SharedDescript
         SystemCalls::Status(held.Get(), &locked) != 0)
     {
         FailOnPath(path, errno);
-        return Held::failed;
+        return Outcome::failed;
     }
     if (named.st_dev != locked.st_dev || named.st_ino != locked.st_ino)
-        return Held::elsewhere;
-    return Unlink(path, place) ? Held::deleted : Held::failed;
+        return Outcome::elsewhere;
+    return Unlink(path, place) ? Outcome::deleted : Outcome::failed;
 }
 
-bool DeletePlainFile(HostPath const& path, Place const& place) noexcept
+// A link, a FIFO, a device: share modes are for files on disk, and a link itself is never open.
+Outcome DeleteUnlessPlain(HostPath const& path, Place const& place) noexcept
 {
-    constexpr int mostAttempts = 16;
-    for (int attempt = 0; attempt < mostAttempts; ++attempt)
+    DeletionLock deletions;
+    std::lock_guard const lock(deletions);
+    struct stat status;
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     {
-        SharedDescriptor held;
-        if (!HoldForDeletion(path, place, 0, held))
-            return false;
-        Held const outcome = DeleteIfStillThere(path, place, held);
-        if (outcome != Held::elsewhere)
-            return outcome == Held::deleted;
+        FailOnPath(path, errno);
+        return Outcome::failed;
     }
-    return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
+    if (S_ISREG(status.st_mode))
+        return Outcome::elsewhere;
+    return Unlink(path, place) ? Outcome::deleted : Outcome::failed;
 }
 
 bool MayBeDeleted(HostPath const& path, mode_t mode) noexcept
@@ -98,22 +99,36 @@ std::optional<bool> DeleteQuickly(HostPath const& path, Place const& place) noex
     return Unlink(path, place);
 }
 
+Outcome TryToDelete(HostPath const& path, Place const& place) noexcept
+{
+    struct stat status;
+    int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
+    {
+        FailOnPath(path, errno);
+        return Outcome::failed;
+    }
+    if (!MayBeDeleted(path, status.st_mode))
+        return Outcome::failed;
+    if (!S_ISREG(status.st_mode))
+        return DeleteUnlessPlain(path, place);
+    SharedDescriptor held;
+    return HoldForDeletion(path, place, 0, held) ? DeleteIfStillThere(path, place, held) : Outcome::failed;
+}
+
 bool Delete(HostPath const& path) noexcept
 {
+    constexpr int mostAttempts = 16;
     Place const place(path);
     if (!place.IsReachable())
         return false;
     if (place.IsLocal() && !path.NamesDirectory())
         if (std::optional<bool> const done = DeleteQuickly(path, place))
             return *done;
-    struct stat status;
-    int const follow = path.NamesDirectory() ? 0 : AT_SYMLINK_NOFOLLOW;
-    if (SystemCalls::StatusAt(place.Directory(), place.Name(), &status, follow) != 0)
-        return FailOnPath(path, errno);
-    if (!MayBeDeleted(path, status.st_mode))
-        return false;
-    // Share modes are for files on disk; a link itself is never open.
-    return S_ISREG(status.st_mode) ? DeletePlainFile(path, place) : Unlink(path, place);
+    for (int attempt = 0; attempt < mostAttempts; ++attempt)
+        if (Outcome const outcome = TryToDelete(path, place); outcome != Outcome::elsewhere)
+            return outcome == Outcome::deleted;
+    return FailWith(ERROR_SHARING_VIOLATION); // somebody puts a new file there all the time
 }
 
 } // namespace

@@ -139,7 +139,10 @@ bool DirectoryStream::Park() noexcept
             if (failed)
                 return false;
             if (size > 0)
-                rest = std::vector<char>(rest.begin(), rest.begin() + size);
+            {
+                rest.resize(static_cast<std::size_t>(size));
+                rest.shrink_to_fit();
+            }
         }
     }
     catch (std::bad_alloc const&)

@@ -8,8 +8,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <dirent.h>
+#include <list>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -70,7 +70,7 @@ private:
     struct statx identity = {};
     bool isLarge = false;
     bool hasAllNames = false;
-    std::deque<std::vector<char>> parkedChunks;
+    std::list<std::vector<char>> parkedChunks;
     std::size_t at = 0;
     std::size_t count = 0;
     Chunk chunk;

@@ -134,8 +134,8 @@ DWORD GetFileAttributesW(LPCWSTR text) noexcept
     HostPath path;
     if (!path.Assign(text))
         return INVALID_FILE_ATTRIBUTES;
-    if (Place const place(path); place.RefusesLinks() && !path.NamesDirectory() && place.Told()->Holds())
-        return AttributesFromMode(place.Told()->mode);
+    if (auto const told = Place::ToldOf(path); told && !S_ISLNK(told->mode) && !path.NamesDirectory() && told->Holds())
+        return AttributesFromMode(told->mode);
     struct stat status;
     return GetStatus(path, status) ? AttributesFromMode(status.st_mode) : INVALID_FILE_ATTRIBUTES;
 }

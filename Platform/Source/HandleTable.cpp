@@ -9,6 +9,7 @@
 #include <atomic>
 #include <mutex>
 #include <new>
+#include <pthread.h>
 #include <type_traits>
 
 namespace Brindle::Vok::Platform
@@ -60,6 +61,10 @@ struct HandleTable::Storage
 };
 
 constinit HandleTable::Storage HandleTable::storage{};
+
+// A child has only the thread that made it, and nobody to unlock what another thread had locked.
+[[maybe_unused]] int const HandleTable::keepsOrderInChild =
+    pthread_atfork([] { storage.mutex.lock(); }, [] { storage.mutex.unlock(); }, [] { storage.mutex.unlock(); });
 
 HANDLE HandleTable::Insert(std::unique_ptr<Object> object) noexcept
 {

@@ -125,6 +125,7 @@ private:
 
     struct Storage;
     static Storage storage;
+    static int const keepsOrderInChild;
 };
 
 } // namespace Brindle::Vok::Platform

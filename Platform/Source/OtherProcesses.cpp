@@ -115,9 +115,14 @@ bool LookAgain(std::chrono::nanoseconds now) noexcept
     return isAlone;
 }
 
-int OpenCommonFile() noexcept
+// A number that is given anew was closed by the host, whatever it stood for.
+void OpenCommonFile(int& descriptor) noexcept
 {
-    return Uninterrupted([] { return SystemCalls::Open(AT_FDCWD, commonFile, O_RDONLY | O_CLOEXEC, 0); });
+    int const opened = Uninterrupted([] { return SystemCalls::Open(AT_FDCWD, commonFile, O_RDONLY | O_CLOEXEC, 0); });
+    for (int* const each : {&presenceDescriptor, &inheritedDescriptor, &relianceDescriptor})
+        if (*each == opened)
+            *each = -1;
+    descriptor = opened;
 }
 
 // Zero where there is no such file, or no locks on it; nobody sees this process then.
@@ -125,7 +130,7 @@ DWORD TakePresence() noexcept
 {
     if (presenceDescriptor >= 0)
         return ERROR_SUCCESS;
-    presenceDescriptor = OpenCommonFile();
+    OpenCommonFile(presenceDescriptor);
     if (presenceDescriptor < 0)
         return errno == ENOENT || errno == ENOTDIR || errno == EACCES ? ERROR_SUCCESS : CodeFromHost(errno);
     struct stat status;
@@ -155,10 +160,11 @@ DWORD Announce() noexcept
         return ERROR_SUCCESS;
     if (presenceDescriptor >= 0 && !IsStillOpen(presenceDescriptor))
         presenceDescriptor = -1;
-    bool const isNew = presenceDescriptor < 0;
+    // Who has taken its presence to rely on being alone has not waited yet, unless it was alone.
+    bool const mustWait = presenceDescriptor < 0 || (!isAnnounced.load(std::memory_order_relaxed) && relying == 0);
     if (DWORD const code = TakePresence(); code != ERROR_SUCCESS)
         return code;
-    while (isNew && presenceDescriptor >= 0 && DoesAnotherRely())
+    while (mustWait && presenceDescriptor >= 0 && DoesAnotherRely())
         SystemCalls::Sleep(&pause);
     nextCheck.store(TimeNow() + timeBetweenLooks, std::memory_order_relaxed);
     isAnnounced.store(true, std::memory_order_release);
@@ -173,7 +179,7 @@ bool BeginRelyingOnNone() noexcept
         return false;
     if (relying == 0)
     {
-        relianceDescriptor = OpenCommonFile();
+        OpenCommonFile(relianceDescriptor);
         reliance = 0;
         if (relianceDescriptor < 0 || !LookAgain(TimeNow()))
         {

@@ -1,12 +1,16 @@
 // Whether other processes of this host have files open through the library, told without asking file by file.
 //
-// Every process that opens a file makes itself known once, by a lock on a file that processes have in common. One that
-// finds nobody else there knows all handles that there are, for as long as it holds a second lock: who makes itself
-// known meanwhile sees that one and waits. The kernel keeps both, so they end with their process, whatever its end.
+// Every process that opens a file, or wants to rely on being alone, makes itself known once, by a lock on a file that
+// processes have in common. One that finds nobody else there knows all handles that there are, for as long as it holds
+// a second lock: who makes itself known meanwhile sees that one and waits. The kernel keeps both, so they end with
+// their process, whatever its end. A child that a fork made keeps its parent's presence, so it never relies.
 //
-// Not covered: a deletion that stands still for more than a fifth of a second between its last look and the host's
-// answer (a stopped process, a stalled disk). A process that makes itself known just then no longer waits for it, and a
-// file that it opens may lose its name. Nor processes of another time namespace, or without a /proc, which nobody sees.
+// Not covered:
+// - A deletion that stands still for more than a fifth of a second between its last look and the host's answer (a
+//   stopped process, a stalled disk). A process that makes itself known just then no longer waits for it, and a file
+//   that it opens may lose its name.
+// - Who is seen by nobody: processes of another time namespace, without a /proc, or whose host refuses locks there;
+//   children made without the C library; and for 10 milliseconds a process that closes descriptors it doesn't know.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

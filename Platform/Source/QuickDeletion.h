@@ -4,8 +4,9 @@
 // (HandleCounts.h): a file whose counter is zero is deleted as it is. An opening counts itself first and then looks
 // whether there is a deletion that relies on the counters; a deletion says that it does and then looks at the counter.
 // So at least one of the two sees the other. Only where the files are on disks of this host: elsewhere another host may
-// have them open. (Locks of programs that don't use the library are seen only where a file is opened, by the deletion
-// of a single one.)
+// have them open. (A host that gives such a disk to others, over a network or to a guest, must know that theirs aren't
+// seen. Locks of programs that don't use the library are seen only where a file is opened, by the deletion of a single
+// one.)
 #pragma once
 
 #include <cstdint>
@@ -15,10 +16,10 @@ namespace Brindle::Vok::Platform
 
 /// What deletions and openings of this process do one after another. A deletion that opens its file holds it alone,
 /// between looking whether the name still leads there and taking the name away: no other may make room for a new file
-/// of that name. (Another process may, for the length of one system call.) Quick deletions share it between their look
-/// and the end; an opening that may have met one waits for it. Held over the host's calls, so an opening may wait as
-/// long as an unlink takes. Within it the mutex of OtherProcesses may be taken, and no other. Who waits to hold it
-/// alone goes first.
+/// of that name. (Another process may, or the host's own rename, between the last look and the end.) Quick deletions
+/// share it between their look and the end; an opening that may have met one waits for it. Held over the host's calls,
+/// so an opening may wait as long as an unlink takes. Within it the mutex of OtherProcesses may be taken, and no other.
+/// Who waits to hold it alone goes first.
 class DeletionLock
 {
 public:
@@ -59,6 +60,8 @@ private:
 
     State state = State::waits;
     unsigned turns = 0;
+    /// Forks that led to this process when it began to rely: a child that inherits it has nothing to end.
+    unsigned forks = 0;
 };
 
 } // namespace Brindle::Vok::Platform

@@ -35,10 +35,6 @@ std::vector<std::shared_ptr<SearchedDirectory>>& Directories()
 // How many directories the searches of one thread keep open.
 constexpr std::size_t mostOpen = 16;
 
-// A child's searches must find both in order.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { Lock().lock(); }, [] { Lock().unlock(); }, [] { Lock().unlock(); });
-
 // Other hosts may have files on other kinds open, and of a file of theirs the number may change.
 bool IsOnLocalDisk(int descriptor) noexcept
 {
@@ -64,15 +60,27 @@ std::uint64_t NumberOfThisThread() noexcept
 
 } // namespace
 
+// A child must find the list in order, and no directory in the hands of a thread that it doesn't have.
+void SearchedDirectory::StartAnewInChild() noexcept
+{
+    for (std::shared_ptr<SearchedDirectory> const& each : Directories())
+        std::construct_at(&each->use);
+    Lock().unlock();
+}
+
+[[maybe_unused]] int const SearchedDirectory::keepsOrderInChild =
+    pthread_atfork([] { Lock().lock(); }, [] { Lock().unlock(); }, StartAnewInChild);
+
 std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
 {
-    std::shared_ptr<SearchedDirectory> directory(new (std::nothrow)
-                                                     SearchedDirectory(descriptor, std::move(path), hasEntries));
-    if (!directory)
+    std::unique_ptr<SearchedDirectory> made(new (std::nothrow)
+                                                SearchedDirectory(descriptor, std::move(path), hasEntries));
+    if (!made)
     {
         SystemCalls::Close(descriptor);
         throw std::bad_alloc();
     }
+    std::shared_ptr<SearchedDirectory> const directory(std::move(made));
     directory->isLocal = IsOnLocalDisk(descriptor);
     {
         std::lock_guard const lock(Lock());
@@ -158,8 +166,23 @@ void Place::Find(std::string_view path, std::string_view lastName) noexcept
 
 Place::Place(HostPath const& path) noexcept : name(path.Text())
 {
-    if (thisThread == 0 || path.IsRoot())
+    if (!Find(path) || !directory)
         return;
+    std::lock_guard const lock(directory->Use());
+    isReachable = directory->EnsureOpen();
+}
+
+std::optional<ToldStatus> Place::ToldOf(HostPath const& path) noexcept
+{
+    Place place;
+    place.Find(path);
+    return place.told;
+}
+
+bool Place::Find(HostPath const& path) noexcept
+{
+    if (thisThread == 0 || path.IsRoot())
+        return true;
     try
     {
         // Absolute paths, which most are, take no memory.
@@ -168,18 +191,16 @@ Place::Place(HostPath const& path) noexcept : name(path.Text())
         std::size_t const separator = text.rfind('/');
         std::string_view const last = text.substr(separator + 1);
         if (separator == std::string_view::npos || !path.View().ends_with(last))
-            return;
+            return true;
         Find(text.substr(0, std::max<std::size_t>(separator, 1)), last);
-        if (!directory)
-            return;
-        name = path.Text() + (path.View().size() - last.size());
-        std::lock_guard const lock(directory->Use());
-        isReachable = directory->EnsureOpen();
+        if (directory)
+            name = path.Text() + (path.View().size() - last.size());
     }
     catch (std::bad_alloc const&)
     {
         isReachable = FailWith(ERROR_NOT_ENOUGH_MEMORY);
     }
+    return isReachable;
 }
 
 int Place::Directory() const noexcept

@@ -54,6 +54,8 @@ private:
     {
     }
 
+    static void StartAnewInChild() noexcept;
+    static int const keepsOrderInChild;
     void ParkOthers() const noexcept;
     std::shared_ptr<SearchedDirectory> OldestToPark(SearchedDirectory const* after) const noexcept;
 
@@ -75,6 +77,9 @@ class Place
 public:
     explicit Place(HostPath const& path) noexcept;
 
+    /// What a search of the calling thread has just told of the path, without opening what is parked.
+    static std::optional<ToldStatus> ToldOf(HostPath const& path) noexcept;
+
     /// False with the last error set when the search's directory had been parked and can't be opened again. Nothing
     /// else may be done with the place then: the path may lead to another directory now.
     bool IsReachable() const noexcept { return isReachable; }
@@ -95,10 +100,13 @@ public:
 private:
     std::shared_ptr<SearchedDirectory> directory;
     std::shared_ptr<SearchedDirectory> first;
-    char const* name;
+    char const* name = nullptr;
     std::optional<ToldStatus> told;
     bool isReachable = true;
 
+    Place() noexcept = default;
+    /// False with the last error set.
+    bool Find(HostPath const& path) noexcept;
     void Find(std::string_view path, std::string_view lastName) noexcept;
 };
 

@@ -42,7 +42,8 @@ std::chrono::nanoseconds Stopwatch::Stop() const noexcept
     bool const learns = looks.load(std::memory_order_relaxed) < looksToLearnFrom;
     if (learns)
         looks.fetch_add(1, std::memory_order_relaxed);
-    return learns || look > 2 * shortest ? std::chrono::nanoseconds(0) : now + std::chrono::nanoseconds(shortest);
+    return learns || look > 2 * shortest ? std::chrono::nanoseconds(0)
+                                         : now + std::chrono::nanoseconds(shortest * 3 / 4);
 }
 
 } // namespace Brindle::Vok::Platform

@@ -156,7 +156,7 @@ TEST_F(QuickDeletion, LooksAgainUnlessItIsAtOnce)
         int look; // what a look takes, and how long it is to the deletion, in nanoseconds
         int delay;
         bool looksAgain;
-    } const cases[] = {{100, 0, false}, {100, 80, false}, {100, 120, true}, {250, 0, true}};
+    } const cases[] = {{100, 0, false}, {100, 70, false}, {100, 80, true}, {250, 0, true}};
     Alone const alone;
     long time = 1'000'000'000;
     int looks = 0;
