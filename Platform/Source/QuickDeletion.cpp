@@ -1,6 +1,7 @@
 #include "QuickDeletion.h"
 
 #include "OtherProcesses.h"
+#include "Sharing.h"
 
 #include <atomic>
 #include <mutex>
@@ -22,15 +23,12 @@ std::atomic<std::uint64_t> reliances{0};
 constexpr std::uint64_t oneNow = 1;
 constexpr std::uint64_t oneEver = std::uint64_t{1} << 32;
 
-std::atomic<unsigned> forksDescended{0};
-
 // A child has only the thread that made it, and nobody to unlock what another thread had locked. It relies on nothing.
 [[maybe_unused]] int const startsAnewInChild = pthread_atfork(nullptr, nullptr,
                                                               []
                                                               {
                                                                   deletionLock = free;
                                                                   reliances = 0;
-                                                                  ++forksDescended;
                                                               });
 
 } // namespace
@@ -72,18 +70,18 @@ bool QuickDeletion::KnowsAllHandles() noexcept
         state = OtherProcesses::BeginRelyingOnNone() ? State::relies : State::gaveUp;
         if (state == State::relies)
         {
-            forks = forksDescended;
+            forks = CurrentForks().descended;
             reliances.fetch_add(oneEver + oneNow, std::memory_order_seq_cst);
         }
     }
-    if (state == State::relies && (forks != forksDescended || !OtherProcesses::AreStillNone()))
+    if (state == State::relies && (forks != CurrentForks().descended || !OtherProcesses::AreStillNone()))
         End();
     return state == State::relies;
 }
 
 void QuickDeletion::End() noexcept
 {
-    if (state == State::relies && forks == forksDescended)
+    if (state == State::relies && forks == CurrentForks().descended)
     {
         reliances.fetch_sub(oneNow, std::memory_order_seq_cst);
         OtherProcesses::EndRelyingOnNone();

@@ -163,11 +163,6 @@ std::atomic<unsigned> forksDescended{0};
     nullptr, [] { forksMade.fetch_add(1, std::memory_order_relaxed); },
     [] { forksDescended.fetch_add(1, std::memory_order_relaxed); });
 
-ForkCounts CurrentForks() noexcept
-{
-    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
-}
-
 // Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
 // may be starting a program this very moment, in ways that call no handler.
 bool MayBeCopied(ForkCounts const& then) noexcept
@@ -187,6 +182,11 @@ DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 }
 
 } // namespace
+
+ForkCounts CurrentForks() noexcept
+{
+    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
+}
 
 void PauseForOthers(int attempt) noexcept
 {

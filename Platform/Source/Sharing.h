@@ -42,6 +42,8 @@ struct ForkCounts
     unsigned descended = 0;
 };
 
+ForkCounts CurrentForks() noexcept;
+
 /// An open descriptor and the locks that it holds. The locks belong to the open file, which a child process shares from
 /// its fork until it runs its program. So where there may be such a child, closing gives the locks back by name instead
 /// of leaving that to the descriptor's end; and in the child itself closing leaves them to the parent.

@@ -116,7 +116,8 @@ VOK_SYSTEM_CALL(ChangeModeAt, int(int, char const*, mode_t, int),
                     if (flags != 0)
                     {
                         long const result = ::syscall(fchmodat2, directory, path, mode, flags);
-                        if (result == 0 || errno != ENOSYS)
+                        if (result == 0 ||
+                            (errno != ENOSYS && errno != EPERM)) // the latter from filters that don't know it
                             return static_cast<int>(result);
                     }
                     return ::fchmodat(directory, path, mode, flags);

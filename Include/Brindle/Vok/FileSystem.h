@@ -202,7 +202,7 @@ enum class FileSystemIterateType : std::int32_t
 };
 
 /// Walks the entries of one directory, "." and ".." left out, in the platform's order. A single-pass input iterator
-/// that moves and isn't copied, and is moved from only to be assigned to or destroyed; it owns the search, and memory
+/// that moves and isn't copied; it owns the search, and memory
 /// and descriptors don't grow with the directory. Entries that come or go meanwhile may be met or not. It compares
 /// equal to another one only when both are at the end, so an iterator that stands at an entry is unequal to itself. It
 /// belongs to one thread at a time.
