@@ -1,45 +1,18 @@
 #include <Brindle/Vok/FileSystem.h>
 
-#include <Brindle/Vok/Guid.h>
 #include <Brindle/Vok/Log.h>
-#include <Brindle/Vok/VokWindows.h>
 
-#include "DeletionGuard.h"
+#include "DirectoryWork.h"
 #include "FileSystemImpl.h"
 #include "StringStorage.h"
 #include "TextFormat.h"
+#include "WholeFile.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 #include <utility>
 
 namespace Brindle::Vok
 {
-
-// Named without their namespace, since the texts of the assertions below are fixed.
-using Detail::utf16ByteOrderMark;
-using Detail::utf8ByteOrderMark;
-
-namespace
-{
-
-/// One write carries its count in 32 bits.
-constexpr std::size_t maximumByteCount = 0xFFFFFFFFU;
-
-using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
-
-FileOwner OpenForWriting(Path const& path)
-{
-    return VokCreateFile(path.ToString(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
-FileOwner OpenForReading(Path const& path)
-{
-    return VokCreateFile(path.ToString(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
-} // namespace
 
 std::shared_ptr<FileSystem> MakeFileSystem()
 {
@@ -53,8 +26,7 @@ std::unique_ptr<File> FileSystemImpl::MakeFile(Path path)
 
 TempDirectory FileSystemImpl::MakeTempDirectory()
 {
-    std::wstring const name = Guid::NewGuid();
-    Path const path = Path::Join(VokExpandEnvironmentStrings(L"%TEMP%"), name);
+    Path const path = Detail::UnusedTemporaryPath();
     VokCreateDirectory(path);
     return TempDirectory(shared_from_this(), path);
 }
@@ -73,16 +45,7 @@ DirectoryInfo FileSystemImpl::MakeDirectoryInfo(Path path)
 
 void FileSystemImpl::VokCreateDirectory(Path path)
 {
-    if (CreateDirectoryW(path.ToString().c_str(), nullptr))
-        return;
-    if (GetLastError() == ERROR_ALREADY_EXISTS)
-        return;
-    bool const lacksParent = GetLastError() == ERROR_PATH_NOT_FOUND && !path.DirectoryNormalized().empty();
-    if (lacksParent)
-        VokCreateDirectory(path.DriveAndDirectoryNormalized());
-    // Required: a directory that somebody else made in between is reported.
-    if (!lacksParent || !CreateDirectoryW(path.ToString().c_str(), nullptr))
-        VOK_THROW_LAST_ERROR("CreateDirectory [{}]", path.ToString());
+    Detail::CreateDirectory(VOK_DETAIL_LOCATION, path, [this](Path parent) { VokCreateDirectory(std::move(parent)); });
 }
 
 bool FileSystemImpl::DeleteDirectory(Path path, Error& error)
@@ -101,151 +64,9 @@ bool FileSystemImpl::DeleteDirectory(Path path)
     return existed;
 }
 
-// Deleting directories
-
-namespace
-{
-
-[[noreturn]] void EndTheProcess()
-{
-    std::fputs("Vok2: the process ends, because a path to be deleted doesn't fit into 260 code units\n", stderr);
-    std::abort();
-}
-
-/// A text in a buffer as large as the platform's paths. One that doesn't fit ends the process, so that no cut path is
-/// ever taken for another one.
-class PathBuffer
-{
-public:
-    /// For a directory, whose entries' names need at least a separator and a unit more.
-    static void EndUnlessItFits(std::wstring_view directory)
-    {
-        if (directory.size() + 2 >= MAX_PATH)
-            EndTheProcess();
-    }
-
-    void Assign(std::wstring_view text)
-    {
-        length = 0;
-        Append(text);
-    }
-    void Append(std::wstring_view text)
-    {
-        if (text.size() >= MAX_PATH - length)
-            EndTheProcess();
-        text.copy(units + length, text.size());
-        length += text.size();
-        units[length] = 0;
-    }
-    void CutTo(std::size_t shorter)
-    {
-        length = shorter;
-        units[length] = 0;
-    }
-    wchar_t const* Text() const { return units; }
-    std::wstring_view View() const { return {units, length}; }
-
-private:
-    wchar_t units[MAX_PATH];
-    std::size_t length = 0;
-};
-
-/// Without the separators at the end, with which a text means no entry of its directory.
-std::wstring WithoutEnd(std::wstring const& text)
-{
-    return text.substr(0, text.find_last_not_of(L"\\/") + 1);
-}
-
-} // namespace
-
 void FileSystemImpl::DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error)
 {
-    existed = true;
-    if (DWORD const refusal = Detail::CodeAgainstDeleting(path.ToString()); refusal != ERROR_SUCCESS)
-    {
-        VOK_SET_ERROR(error, WindowsError, refusal, L"Path [{}]", path.ToString());
-        return;
-    }
-    PathBuffer::EndUnlessItFits(path.ToString()); // before a search, which may refuse such a text
-    // A search for the directory's own name remembers the directory that it lies in, and that it is no link. So the
-    // walk starts there, and refuses a link that is put in its place.
-    WIN32_FIND_DATAW data;
-    HandleOwner<Detail::FindHandleTraits> const own(FindFirstFileW(WithoutEnd(path.ToString()).c_str(), &data));
-    if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
-        DeleteDirectoryInternal(Missing{path}, existed);
-    else if (!own.IsValid())
-        VOK_SET_LAST_ERROR(error, L"");
-    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        VOK_SET_ERROR(error, WindowsError, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
-    else
-        DeleteDirectoryInternal(Found{path}, contentsOnly, existed, error);
-}
-
-void FileSystemImpl::DeleteDirectoryInternal(Found directory, bool contentsOnly, bool& existed, Error& error)
-{
-    Path const& path = directory.path;
-    existed = true;
-    PathBuffer prefix;
-    PathBuffer entry;
-    prefix.Assign(path.ToString());
-    prefix.Append(L"\\*");
-    entry.Assign(path.ToString());
-    entry.Append(L"\\");
-    WIN32_FIND_DATAW data;
-    HandleOwner<Detail::FindHandleTraits> search(FindFirstFileW(prefix.Text(), &data));
-    if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
-        return DeleteDirectoryInternal(Missing{path}, existed);
-    if (!search.IsValid())
-    {
-        VOK_SET_LAST_ERROR(error, L"");
-        return;
-    }
-    // The entry that came with the handle is "." and isn't looked at.
-    while (FindNextFileW(search.Get(), &data))
-    {
-        std::wstring_view const name = data.cFileName;
-        if (name == L"." || name == L"..")
-            continue;
-        std::size_t const end = entry.View().size();
-        entry.Append(name);
-        if (!DeleteDirectoryInternal(data, entry.Text(), error))
-            return;
-        entry.CutTo(end);
-    }
-    if (GetLastError() != ERROR_NO_MORE_FILES)
-    {
-        VOK_SET_LAST_ERROR(error, L"Path [{}]", path.ToString());
-        return;
-    }
-    search.Reset();
-    if (!contentsOnly && !RemoveDirectoryW(path.ToString().c_str()))
-        VOK_SET_LAST_ERROR(error, L"Path [{}]", path.ToString());
-}
-
-void FileSystemImpl::DeleteDirectoryInternal(Missing directory, bool& existed)
-{
-    VOK_LOG(info, L"Deleting directory that doesn't exist [{}]", directory.path.ToString());
-    existed = false;
-}
-
-bool FileSystemImpl::DeleteDirectoryInternal(WIN32_FIND_DATAW const& entry, wchar_t const* path, Error& error)
-{
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-    {
-        bool ignored = false;
-        Path const directory(path);
-        DeleteDirectoryInternal(Found{directory}, false, ignored, error);
-        if (!error.Failed())
-            return true;
-        VOK_SET_LAST_ERROR(error, L""); // required: of what happened further down the code alone is left
-        return false;
-    }
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
-        SetFileAttributesW(path, entry.dwFileAttributes & ~FILE_ATTRIBUTE_READONLY);
-    if (DeleteFileW(path))
-        return true;
-    VOK_SET_LAST_ERROR(error, L"DeleteFileW [{}]", path);
-    return false;
+    Detail::DeleteDirectory(VOK_DETAIL_LOCATION, path, contentsOnly, existed, error);
 }
 
 // What is on disk
@@ -543,41 +364,41 @@ void TempDirectory::Delete()
 
 // Whole files
 
+namespace
+{
+
+// The assertions' texts are fixed; a file gets 2 bytes a code unit whatever the width of wchar_t.
+constexpr Detail::TextFileForm utf16Form{Detail::utf16ByteOrderMark, "bytesWritten == sizeof(utf16ByteOrderMark)",
+                                         "bytesWritten == toWrite.size() * sizeof(wchar_t)"};
+constexpr Detail::TextFileForm utf8Form{Detail::utf8ByteOrderMark, "bytesWritten == sizeof(utf8ByteOrderMark)",
+                                        "bytesWritten == toWrite.size()"};
+
+} // namespace
+
 FileImpl::FileImpl(Path path) : path(std::move(path)) {}
 
 // Line endings are normalised once, in the overload that was called and on its form of the text; where the encoding
-// wants the other form, the other overload then gets Unchanged.
+// wants the other form, the other overload then gets Unchanged. A text that is too long for the platform's conversion
+// comes out of it empty. It is refused before the file is opened, so that the file keeps what it has. With any other
+// encoding nothing is written and nothing reported, which is required.
 
 void FileImpl::WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                             LineEndingPolicy lineEndings)
 {
     Detail::NormalizedText const normalized(text, lineEndings);
     std::wstring const& toWrite = normalized.Text();
-    if (encoding == TextEncoding::Utf8)
+    if (encoding == TextEncoding::Utf16)
+    {
+        Detail::Utf16Units const units(toWrite);
+        Detail::WriteTextFile(VOK_DETAIL_LOCATION, path, utf16Form, byteOrderMark, units.Data(), units.ByteCount());
+    }
+    else if (encoding == TextEncoding::Utf8)
     {
         std::string const narrow = WideToUtf8(toWrite);
-        if (narrow.empty() && !toWrite.empty()) // longer than the platform converts: the file keeps what it has
-            VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
-        return WriteAllText(narrow, TextEncoding::Utf8, byteOrderMark, LineEndingPolicy::Unchanged);
+        if (narrow.empty() && !toWrite.empty())
+            Detail::RefuseLongContent(VOK_DETAIL_LOCATION, path);
+        WriteAllText(narrow, TextEncoding::Utf8, byteOrderMark, LineEndingPolicy::Unchanged);
     }
-    if (encoding != TextEncoding::Utf16)
-        return; // required: nothing is written and nothing reported
-
-    Detail::Utf16Units const units(toWrite); // made first: when memory is short the file keeps what it has
-    if (units.ByteCount() > maximumByteCount)
-        VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
-    FileOwner const file = OpenForWriting(path);
-    DWORD bytesWritten = 0;
-    if (byteOrderMark == ByteOrderMarkPolicy::Write)
-    {
-        if (!WriteFile(file.Get(), utf16ByteOrderMark, sizeof(utf16ByteOrderMark), &bytesWritten, nullptr))
-            VOK_THROW_LAST_ERROR(L"WriteFile bom [{}].", path.ToString());
-        VOK_ASSERT(bytesWritten == sizeof(utf16ByteOrderMark));
-    }
-    if (!WriteFile(file.Get(), units.Data(), static_cast<DWORD>(units.ByteCount()), &bytesWritten, nullptr))
-        VOK_THROW_LAST_ERROR(L"WriteFile content failed [{}]", path.ToString());
-    // The text is fixed; the file gets 2 bytes a code unit whatever the width of wchar_t.
-    VOK_DETAIL_ASSERT(bytesWritten == units.ByteCount(), "bytesWritten == toWrite.size() * sizeof(wchar_t)");
 }
 
 void FileImpl::WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
@@ -588,44 +409,20 @@ void FileImpl::WriteAllText(std::string const& text, TextEncoding encoding, Byte
     if (encoding == TextEncoding::Utf16)
     {
         std::wstring const wide = Utf8ToWide(toWrite);
-        if (wide.empty() && !toWrite.empty()) // longer than the platform converts: the file keeps what it has
-            VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
-        return WriteAllText(wide, TextEncoding::Utf16, byteOrderMark, LineEndingPolicy::Unchanged);
+        if (wide.empty() && !toWrite.empty())
+            Detail::RefuseLongContent(VOK_DETAIL_LOCATION, path);
+        WriteAllText(wide, TextEncoding::Utf16, byteOrderMark, LineEndingPolicy::Unchanged);
     }
-    if (encoding != TextEncoding::Utf8)
-        return; // required: nothing is written and nothing reported
-    if (toWrite.size() > maximumByteCount)
-        VOK_THROW(WindowsError, ERROR_FILE_TOO_LARGE, L"WriteFile content failed [{}]", path.ToString());
-
-    FileOwner const file = OpenForWriting(path);
-    DWORD bytesWritten = 0;
-    if (byteOrderMark == ByteOrderMarkPolicy::Write)
-    {
-        if (!WriteFile(file.Get(), utf8ByteOrderMark, sizeof(utf8ByteOrderMark), &bytesWritten, nullptr))
-            VOK_THROW_LAST_ERROR(L"WriteFile bom [{}].", path.ToString());
-        VOK_ASSERT(bytesWritten == sizeof(utf8ByteOrderMark));
-    }
-    if (!WriteFile(file.Get(), toWrite.data(), static_cast<DWORD>(toWrite.size()), &bytesWritten, nullptr))
-        VOK_THROW_LAST_ERROR(L"WriteFile content failed [{}]", path.ToString());
-    VOK_ASSERT(bytesWritten == toWrite.size());
+    else if (encoding == TextEncoding::Utf8)
+        Detail::WriteTextFile(VOK_DETAIL_LOCATION, path, utf8Form, byteOrderMark, toWrite.data(), toWrite.size());
 }
 
 std::string FileImpl::ReadAllTextA()
 {
-    FileOwner const file = OpenForReading(path);
-    LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file.Get(), &size))
-        VOK_THROW_LAST_ERROR("GetFileSize failed [{}]", path.ToString());
-    if (size.HighPart != 0)
-        VOK_THROW(WindowsError, ERROR_FUNCTION_FAILED, "GetFileSize returned a big number. [{}]", size.QuadPart);
-
+    Detail::WholeFileReader const file(VOK_DETAIL_LOCATION, path);
     std::string text;
-    Detail::ResizeUninitialized(text, size.LowPart);
-    DWORD bytesRead = 0;
-    if (!ReadFile(file.Get(), text.data(), size.LowPart, &bytesRead, nullptr))
-        VOK_THROW_LAST_ERROR("ReadFile failed");
-    if (bytesRead != size.LowPart)
-        VOK_THROW(WindowsError, ERROR_FUNCTION_FAILED, "Failed to read entire file");
+    Detail::ResizeUninitialized(text, file.Size());
+    file.Read(text.data());
     return text;
 }
 

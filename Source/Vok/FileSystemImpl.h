@@ -38,23 +38,6 @@ public:
     /// The one worker behind all deletions of this generation. It needs no object, so that whoever holds another
     /// service gets it too. `existed` tells whether the directory was there; `error` is assigned on failure only.
     static void DeleteDirectoryInternal(Path path, bool contentsOnly, bool& existed, Error& error);
-
-private:
-    // The parts of the worker. They are named alike because messages carry the name.
-
-    /// A directory that an open search has just told of.
-    struct Found
-    {
-        Path const& path;
-    };
-    struct Missing
-    {
-        Path const& path;
-    };
-    static void DeleteDirectoryInternal(Found directory, bool contentsOnly, bool& existed, Error& error);
-    /// One entry of a directory, by its whole path. False if the deletion stops.
-    static bool DeleteDirectoryInternal(WIN32_FIND_DATAW const& entry, wchar_t const* path, Error& error);
-    static void DeleteDirectoryInternal(Missing directory, bool& existed);
 };
 
 } // namespace Brindle::Vok

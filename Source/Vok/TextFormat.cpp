@@ -1,7 +1,11 @@
 #include "TextFormat.h"
 
+#include "StringStorage.h"
+
 #include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace Brindle::Vok::Detail
 {
@@ -60,6 +64,20 @@ Utf16Units::Utf16Units(std::wstring_view text) : data(text.data()), count(text.s
                        });
         data = own.get();
     }
+}
+
+std::wstring WideTextOf(std::span<unsigned char const> bytes)
+{
+    static_assert(std::endian::native == std::endian::little, "units are written and read as they lie in memory");
+    std::wstring text;
+    ResizeUninitialized(text, bytes.size() / sizeof(char16_t));
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        char16_t unit;
+        std::memcpy(&unit, bytes.data() + i * sizeof unit, sizeof unit);
+        text[i] = static_cast<wchar_t>(unit);
+    }
+    return text;
 }
 
 } // namespace Brindle::Vok::Detail

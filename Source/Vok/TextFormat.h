@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -47,5 +48,8 @@ private:
     void const* data;
     std::size_t count;
 };
+
+/// The code units that a file's bytes hold, 2 bytes each. An odd byte at the end is dropped.
+std::wstring WideTextOf(std::span<unsigned char const> bytes);
 
 } // namespace Brindle::Vok::Detail

@@ -1,0 +1,84 @@
+#include "WholeFile.h"
+
+#include <Brindle/Vok/Log.h>
+#include <Brindle/Vok/VokWindows.h>
+
+namespace Brindle::Vok::Detail
+{
+namespace
+{
+
+using FileOwner = HandleOwner<InvalidHandleTraits>;
+
+/// One write carries its count in 32 bits.
+constexpr std::size_t maximumByteCount = 0xFFFFFFFFU;
+
+FileOwner OpenForWriting(Path const& path)
+{
+    return VokCreateFile(path.ToString(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+/// One write of everything. What it wrote less than that is the soft assertion's matter.
+void Write(Location const& location, FileOwner const& file, void const* bytes, std::size_t byteCount,
+           char const* assertion, wchar_t const* failure, Path const& path)
+{
+    DWORD bytesWritten = 0;
+    if (!WriteFile(file.Get(), bytes, static_cast<DWORD>(byteCount), &bytesWritten, nullptr))
+        throw MakeLastErrorToThrow(location, failure, path.ToString());
+    if (bytesWritten != byteCount && IsWanted(VokLogSeverity::error))
+        Log(false, VokLogSeverity::error, location.file, location.function, location.line,
+            FormatText("Assertion failed: {}", assertion));
+}
+
+constexpr wchar_t contentFailure[] = L"WriteFile content failed [{}]";
+
+} // namespace
+
+WholeFileReader::WholeFileReader(Location const& location, Path const& path)
+    : location(location),
+      file(VokCreateFile(path.ToString(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))
+{
+    LARGE_INTEGER found{};
+    if (!GetFileSizeEx(file.Get(), &found))
+        throw MakeLastErrorToThrow(location, "GetFileSize failed [{}]", path.ToString());
+    if (found.HighPart != 0)
+        throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED, "GetFileSize returned a big number. [{}]",
+                                             found.QuadPart);
+    size = found.LowPart;
+}
+
+void WholeFileReader::Read(void* buffer) const
+{
+    DWORD bytesRead = 0;
+    if (!ReadFile(file.Get(), buffer, size, &bytesRead, nullptr))
+        throw MakeLastErrorToThrow(location, "ReadFile failed");
+    if (bytesRead != size)
+        throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED, "Failed to read entire file");
+}
+
+void WriteTextFile(Location const& location, Path const& path, TextFileForm const& form,
+                   ByteOrderMarkPolicy byteOrderMark, void const* content, std::size_t byteCount)
+{
+    if (byteCount > maximumByteCount)
+        RefuseLongContent(location, path);
+    FileOwner const file = OpenForWriting(path);
+    if (byteOrderMark == ByteOrderMarkPolicy::Write)
+        Write(location, file, form.mark.data(), form.mark.size(), form.markAssertion, L"WriteFile bom [{}].", path);
+    Write(location, file, content, byteCount, form.contentAssertion, contentFailure, path);
+}
+
+void WriteBinaryFile(Location const& location, Path const& path, std::span<unsigned char const> bytes)
+{
+    constexpr wchar_t failure[] = L"WriteFile failed [{}]";
+    if (bytes.size() > maximumByteCount)
+        throw MakeErrorToThrow<WindowsError>(location, ERROR_FILE_TOO_LARGE, failure, path.ToString());
+    FileOwner const file = OpenForWriting(path);
+    Write(location, file, bytes.data(), bytes.size(), "bytesWritten == bytes.size()", failure, path);
+}
+
+void RefuseLongContent(Location const& location, Path const& path)
+{
+    throw MakeErrorToThrow<WindowsError>(location, ERROR_FILE_TOO_LARGE, contentFailure, path.ToString());
+}
+
+} // namespace Brindle::Vok::Detail

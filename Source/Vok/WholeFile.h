@@ -1,0 +1,52 @@
+// Whole files, as both generations of the file system read and write them. What fails is told with the location that
+// the caller gives, so that each generation's errors and statements name its own file and function.
+#pragma once
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/HandleOwner.h>
+#include <Brindle/Vok/Path.h>
+
+#include <cstddef>
+#include <span>
+
+namespace Brindle::Vok::Detail
+{
+
+/// A file that is open to nobody else, and its size.
+class WholeFileReader
+{
+public:
+    /// Throws Error if the file can't be opened and WindowsError if its size can't be told or is 4 GiB or more.
+    WholeFileReader(Location const& location, Path const& path);
+
+    /// In bytes.
+    DWORD Size() const { return size; }
+    /// All the bytes. Throws WindowsError, also when the file has become shorter.
+    void Read(void* buffer) const;
+
+private:
+    Location location;
+    HandleOwner<InvalidHandleTraits> file;
+    DWORD size;
+};
+
+/// One form of a text file: its mark, and the texts of the soft assertions that mark and content are written whole.
+struct TextFileForm
+{
+    std::span<unsigned char const> mark;
+    char const* markAssertion;
+    char const* contentAssertion;
+};
+
+/// Throws Error if the file can't be opened and WindowsError if writing fails. A content of more than 0xFFFFFFFF bytes
+/// fails with 223 before the file is touched.
+void WriteTextFile(Location const& location, Path const& path, TextFileForm const& form,
+                   ByteOrderMarkPolicy byteOrderMark, void const* content, std::size_t byteCount);
+/// The same for a file without form.
+void WriteBinaryFile(Location const& location, Path const& path, std::span<unsigned char const> bytes);
+
+/// What a text fails with that is too long to be written or converted.
+[[noreturn]] void RefuseLongContent(Location const& location, Path const& path);
+
+} // namespace Brindle::Vok::Detail
