@@ -1,5 +1,6 @@
-// Walking a directory, deleting a tree and asking what is at a path, with the first generation, beside the standard
-// library, Boost and Qt with the same questions on the same entries.
+// Walking a directory and asking what is at a path with the first generation, listing one with sizes and deleting a
+// tree with the second one (whose deletion both share), beside the standard library, Boost and Qt with the same
+// questions on the same entries.
 //
 // VOK_BENCHMARK_DIRECTORY names the directory to work in (the temporary directory otherwise), so that file systems can
 // be compared. What rows need is made when the first of them runs; for the deletions that is 1.4 million files.
@@ -14,9 +15,11 @@
 // slow at making files for a while after many were deleted, so that all trees of all rows are made before the first
 // deletion: don't interleave rows at random.
 #include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/FormatString.h>
 #include <Brindle/Vok/PlatformHost.h>
 
+#include <QDateTime>
 #include <QDirIterator>
 #include <benchmark/benchmark.h>
 #include <boost/filesystem.hpp>
@@ -210,6 +213,12 @@ bool TakeName(Path const& path)
     return true;
 }
 
+bool TakeName(Brindle::Vok::Path const& path)
+{
+    benchmark::DoNotOptimize(path.ToString().data());
+    return true;
+}
+
 template <class Status, class Permissions>
 bool TakeAttributes(Status const& status, Permissions permissions)
 {
@@ -255,7 +264,71 @@ struct Walker
 using StdEntry = std::filesystem::directory_entry;
 using BoostEntry = boost::filesystem::directory_entry;
 
+// Sizes and times. The second generation lists objects that know their sizes; the record that each is made of has the
+// times too, which the plain search takes. The peers ask the disk by each entry's path.
+
+int CountV2(Listing const& listing)
+{
+    static std::shared_ptr<V2::IFileSystem> const service = V2::MakeFileSystem();
+    int counted = 0;
+    for (std::shared_ptr<V2::IPathInfo> const& entry : service->MakeDirectory(listing.vok)->PathInfos(L"*"))
+    {
+        std::uint64_t const size = entry->IsFile() ? static_cast<V2::IFile&>(*entry).Size() : 0;
+        benchmark::DoNotOptimize(size);
+        counted += TakeName(entry->Path());
+    }
+    return counted;
+}
+
+int CountSearch(Listing const& listing)
+{
+    WIN32_FIND_DATAW record;
+    HandleOwner<Detail::FindHandleTraits> const search(
+        FindFirstFileW(Path::Join(listing.vok, L"*").ToString().c_str(), &record));
+    int counted = 0;
+    do
+    {
+        std::wstring_view const name = record.cFileName;
+        benchmark::DoNotOptimize(record.ftLastWriteTime);
+        counted += name != L"." && name != L"..";
+    } while (FindNextFileW(search.Get(), &record));
+    return counted;
+}
+
+template <class Entry>
+bool TakeStdSizeAndTime(Entry const& entry)
+{
+    benchmark::DoNotOptimize(entry.is_regular_file() ? entry.file_size() : 0);
+    benchmark::DoNotOptimize(entry.last_write_time());
+    return TakeName(entry.path());
+}
+
+template <class Entry>
+bool TakeBoostSizeAndTime(Entry const& entry)
+{
+    benchmark::DoNotOptimize(is_regular_file(entry.status()) ? file_size(entry.path()) : 0);
+    benchmark::DoNotOptimize(last_write_time(entry.path()));
+    return TakeName(entry.path());
+}
+
+bool TakeQtSizeAndTime(QDirIterator const& entries)
+{
+    QFileInfo const info = entries.fileInfo();
+    benchmark::DoNotOptimize(info.size());
+    benchmark::DoNotOptimize(info.lastModified());
+    return TakeQtName(entries);
+}
+
 constexpr Walker walkers[] = {
+    {"SizeAndTime/VokV2", CountV2, &Listing::All},
+    {"SizeAndTime/VokSearch", CountSearch, &Listing::All},
+    {"SizeAndTime/Std", [](Listing const& listing) { return CountStd(listing, TakeStdSizeAndTime<StdEntry>); },
+     &Listing::All},
+    {"SizeAndTime/Boost", [](Listing const& listing) { return CountBoost(listing, TakeBoostSizeAndTime<BoostEntry>); },
+     &Listing::All},
+    {"SizeAndTime/Qt", [](Listing const& listing) { return CountQt(listing, QDir::AllEntries, TakeQtSizeAndTime); },
+     &Listing::All},
+
     {"Names/Vok", [](Listing const& listing) { return CountVok(listing, FileSystemIterateType::All, TakeVokName); },
      &Listing::All},
     {"Names/Std",
@@ -471,8 +544,8 @@ double Milliseconds(auto const& action)
 
 double DeleteByVok(std::string const& name)
 {
-    Path const path = L"T:\\" + Utf8ToWide(name);
-    return Milliseconds([&] { Check(Service()->DeleteDirectory(path)); });
+    auto const directory = V2::MakeFileSystem()->MakeDirectory(L"T:\\" + Utf8ToWide(name));
+    return Milliseconds([&] { Check(directory->Delete()); });
 }
 
 double DeleteByStd(std::string const& name)

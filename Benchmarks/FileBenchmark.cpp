@@ -1,6 +1,9 @@
-// Writing and reading a whole file, beside plain open, write or read, and close on the same bytes in the same
-// directory. The plain reader makes a fresh buffer each time, as whoever returns a text has to.
+// Writing and reading a whole file with both generations, beside plain open, write or read, and close on the same bytes
+// in the same directory. The plain reader makes a fresh buffer each time, as whoever returns a text has to.
+//
+// VOK_BENCHMARK_DIRECTORY names the directory to work in (the temporary directory otherwise).
 #include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/PlatformHost.h>
 
 #include <benchmark/benchmark.h>
@@ -12,6 +15,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace Brindle::Vok;
 
@@ -24,7 +28,9 @@ class Workplace
 public:
     Workplace()
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "VokBenchmark.XXXXXX").string();
+        char const* const given = std::getenv("VOK_BENCHMARK_DIRECTORY");
+        std::filesystem::path const parent = given ? given : std::filesystem::temp_directory_path();
+        std::string pattern = (parent / "VokBenchmark.XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr || !Platform::MapDrive(L'T', pattern))
             std::abort();
         directory = pattern;
@@ -77,6 +83,16 @@ void OursWriting(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
+void OursV2Writing(benchmark::State& state)
+{
+    std::vector<unsigned char> const bytes(static_cast<std::size_t>(state.range(0)), 'x');
+    HostPath();
+    std::unique_ptr<V2::IFile> const file = V2::MakeFileSystem()->MakeFile(L"T:\\file.txt");
+    for (auto _ : state)
+        file->WriteAllBytes(bytes);
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
 void PlainReading(benchmark::State& state)
 {
     PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
@@ -104,9 +120,34 @@ void OursReading(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-BENCHMARK(PlainWriting)->Name("Write/Plain")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
-BENCHMARK(OursWriting)->Name("Write/Vok")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
-BENCHMARK(PlainReading)->Name("Read/Plain")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
-BENCHMARK(OursReading)->Name("Read/Vok")->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+template <auto read>
+void OursV2Reading(benchmark::State& state)
+{
+    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    std::unique_ptr<V2::IFile> const file = V2::MakeFileSystem()->MakeFile(L"T:\\file.txt");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(((*file).*read)());
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+
+[[maybe_unused]] bool const isRegistered = []
+{
+    struct
+    {
+        char const* name;
+        void (*run)(benchmark::State&);
+    } const rows[] = {
+        {"Write/Plain", PlainWriting},
+        {"Write/Vok", OursWriting},
+        {"Write/VokV2", OursV2Writing},
+        {"Read/Plain", PlainReading},
+        {"Read/Vok", OursReading},
+        {"Read/VokV2", OursV2Reading<&V2::IFile::ReadAllBytes>},
+        {"Read/VokV2TextA", OursV2Reading<&V2::IFile::ReadAllTextA>},
+    };
+    for (auto const& row : rows)
+        benchmark::RegisterBenchmark(row.name, row.run)->Arg(1 << 10)->Arg(1 << 20)->Arg(1 << 28)->UseRealTime();
+    return true;
+}();
 
 } // namespace
