@@ -5,8 +5,9 @@
 #include "SystemCalls.h"
 
 #include <algorithm>
-#include <memory>
+#include <atomic>
 #include <mutex>
+#include <set>
 #include <shared_mutex>
 #include <utility>
 #include <vector>
@@ -25,9 +26,11 @@ struct Share
 
 struct Mappings
 {
+    // For all changes, and for looking at the shares.
     std::shared_mutex mutex;
-    // Null where a letter is free.
-    std::unique_ptr<std::string const> drives[26];
+    // Null where a letter is free. They are looked up without the lock, so a directory that was mapped once stays.
+    std::atomic<std::string const*> drives[26];
+    std::set<std::string> directories;
     std::vector<Share> shares;
 };
 
@@ -107,9 +110,9 @@ bool MapDrive(wchar_t letter, std::string const& directory)
             Mappings& mappings = TheMappings();
             std::unique_lock const lock(mappings.mutex);
             auto& drive = mappings.drives[IndexOf(letter)];
-            if (drive || UpperCase(letter) == L'C')
+            if (drive.load(std::memory_order_relaxed) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_ALREADY_ASSIGNED);
-            drive = std::make_unique<std::string const>(std::move(absolute));
+            drive.store(&*mappings.directories.insert(std::move(absolute)).first, std::memory_order_release);
             return true;
         });
 }
@@ -123,9 +126,9 @@ bool UnmapDrive(wchar_t letter)
                 return FailWith(ERROR_INVALID_DRIVE);
             Mappings& mappings = TheMappings();
             std::unique_lock const lock(mappings.mutex);
-            if (!std::exchange(mappings.drives[IndexOf(letter)], nullptr))
-                return FailWith(ERROR_PATH_NOT_FOUND);
-            return true;
+            bool const wasMapped =
+                mappings.drives[IndexOf(letter)].exchange(nullptr, std::memory_order_relaxed) != nullptr;
+            return wasMapped || FailWith(ERROR_PATH_NOT_FOUND);
         });
 }
 
@@ -159,9 +162,7 @@ bool FindDrive(wchar_t letter, DirectoryReceiver& receiver) noexcept
     return WithoutThrowing(
         [&]
         {
-            Mappings& mappings = TheMappings();
-            std::shared_lock const lock(mappings.mutex);
-            auto const& drive = mappings.drives[IndexOf(letter)];
+            std::string const* const drive = TheMappings().drives[IndexOf(letter)].load(std::memory_order_acquire);
             return drive ? receiver.Receive(*drive) : FailWith(ERROR_PATH_NOT_FOUND);
         });
 }

@@ -146,7 +146,8 @@ DWORD TakePresence() noexcept
 
 bool IsKnown() noexcept
 {
-    return isAnnounced.load(std::memory_order_acquire) && TimeNow() < nextCheck.load(std::memory_order_relaxed);
+    return isAnnounced.load(std::memory_order_acquire) &&
+           ApproximateTimeNow() < nextCheck.load(std::memory_order_relaxed);
 }
 
 } // namespace

@@ -16,13 +16,23 @@ constexpr std::int64_t looksToLearnFrom = 16;
 std::atomic<std::int64_t> looks{0};
 std::atomic<std::int64_t> shortestLook{1'000}; // nanoseconds
 
+std::chrono::nanoseconds TimeOf(clockid_t clock) noexcept
+{
+    timespec now{};
+    SystemCalls::GetTime(clock, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
 } // namespace
 
 std::chrono::nanoseconds TimeNow() noexcept
 {
-    timespec now{};
-    SystemCalls::GetTime(CLOCK_MONOTONIC, &now);
-    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+    return TimeOf(CLOCK_MONOTONIC);
+}
+
+std::chrono::nanoseconds ApproximateTimeNow() noexcept
+{
+    return TimeOf(CLOCK_MONOTONIC_COARSE);
 }
 
 bool ToldStatus::Holds() const noexcept

@@ -37,5 +37,7 @@ private:
 
 /// Since some moment that stays the same.
 std::chrono::nanoseconds TimeNow() noexcept;
+/// The same a few milliseconds late, in a fraction of the time.
+std::chrono::nanoseconds ApproximateTimeNow() noexcept;
 
 } // namespace Brindle::Vok::Platform

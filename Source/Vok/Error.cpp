@@ -147,6 +147,12 @@ std::error_condition ComErrorCategory::default_error_condition(int code) const n
     return {code, *this};
 }
 
+std::system_error const& Success()
+{
+    static std::system_error const& success = *new std::system_error(0, std::system_category());
+    return success;
+}
+
 int ConvertCode(int code, std::error_category const& from, std::error_category const& to) noexcept
 {
     auto const bits = static_cast<std::uint32_t>(code);

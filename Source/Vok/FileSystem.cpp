@@ -4,7 +4,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
-#include "StringStorage.h"
+#include "UninitializedStorage.h"
 #include "TextFormat.h"
 #include "WholeFile.h"
 

@@ -7,6 +7,7 @@
 #include "DirectoryWork.h"
 #include "FileSystemV2Impl.h"
 #include "TextFormat.h"
+#include "UninitializedStorage.h"
 #include "WholeFile.h"
 
 #include <algorithm>
@@ -452,7 +453,7 @@ std::vector<unsigned char> File::ReadAllBytes()
     std::vector<unsigned char> bytes;
     // Room for the terminators of the text readers. Of a size near 4 GiB the sum wraps, and the next line allocates.
     bytes.reserve(file.Size() + 2);
-    bytes.resize(file.Size());
+    Detail::ResizeUninitialized(bytes, file.Size());
     file.Read(bytes.data());
     return bytes;
 }

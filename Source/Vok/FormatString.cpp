@@ -2,7 +2,7 @@
 
 #include <Brindle/Vok/Log.h>
 
-#include "StringStorage.h"
+#include "UninitializedStorage.h"
 
 #include <algorithm>
 #include <limits>

@@ -2,7 +2,7 @@
 
 #include <Brindle/Vok/Error.h>
 
-#include "StringStorage.h"
+#include "UninitializedStorage.h"
 
 #include <string>
 

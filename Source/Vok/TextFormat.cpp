@@ -1,6 +1,6 @@
 #include "TextFormat.h"
 
-#include "StringStorage.h"
+#include "UninitializedStorage.h"
 
 #include <algorithm>
 #include <bit>

@@ -80,6 +80,10 @@ private:
 /// HRESULT becomes its Win32 code and E_FAIL becomes 1627. Everything else stays as it is.
 VOK_EXPORT int ConvertCode(int code, std::error_category const& from, std::error_category const& to) noexcept;
 
+/// Code 0 in std::system_category(). Copying it takes a tenth of the time that making one takes, as the standard
+/// library composes a text then. It lives as long as the process does.
+VOK_EXPORT std::system_error const& Success();
+
 /// "file(line): function system text (Windows Error code). text", with no location if `file` or `function` is null.
 VOK_EXPORT std::string ComposeWindowsMessage(unsigned long code, char const* file, int line, char const* function,
                                              std::string const& text);
@@ -96,7 +100,7 @@ class VOK_EXPORT_TYPE Error : public std::system_error
 {
 public:
     /// Success: code 0 in std::system_category(), message "success".
-    Error() : Error(0, std::system_category(), "success") {}
+    Error() : Error(Detail::Success(), "success") {}
 
     Error(Error const&) = default; // and no move: an error that has failed always has its message
 
@@ -125,8 +129,8 @@ public:
     bool Failed() const noexcept { return failed; }
 
 protected:
-    Error(int initialCode, std::error_category const& category, std::string composed)
-        : std::system_error(initialCode, category), message(std::move(composed))
+    Error(std::system_error const& success, std::string composed)
+        : std::system_error(success), message(std::move(composed))
     {
     }
 
@@ -152,7 +156,7 @@ public:
     using Code = unsigned long;
 
     /// Success, with the message "Windows ERROR_SUCCESS".
-    WindowsError() : Error(0, std::system_category(), "Windows ERROR_SUCCESS") {}
+    WindowsError() : Error(Detail::Success(), "Windows ERROR_SUCCESS") {}
 
     /// File and function must have static lifetime; if either is null the message has no location. `text` is UTF-8 and
     /// may be empty. A code other than 0 has failed.

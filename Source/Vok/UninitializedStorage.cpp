@@ -1,6 +1,6 @@
 // Compiled for the newest language version that the compiler knows, for the one standard way to leave characters
 // unwritten; with an older library the characters are zeroed.
-#include "StringStorage.h"
+#include "UninitializedStorage.h"
 
 namespace Brindle::Vok::Detail
 {
@@ -18,6 +18,19 @@ void Resize(String& text, std::size_t length)
 #endif
 }
 
+#ifdef __GLIBCXX__
+// No standard way leaves a vector's elements unwritten. This library's vectors keep their end in a base that a class
+// derived from them may use.
+struct VectorEnd : std::vector<unsigned char>
+{
+    static void Move(std::vector<unsigned char>& bytes, std::size_t size)
+    {
+        std::_Vector_base<unsigned char, std::allocator<unsigned char>>& base = bytes;
+        base._M_impl._M_finish = base._M_impl._M_start + size;
+    }
+};
+#endif
+
 } // namespace
 
 void ResizeUninitialized(std::string& text, std::size_t length)
@@ -28,6 +41,16 @@ void ResizeUninitialized(std::string& text, std::size_t length)
 void ResizeUninitialized(std::wstring& text, std::size_t length)
 {
     Resize(text, length);
+}
+
+void ResizeUninitialized(std::vector<unsigned char>& bytes, std::size_t size)
+{
+#if defined(__GLIBCXX__) && !defined(_GLIBCXX_SANITIZE_VECTOR)
+    bytes.reserve(size);
+    VectorEnd::Move(bytes, size);
+#else
+    bytes.resize(size);
+#endif
 }
 
 } // namespace Brindle::Vok::Detail
