@@ -60,12 +60,13 @@ bool DirectoryStream::Next(Entry& entry) noexcept
         return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     while (at == count)
     {
+        lookAhead.End();
         if (!parkedChunks.empty())
             TakeParkedChunk();
         else if (!ReadChunk())
             return false;
     }
-    dirent64 const& record = RecordAt(chunk.order[at++]);
+    dirent64 const& record = Names().RecordOf(at++);
     entry = {record.d_name, std::strlen(record.d_name), record.d_type};
     return true;
 }
@@ -112,13 +113,14 @@ void DirectoryStream::Arrange(std::size_t size) noexcept
     for (std::size_t offset = 0; offset < size;)
     {
         auto const place = static_cast<std::uint16_t>(offset / unit);
-        dirent64 const& record = RecordAt(place);
+        dirent64 const& record = RecordAt(chunk.records.get(), place);
         if (std::strcmp(record.d_name, ".") != 0 && std::strcmp(record.d_name, "..") != 0)
             chunk.order[count++] = place;
         offset += record.d_reclen;
     }
     std::sort(chunk.order.get(), chunk.order.get() + count,
-              [this](std::uint16_t lhs, std::uint16_t rhs) { return RecordAt(lhs).d_ino < RecordAt(rhs).d_ino; });
+              [records = chunk.records.get()](std::uint16_t lhs, std::uint16_t rhs)
+              { return RecordAt(records, lhs).d_ino < RecordAt(records, rhs).d_ino; });
 }
 
 bool DirectoryStream::Park() noexcept
@@ -174,13 +176,9 @@ bool DirectoryStream::Reopen(std::string const& path) noexcept
 
 void DirectoryStream::Close() noexcept
 {
+    lookAhead.End();
     if (int const open = descriptor.exchange(-1, std::memory_order_relaxed); open >= 0)
         SystemCalls::Close(open);
-}
-
-dirent64 const& DirectoryStream::RecordAt(std::uint16_t place) const noexcept
-{
-    return *reinterpret_cast<dirent64 const*>(chunk.records.get() + place);
 }
 
 } // namespace Brindle::Vok::Platform

@@ -3,6 +3,8 @@
 // very same directory (by number and time of birth).
 #pragma once
 
+#include "LookAhead.h"
+
 #include <Brindle/Platform/Types.h>
 
 #include <atomic>
@@ -45,6 +47,11 @@ public:
     /// ERROR_NO_MORE_FILES at the end.
     bool Next(Entry& entry) noexcept;
 
+    /// Has a second thread ask for the statuses of the entries to come, if there are many at hand.
+    void AskAhead() noexcept { lookAhead.Begin(Descriptor(), Names(), at); }
+    /// The status of the entry that Next gave, if the second thread has asked for it; null otherwise.
+    EntryStatus const* KnownStatus() noexcept { return lookAhead.Find(at - 1); }
+
     /// False, and the stream stays open, when its names can't be taken into memory.
     bool Park() noexcept;
     /// False with the last error set: ERROR_PATH_NOT_FOUND when another directory, or none, is at the path now.
@@ -64,7 +71,7 @@ private:
     void TakeParkedChunk() noexcept;
     void Arrange(std::size_t size) noexcept;
     void Close() noexcept;
-    dirent64 const& RecordAt(std::uint16_t place) const noexcept;
+    EntryNames Names() const noexcept { return {chunk.records.get(), chunk.order.get(), count}; }
 
     std::atomic<int> descriptor;
     struct statx identity = {};
@@ -74,6 +81,7 @@ private:
     std::size_t at = 0;
     std::size_t count = 0;
     Chunk chunk;
+    LookAhead lookAhead;
 };
 
 } // namespace Brindle::Vok::Platform

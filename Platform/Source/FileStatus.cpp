@@ -103,6 +103,24 @@ FILETIME FileTimeFromHost(std::int64_t seconds, std::uint32_t nanoseconds) noexc
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
+EntryStatus StatusOfEntry(int directory, char const* name) noexcept
+{
+    EntryStatus result;
+    struct statx status;
+    constexpr unsigned wanted = STATX_BASIC_STATS | STATX_BTIME;
+    result.error =
+        SystemCalls::ExtendedStatusAt(directory, name, AT_SYMLINK_NOFOLLOW, wanted, &status) == 0 ? 0 : errno;
+    if (result.error != 0)
+        return result;
+    result.mode = status.stx_mode;
+    result.number = status.stx_ino;
+    result.size = S_ISREG(status.stx_mode) ? status.stx_size : 0;
+    result.creation = FileTimeOf(status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
+    result.lastAccess = FileTimeOf(status.stx_atime);
+    result.lastWrite = FileTimeOf(status.stx_mtime);
+    return result;
+}
+
 bool FailOnPath(HostPath const& path, int error) noexcept
 {
     if (error == ENXIO)

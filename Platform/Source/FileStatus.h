@@ -26,6 +26,20 @@ constexpr bool IsReadOnly(mode_t mode) noexcept
 /// A host's time as 100-nanosecond ticks since 1601. A moment before 1601 gives 0.
 FILETIME FileTimeFromHost(std::int64_t seconds, std::uint32_t nanoseconds) noexcept;
 
+/// What the host tells of one entry of a directory, of a link itself.
+struct EntryStatus
+{
+    int error; ///< errno; the rest means nothing then
+    mode_t mode;
+    ino_t number;
+    std::uint64_t size; ///< bytes; 0 for what isn't a plain file
+    FILETIME creation;
+    FILETIME lastAccess;
+    FILETIME lastWrite;
+};
+
+EntryStatus StatusOfEntry(int directory, char const* name) noexcept;
+
 /// Sets the last error for a host call on the path that failed: ERROR_PATH_NOT_FOUND instead of ERROR_FILE_NOT_FOUND
 /// when the directory that the name should be in is missing. Gives false.
 bool FailOnPath(HostPath const& path, int error) noexcept;

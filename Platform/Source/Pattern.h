@@ -19,6 +19,8 @@ public:
 
     /// There is a character in it that stands for others.
     bool IsWild() const noexcept { return isWild; }
+    /// Every name there is.
+    bool FitsAll() const noexcept { return fitsAll; }
     bool Fits(std::wstring_view name) const noexcept { return fitsAll || FitsFrom(units, name); }
 
 private:

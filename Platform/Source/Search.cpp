@@ -9,6 +9,7 @@
 #include <Brindle/Platform/Files.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -20,33 +21,23 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-void SetTime(FILETIME& time, statx_timestamp const& from) noexcept
+void FillFrom(EntryStatus const& status, WIN32_FIND_DATAW& data) noexcept
 {
-    time = FileTimeFromHost(from.tv_sec, from.tv_nsec);
-}
-
-void FillFrom(struct statx const& status, WIN32_FIND_DATAW& data) noexcept
-{
-    data.dwFileAttributes = AttributesFromMode(status.stx_mode);
-    SetTime(data.ftCreationTime, status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
-    SetTime(data.ftLastAccessTime, status.stx_atime);
-    SetTime(data.ftLastWriteTime, status.stx_mtime);
-    std::uint64_t const size = S_ISREG(status.stx_mode) ? status.stx_size : 0;
-    data.nFileSizeHigh = static_cast<DWORD>(size >> 32);
-    data.nFileSizeLow = static_cast<DWORD>(size);
-    data.dwReserved0 = S_ISLNK(status.stx_mode) ? IO_REPARSE_TAG_SYMLINK : 0;
+    data.dwFileAttributes = AttributesFromMode(status.mode);
+    data.ftCreationTime = status.creation;
+    data.ftLastAccessTime = status.lastAccess;
+    data.ftLastWriteTime = status.lastWrite;
+    data.nFileSizeHigh = static_cast<DWORD>(status.size >> 32);
+    data.nFileSizeLow = static_cast<DWORD>(status.size);
+    data.dwReserved0 = S_ISLNK(status.mode) ? IO_REPARSE_TAG_SYMLINK : 0;
 }
 
 // What is left to tell of a name in a directory whose entries may be read but not asked about.
-void FillFromType(unsigned char type, WIN32_FIND_DATAW& data) noexcept
+EntryStatus StatusFromType(unsigned char type) noexcept
 {
-    struct statx status
-    {
-    };
-    status.stx_mode = static_cast<__u16>(DTTOIF(type) | S_IWUSR);
-    status.stx_mask = STATX_BTIME;
-    FillFrom(status, data);
-    data.ftCreationTime = data.ftLastAccessTime = data.ftLastWriteTime = {};
+    EntryStatus status{};
+    status.mode = static_cast<mode_t>(DTTOIF(type)) | S_IWUSR;
+    return status;
 }
 
 void FillName(std::string_view name, WIN32_FIND_DATAW& data) noexcept
@@ -56,7 +47,9 @@ void FillName(std::string_view name, WIN32_FIND_DATAW& data) noexcept
     data.dwReserved1 = 0;
 }
 
-constexpr unsigned wantedStatus = STATX_BASIC_STATS | STATX_BTIME;
+// How many entries nobody has asked further about before a search is taken for a mere listing: no more looks are timed
+// then, and statuses are asked for ahead.
+constexpr unsigned entriesOfListing = 32;
 
 /// A search under way. One for a plain name is at its end, and keeps the directory that the name is in.
 class Search final : public Object
@@ -83,10 +76,12 @@ public:
 private:
     bool NextEntry(DirectoryStream::Entry& entry) noexcept;
     bool Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept;
+    EntryStatus Look(DirectoryStream::Entry const& entry, std::chrono::nanoseconds& holdsUntil) noexcept;
 
     Pattern pattern;
     std::shared_ptr<SearchedDirectory> directory;
     unsigned dotsGiven = 0;
+    unsigned toldUnasked = 0;
     bool isPlain = false;
     bool wantsDirectories;
 };
@@ -134,14 +129,14 @@ bool Search::FindPlainName(HostPath const& path, WIN32_FIND_DATAW& data)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
     directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
     isPlain = true;
-    struct statx status;
-    if (SystemCalls::ExtendedStatusAt(descriptor, name.c_str(), AT_SYMLINK_NOFOLLOW, wantedStatus, &status) != 0)
-        return FailWithHost(errno);
+    EntryStatus const status = StatusOfEntry(descriptor, name.c_str());
+    if (status.error != 0)
+        return FailWithHost(status.error);
     if (name.size() >= MAX_PATH)
         return FailWith(ERROR_FILENAME_EXCED_RANGE);
     FillFrom(status, data);
     FillName(name, data);
-    directory->Tell(name, {status.stx_mode, status.stx_ino}); // which doesn't hold: nobody took the time
+    directory->Tell(name, {status.mode, status.number}); // which doesn't hold: nobody took the time
     return true;
 }
 
@@ -173,21 +168,32 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
 // False with errno set.
 bool Search::Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept
 {
-    std::string_view const name(entry.name, entry.length);
-    Stopwatch const stopwatch;
-    struct statx status;
-    if (SystemCalls::ExtendedStatusAt(directory->Stream().Descriptor(), entry.name, AT_SYMLINK_NOFOLLOW, wantedStatus,
-                                      &status) == 0)
-    {
-        FillFrom(status, data);
-        directory->Tell(name, {status.stx_mode, status.stx_ino, stopwatch.Stop()});
-        return true;
-    }
-    if (errno != EACCES)
+    std::chrono::nanoseconds holdsUntil{0};
+    EntryStatus status = Look(entry, holdsUntil);
+    if (status.error == EACCES)
+        status = StatusFromType(entry.type);
+    errno = status.error;
+    if (status.error != 0)
         return false;
-    FillFromType(entry.type, data);
-    directory->Tell(name, {static_cast<mode_t>(DTTOIF(entry.type)), 0, {}});
+    FillFrom(status, data);
+    toldUnasked = directory->Tell({entry.name, entry.length}, {status.mode, status.number, holdsUntil});
     return true;
+}
+
+EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanoseconds& holdsUntil) noexcept
+{
+    DirectoryStream& stream = directory->Stream();
+    if (toldUnasked < entriesOfListing)
+    {
+        Stopwatch const stopwatch;
+        EntryStatus const status = StatusOfEntry(stream.Descriptor(), entry.name);
+        holdsUntil = stopwatch.Stop();
+        return status;
+    }
+    if (pattern.FitsAll() && !wantsDirectories)
+        stream.AskAhead();
+    EntryStatus const* const known = stream.KnownStatus();
+    return known ? *known : StatusOfEntry(stream.Descriptor(), entry.name);
 }
 
 // False with the last error set, ERROR_NO_MORE_FILES at the end.

@@ -139,12 +139,13 @@ void SearchedDirectory::Forget() noexcept
         thisThread = 0;
 }
 
-void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
+unsigned SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
 {
     std::lock_guard const lock(Lock());
     toldLength = std::min(name.size(), sizeof toldName);
     std::memcpy(toldName, name.data(), toldLength);
     told = status;
+    return ++toldUnasked;
 }
 
 // Finds the directory among those of the calling thread.
@@ -159,6 +160,7 @@ void Place::Find(std::string_view path, std::string_view lastName) noexcept
     if (found == all.rend())
         return;
     directory = *found;
+    directory->toldUnasked = 0;
     first = *std::find_if(all.begin(), all.end(), isOwn);
     if (std::string_view(directory->toldName, directory->toldLength) == lastName)
         told = directory->told;

@@ -43,8 +43,9 @@ public:
     /// Opens a parked directory, with Use() held. False with the last error set.
     bool EnsureOpen() noexcept;
 
-    /// Keeps what the search tells of its current entry.
-    void Tell(std::string_view name, ToldStatus const& status) noexcept;
+    /// Keeps what the search tells of its current entry. How many times it told since somebody last looked for a place
+    /// in the directory.
+    unsigned Tell(std::string_view name, ToldStatus const& status) noexcept;
 
 private:
     friend class Place;
@@ -69,6 +70,7 @@ private:
     char toldName[256] = {};
     std::size_t toldLength = 0;
     ToldStatus told = {};
+    unsigned toldUnasked = 0;
 };
 
 /// Where the last name of a path is looked up: in the directory of an open search, otherwise from the path as a whole.

@@ -1,0 +1,155 @@
+#include "LookAhead.h"
+
+#include <algorithm>
+#include <csignal>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+/// To start a thread takes as long as this many questions.
+constexpr std::size_t leastEntries = 256;
+/// Taken at a time, so that the two meet seldom.
+constexpr std::size_t block = 16;
+
+constexpr std::uint64_t RangeOf(std::size_t front, std::size_t back)
+{
+    return static_cast<std::uint64_t>(back) << 32 | front;
+}
+
+constexpr std::size_t FrontOf(std::uint64_t range)
+{
+    return range & 0xFFFF'FFFF;
+}
+
+constexpr std::size_t BackOf(std::uint64_t range)
+{
+    return range >> 32;
+}
+
+/// The processors that the threads of all searches may take beside those of their callers.
+class Processors
+{
+public:
+    static bool Take() noexcept
+    {
+        static unsigned const others = std::max(std::thread::hardware_concurrency(), 1U) - 1;
+        if (taken.fetch_add(1, std::memory_order_relaxed) < others)
+            return true;
+        GiveBack();
+        return false;
+    }
+    static void GiveBack() noexcept { taken.fetch_sub(1, std::memory_order_relaxed); }
+
+private:
+    static constinit std::atomic<unsigned> taken;
+    static int const startsAnewInChild;
+};
+
+constinit std::atomic<unsigned> Processors::taken{0};
+[[maybe_unused]] int const Processors::startsAnewInChild =
+    pthread_atfork(nullptr, nullptr, [] { taken.store(0, std::memory_order_relaxed); });
+
+/// With all signals blocked: the host's handlers run on the host's threads.
+bool StartThread(pthread_t& thread, void* (*run)(void*), void* argument) noexcept
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0)
+        return false;
+    sigset_t all;
+    sigfillset(&all);
+    bool const started =
+        pthread_attr_setsigmask_np(&attributes, &all) == 0 && pthread_create(&thread, &attributes, run, argument) == 0;
+    pthread_attr_destroy(&attributes);
+    return started;
+}
+
+} // namespace
+
+void LookAhead::Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept
+{
+    if (HasBegun() || entryNames.count - from < leastEntries || !Processors::Take())
+        return;
+    statuses.reset(new (std::nothrow) EntryStatus[entryNames.count]);
+    descriptor = directory;
+    names = entryNames;
+    ownEnd = from;
+    untaken.store(RangeOf(from, names.count), std::memory_order_relaxed);
+    forks = CurrentForks();
+    isRunning = statuses && StartThread(thread, Run, this);
+    if (isRunning)
+        return;
+    statuses = nullptr;
+    Processors::GiveBack();
+}
+
+EntryStatus const* LookAhead::Find(std::size_t entry) noexcept
+{
+    if (!HasBegun() || entry < ownEnd || TakeFront(entry))
+        return nullptr;
+    Join();
+    return HasBegun() ? &statuses[entry] : nullptr;
+}
+
+void LookAhead::End() noexcept
+{
+    if (!HasBegun())
+        return;
+    untaken.store(0, std::memory_order_relaxed);
+    Join();
+    statuses = nullptr;
+}
+
+bool LookAhead::TakeFront(std::size_t entry) noexcept
+{
+    std::uint64_t range = untaken.load(std::memory_order_relaxed);
+    do
+    {
+        if (entry >= BackOf(range))
+            return false;
+        ownEnd = std::min(entry + block, BackOf(range));
+    } while (!untaken.compare_exchange_weak(range, RangeOf(ownEnd, BackOf(range)), std::memory_order_relaxed));
+    return true;
+}
+
+void LookAhead::Join() noexcept
+{
+    if (!std::exchange(isRunning, false))
+        return;
+    if (CurrentForks().descended != forks.descended)
+    {
+        statuses = nullptr; // nobody knows how far it came
+        return;
+    }
+    pthread_join(thread, nullptr);
+    Processors::GiveBack();
+}
+
+void* LookAhead::Run(void* self) noexcept
+{
+    static_cast<LookAhead*>(self)->Ask();
+    return nullptr;
+}
+
+void LookAhead::Ask() noexcept
+{
+    std::uint64_t range = untaken.load(std::memory_order_relaxed);
+    for (;;)
+    {
+        std::size_t const back = BackOf(range);
+        if (FrontOf(range) >= back)
+            return;
+        std::size_t const begin = std::max(FrontOf(range), back < block ? 0 : back - block);
+        if (!untaken.compare_exchange_weak(range, RangeOf(FrontOf(range), begin), std::memory_order_relaxed))
+            continue;
+        for (std::size_t entry = begin; entry != back; ++entry)
+            statuses[entry] = StatusOfEntry(descriptor, names.RecordOf(entry).d_name);
+        range = RangeOf(FrontOf(range), begin);
+    }
+}
+
+} // namespace Brindle::Vok::Platform

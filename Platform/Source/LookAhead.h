@@ -1,0 +1,78 @@
+// A second thread that asks the host about the entries of a directory, from the last one backwards, while a search goes
+// through them from the first one on. Most of the time of such a question the processor waits for memory, so two that
+// ask at a time are nearly twice as fast as one.
+//
+//     lookAhead.Begin(descriptor, names, from);
+//     EntryStatus const* status = lookAhead.Find(entry);     // for each in turn; null: ask yourself
+//     lookAhead.End();                                       // before the descriptor is closed or the names go
+//
+// The thread asks with the credentials of the thread that began, whoever that impersonated. A status is as old as the
+// beginning at most. For one thread at a time.
+#pragma once
+
+#include "FileStatus.h"
+#include "Sharing.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <dirent.h>
+#include <memory>
+#include <pthread.h>
+
+namespace Brindle::Vok::Platform
+{
+
+/// The record at a place in what the host gave, in units of 8 bytes.
+inline dirent64 const& RecordAt(std::uint64_t const* records, std::uint16_t place) noexcept
+{
+    return *reinterpret_cast<dirent64 const*>(records + place);
+}
+
+/// The host's records of a directory's entries, and their order.
+struct EntryNames
+{
+    dirent64 const& RecordOf(std::size_t entry) const noexcept { return RecordAt(records, order[entry]); }
+
+    std::uint64_t const* records;
+    std::uint16_t const* order;
+    std::size_t count;
+};
+
+class LookAhead
+{
+public:
+    LookAhead() noexcept = default;
+    ~LookAhead() { End(); }
+    LookAhead(LookAhead const&) = delete;
+    LookAhead& operator=(LookAhead const&) = delete;
+
+    /// Does nothing where a second thread can't help: for few entries, without a processor or memory for it.
+    void Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept;
+    /// The status of an entry that the second thread has asked about. Null where the caller is to ask, which goes for
+    /// all entries if nothing has begun. The entries asked for only grow.
+    EntryStatus const* Find(std::size_t entry) noexcept;
+    void End() noexcept;
+    bool HasBegun() const noexcept { return statuses != nullptr; }
+
+private:
+    static void* Run(void* self) noexcept;
+    void Ask() noexcept;
+    bool TakeFront(std::size_t entry) noexcept;
+    void Join() noexcept;
+
+    int descriptor = -1;
+    EntryNames names{};
+    std::unique_ptr<EntryStatus[]> statuses;
+    /// What nobody has taken yet: the first one in the low half, the end in the high half. The caller takes entries
+    /// from the front, the thread from the back.
+    std::atomic<std::uint64_t> untaken{0};
+    /// The end of what the caller has taken.
+    std::size_t ownEnd = 0;
+    pthread_t thread{};
+    bool isRunning = false;
+    /// A child process doesn't have the thread.
+    ForkCounts forks;
+};
+
+} // namespace Brindle::Vok::Platform
