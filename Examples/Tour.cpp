@@ -1,11 +1,12 @@
 // The tour of the library's main job: it writes one text in every encoding, reads it back, walks a directory, deletes
-// what it made, makes a temporary directory that goes with its owner, takes a path apart, and shows a failure the way a
-// caller sees it.
+// what it made, makes a temporary directory that goes with its owner, does the like with the second generation's
+// objects, takes a path apart, and shows a failure the way a caller sees it.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
+#include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/PlatformHost.h>
@@ -120,6 +121,66 @@ void MakeATemporaryTree(std::shared_ptr<FileSystem> const& fileSystem)
     ShowWhetherItExists(directory);
 }
 
+// The second generation
+
+/// The same text behind each mark, and what its reader makes of it.
+void ReadEachMark(V2::IFileSystem& fileSystem, V2::IDirectory& directory)
+{
+    std::wstring const text = L"Gr\u00FC\u00DFe";
+    struct
+    {
+        wchar_t const* name;
+        TextEncoding encoding;
+        ByteOrderMarkPolicy mark;
+    } const forms[] = {
+        {L"utf8-with-mark.txt", TextEncoding::Utf8, ByteOrderMarkPolicy::Write},
+        {L"utf16-with-mark.txt", TextEncoding::Utf16, ByteOrderMarkPolicy::Write},
+        {L"utf16.txt", TextEncoding::Utf16, ByteOrderMarkPolicy::Omit},
+    };
+    for (auto const& form : forms)
+    {
+        auto const file = fileSystem.MakeFile(Path::Join(directory.Path(), form.name));
+        file->WriteAllText(text, form.encoding, form.mark, LineEndingPolicy::Unchanged);
+        std::printf("%s: %zu bytes, %s\n", WideToUtf8(form.name).c_str(), file->ReadAllBytes().size(),
+                    WideToUtf8(file->ReadAllText()).c_str());
+    }
+}
+
+/// One search answers all questions about all entries.
+void ShowList(V2::IDirectory& directory, wchar_t const* pattern)
+{
+    for (std::shared_ptr<V2::IPathInfo> const& entry : directory.PathInfos(pattern))
+    {
+        auto const file = std::dynamic_pointer_cast<V2::IFile>(entry);
+        std::printf("  %-20s %12s  %s\n",
+                    (std::string(file ? "file" : "directory") + (entry->Attributes().IsReadOnly() ? ", read-only" : ""))
+                        .c_str(),
+                    file ? std::to_string(file->Size()).c_str() : "",
+                    WideToUtf8(entry->Path().NameWithExtension()).c_str());
+    }
+}
+
+void ShowSecondGeneration()
+{
+    std::shared_ptr<V2::IFileSystem> const fileSystem = V2::MakeFileSystem();
+    std::unique_ptr<V2::IDirectory> temporary = fileSystem->MakeTempDirectory();
+    std::unique_ptr<V2::IPathInfo> const info = fileSystem->MakePathInfo(temporary->Path());
+    ReadEachMark(*fileSystem, *temporary);
+    temporary->CreateSubdirectory(L"sub");
+
+    std::unique_ptr<V2::IFile> const file = fileSystem->MakeFile(Path::Join(temporary->Path(), L"utf16.txt"));
+    file->SetReadOnly(true);
+    ShowList(*temporary, L"*");
+    bool const wasDeleted = file->Delete();
+    std::printf("read-only utf16.txt deleted: %s; left of utf16*:\n", wasDeleted ? "yes" : "no");
+    ShowList(*temporary, L"utf16*");
+
+    std::printf("%s exists: %s\n", info->Path().ToStringA().c_str(), info->Exists() ? "yes" : "no");
+    temporary.reset();
+    info->Refresh();
+    std::printf("%s exists: %s\n", info->Path().ToStringA().c_str(), info->Exists() ? "yes" : "no");
+}
+
 void ShowPiece(char const* name, std::wstring const& piece)
 {
     std::printf("  %-24s [%s]\n", name, WideToUtf8(piece).c_str());
@@ -204,6 +265,8 @@ int Run(std::string const& directory, Path const& path)
     ShowWhetherItExists(own);
     std::printf("== A temporary directory, until its owner goes\n");
     MakeATemporaryTree(fileSystem);
+    std::printf("== Second generation: each mark read, a list, a read-only deletion, a temporary directory\n");
+    ShowSecondGeneration();
     std::printf("== A path and its pieces\n");
     ShowPieces(path);
     std::printf("== A path that does not exist\n");

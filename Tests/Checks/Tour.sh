@@ -27,7 +27,9 @@ tour_shows_directories() {
     output=$(sed "s/{[0-9A-F-]\{36\}}/{GUID}/; s|${temporary//\//\\\\}|TEMP|; s/  */ /g" <<<"$output")
     for line in ' directory sub' ' file, read-only 5 five bytes' ' file 19 utf8-with-mark.txt' ' link dangling' \
         'T:\vok2-tour exists: no' 'C:TEMP\{GUID} exists: yes' ' directory one' ' directory two' ' file, read-only 2 three.txt' \
-        'C:TEMP\{GUID} exists: no'; do
+        'C:TEMP\{GUID} exists: no' 'utf8-with-mark.txt: 10 bytes, Grüße' 'utf16-with-mark.txt: 12 bytes, Grüße' \
+        'utf16.txt: 10 bytes, Grüße' ' file, read-only 10 utf16.txt' ' file 12 utf16-with-mark.txt' ' directory sub' \
+        'read-only utf16.txt deleted: yes; left of utf16*:'; do
         grep --quiet --line-regexp --fixed-strings -- "$line" <<<"$output" || {
             echo "the tour doesn't print \"$line\""
             return 1
