@@ -1,0 +1,127 @@
+// Long listings, for which a second thread asks about the entries.
+#include "SearchedDirectory.h"
+#include "SystemCalls.h"
+
+#include "Support/ChildProcess.h"
+#include "Support/Directories.h"
+#include "Support/HostFaults.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+namespace SystemCalls = Platform::SystemCalls;
+
+namespace
+{
+
+class LongListing : public testing::Test
+{
+protected:
+    static constexpr int files = 5'000;
+
+    LongListing()
+    {
+        std::filesystem::create_directory(drive.Host("d"));
+        for (int i = 0; i < files; ++i)
+        {
+            std::string const host = drive.Host("d/" + std::to_string(i));
+            int const file = ::open(host.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, i % 7 == 0 ? 0444 : 0644);
+            EXPECT_EQ(::ftruncate(file, i), 0);
+            ::close(file);
+        }
+    }
+    ~LongListing() override { FindClose(search); }
+
+    bool Begin() { return (search = FindFirstFileW(drive.Path(L"d\\*").c_str(), &data)) != INVALID_HANDLE_VALUE; }
+    /// From the record at hand on. Every record is to be the file's own. Gives how many there are, and goes to the
+    /// next.
+    int Go(int most = files + 2)
+    {
+        int count = 0;
+        for (bool more = true; more && count < most; more = FindNextFileW(search, &data))
+        {
+            ++count;
+            std::wstring const name = data.cFileName;
+            if (name == L"." || name == L"..")
+                continue;
+            auto const number = static_cast<DWORD>(std::stoul(name));
+            EXPECT_EQ(data.nFileSizeLow, number);
+            EXPECT_EQ((data.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0, number % 7 == 0);
+            names.insert(name);
+        }
+        return count;
+    }
+
+    TestDrive drive{QuickPlace()};
+    WIN32_FIND_DATAW data{};
+    HANDLE search = INVALID_HANDLE_VALUE;
+    std::set<std::wstring> names;
+};
+
+TEST_F(LongListing, TellsOfEveryEntryOnceAndOfNoneThatVanished)
+{
+    std::atomic<int> others{0};
+    auto const counted = [&, own = std::this_thread::get_id()](auto... arguments)
+    {
+        others += std::this_thread::get_id() != own;
+        return SystemCalls::ExtendedStatusAt.host(arguments...);
+    };
+    {
+        SystemCalls::Redirection const counting(SystemCalls::ExtendedStatusAt, counted);
+        ASSERT_TRUE(Begin());
+        EXPECT_EQ(Go(), files + 2);
+    }
+    EXPECT_EQ(names.size(), static_cast<std::size_t>(files));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+    if (std::thread::hardware_concurrency() > 1)
+    {
+        EXPECT_GT(others, 0);
+    }
+    FindClose(search);
+
+    auto const vanish = [](int directory, char const* name, auto... arguments) {
+        return name[0] == '1' ? FailingWith(ENOENT)()
+                              : SystemCalls::ExtendedStatusAt.host(directory, name, arguments...);
+    };
+    SystemCalls::Redirection const vanishing(SystemCalls::ExtendedStatusAt, vanish);
+    names.clear();
+    ASSERT_TRUE(Begin());
+    EXPECT_EQ(Go(), files + 2 - 1'111); // 1, 10 to 19, 100 to 199, 1000 to 1999
+    EXPECT_FALSE(names.contains(L"1999"));
+}
+
+// In the middle of it the thread is at work: then the search ends, the process forks, or the directory is parked.
+TEST_F(LongListing, MayEndOrForkOrBeParkedInTheMiddle)
+{
+    for (int most : {40, 100, 2'000})
+    {
+        ASSERT_TRUE(Begin());
+        EXPECT_EQ(Go(most), most);
+        // Not beyond what has been read from the host: the two share the place in the directory.
+        ChildProcess child([&](ChildProcess::Channel&) { return Go(500) == 500 && FindClose(search) ? 0 : 1; });
+        EXPECT_EQ(child.Join(), 0);
+        std::vector<HANDLE> inner(20);
+        for (HANDLE& each : inner)
+        {
+            WIN32_FIND_DATAW ignored;
+            each = FindFirstFileW(drive.Path(L"*").c_str(), &ignored);
+        }
+        EXPECT_EQ(Go(), files + 2 - most);
+        EXPECT_EQ(names.size(), static_cast<std::size_t>(files));
+        for (HANDLE const each : inner)
+            EXPECT_TRUE(FindClose(each));
+        EXPECT_TRUE(FindClose(search));
+        ASSERT_TRUE(Begin());
+        EXPECT_EQ(Go(most), most);
+        EXPECT_TRUE(FindClose(search));
+        names.clear();
+    }
+    search = INVALID_HANDLE_VALUE;
+}
+
+} // namespace
