@@ -4,8 +4,8 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
-#include "UninitializedStorage.h"
 #include "TextFormat.h"
+#include "UninitializedStorage.h"
 #include "WholeFile.h"
 
 #include <string_view>

@@ -54,7 +54,7 @@ namespace Brindle::Vok::V2
 class FileAttributeFlags
 {
 public:
-    constexpr explicit FileAttributeFlags(DWORD mask) noexcept : mask(mask) {}
+    constexpr explicit FileAttributeFlags(DWORD attributes) noexcept : mask(attributes) {}
 
     constexpr DWORD Mask() const noexcept { return mask; }
     /// Whether it exists and has all of these attributes.
