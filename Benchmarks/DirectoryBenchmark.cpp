@@ -2,8 +2,7 @@
 // tree with the second one (whose deletion both share), beside the standard library, Boost and Qt with the same
 // questions on the same entries.
 //
-// VOK_BENCHMARK_DIRECTORY names the directory to work in (the temporary directory otherwise), so that file systems can
-// be compared. What rows need is made when the first of them runs; for the deletions that is 1.4 million files.
+// What rows need is made when the first of them runs; for the deletions that is 1.4 million files.
 //
 // Rows of listings tell the time that passes for one entry (`each`), since a second thread may help with large
 // directories, on a second processor; under `taskset -c 0` there is none. One entry in a hundred is a directory. For
@@ -18,7 +17,8 @@
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/FormatString.h>
-#include <Brindle/Vok/PlatformHost.h>
+
+#include "Workplace.h"
 
 #include <QDateTime>
 #include <QDirIterator>
@@ -42,39 +42,6 @@ using namespace Brindle::Vok;
 
 namespace
 {
-
-void Check(bool ok)
-{
-    if (!ok)
-        std::abort();
-}
-
-/// A directory of its own, also behind drive T, gone at the end.
-class Workplace
-{
-public:
-    Workplace()
-    {
-        char const* const given = std::getenv("VOK_BENCHMARK_DIRECTORY");
-        std::filesystem::path const parent = given ? given : std::filesystem::temp_directory_path();
-        std::string pattern = (parent / "VokBenchmark.XXXXXX").string();
-        Check(::mkdtemp(pattern.data()) != nullptr && Platform::MapDrive(L'T', pattern));
-        directory = pattern;
-    }
-    ~Workplace()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory, ignored);
-    }
-
-    std::string directory;
-};
-
-std::string HostPath(std::string const& name)
-{
-    static Workplace const workplace;
-    return workplace.directory + '/' + name;
-}
 
 /// The same place by its name from the host's root, so that our paths are as long as the peers'.
 Path VokPath(std::string const& hostPath)

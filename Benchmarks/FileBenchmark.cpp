@@ -1,16 +1,13 @@
 // Writing and reading a whole file with both generations, beside plain open, write or read, and close on the same bytes
 // in the same directory. The plain reader makes a fresh buffer each time, as whoever returns a text has to.
-//
-// VOK_BENCHMARK_DIRECTORY names the directory to work in (the temporary directory otherwise).
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/FileSystemV2.h>
-#include <Brindle/Vok/PlatformHost.h>
+
+#include "Workplace.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -22,39 +19,11 @@ using namespace Brindle::Vok;
 namespace
 {
 
-/// A directory of its own behind drive T, gone at the end.
-class Workplace
+/// The file that all rows use, and T:\file.txt to the library.
+std::string const& FilePath()
 {
-public:
-    Workplace()
-    {
-        char const* const given = std::getenv("VOK_BENCHMARK_DIRECTORY");
-        std::filesystem::path const parent = given ? given : std::filesystem::temp_directory_path();
-        std::string pattern = (parent / "VokBenchmark.XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr || !Platform::MapDrive(L'T', pattern))
-            std::abort();
-        directory = pattern;
-    }
-    ~Workplace()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory, ignored);
-    }
-
-    std::string directory;
-};
-
-std::string const& HostPath()
-{
-    static Workplace const workplace;
-    static std::string const path = workplace.directory + "/file.txt";
+    static std::string const path = HostPath("file.txt");
     return path;
-}
-
-void Check(bool ok)
-{
-    if (!ok)
-        std::abort();
 }
 
 void PlainWrite(std::string const& path, std::string const& bytes)
@@ -69,14 +38,14 @@ void PlainWriting(benchmark::State& state)
 {
     std::string const bytes(static_cast<std::size_t>(state.range(0)), 'x');
     for (auto _ : state)
-        PlainWrite(HostPath(), bytes);
+        PlainWrite(FilePath(), bytes);
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
 void OursWriting(benchmark::State& state)
 {
     std::string const bytes(static_cast<std::size_t>(state.range(0)), 'x');
-    HostPath();
+    FilePath();
     std::unique_ptr<File> const file = MakeFileSystem()->MakeFile(L"T:\\file.txt");
     for (auto _ : state)
         file->WriteAllText(bytes, TextEncoding::Utf8, ByteOrderMarkPolicy::Omit, LineEndingPolicy::Unchanged);
@@ -86,7 +55,7 @@ void OursWriting(benchmark::State& state)
 void OursV2Writing(benchmark::State& state)
 {
     std::vector<unsigned char> const bytes(static_cast<std::size_t>(state.range(0)), 'x');
-    HostPath();
+    FilePath();
     std::unique_ptr<V2::IFile> const file = V2::MakeFileSystem()->MakeFile(L"T:\\file.txt");
     for (auto _ : state)
         file->WriteAllBytes(bytes);
@@ -95,10 +64,10 @@ void OursV2Writing(benchmark::State& state)
 
 void PlainReading(benchmark::State& state)
 {
-    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    PlainWrite(FilePath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
     for (auto _ : state)
     {
-        int const descriptor = ::open(HostPath().c_str(), O_RDONLY | O_CLOEXEC);
+        int const descriptor = ::open(FilePath().c_str(), O_RDONLY | O_CLOEXEC);
         Check(descriptor >= 0);
         struct stat status;
         Check(::fstat(descriptor, &status) == 0);
@@ -113,7 +82,7 @@ void PlainReading(benchmark::State& state)
 
 void OursReading(benchmark::State& state)
 {
-    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    PlainWrite(FilePath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
     std::unique_ptr<File> const file = MakeFileSystem()->MakeFile(L"T:\\file.txt");
     for (auto _ : state)
         benchmark::DoNotOptimize(file->ReadAllTextA());
@@ -123,7 +92,7 @@ void OursReading(benchmark::State& state)
 template <auto read>
 void OursV2Reading(benchmark::State& state)
 {
-    PlainWrite(HostPath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+    PlainWrite(FilePath(), std::string(static_cast<std::size_t>(state.range(0)), 'x'));
     std::unique_ptr<V2::IFile> const file = V2::MakeFileSystem()->MakeFile(L"T:\\file.txt");
     for (auto _ : state)
         benchmark::DoNotOptimize(((*file).*read)());
