@@ -1,9 +1,10 @@
 #include "LookAhead.h"
 
+#include "SystemCalls.h"
+
 #include <algorithm>
 #include <csignal>
 #include <new>
-#include <thread>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -37,8 +38,10 @@ class Processors
 public:
     static bool Take() noexcept
     {
-        static unsigned const others = std::max(std::thread::hardware_concurrency(), 1U) - 1;
-        if (taken.fetch_add(1, std::memory_order_relaxed) < others)
+        cpu_set_t allowed;
+        if (SystemCalls::GetProcessors(0, sizeof allowed, &allowed) != 0)
+            return false;
+        if (taken.fetch_add(1, std::memory_order_relaxed) + 1 < static_cast<unsigned>(CPU_COUNT(&allowed)))
             return true;
         GiveBack();
         return false;

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/resource.h>
@@ -132,6 +133,9 @@ VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
 VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),
                 [](int resource, rlimit* limit)
                 { return ::getrlimit(static_cast<__rlimit_resource>(resource), limit); });
+VOK_SYSTEM_CALL(GetProcessors, int(pid_t, std::size_t, cpu_set_t*),
+                [](pid_t thread, std::size_t size, cpu_set_t* allowed)
+                { return ::sched_getaffinity(thread, size, allowed); });
 VOK_SYSTEM_CALL(GetTime, int(clockid_t, timespec*),
                 [](clockid_t clock, timespec* time) { return ::clock_gettime(clock, time); });
 VOK_SYSTEM_CALL(Sleep, int(timespec const*), [](timespec const* time) { return ::nanosleep(time, nullptr); });

@@ -71,18 +71,25 @@ TEST_F(LongListing, TellsOfEveryEntryOnceAndOfNoneThatVanished)
         others += std::this_thread::get_id() != own;
         return SystemCalls::ExtendedStatusAt.host(arguments...);
     };
+    for (int const processors : {1, 2})
     {
+        auto const allow = [&](pid_t, std::size_t, cpu_set_t* allowed)
+        {
+            CPU_ZERO(allowed);
+            for (int processor = 0; processor < processors; ++processor)
+                CPU_SET(processor, allowed);
+            return 0;
+        };
+        SystemCalls::Redirection const allowing(SystemCalls::GetProcessors, allow);
         SystemCalls::Redirection const counting(SystemCalls::ExtendedStatusAt, counted);
+        names.clear();
         ASSERT_TRUE(Begin());
         EXPECT_EQ(Go(), files + 2);
+        EXPECT_EQ(names.size(), static_cast<std::size_t>(files));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+        EXPECT_EQ(others > 0, processors > 1);
+        FindClose(search);
     }
-    EXPECT_EQ(names.size(), static_cast<std::size_t>(files));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
-    if (std::thread::hardware_concurrency() > 1)
-    {
-        EXPECT_GT(others, 0);
-    }
-    FindClose(search);
 
     auto const vanish = [](int directory, char const* name, auto... arguments) {
         return name[0] == '1' ? FailingWith(ENOENT)()
