@@ -49,6 +49,12 @@ public:
 
     /// Has a second thread ask for the statuses of the entries to come, if there are many at hand.
     void AskAhead() noexcept { lookAhead.Begin(Descriptor(), Names(), at); }
+    /// What a second thread has learned is forgotten, and none is begun again.
+    void StopAskingAhead() noexcept
+    {
+        if (lookAhead.HasBegun())
+            lookAhead.EndForGood();
+    }
     /// The status of the entry that Next gave, if the second thread has asked for it; null otherwise.
     EntryStatus const* KnownStatus() noexcept { return lookAhead.Find(at - 1); }
 

@@ -1,6 +1,7 @@
 #include "LookAhead.h"
 
 #include "SystemCalls.h"
+#include "ToldStatus.h"
 
 #include <algorithm>
 #include <csignal>
@@ -16,6 +17,7 @@ namespace
 constexpr std::size_t leastEntries = 256;
 /// Taken at a time, so that the two meet seldom.
 constexpr std::size_t block = 16;
+constexpr std::chrono::milliseconds longestAge{50};
 
 constexpr std::uint64_t RangeOf(std::size_t front, std::size_t back)
 {
@@ -75,23 +77,28 @@ bool StartThread(pthread_t& thread, void* (*run)(void*), void* argument) noexcep
 
 void LookAhead::Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept
 {
-    if (HasBegun() || entryNames.count - from < leastEntries || !Processors::Take())
+    if (HasBegun() || isOver || entryNames.count - from < leastEntries || !Processors::Take())
         return;
     statuses.reset(new (std::nothrow) EntryStatus[entryNames.count]);
     descriptor = directory;
     names = entryNames;
     ownEnd = from;
     untaken.store(RangeOf(from, names.count), std::memory_order_relaxed);
+    stops.store(false, std::memory_order_relaxed);
+    end = ApproximateTimeNow() + longestAge;
     forks = CurrentForks();
     isRunning = statuses && StartThread(thread, Run, this);
     if (isRunning)
         return;
     statuses = nullptr;
+    isOver = true;
     Processors::GiveBack();
 }
 
 EntryStatus const* LookAhead::Find(std::size_t entry) noexcept
 {
+    if (HasBegun() && ApproximateTimeNow() > end)
+        EndForGood();
     if (!HasBegun() || entry < ownEnd || TakeFront(entry))
         return nullptr;
     Join();
@@ -102,9 +109,15 @@ void LookAhead::End() noexcept
 {
     if (!HasBegun())
         return;
-    untaken.store(0, std::memory_order_relaxed);
+    stops.store(true, std::memory_order_relaxed);
     Join();
     statuses = nullptr;
+}
+
+void LookAhead::EndForGood() noexcept
+{
+    End();
+    isOver = true;
 }
 
 bool LookAhead::TakeFront(std::size_t entry) noexcept
@@ -128,13 +141,16 @@ void LookAhead::Join() noexcept
         statuses = nullptr; // nobody knows how far it came
         return;
     }
+    int cancelState; // a host that cancels its thread means its own calls
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
     pthread_join(thread, nullptr);
-    Processors::GiveBack();
+    pthread_setcancelstate(cancelState, nullptr);
 }
 
 void* LookAhead::Run(void* self) noexcept
 {
     static_cast<LookAhead*>(self)->Ask();
+    Processors::GiveBack(); // here: the search may stand still for long
     return nullptr;
 }
 
@@ -144,12 +160,12 @@ void LookAhead::Ask() noexcept
     for (;;)
     {
         std::size_t const back = BackOf(range);
-        if (FrontOf(range) >= back)
+        if (FrontOf(range) >= back || stops.load(std::memory_order_relaxed))
             return;
         std::size_t const begin = std::max(FrontOf(range), back < block ? 0 : back - block);
         if (!untaken.compare_exchange_weak(range, RangeOf(FrontOf(range), begin), std::memory_order_relaxed))
             continue;
-        for (std::size_t entry = begin; entry != back; ++entry)
+        for (std::size_t entry = begin; entry != back && !stops.load(std::memory_order_relaxed); ++entry)
             statuses[entry] = StatusOfEntry(descriptor, names.RecordOf(entry).d_name);
         range = RangeOf(FrontOf(range), begin);
     }

@@ -7,13 +7,15 @@
 //     lookAhead.End();                                       // before the descriptor is closed or the names go
 //
 // The thread asks with the credentials of the thread that began, whoever that impersonated. A status is as old as the
-// beginning at most. For one thread at a time.
+// beginning, and 50 milliseconds at most: whoever takes longer over the entries asks about the rest again. For one
+// thread at a time.
 #pragma once
 
 #include "FileStatus.h"
 #include "Sharing.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <dirent.h>
@@ -47,12 +49,16 @@ public:
     LookAhead(LookAhead const&) = delete;
     LookAhead& operator=(LookAhead const&) = delete;
 
-    /// Does nothing where a second thread can't help: for few entries, without a processor or memory for it.
+    /// Does nothing where a second thread can't help: for few entries, without a processor or memory for it. Nor does
+    /// it once it has ended early.
     void Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept;
     /// The status of an entry that the second thread has asked about. Null where the caller is to ask, which goes for
     /// all entries if nothing has begun. The entries asked for only grow.
     EntryStatus const* Find(std::size_t entry) noexcept;
+    /// At the end of the entries.
     void End() noexcept;
+    /// Somebody has changed something, or is about to: what has been learned is forgotten, and nothing begins any more.
+    void EndForGood() noexcept;
     bool HasBegun() const noexcept { return statuses != nullptr; }
 
 private:
@@ -69,8 +75,12 @@ private:
     std::atomic<std::uint64_t> untaken{0};
     /// The end of what the caller has taken.
     std::size_t ownEnd = 0;
+    /// The thread need not go on.
+    std::atomic<bool> stops{false};
     pthread_t thread{};
     bool isRunning = false;
+    bool isOver = false;
+    std::chrono::nanoseconds end{0};
     /// A child process doesn't have the thread.
     ForkCounts forks;
 };

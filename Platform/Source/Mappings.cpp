@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <set>
 #include <shared_mutex>
 #include <utility>
@@ -40,6 +42,11 @@ Mappings& TheMappings()
     static Mappings& mappings = *new Mappings;
     return mappings;
 }
+
+// A child must not wait for a thread that it doesn't have.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { TheMappings().mutex.lock(); }, [] { TheMappings().mutex.unlock(); },
+                   [] { std::construct_at(&TheMappings().mutex); });
 
 std::size_t IndexOf(wchar_t letter)
 {

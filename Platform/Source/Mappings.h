@@ -9,8 +9,8 @@
 namespace Brindle::Vok::Platform
 {
 
-/// Receives a directory's bytes, absolute and without a separator at the end; empty for the host's root. Called with
-/// the mappings locked, so it must not map anything.
+/// Receives a directory's bytes, absolute and without a separator at the end; empty for the host's root. Called
+/// with the shares locked, so it must not map anything.
 class DirectoryReceiver
 {
 public:

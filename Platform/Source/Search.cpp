@@ -81,7 +81,7 @@ private:
     Pattern pattern;
     std::shared_ptr<SearchedDirectory> directory;
     unsigned dotsGiven = 0;
-    unsigned toldUnasked = 0;
+    unsigned told = 0;
     bool isPlain = false;
     bool wantsDirectories;
 };
@@ -145,7 +145,7 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
     if (isPlain)
         return FailWith(ERROR_NO_MORE_FILES);
     std::lock_guard const lock(directory->Use());
-    bool const isAtEnd = dotsGiven == 2 && directory->Stream().IsAtEnd();
+    bool const isAtEnd = !directory->IsTorn() && dotsGiven == 2 && directory->Stream().IsAtEnd();
     if (!isAtEnd && !directory->EnsureOpen())
         return false;
     for (DirectoryStream::Entry entry; NextEntry(entry);)
@@ -176,13 +176,17 @@ bool Search::Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data
     if (status.error != 0)
         return false;
     FillFrom(status, data);
-    toldUnasked = directory->Tell({entry.name, entry.length}, {status.mode, status.number, holdsUntil});
+    directory->Tell({entry.name, entry.length}, {status.mode, status.number, holdsUntil});
     return true;
 }
 
 EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanoseconds& holdsUntil) noexcept
 {
     DirectoryStream& stream = directory->Stream();
+    unsigned const toldUnasked = directory->ToldUnasked();
+    if (toldUnasked < told)
+        stream.StopAskingAhead(); // somebody has asked about an entry, or changed one
+    told = toldUnasked;
     if (toldUnasked < entriesOfListing)
     {
         Stopwatch const stopwatch;

@@ -64,7 +64,11 @@ std::uint64_t NumberOfThisThread() noexcept
 void SearchedDirectory::StartAnewInChild() noexcept
 {
     for (std::shared_ptr<SearchedDirectory> const& each : Directories())
+    {
+        if (!each->use.try_lock())
+            each->torn = each;
         std::construct_at(&each->use);
+    }
     Lock().unlock();
 }
 
@@ -93,6 +97,8 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, s
 
 bool SearchedDirectory::EnsureOpen() noexcept
 {
+    if (IsTorn())
+        return FailWith(ERROR_INVALID_HANDLE);
     if (!stream.IsParked())
         return true;
     if (!stream.Reopen(path))
@@ -139,13 +145,13 @@ void SearchedDirectory::Forget() noexcept
         thisThread = 0;
 }
 
-unsigned SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
+void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
 {
     std::lock_guard const lock(Lock());
     toldLength = std::min(name.size(), sizeof toldName);
     std::memcpy(toldName, name.data(), toldLength);
     told = status;
-    return ++toldUnasked;
+    toldUnasked.fetch_add(1, std::memory_order_relaxed);
 }
 
 // Finds the directory among those of the calling thread.
@@ -160,7 +166,7 @@ void Place::Find(std::string_view path, std::string_view lastName) noexcept
     if (found == all.rend())
         return;
     directory = *found;
-    directory->toldUnasked = 0;
+    directory->toldUnasked.store(0, std::memory_order_relaxed);
     first = *std::find_if(all.begin(), all.end(), isOwn);
     if (std::string_view(directory->toldName, directory->toldLength) == lastName)
         told = directory->told;

@@ -15,6 +15,7 @@
 #include "QuickDeletion.h"
 #include "ToldStatus.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -40,12 +41,15 @@ public:
     /// Held by whoever works with the stream.
     std::mutex& Use() noexcept { return use; }
     DirectoryStream& Stream() noexcept { return stream; }
-    /// Opens a parked directory, with Use() held. False with the last error set.
+    /// In a child process: another thread was at work here when its parent forked, so nobody can go on.
+    bool IsTorn() const noexcept { return torn != nullptr; }
+    /// Opens a parked directory, with Use() held. False with the last error set, ERROR_INVALID_HANDLE for a torn one.
     bool EnsureOpen() noexcept;
 
-    /// Keeps what the search tells of its current entry. How many times it told since somebody last looked for a place
-    /// in the directory.
-    unsigned Tell(std::string_view name, ToldStatus const& status) noexcept;
+    /// Keeps what the search tells of its current entry.
+    void Tell(std::string_view name, ToldStatus const& status) noexcept;
+    /// How many entries it has told of since the thread last asked about one, or changed one.
+    unsigned ToldUnasked() const noexcept { return toldUnasked.load(std::memory_order_relaxed); }
 
 private:
     friend class Place;
@@ -65,12 +69,14 @@ private:
     DirectoryStream stream;
     QuickDeletion quick;
     bool isLocal = false;
+    /// Itself, so that what is torn is never destroyed.
+    std::shared_ptr<SearchedDirectory> torn;
     // What follows is guarded by the mutex of all searches.
     std::uint64_t owner = 0;
     char toldName[256] = {};
     std::size_t toldLength = 0;
     ToldStatus told = {};
-    unsigned toldUnasked = 0;
+    std::atomic<unsigned> toldUnasked{0};
 };
 
 /// Where the last name of a path is looked up: in the directory of an open search, otherwise from the path as a whole.

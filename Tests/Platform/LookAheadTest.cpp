@@ -134,4 +134,55 @@ TEST_F(LongListing, MayEndOrForkOrBeParkedInTheMiddle)
     search = INVALID_HANDLE_VALUE;
 }
 
+// The record at hand is the last one.
+TEST_F(LongListing, TellsOfNothingThatItsThreadDeletedOrThatIsGoneForLong)
+{
+    ASSERT_TRUE(Begin());
+    EXPECT_EQ(Go(300), 300);
+    std::wstring const atHand = data.cFileName;
+    std::size_t deleted = 0;
+    for (int i = 0; i < files; ++i)
+        deleted += DeleteFileW(drive.Path(L"d\\" + std::to_wstring(i)).c_str()) != FALSE;
+    names.clear();
+    EXPECT_GT(Go(), 300); // the read-only ones are left
+    names.erase(atHand);
+    for (std::wstring const& name : names)
+        ASSERT_EQ(std::stoi(name) % 7, 0);
+    EXPECT_EQ(deleted, static_cast<std::size_t>(files - (files + 6) / 7));
+    EXPECT_TRUE(FindClose(search));
+
+    ASSERT_TRUE(Begin());
+    EXPECT_EQ(Go(300), 300);
+    std::this_thread::sleep_for(std::chrono::milliseconds(70));
+    std::filesystem::remove_all(drive.Host("d"));
+    EXPECT_EQ(Go(), 1);
+}
+
+TEST_F(LongListing, OfAnotherThreadThatIsAtWorkEndsInAChild)
+{
+    ASSERT_TRUE(Begin());
+    std::atomic<bool> isAtWork{false};
+    std::atomic<bool> mayGoOn{false};
+    auto const halt = [&](auto... arguments)
+    {
+        isAtWork = true;
+        while (!mayGoOn)
+            std::this_thread::yield();
+        return SystemCalls::ReadDirectory.host(arguments...);
+    };
+    SystemCalls::Redirection const halting(SystemCalls::ReadDirectory, halt);
+    std::thread other([&] { EXPECT_EQ(Go(), files + 2); });
+    while (!isAtWork)
+        std::this_thread::yield();
+    ChildProcess child(
+        [&](ChildProcess::Channel&)
+        {
+            bool const ends = FindNextFileW(search, &data) == FALSE && GetLastError() == ERROR_INVALID_HANDLE;
+            return ends && FindClose(search) ? 0 : 1;
+        });
+    mayGoOn = true;
+    EXPECT_EQ(child.Join(), 0);
+    other.join();
+}
+
 } // namespace

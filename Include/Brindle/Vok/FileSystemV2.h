@@ -20,7 +20,7 @@
 // every question, Exists included: 5 without the right to read, 32 while somebody has the file open and shares nothing
 // (as reading and writing a whole file does), 1 for a device. MakeFileSystem of FileSystem.h makes a PathInfo that
 // doesn't open. A path that is missing is no error, but one that vanishes in the middle of a question throws 6
-// ("GetFileTime"), and is missing for the next one.
+// ("GetFileTime"), and is missing for the next one. A symbolic link that leads nowhere throws so every time.
 //
 // Deletion of directories is that of the first generation, with all that FileSystem.h tells of it: what it refuses,
 // what stops it, and that a path that reaches 260 code units on the way down ends the process. So are the texts that

@@ -144,6 +144,9 @@ extern "C"
     VOK_PLATFORM_EXPORT HANDLE WINAPI FindFirstFileExW(LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
                                                        FINDEX_SEARCH_OPS operation, LPVOID filter,
                                                        DWORD flags) noexcept;
-    /// The next entry; ERROR_NO_MORE_FILES behind the last one. An entry that vanishes meanwhile is left out.
+    /// The next entry; ERROR_NO_MORE_FILES behind the last one. An entry that vanished before is left out. In a long
+    /// search for all names, of which nothing else is asked or changed by the same thread, an entry may be told of as
+    /// it was up to 50 milliseconds before, to who the thread was then: a second thread asks ahead. A child made by
+    /// fork while another thread is in this function gets ERROR_INVALID_HANDLE for that search.
     VOK_PLATFORM_EXPORT BOOL WINAPI FindNextFileW(HANDLE search, LPWIN32_FIND_DATAW data) noexcept;
 }
