@@ -26,8 +26,9 @@
 // what stops it, and that a path that reaches 260 code units on the way down ends the process. So are the texts that
 // are written, and wide text: UTF-16, one code unit a wchar_t.
 //
-// The overloads with Error& assign it on failure only, but for Refresh(Error&) and ReadAllText(Error&), which assign it
-// in every case. Deletions and SetReadOnly need one that records no failure yet.
+// The overloads with Error& assign it on failure only, but for Refresh(Error&), ReadAllText(Error&) and the deletion by
+// an object of MakePathInfo, which assign it in every case. Other deletions and SetReadOnly need one that records no
+// failure yet.
 //
 // Threads: a service is used from any thread. An object belongs to one thread at a time; objects of one list are
 // independent of each other and of the directory that listed them. Each keeps the service alive. What a log subscriber
