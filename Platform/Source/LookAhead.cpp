@@ -34,7 +34,7 @@ constexpr std::size_t BackOf(std::uint64_t range)
     return range >> 32;
 }
 
-/// The processors that the threads of all searches may take beside those of their callers.
+/// The processors that the threads of all searches together may take: one is left for their callers.
 class Processors
 {
 public:
@@ -120,6 +120,8 @@ void LookAhead::EndForGood() noexcept
     isOver = true;
 }
 
+// Relaxed order is enough: until the thread is joined the two share nothing but the range itself, and statuses are read
+// only behind that.
 bool LookAhead::TakeFront(std::size_t entry) noexcept
 {
     std::uint64_t range = untaken.load(std::memory_order_relaxed);

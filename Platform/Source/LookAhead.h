@@ -53,7 +53,7 @@ public:
     /// it once it has ended early.
     void Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept;
     /// The status of an entry that the second thread has asked about. Null where the caller is to ask, which goes for
-    /// all entries if nothing has begun. The entries asked for only grow.
+    /// all entries if nothing has begun. Waits for the thread once all are taken. The entries asked for only grow.
     EntryStatus const* Find(std::size_t entry) noexcept;
     /// At the end of the entries.
     void End() noexcept;

@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <set>
-#include <shared_mutex>
 #include <utility>
 #include <vector>
 
@@ -29,8 +27,9 @@ struct Share
 struct Mappings
 {
     // For all changes, and for looking at the shares.
-    std::shared_mutex mutex;
-    // Null where a letter is free. They are looked up without the lock, so a directory that was mapped once stays.
+    std::mutex mutex;
+    // Null where a letter is free. They are looked up without the lock, so a directory that was mapped once stays until
+    // the process ends.
     std::atomic<std::string const*> drives[26];
     std::set<std::string> directories;
     std::vector<Share> shares;
@@ -44,9 +43,8 @@ Mappings& TheMappings()
 }
 
 // A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { TheMappings().mutex.lock(); }, [] { TheMappings().mutex.unlock(); },
-                   [] { std::construct_at(&TheMappings().mutex); });
+[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
+    [] { TheMappings().mutex.lock(); }, [] { TheMappings().mutex.unlock(); }, [] { TheMappings().mutex.unlock(); });
 
 std::size_t IndexOf(wchar_t letter)
 {
@@ -115,7 +113,7 @@ bool MapDrive(wchar_t letter, std::string const& directory)
             if (UpperCase(letter) != L'C' && !MakeAbsolute(directory, absolute))
                 return false;
             Mappings& mappings = TheMappings();
-            std::unique_lock const lock(mappings.mutex);
+            std::lock_guard const lock(mappings.mutex);
             auto& drive = mappings.drives[IndexOf(letter)];
             if (drive.load(std::memory_order_relaxed) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_ALREADY_ASSIGNED);
@@ -132,7 +130,7 @@ bool UnmapDrive(wchar_t letter)
             if (!IsLetter(letter) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_INVALID_DRIVE);
             Mappings& mappings = TheMappings();
-            std::unique_lock const lock(mappings.mutex);
+            std::lock_guard const lock(mappings.mutex);
             bool const wasMapped =
                 mappings.drives[IndexOf(letter)].exchange(nullptr, std::memory_order_relaxed) != nullptr;
             return wasMapped || FailWith(ERROR_PATH_NOT_FOUND);
@@ -150,7 +148,7 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
             if (!MakeAbsolute(directory, absolute))
                 return false;
             Mappings& mappings = TheMappings();
-            std::unique_lock const lock(mappings.mutex);
+            std::lock_guard const lock(mappings.mutex);
             auto const found = std::ranges::find_if(
                 mappings.shares, [&](Share const& known)
                 { return EqualWithoutCase(known.server, server) && EqualWithoutCase(known.name, share); });
@@ -180,7 +178,7 @@ bool FindShare(std::wstring_view server, std::wstring_view share, DirectoryRecei
         [&]
         {
             Mappings& mappings = TheMappings();
-            std::shared_lock const lock(mappings.mutex);
+            std::lock_guard const lock(mappings.mutex);
             bool serverKnown = false;
             for (Share const& known : mappings.shares)
             {

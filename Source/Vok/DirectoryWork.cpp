@@ -125,15 +125,14 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
 
 void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const
 {
-    existed = true;
-    PathBuffer prefix;
+    PathBuffer pattern;
     PathBuffer entry;
-    prefix.Assign(path.ToString());
-    prefix.Append(L"\\*");
+    pattern.Assign(path.ToString());
+    pattern.Append(L"\\*");
     entry.Assign(path.ToString());
     entry.Append(L"\\");
     WIN32_FIND_DATAW data;
-    SearchOwner search(FindFirstFileW(prefix.Text(), &data));
+    SearchOwner search(FindFirstFileW(pattern.Text(), &data));
     if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
         return TellMissing(path, existed);
     if (!search.IsValid())

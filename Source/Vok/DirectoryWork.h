@@ -12,7 +12,8 @@ namespace Brindle::Vok::Detail
 /// ERROR_INVALID_NAME as the last error.
 bool IsSeenWhole(std::wstring const& text) noexcept;
 
-/// Makes a directory; where its parent is missing, createParent(path) makes that first. Throws WindowsError.
+/// Makes a directory; where its parent is missing, createParent(path) makes that first, which a
+/// replacement of a service may do in its own way. Throws WindowsError.
 template <class CreateParent>
 void CreateDirectory(Location const& location, Path const& path, CreateParent createParent)
 {
@@ -32,7 +33,7 @@ void CreateDirectory(Location const& location, Path const& path, CreateParent cr
 /// there; `error` is assigned on failure only.
 void DeleteDirectory(Location const& location, Path const& path, bool contentsOnly, bool& existed, Error& error);
 
-/// A path below %TEMP% at which nothing is yet: a fresh identifier and the suffix. Nothing is made.
+/// A path below %TEMP% at which nothing is, because its name is a fresh identifier and the suffix. Nothing is made.
 Path UnusedTemporaryPath(wchar_t const* suffix = L"");
 
 } // namespace Brindle::Vok::Detail

@@ -41,7 +41,7 @@ std::shared_ptr<IFileSystem> MakeFileSystem()
 std::unique_ptr<IDirectory> FileSystem::MakeTempDirectory()
 {
     Path path = Detail::UnusedTemporaryPath();
-    VokCreateDirectory(path);
+    VokCreateDirectory(path); // required: first, so it stays when no object can be made
     std::shared_ptr<FileSystem> self = shared_from_this();
     return std::make_unique<TempDirectory>(std::move(path), std::move(self));
 }
@@ -126,7 +126,8 @@ void PathInfoImpl<T>::Load()
         throw WindowsError(error);
     if (error.Failed())
     {
-        // Required: what vanished in between is missing only for the next question. This one goes on without a handle.
+        // Required: what vanished in between is missing only for the next question. This one goes on without a handle
+        // and fails at the times, which nobody reads otherwise.
         attributes = INVALID_FILE_ATTRIBUTES;
         exists = false;
     }
@@ -180,7 +181,7 @@ template <class T>
 void PathInfoImpl<T>::Refresh(Error& error)
 {
     loaded = false;
-    error = [this]() -> Error
+    error = [this]() -> Error // required: the statement names this lambda
     {
         try
         {
@@ -263,9 +264,8 @@ bool Directory::Delete(Error& error)
 
 bool Directory::Delete()
 {
-    bool existed = true;
     WindowsError error;
-    Service()->DeleteDirectoryInternal(Path(), false, existed, error);
+    bool const existed = Service()->DeleteDirectory(Path(), error);
     if (error.Failed())
         throw WindowsError(error);
     return existed;
@@ -398,7 +398,7 @@ bool File::Delete(Error& error)
         Error ignored;
         SetReadOnly(false, ignored);
     }
-    if (deleteIt())
+    if (deleteIt()) // required: a second attempt, whatever the first one failed with
         return true;
     if (GetLastError() != ERROR_FILE_NOT_FOUND)
         VOK_SET_LAST_ERROR(error, "DeleteFile failed");
@@ -412,8 +412,8 @@ std::uint64_t File::Size()
 }
 
 // Line endings are normalised once, in the overload that was called and on its form of the text; where the encoding
-// wants the other form, the other overload then gets Unchanged. With any other encoding nothing is written and nothing
-// reported, which is required.
+// wants the other form, the other overload then gets Unchanged. The conversions are those that throw, 87 for a text
+// that is too long. With any other encoding nothing is written and nothing reported, which is required.
 
 void File::WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                         LineEndingPolicy lineEndings)
@@ -475,7 +475,7 @@ std::wstring File::ReadAllText()
 std::wstring File::ReadAllText(Error& error)
 {
     std::wstring text;
-    error = [this, &text]() -> Error
+    error = [this, &text]() -> Error // required: the statement names this lambda
     {
         try
         {
@@ -493,13 +493,13 @@ std::wstring File::ReadAllText(Error& error)
 std::string File::ReadAllTextA()
 {
     std::vector<unsigned char> bytes = ReadAllBytes();
-    std::span<unsigned char const> text = bytes;
     if (StartsWith(bytes, Detail::utf16ByteOrderMark))
     {
-        bytes.insert(bytes.end(), 2, 0);
+        bytes.insert(bytes.end(), 2, 0); // the first one completes an odd byte at the end
         std::wstring const wide = Detail::WideTextOf(Behind(Detail::utf16ByteOrderMark, bytes));
         return String::WstringToString(wide.c_str(), utf8); // required: up to the first zero unit
     }
+    std::span<unsigned char const> text = bytes;
     if (StartsWith(bytes, Detail::utf8ByteOrderMark))
         text = Behind(Detail::utf8ByteOrderMark, bytes);
     return {text.begin(), text.end()};

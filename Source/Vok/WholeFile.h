@@ -43,7 +43,7 @@ struct TextFileForm
 /// fails with 223 before the file is touched.
 void WriteTextFile(Location const& location, Path const& path, TextFileForm const& form,
                    ByteOrderMarkPolicy byteOrderMark, void const* content, std::size_t byteCount);
-/// The same for a file without form.
+/// The same for bytes as they are, with nothing before them.
 void WriteBinaryFile(Location const& location, Path const& path, std::span<unsigned char const> bytes);
 
 /// What a text fails with that is too long to be written or converted.

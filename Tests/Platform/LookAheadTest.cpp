@@ -86,6 +86,7 @@ TEST_F(LongListing, TellsOfEveryEntryOnceAndOfNoneThatVanished)
         SystemCalls::Redirection const allowing(SystemCalls::GetProcessors, allow);
         SystemCalls::Redirection const counting(SystemCalls::ExtendedStatusAt, counted);
         names.clear();
+        others = 0;
         ASSERT_TRUE(Begin());
         EXPECT_EQ(Go(), files + 2);
         EXPECT_EQ(names.size(), static_cast<std::size_t>(files));

@@ -18,9 +18,10 @@
 //
 // Asking opens the path, for reading, and shares everything. So what is there but can't be opened for that throws from
 // every question, Exists included: 5 without the right to read, 32 while somebody has the file open and shares nothing
-// (as reading and writing a whole file does), 1 for a device. MakeFileSystem of FileSystem.h makes a PathInfo that
+// (as reading and writing a whole file does), 1 for a device. The PathInfo of FileSystem.h
 // doesn't open. A path that is missing is no error, but one that vanishes in the middle of a question throws 6
-// ("GetFileTime"), and is missing for the next one. A symbolic link that leads nowhere throws so every time.
+// ("GetFileTime"), or 3 if its directory vanishes too, and is missing for the next one. A symbolic link that leads
+// nowhere throws so every time.
 //
 // Deletion of directories is that of the first generation, with all that FileSystem.h tells of it: what it refuses,
 // what stops it, and that a path that reaches 260 code units on the way down ends the process. So are the texts that
@@ -111,8 +112,9 @@ public:
     virtual void SetReadOnly(bool readOnly) = 0;
 
     /// Deletes what is there: a directory with everything in it, or a file, read-only or not. False if nothing was
-    /// there. True otherwise, also when the deletion failed, and the failure is assigned to `error` then, as
-    /// IDirectory and IFile tell; a question's failure gives false. The answers afterwards are those from before.
+    /// there. When the deletion fails, `error` is assigned, and an IFile gives false, an IDirectory and an object of
+    /// MakePathInfo true. The latter asks the disk anew first, gives false if that fails, and keeps these answers; the
+    /// others don't ask.
     virtual bool Delete(Error& error) = 0;
     /// The same; throws Error.
     virtual bool Delete() = 0;
