@@ -77,7 +77,10 @@ bool StartThread(pthread_t& thread, void* (*run)(void*), void* argument) noexcep
 
 void LookAhead::Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept
 {
-    if (HasBegun() || isOver || entryNames.count - from < leastEntries || !Processors::Take())
+    if (hasTried || isOver || entryNames.count - from < leastEntries)
+        return;
+    hasTried = true;
+    if (!Processors::Take())
         return;
     statuses.reset(new (std::nothrow) EntryStatus[entryNames.count]);
     descriptor = directory;
@@ -107,6 +110,7 @@ EntryStatus const* LookAhead::Find(std::size_t entry) noexcept
 
 void LookAhead::End() noexcept
 {
+    hasTried = false;
     if (!HasBegun())
         return;
     stops.store(true, std::memory_order_relaxed);

@@ -79,6 +79,8 @@ private:
     std::atomic<bool> stops{false};
     pthread_t thread{};
     bool isRunning = false;
+    /// Since the last end.
+    bool hasTried = false;
     bool isOver = false;
     std::chrono::nanoseconds end{0};
     /// A child process doesn't have the thread.

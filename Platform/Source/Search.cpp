@@ -191,7 +191,8 @@ EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanos
     {
         Stopwatch const stopwatch;
         EntryStatus const status = StatusOfEntry(stream.Descriptor(), entry.name);
-        holdsUntil = stopwatch.Stop();
+        if (status.error == 0)
+            holdsUntil = stopwatch.Stop();
         return status;
     }
     if (pattern.FitsAll() && !wantsDirectories)

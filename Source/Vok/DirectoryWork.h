@@ -15,7 +15,7 @@ bool IsSeenWhole(std::wstring const& text) noexcept;
 /// Makes a directory; where its parent is missing, createParent(path) makes that first, which a
 /// replacement of a service may do in its own way. Throws WindowsError.
 template <class CreateParent>
-void CreateDirectory(Location const& location, Path const& path, CreateParent createParent)
+void MakeDirectory(Location const& location, Path const& path, CreateParent createParent)
 {
     auto const create = [&path]
     { return IsSeenWhole(path.ToString()) && CreateDirectoryW(path.ToString().c_str(), nullptr); };

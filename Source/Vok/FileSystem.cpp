@@ -45,7 +45,7 @@ DirectoryInfo FileSystemImpl::MakeDirectoryInfo(Path path)
 
 void FileSystemImpl::VokCreateDirectory(Path path)
 {
-    Detail::CreateDirectory(VOK_DETAIL_LOCATION, path, [this](Path parent) { VokCreateDirectory(std::move(parent)); });
+    Detail::MakeDirectory(VOK_DETAIL_LOCATION, path, [this](Path parent) { VokCreateDirectory(std::move(parent)); });
 }
 
 bool FileSystemImpl::DeleteDirectory(Path path, Error& error)

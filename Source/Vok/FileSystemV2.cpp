@@ -71,7 +71,7 @@ std::unique_ptr<IFile> FileSystem::MakeFile(Path path)
 
 void FileSystem::VokCreateDirectory(Path path)
 {
-    Detail::CreateDirectory(VOK_DETAIL_LOCATION, path, [this](Path parent) { VokCreateDirectory(std::move(parent)); });
+    Detail::MakeDirectory(VOK_DETAIL_LOCATION, path, [this](Path parent) { VokCreateDirectory(std::move(parent)); });
 }
 
 bool FileSystem::DeleteDirectory(Path path, Error& error)

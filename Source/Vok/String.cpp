@@ -4,16 +4,27 @@
 
 #include "UninitializedStorage.h"
 
+#include <cstddef>
+#include <limits>
 #include <string>
 
 namespace Brindle::Vok::String
 {
+namespace
+{
+
+/// The platform counts in an int, and takes a negative one for something else.
+constexpr std::size_t longest = std::numeric_limits<int>::max();
+
+} // namespace
 
 std::wstring StringToWstring(std::string const& text, int codePage)
 {
     std::wstring result;
     if (text.empty())
         return result;
+    if (text.size() > longest)
+        VOK_THROW(WindowsError, ERROR_INVALID_PARAMETER, L"MultiByteToWideChar length calculation");
     auto const page = static_cast<UINT>(codePage);
     int const length = static_cast<int>(text.size());
     int const size = MultiByteToWideChar(page, 0, text.data(), length, nullptr, 0);
@@ -35,6 +46,8 @@ std::string WstringToString(std::wstring const& text, int codePage)
     std::string result;
     if (text.empty())
         return result;
+    if (text.size() > longest)
+        VOK_THROW(WindowsError, ERROR_INVALID_PARAMETER, L"WideCharToMultiByte length calculation");
     auto const page = static_cast<UINT>(codePage);
     int const length = static_cast<int>(text.size());
     int const size = WideCharToMultiByte(page, 0, text.data(), length, nullptr, 0, nullptr, nullptr);

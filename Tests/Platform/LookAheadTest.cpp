@@ -186,4 +186,15 @@ TEST_F(LongListing, OfAnotherThreadThatIsAtWorkEndsInAChild)
     other.join();
 }
 
+// What is made up for an entry that may not be asked about is told of, but no answer to a question.
+TEST_F(LongListing, WithoutRightsToAskTellsOfNamesOnly)
+{
+    SystemCalls::Redirection const refusing(SystemCalls::ExtendedStatusAt, FailingWith(EACCES));
+    SystemCalls::Redirection const refusingToo(SystemCalls::StatusAt, FailingWith(EACCES));
+    ASSERT_TRUE(Begin());
+    for (int i = 0; i < 60 && FindNextFileW(search, &data); ++i)
+        EXPECT_EQ(GetFileAttributesW(drive.Path(std::wstring(L"d\\") + data.cFileName).c_str()),
+                  INVALID_FILE_ATTRIBUTES);
+}
+
 } // namespace

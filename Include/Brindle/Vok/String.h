@@ -9,7 +9,7 @@
 //
 // No text is an error, so a conversion may lose something: bytes that are invalid in the page become U+FFFD, ill-formed
 // units of wide text count as U+FFFD, and a character that the page lacks becomes a question mark. A text of 2^31 code
-// units or more is not provided for. All functions may be called from any thread.
+// units or more fails with 87. All functions may be called from any thread.
 #pragma once
 
 #include <Brindle/Vok/Platform.h>
