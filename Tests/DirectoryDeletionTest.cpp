@@ -134,6 +134,15 @@ TEST_F(DirectoryDeletion, RefusesALinkAsItsPath)
     EXPECT_FALSE(drive.Exists("outside"));
 }
 
+TEST_F(DirectoryDeletion, TakesNoPathForAPattern)
+{
+    drive.Write("d/precious");
+    std::filesystem::create_symlink("d", drive.Host("link"));
+    for (wchar_t const* name : {L"none?", L"d*", L"lin?", L"d\\*.none", L"a<b", L"none*\\"})
+        EXPECT_EQ(DeletionMessage(drive.Path(name)), DeletionFailure(123, "")) << WideToUtf8(name);
+    EXPECT_TRUE(drive.Exists("d/precious"));
+}
+
 TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)
 {
     std::size_t const most = MAX_PATH - 1 - drive.Path(L"d\\").size();

@@ -83,6 +83,12 @@ std::wstring WithoutEnd(std::wstring const& text)
     return text.substr(0, text.find_last_not_of(L"\\/") + 1);
 }
 
+/// Whether a search for the text would look for names that fit it. No directory has such a name.
+bool IsPattern(std::wstring_view text)
+{
+    return text.find_first_of(L"*?<>\"", text.find_last_of(L"\\/") + 1) != std::wstring_view::npos;
+}
+
 class Deletion
 {
 public:
@@ -109,10 +115,13 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
         return;
     }
     PathBuffer::EndUnlessItFits(path.ToString()); // before a search, which may refuse such a text
+    std::wstring const ownName = WithoutEnd(path.ToString());
+    if (IsPattern(ownName))
+        return DeleteFound(path, contentsOnly, existed, error); // which the platform refuses
     // A search for the directory's own name remembers the directory that it lies in, and that it is no link. So the
     // walk starts there, and refuses a link that is put in its place.
     WIN32_FIND_DATAW data;
-    SearchOwner const own(FindFirstFileW(WithoutEnd(path.ToString()).c_str(), &data));
+    SearchOwner const own(FindFirstFileW(ownName.c_str(), &data));
     if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         TellMissing(path, existed);
     else if (!own.IsValid())

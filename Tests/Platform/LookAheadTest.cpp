@@ -186,15 +186,29 @@ TEST_F(LongListing, OfAnotherThreadThatIsAtWorkEndsInAChild)
     other.join();
 }
 
-// What is made up for an entry that may not be asked about is told of, but no answer to a question.
+// What is made up for an entry that may not be asked about is told of, but no answer to a question. The clock goes on
+// during looks only, so that what a look has shown would hold.
 TEST_F(LongListing, WithoutRightsToAskTellsOfNamesOnly)
 {
+    long now = 1'000'000;
+    long step = 100;
+    auto const tell = [&](clockid_t, timespec* time)
+    {
+        *time = {1, now += step};
+        return 0;
+    };
+    SystemCalls::Redirection const steady(SystemCalls::GetTime, tell);
     SystemCalls::Redirection const refusing(SystemCalls::ExtendedStatusAt, FailingWith(EACCES));
     SystemCalls::Redirection const refusingToo(SystemCalls::StatusAt, FailingWith(EACCES));
     ASSERT_TRUE(Begin());
-    for (int i = 0; i < 60 && FindNextFileW(search, &data); ++i)
-        EXPECT_EQ(GetFileAttributesW(drive.Path(std::wstring(L"d\\") + data.cFileName).c_str()),
-                  INVALID_FILE_ATTRIBUTES);
+    for (int i = 0; i < 60; ++i)
+    {
+        step = 100;
+        ASSERT_TRUE(FindNextFileW(search, &data));
+        step = 0;
+        std::wstring const path = drive.Path(L"d\\") + data.cFileName;
+        EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    }
 }
 
 } // namespace
