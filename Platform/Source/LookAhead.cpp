@@ -13,7 +13,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-/// To start a thread takes as long as this many questions.
+/// Fewer are not worth the start of a thread.
 constexpr std::size_t leastEntries = 256;
 /// Taken at a time, so that the two meet seldom.
 constexpr std::size_t block = 16;
