@@ -396,11 +396,10 @@ HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
     HostPath path;
     if (!path.Assign(text))
         return INVALID_HANDLE_VALUE;
-    std::unique_ptr<FileObject> file(new (std::nothrow) FileObject);
-    DWORD const code = !file                      ? ERROR_NOT_ENOUGH_MEMORY
-                       : opening.AttributesOnly() ? ERROR_SUCCESS
-                                                  : OtherProcesses::Announce();
-    if (code != ERROR_SUCCESS)
+    auto file = HandleTable::Make<FileObject>();
+    if (!file)
+        return INVALID_HANDLE_VALUE;
+    if (DWORD const code = opening.AttributesOnly() ? ERROR_SUCCESS : OtherProcesses::Announce())
     {
         FailWith(code);
         return INVALID_HANDLE_VALUE;
@@ -412,8 +411,7 @@ HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
     file->overlapped = opening.Has(FILE_FLAG_OVERLAPPED);
     if (file->writes && file->type == FileObject::Type::plain)
         file->mayMeetLimit.store(FilesHaveSizeLimit(), std::memory_order_relaxed);
-    HANDLE const handle = HandleTable::Insert(std::move(file));
-    return handle ? handle : INVALID_HANDLE_VALUE;
+    return file.Open();
 }
 
 } // namespace

@@ -10,6 +10,13 @@ namespace Brindle::Vok::Platform
 {
 
 using HandleCounter = std::atomic<std::uint32_t>;
-HandleCounter& HandlesOn(ino_t file) noexcept;
+
+inline constexpr unsigned handleCounterBits = 12;
+inline constinit HandleCounter handleCounters[1 << handleCounterBits] = {};
+
+inline HandleCounter& HandlesOn(ino_t file) noexcept
+{
+    return handleCounters[static_cast<std::uint64_t>(file) * 0x9E37'79B9'7F4A'7C15U >> (64 - handleCounterBits)];
+}
 
 } // namespace Brindle::Vok::Platform

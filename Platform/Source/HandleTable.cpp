@@ -7,9 +7,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
+#include <memory>
 #include <new>
-#include <pthread.h>
 #include <type_traits>
 
 namespace Brindle::Vok::Platform
@@ -17,68 +16,23 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-// A slot's control word: generation in the high half, then the kind, whether the handle is open, and how many hold the
-// object. An open handle is itself one of the holders.
-constexpr std::uint64_t countMask = 0x00FF'FFFF;
-constexpr std::uint64_t openBit = 0x0100'0000;
-constexpr unsigned kindShift = 25;
-constexpr unsigned generationShift = 32;
-
-// Handles are multiples of four, as the platform's are.
-constexpr unsigned indexShift = 2;
 constexpr std::uint32_t slotsOfChunk = 1024;
 constexpr std::uint32_t mostChunks = 4096;
 
-constexpr std::uint64_t GenerationOf(std::uint64_t word)
-{
-    return word >> generationShift;
-}
-
-constexpr bool Answers(std::uint64_t word, std::uint64_t generation, Kinds kinds)
-{
-    return GenerationOf(word) == generation && (word & openBit) != 0 && (kinds >> (word >> kindShift & 0x3F) & 1) != 0;
-}
-
 } // namespace
 
-// A cache line each, so that threads that work with neighbouring handles don't slow each other.
-struct alignas(64) HandleTable::Slot
-{
-    std::atomic<std::uint64_t> control{std::uint64_t{1} << generationShift};
-    Object* object = nullptr;
-    std::uint32_t index = 0;
-    Slot* nextFree = nullptr;
-};
-
 // Initialised before any code runs and never destroyed: handles work in every static constructor and destructor and in
-// threads that outlive main. Chunks stay for the same reason, and because a stale handle may still be looked up.
+// threads that outlive main. Chunks stay for the same reason, and because a stale handle may still be looked up. There
+// is no lock, so a child process finds everything in order, whatever another thread was at when it was forked.
 struct HandleTable::Storage
 {
     std::atomic<Slot*> chunks[mostChunks];
-    std::mutex mutex;
-    Slot* firstFree;
-    std::uint32_t chunkCount;
+    // The number of the first free slot, 0 for none, in the low half; the high half counts the changes, so that a
+    // thread that was held up sees that the list is another one, though it begins with the same slot.
+    std::atomic<std::uint64_t> firstFree;
 };
 
 constinit HandleTable::Storage HandleTable::storage{};
-
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const HandleTable::keepsOrderInChild =
-    pthread_atfork([] { storage.mutex.lock(); }, [] { storage.mutex.unlock(); }, [] { storage.mutex.unlock(); });
-
-HANDLE HandleTable::Insert(std::unique_ptr<Object> object) noexcept
-{
-    static_assert(std::is_trivially_destructible_v<Storage>);
-    Slot* const slot = TakeFreeSlot();
-    if (!slot)
-        return nullptr;
-    auto const kind = static_cast<std::uint64_t>(object->kind);
-    slot->object = object.release();
-    std::uint64_t const generation = GenerationOf(slot->control.load(std::memory_order_relaxed));
-    slot->control.store(generation << generationShift | kind << kindShift | openBit | 1, std::memory_order_release);
-    std::uint64_t const value = generation << generationShift | (std::uint64_t{slot->index} + 1) << indexShift;
-    return reinterpret_cast<HANDLE>(value);
-}
 
 bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
 {
@@ -90,7 +44,7 @@ bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
     std::uint64_t closed;
     do
     {
-        if (!Answers(word, GenerationOf(value), kinds))
+        if (!Slot::Answers(word, value >> generationShift, kinds))
             return FailWith(ERROR_INVALID_HANDLE);
         closed = (word & ~openBit) - 1;
     } while (!slot->control.compare_exchange_weak(word, closed, std::memory_order_acq_rel, std::memory_order_acquire));
@@ -101,11 +55,12 @@ bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
 
 std::size_t HandleTable::OpenCount() noexcept
 {
-    std::lock_guard const lock(storage.mutex);
     std::size_t count = 0;
-    for (std::uint32_t chunk = 0; chunk < storage.chunkCount; ++chunk)
+    for (std::atomic<Slot*> const& chunk : storage.chunks)
     {
-        Slot const* const slots = storage.chunks[chunk].load(std::memory_order_relaxed);
+        Slot const* const slots = chunk.load(std::memory_order_acquire);
+        if (!slots)
+            break;
         count += static_cast<std::size_t>(std::count_if(
             slots, slots + slotsOfChunk,
             [](Slot const& slot) { return (slot.control.load(std::memory_order_relaxed) & openBit) != 0; }));
@@ -119,70 +74,97 @@ HandleTable::Slot* HandleTable::Acquire(HANDLE handle, Kinds kinds) noexcept
     if (Slot* const slot = SlotOf(value))
     {
         std::uint64_t word = slot->control.load(std::memory_order_acquire);
-        while (Answers(word, GenerationOf(value), kinds))
+        while (Slot::Answers(word, value >> generationShift, kinds))
             if (slot->control.compare_exchange_weak(word, word + 1, std::memory_order_acquire))
                 return slot;
     }
     return FailWith<Slot*>(ERROR_INVALID_HANDLE);
 }
 
-Object* HandleTable::ObjectOf(Slot& slot) noexcept
-{
-    return slot.object;
-}
-
-void HandleTable::Release(Slot& slot) noexcept
-{
-    std::uint64_t const before = slot.control.fetch_sub(1, std::memory_order_acq_rel);
-    if ((before & (openBit | countMask)) == 1)
-        Retire(slot);
-}
-
 void HandleTable::Retire(Slot& slot) noexcept
 {
-    delete std::exchange(slot.object, nullptr);
-    std::uint64_t const next = GenerationOf(slot.control.load(std::memory_order_relaxed)) + 1;
+    Object* const object = std::exchange(slot.object, nullptr);
+    std::destroy_at(object);
+    if (static_cast<void*>(object) != slot.storage)
+        ::operator delete(object);
+    std::uint64_t const next = (slot.control.load(std::memory_order_relaxed) >> generationShift) + 1;
     slot.control.store(next << generationShift, std::memory_order_relaxed);
     // A slot that has used up its generations is given up, since its next handles would equal its first.
-    if (next >> (64 - generationShift) != 0)
-        return;
-    std::lock_guard const lock(storage.mutex);
-    slot.nextFree = std::exchange(storage.firstFree, &slot);
+    if (next >> (64 - generationShift) == 0)
+        GiveBack(slot, slot);
 }
 
 HandleTable::Slot* HandleTable::TakeFreeSlot() noexcept
 {
-    std::lock_guard const lock(storage.mutex);
-    Slot* const slot = storage.firstFree ? storage.firstFree : AddChunk();
-    if (slot)
-        storage.firstFree = std::exchange(slot->nextFree, nullptr);
-    return slot;
+    std::uint64_t first = storage.firstFree.load(std::memory_order_acquire);
+    while (Slot* const slot = SlotNumbered(static_cast<std::uint32_t>(first)))
+    {
+        std::uint64_t const rest = slot->nextFree.load(std::memory_order_relaxed);
+        if (storage.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | rest, std::memory_order_acquire))
+            return slot;
+    }
+    return AddChunk();
 }
 
+// Memory for an object that is too large for its slot.
+void* HandleTable::AllocateFor(Slot& slot, std::size_t size) noexcept
+{
+    void* const storage = ::operator new(size, std::nothrow);
+    if (storage)
+        return storage;
+    GiveBack(slot, slot);
+    return FailWith<void*>(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+// Takes back a row of slots that lead from one to the other.
+void HandleTable::GiveBack(Slot& from, Slot& to) noexcept
+{
+    std::uint64_t first = storage.firstFree.load(std::memory_order_relaxed);
+    do
+        to.nextFree.store(static_cast<std::uint32_t>(first), std::memory_order_relaxed);
+    while (!storage.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | from.number,
+                                                    std::memory_order_acq_rel, std::memory_order_relaxed));
+}
+
+// Gives the first slot of a new chunk. Threads that come here at the same time each add one.
 HandleTable::Slot* HandleTable::AddChunk() noexcept
 {
-    if (storage.chunkCount == mostChunks)
-        return FailWith<Slot*>(ERROR_NO_SYSTEM_RESOURCES);
     Slot* const chunk = new (std::nothrow) Slot[slotsOfChunk];
     if (!chunk)
         return FailWith<Slot*>(ERROR_NOT_ENOUGH_MEMORY);
-    for (std::uint32_t at = 0; at < slotsOfChunk; ++at)
+    for (std::uint32_t index = 0; index < mostChunks; ++index)
     {
-        chunk[at].index = storage.chunkCount * slotsOfChunk + at;
-        chunk[at].nextFree = at + 1 < slotsOfChunk ? &chunk[at + 1] : nullptr;
+        Slot* none = nullptr;
+        if (storage.chunks[index].load(std::memory_order_relaxed))
+            continue;
+        for (std::uint32_t at = 0; at < slotsOfChunk; ++at)
+        {
+            chunk[at].number = index * slotsOfChunk + at + 1;
+            chunk[at].nextFree.store(chunk[at].number + 1, std::memory_order_relaxed);
+        }
+        if (!storage.chunks[index].compare_exchange_strong(none, chunk, std::memory_order_release))
+            continue;
+        GiveBack(chunk[1], chunk[slotsOfChunk - 1]);
+        return &chunk[0];
     }
-    storage.chunks[storage.chunkCount++].store(chunk, std::memory_order_release);
-    return storage.firstFree = chunk;
+    delete[] chunk;
+    return FailWith<Slot*>(ERROR_NO_SYSTEM_RESOURCES);
 }
 
 HandleTable::Slot* HandleTable::SlotOf(std::uint64_t value) noexcept
 {
     auto const low = static_cast<std::uint32_t>(value);
-    std::uint32_t const number = low >> indexShift;
-    if (low == 0 || (low & ((1U << indexShift) - 1)) != 0 || (number - 1) / slotsOfChunk >= mostChunks)
+    return (low & ((1U << indexShift) - 1)) == 0 ? SlotNumbered(low >> indexShift) : nullptr;
+}
+
+// Numbers begin with 1.
+HandleTable::Slot* HandleTable::SlotNumbered(std::uint32_t number) noexcept
+{
+    std::uint32_t const index = number - 1;
+    if (index / slotsOfChunk >= mostChunks)
         return nullptr;
-    Slot* const chunk = storage.chunks[(number - 1) / slotsOfChunk].load(std::memory_order_acquire);
-    return chunk ? &chunk[(number - 1) % slotsOfChunk] : nullptr;
+    Slot* const chunk = storage.chunks[index / slotsOfChunk].load(std::memory_order_acquire);
+    return chunk ? &chunk[index % slotsOfChunk] : nullptr;
 }
 
 } // namespace Brindle::Vok::Platform

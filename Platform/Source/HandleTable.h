@@ -2,18 +2,22 @@
 // closed, made up or belongs to another kind of object is recognised and never followed. Objects are counted: one that
 // is closed while another thread works with it lives until that thread lets go.
 //
-//     HANDLE handle = HandleTable::Insert(std::move(file));       // null with the last error set on failure
+//     auto file = HandleTable::Make<FileObject>();                // null with the last error set on failure
+//     … nothing has the handle yet: who leaves here, leaves nothing …
+//     HANDLE handle = file.Open();                                // can't fail any more
 //     if (auto file = HandleTable::Find<FileObject>(handle))      // null with ERROR_INVALID_HANDLE
-//         file->descriptor …
+//         file->Descriptor() …
 //
 // Everything may be called from any thread, from static destructors and from detached threads while the process ends.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <new>
+#include <type_traits>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -95,16 +99,67 @@ public:
         Slot* slot = nullptr;
     };
 
-    /// Takes an object in and gives its handle, which is neither null nor INVALID_HANDLE_VALUE. Null with
-    /// ERROR_NOT_ENOUGH_MEMORY or ERROR_NO_SYSTEM_RESOURCES when there is no room; the object is destroyed then.
-    static HANDLE Insert(std::unique_ptr<Object> object) noexcept;
+    /// An object that has its place in the table and no handle yet. It is destroyed unless it is opened.
+    template <class T>
+    class Unopened
+    {
+    public:
+        Unopened() noexcept = default;
+        Unopened(Unopened&& other) noexcept
+            : object(std::exchange(other.object, nullptr)), slot(std::exchange(other.slot, nullptr))
+        {
+        }
+        Unopened& operator=(Unopened&& other) noexcept
+        {
+            std::swap(object, other.object);
+            std::swap(slot, other.slot);
+            return *this;
+        }
+        ~Unopened()
+        {
+            if (slot)
+                Retire(*slot);
+        }
+
+        explicit operator bool() const noexcept { return object != nullptr; }
+        T& operator*() const noexcept { return *object; }
+        T* operator->() const noexcept { return object; }
+
+        /// Gives its handle, which is neither null nor INVALID_HANDLE_VALUE, and lets go of it. Not for a null one.
+        HANDLE Open() noexcept
+        {
+            object = nullptr;
+            return std::exchange(slot, nullptr)->Open();
+        }
+
+    private:
+        friend class HandleTable;
+        Unopened(T* object, Slot* slot) noexcept : object(object), slot(slot) {}
+
+        T* object = nullptr;
+        Slot* slot = nullptr;
+    };
+
+    /// Makes an object. Null with ERROR_NOT_ENOUGH_MEMORY or ERROR_NO_SYSTEM_RESOURCES when there is no room.
+    template <class T, class... Arguments>
+    static Unopened<T> Make(Arguments&&... arguments) noexcept
+    {
+        static_assert(std::is_nothrow_constructible_v<T, Arguments...> && alignof(T) <= alignof(std::max_align_t));
+        Slot* const slot = TakeFreeSlot();
+        void* const storage = slot ? StorageFor<T>(*slot) : nullptr;
+        if (!storage)
+            return {};
+        T* const object = new (storage) T(std::forward<Arguments>(arguments)...);
+        slot->object = object;
+        return Unopened<T>(object, slot);
+    }
 
     /// Null with ERROR_INVALID_HANDLE when the handle isn't open or stands for another kind of object.
     template <class T>
     static Reference<T> Find(HANDLE handle) noexcept
     {
         Slot* const slot = Acquire(handle, T::kinds);
-        return slot ? Reference<T>(static_cast<T*>(ObjectOf(*slot)), slot) : Reference<T>();
+        return slot ? Reference<T>(static_cast<T*>(slot->object), slot) : Reference<T>();
     }
 
     /// Closes a handle of one of the kinds. The object is destroyed at once or when its last use by another thread
@@ -115,17 +170,69 @@ public:
     static std::size_t OpenCount() noexcept;
 
 private:
+    // In cache lines of its own, so that threads that work with neighbouring handles don't slow each other. Small
+    // objects live in their slot: to open and close a file needs no memory.
+    struct alignas(128) Slot
+    {
+        HANDLE Open() noexcept
+        {
+            std::uint64_t const generation = control.load(std::memory_order_relaxed) >> generationShift;
+            control.store(generation << generationShift |
+                              std::uint64_t{static_cast<unsigned>(object->kind)} << kindShift | openBit | 1,
+                          std::memory_order_release);
+            return reinterpret_cast<HANDLE>(generation << generationShift | std::uint64_t{number} << indexShift);
+        }
+
+        static bool Answers(std::uint64_t word, std::uint64_t generation, Kinds kinds) noexcept
+        {
+            return word >> generationShift == generation && (word & openBit) != 0 &&
+                   (kinds >> (word >> kindShift & 0x3F) & 1) != 0;
+        }
+
+        // Generation in the high half, then the kind, whether the handle is open, and how many hold the object. An
+        // open handle is itself one of the holders.
+        std::atomic<std::uint64_t> control{std::uint64_t{1} << generationShift};
+        Object* object = nullptr;
+        std::uint32_t number = 0;
+        // The number of the next free slot, 0 for none.
+        std::atomic<std::uint32_t> nextFree{0};
+        alignas(std::max_align_t) std::byte storage[96];
+    };
+
+    static constexpr std::uint64_t countMask = 0x00FF'FFFF;
+    static constexpr std::uint64_t openBit = 0x0100'0000;
+    static constexpr unsigned kindShift = 25;
+    static constexpr unsigned generationShift = 32;
+    // Handles are multiples of four, as the platform's are.
+    static constexpr unsigned indexShift = 2;
+
+    template <class T>
+    static void* StorageFor(Slot& slot) noexcept
+    {
+        if constexpr (sizeof(T) <= sizeof slot.storage)
+            return slot.storage;
+        else
+            return AllocateFor(slot, sizeof(T));
+    }
+
+    static void Release(Slot& slot) noexcept
+    {
+        std::uint64_t const before = slot.control.fetch_sub(1, std::memory_order_acq_rel);
+        if ((before & (openBit | countMask)) == 1)
+            Retire(slot);
+    }
+
     static Slot* Acquire(HANDLE handle, Kinds kinds) noexcept;
-    static Object* ObjectOf(Slot& slot) noexcept;
-    static void Release(Slot& slot) noexcept;
     static void Retire(Slot& slot) noexcept;
     static Slot* TakeFreeSlot() noexcept;
+    static void* AllocateFor(Slot& slot, std::size_t size) noexcept;
+    static void GiveBack(Slot& from, Slot& to) noexcept;
     static Slot* AddChunk() noexcept;
     static Slot* SlotOf(std::uint64_t value) noexcept;
+    static Slot* SlotNumbered(std::uint32_t number) noexcept;
 
     struct Storage;
     static Storage storage;
-    static int const keepsOrderInChild;
 };
 
 } // namespace Brindle::Vok::Platform

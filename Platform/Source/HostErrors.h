@@ -14,16 +14,17 @@ namespace Brindle::Vok::Platform
 /// on what was tried (EEXIST for a file or a directory, ENOENT for a name or its directory), the caller decides first.
 DWORD CodeFromHost(int error) noexcept;
 
-/// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`.
+/// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`. The compiler moves
+/// what leads here out of the way of success.
 template <class Result = bool>
-Result FailWith(DWORD code) noexcept
+[[gnu::cold]] Result FailWith(DWORD code) noexcept
 {
     SetLastError(code);
     return Result{};
 }
 
 /// The same for an errno.
-inline bool FailWithHost(int error) noexcept
+[[gnu::cold]] inline bool FailWithHost(int error) noexcept
 {
     return FailWith(CodeFromHost(error));
 }

@@ -57,7 +57,7 @@ class Search final : public Object
 public:
     static constexpr Kinds kinds = KindsOf(Kind::search);
 
-    Search(Pattern pattern, bool wantsDirectories)
+    Search(Pattern pattern, bool wantsDirectories) noexcept
         : Object(Kind::search), pattern(std::move(pattern)), wantsDirectories(wantsDirectories)
     {
     }
@@ -221,26 +221,29 @@ std::size_t BeginOfName(std::wstring_view text) noexcept
     return text.size() >= 2 && text[1] == L':' ? 2 : 0;
 }
 
-std::unique_ptr<Search> BeginSearch(std::wstring_view text, bool wantsDirectories, WIN32_FIND_DATAW& data)
+HandleTable::Unopened<Search> BeginSearch(std::wstring_view text, bool wantsDirectories, WIN32_FIND_DATAW& data)
 {
     std::size_t const begin = BeginOfName(text);
     Pattern pattern(text.substr(begin));
-    auto search = std::make_unique<Search>(pattern, wantsDirectories);
-    if (!pattern.IsWild())
+    bool const isWild = pattern.IsWild();
+    auto search = HandleTable::Make<Search>(std::move(pattern), wantsDirectories);
+    if (!search)
+        return {};
+    if (!isWild)
     {
         HostPath path;
         bool const found = begin < text.size() ? path.Assign(text) && search->FindPlainName(path, data)
                                                : FailWith(ERROR_FILE_NOT_FOUND);
-        return found ? std::move(search) : nullptr;
+        return found ? std::move(search) : HandleTable::Unopened<Search>();
     }
     HostPath directory;
     if (!directory.Assign(begin == 0 ? std::wstring_view(L".") : text.substr(0, begin)) || !search->Open(directory))
-        return nullptr;
+        return {};
     if (search->Next(data))
         return search;
     if (GetLastError() == ERROR_NO_MORE_FILES)
         FailWith(ERROR_FILE_NOT_FOUND);
-    return nullptr;
+    return {};
 }
 
 HANDLE Find(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
@@ -248,10 +251,7 @@ HANDLE Find(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcep
     try
     {
         if (auto search = BeginSearch(text ? std::wstring_view(text) : std::wstring_view(), wantsDirectories, data))
-        {
-            HANDLE const handle = HandleTable::Insert(std::move(search));
-            return handle ? handle : INVALID_HANDLE_VALUE;
-        }
+            return search.Open();
     }
     catch (std::bad_alloc const&)
     {

@@ -19,7 +19,7 @@ class Counted final : public Object
 public:
     static constexpr Kinds kinds = KindsOf(Kind::semaphore);
 
-    explicit Counted(std::atomic<int>& alive) : Object(Kind::semaphore), alive(alive) { ++alive; }
+    explicit Counted(std::atomic<int>& alive) noexcept : Object(Kind::semaphore), alive(alive) { ++alive; }
     ~Counted() override
     {
         intact = 0;
@@ -36,7 +36,7 @@ class Search final : public Object
 {
 public:
     static constexpr Kinds kinds = KindsOf(Kind::search);
-    Search() : Object(Kind::search) {}
+    Search() noexcept : Object(Kind::search) {}
 };
 
 HANDLE Moved(HANDLE handle, std::int64_t by)
@@ -47,12 +47,12 @@ HANDLE Moved(HANDLE handle, std::int64_t by)
 TEST(HandleTable, OnlyAnOpenHandleOfTheRightKindIsFound)
 {
     std::atomic<int> alive{0};
-    HANDLE const open = HandleTable::Insert(std::make_unique<Counted>(alive));
-    HANDLE const stale = HandleTable::Insert(std::make_unique<Counted>(alive));
+    HANDLE const open = HandleTable::Make<Counted>(alive).Open();
+    HANDLE const stale = HandleTable::Make<Counted>(alive).Open();
     ASSERT_TRUE(CloseHandle(stale));
-    HANDLE const reused = HandleTable::Insert(std::make_unique<Counted>(alive));
+    HANDLE const reused = HandleTable::Make<Counted>(alive).Open();
     EXPECT_NE(reused, stale);
-    HANDLE const search = HandleTable::Insert(std::make_unique<Search>());
+    HANDLE const search = HandleTable::Make<Search>().Open();
 
     EXPECT_EQ(CodeOf([&] { return HandleTable::Find<Counted>(open); }), 0U);
     EXPECT_EQ(CodeOf([&] { return HandleTable::Find<Search>(search); }), 0U);
@@ -75,7 +75,7 @@ TEST(HandleTable, OnlyAnOpenHandleOfTheRightKindIsFound)
 TEST(HandleTable, AnObjectInUseOutlivesItsClosing)
 {
     std::atomic<int> alive{0};
-    HANDLE const handle = HandleTable::Insert(std::make_unique<Counted>(alive));
+    HANDLE const handle = HandleTable::Make<Counted>(alive).Open();
     {
         auto const use = HandleTable::Find<Counted>(handle);
         EXPECT_TRUE(CloseHandle(handle));
@@ -92,7 +92,7 @@ TEST(HandleTable, ManyHandlesAreDistinctAndGiveTheirMemoryBack)
     std::size_t const before = HandleTable::OpenCount();
     std::set<HANDLE> handles;
     for (int i = 0; i < 5000; ++i)
-        handles.insert(HandleTable::Insert(std::make_unique<Counted>(alive)));
+        handles.insert(HandleTable::Make<Counted>(alive).Open());
     EXPECT_EQ(handles.size(), 5000U);
     EXPECT_EQ(HandleTable::OpenCount(), before + 5000);
     for (HANDLE const handle : handles)
@@ -118,7 +118,7 @@ TEST(HandleTable, ThreadsThatFindAndCloseNeverSeeADestroyedObject)
     std::thread readers[] = {std::thread(read), std::thread(read), std::thread(read)};
     for (int i = 0; i < 5000; ++i)
     {
-        shared = HandleTable::Insert(std::make_unique<Counted>(alive));
+        shared = HandleTable::Make<Counted>(alive).Open();
         closed += CloseHandle(shared);
     }
     done = true;
