@@ -17,20 +17,21 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
+// Null where a letter is free. They are looked up without a lock.
+constinit std::atomic<std::string const*> drives[26];
+
 struct Share
 {
     std::wstring server;
     std::wstring name;
-    std::string directory;
+    std::string const* directory;
 };
 
 struct Mappings
 {
     // For all changes, and for looking at the shares.
     std::mutex mutex;
-    // Null where a letter is free. They are looked up without the lock, so a directory that was mapped once stays until
-    // the process ends.
-    std::atomic<std::string const*> drives[26];
+    // A directory that was mapped once stays until the process ends: somebody may be reading its name.
     std::set<std::string> directories;
     std::vector<Share> shares;
 };
@@ -114,7 +115,7 @@ bool MapDrive(wchar_t letter, std::string const& directory)
                 return false;
             Mappings& mappings = TheMappings();
             std::lock_guard const lock(mappings.mutex);
-            auto& drive = mappings.drives[IndexOf(letter)];
+            auto& drive = drives[IndexOf(letter)];
             if (drive.load(std::memory_order_relaxed) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_ALREADY_ASSIGNED);
             drive.store(&*mappings.directories.insert(std::move(absolute)).first, std::memory_order_release);
@@ -129,10 +130,8 @@ bool UnmapDrive(wchar_t letter)
         {
             if (!IsLetter(letter) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_INVALID_DRIVE);
-            Mappings& mappings = TheMappings();
-            std::lock_guard const lock(mappings.mutex);
-            bool const wasMapped =
-                mappings.drives[IndexOf(letter)].exchange(nullptr, std::memory_order_relaxed) != nullptr;
+            std::lock_guard const lock(TheMappings().mutex);
+            bool const wasMapped = drives[IndexOf(letter)].exchange(nullptr, std::memory_order_relaxed) != nullptr;
             return wasMapped || FailWith(ERROR_PATH_NOT_FOUND);
         });
 }
@@ -149,30 +148,31 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
                 return false;
             Mappings& mappings = TheMappings();
             std::lock_guard const lock(mappings.mutex);
+            std::string const* const known = &*mappings.directories.insert(std::move(absolute)).first;
             auto const found = std::ranges::find_if(
-                mappings.shares, [&](Share const& known)
-                { return EqualWithoutCase(known.server, server) && EqualWithoutCase(known.name, share); });
+                mappings.shares, [&](Share const& each)
+                { return EqualWithoutCase(each.server, server) && EqualWithoutCase(each.name, share); });
             if (found != mappings.shares.end())
-                found->directory = std::move(absolute);
+                found->directory = known;
             else
-                mappings.shares.push_back({server, share, std::move(absolute)});
+                mappings.shares.push_back({server, share, known});
             return true;
         });
 }
 
-bool FindDrive(wchar_t letter, DirectoryReceiver& receiver) noexcept
+bool FindDrive(wchar_t letter, std::string_view& directory) noexcept
 {
+    directory = {};
     if (UpperCase(letter) == L'C')
-        return receiver.Receive({});
-    return WithoutThrowing(
-        [&]
-        {
-            std::string const* const drive = TheMappings().drives[IndexOf(letter)].load(std::memory_order_acquire);
-            return drive ? receiver.Receive(*drive) : FailWith(ERROR_PATH_NOT_FOUND);
-        });
+        return true;
+    std::string const* const drive = drives[IndexOf(letter)].load(std::memory_order_acquire);
+    if (!drive)
+        return FailWith(ERROR_PATH_NOT_FOUND);
+    directory = *drive;
+    return true;
 }
 
-bool FindShare(std::wstring_view server, std::wstring_view share, DirectoryReceiver& receiver) noexcept
+bool FindShare(std::wstring_view server, std::wstring_view share, std::string_view& directory) noexcept
 {
     return WithoutThrowing(
         [&]
@@ -185,8 +185,10 @@ bool FindShare(std::wstring_view server, std::wstring_view share, DirectoryRecei
                 if (!EqualWithoutCase(known.server, server))
                     continue;
                 serverKnown = true;
-                if (EqualWithoutCase(known.name, share))
-                    return receiver.Receive(known.directory);
+                if (!EqualWithoutCase(known.name, share))
+                    continue;
+                directory = *known.directory;
+                return true;
             }
             return FailWith(serverKnown ? ERROR_BAD_NET_NAME : ERROR_BAD_NETPATH);
         });

@@ -3,27 +3,16 @@
 
 #include <Brindle/Platform/Host.h>
 
-#include <cstddef>
 #include <string_view>
 
 namespace Brindle::Vok::Platform
 {
 
-/// Receives a directory's bytes, absolute and without a separator at the end; empty for the host's root. Called
-/// with the shares locked, so it must not map anything.
-class DirectoryReceiver
-{
-public:
-    virtual bool Receive(std::string_view directory) noexcept = 0;
+/// Gives a directory's bytes, absolute and without a separator at the end; empty for the host's root. They stay where
+/// they are until the process ends. False with ERROR_PATH_NOT_FOUND.
+bool FindDrive(wchar_t letter, std::string_view& directory) noexcept;
 
-protected:
-    ~DirectoryReceiver() = default;
-};
-
-/// False with ERROR_PATH_NOT_FOUND, or what the receiver set.
-bool FindDrive(wchar_t letter, DirectoryReceiver& receiver) noexcept;
-
-/// False with ERROR_BAD_NETPATH or ERROR_BAD_NET_NAME, or what the receiver set.
-bool FindShare(std::wstring_view server, std::wstring_view share, DirectoryReceiver& receiver) noexcept;
+/// The same. False with ERROR_BAD_NETPATH or ERROR_BAD_NET_NAME.
+bool FindShare(std::wstring_view server, std::wstring_view share, std::string_view& directory) noexcept;
 
 } // namespace Brindle::Vok::Platform

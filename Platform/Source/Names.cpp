@@ -167,28 +167,6 @@ struct HostPath::Place
     DWORD code = ERROR_SUCCESS;
 };
 
-// Puts the directory that a text starts from at the front of the path and makes room for the rest of the text.
-class HostPath::Receiver final : public DirectoryReceiver
-{
-public:
-    Receiver(HostPath& path, std::size_t unitCount) noexcept : path(path), unitCount(unitCount) {}
-
-    bool Receive(std::string_view directory) noexcept override
-    {
-        // A unit gives at most three bytes; the component in front of it, its separator and the end one each.
-        if (!path.Reserve(directory.size() + 3 * unitCount + 3))
-            return false;
-        if (!directory.empty())
-            std::memcpy(path.bytes, directory.data(), directory.size());
-        path.length = directory.size();
-        return true;
-    }
-
-private:
-    HostPath& path;
-    std::size_t unitCount;
-};
-
 bool HostPath::Assign(wchar_t const* text) noexcept
 {
     return Assign(text ? std::wstring_view(text) : std::wstring_view());
@@ -199,29 +177,31 @@ bool HostPath::Assign(std::wstring_view text) noexcept
     if (text.empty())
         return FailWith(ERROR_PATH_NOT_FOUND);
     Place const place = Locate(text);
-    Receiver receiver(*this, text.size());
-    bool const relative = place.start == Place::Start::workingDirectory;
+    std::string_view directory;
     switch (place.start)
     {
     case Place::Start::nowhere:
         return FailWith(place.code);
     case Place::Start::workingDirectory:
-        if (!receiver.Receive({}))
-            return false;
         break;
     case Place::Start::drive:
-        if (!FindDrive(place.letter, receiver))
+        if (!FindDrive(place.letter, directory))
             return false;
         break;
     case Place::Start::share:
-        if (!FindShare(place.server, place.share, receiver))
+        if (!FindShare(place.server, place.share, directory))
             return false;
         break;
     }
     // \\?\C: without a separator is the device itself, which can't be taken for a file.
     if (place.verbatim && place.start == Place::Start::drive && place.components == text.size())
         return FailWith(ERROR_INVALID_PARAMETER);
-    return AppendComponents(text.substr(place.components), relative, place.verbatim);
+    // A unit gives at most three bytes; the component in front of it, its separator and the end one each.
+    if (!Reserve(directory.size() + 3 * text.size() + 3))
+        return false;
+    length = directory.copy(bytes, directory.size());
+    return AppendComponents(text.substr(place.components), place.start == Place::Start::workingDirectory,
+                            place.verbatim);
 }
 
 bool HostPath::AssignHost(std::string_view path) noexcept

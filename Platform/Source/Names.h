@@ -50,7 +50,6 @@ public:
 
 private:
     struct Place;
-    class Receiver;
     static Place Locate(std::wstring_view text) noexcept;
     static Place LocateDevice(std::wstring_view text, bool verbatim) noexcept;
     static Place LocateShare(std::wstring_view text, std::size_t from, bool verbatim) noexcept;
