@@ -8,53 +8,69 @@
 namespace Brindle::Vok
 {
 
-HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access, unsigned long share,
-                                                       SECURITY_ATTRIBUTES* security, unsigned long disposition,
-                                                       unsigned long flags, void* templateFile)
+namespace
 {
-    Error error;
-    HandleOwner<Detail::InvalidHandleTraits> file =
-        VokCreateFile(path, access, share, security, disposition, flags, templateFile, error);
-    if (error.Failed())
-        throw Error(error);
-    return file;
+
+using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
+
+constexpr wchar_t creationFailure[] = L"CreateFile failed, path[{}]";
+
+inline FileOwner CreateOwned(wchar_t const* path, unsigned long access, unsigned long share,
+                             SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
+                             void* templateFile)
+{
+    return FileOwner(CreateFileW(path, static_cast<DWORD>(access), static_cast<DWORD>(share), security,
+                                 static_cast<DWORD>(disposition), static_cast<DWORD>(flags), templateFile));
 }
 
-HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access, unsigned long share,
-                                                       SECURITY_ATTRIBUTES* security, unsigned long disposition,
-                                                       unsigned long flags, void* templateFile, Error& error)
-{
-    HandleOwner<Detail::InvalidHandleTraits> file(
-        CreateFileW(path, static_cast<DWORD>(access), static_cast<DWORD>(share), security,
-                    static_cast<DWORD>(disposition), static_cast<DWORD>(flags), templateFile));
-    if (file.Get() == INVALID_HANDLE_VALUE)
-        VOK_SET_LAST_ERROR(error, L"CreateFile failed, path[{}]", path);
-    return file;
-}
-
-HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
-                                                       unsigned long share, SECURITY_ATTRIBUTES* security,
-                                                       unsigned long disposition, unsigned long flags,
-                                                       void* templateFile)
-{
-    Error error;
-    HandleOwner<Detail::InvalidHandleTraits> file =
-        VokCreateFile(path, access, share, security, disposition, flags, templateFile, error);
-    if (error.Failed())
-        throw Error(error);
-    return file;
-}
-
-HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
-                                                       unsigned long share, SECURITY_ATTRIBUTES* security,
-                                                       unsigned long disposition, unsigned long flags,
-                                                       void* templateFile, Error& error)
+inline FileOwner CreateOwned(std::wstring const& path, unsigned long access, unsigned long share,
+                             SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
+                             void* templateFile)
 {
     if (path.find(L'\0') == std::wstring::npos)
-        return VokCreateFile(path.c_str(), access, share, security, disposition, flags, templateFile, error);
+        return CreateOwned(path.c_str(), access, share, security, disposition, flags, templateFile);
     SetLastError(ERROR_INVALID_NAME);
-    VOK_SET_LAST_ERROR(error, L"CreateFile failed, path[{}]", path);
     return {};
+}
+
+} // namespace
+
+FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long share, SECURITY_ATTRIBUTES* security,
+                        unsigned long disposition, unsigned long flags, void* templateFile)
+{
+    FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
+    if (!file.IsValid())
+        throw Error(Detail::MakeLastError(VOK_DETAIL_LOCATION, creationFailure, path));
+    return file;
+}
+
+FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long share, SECURITY_ATTRIBUTES* security,
+                        unsigned long disposition, unsigned long flags, void* templateFile, Error& error)
+{
+    FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
+    if (!file.IsValid())
+        VOK_SET_LAST_ERROR(error, creationFailure, path);
+    return file;
+}
+
+FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned long share,
+                        SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
+                        void* templateFile)
+{
+    FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
+    if (!file.IsValid())
+        throw Error(Detail::MakeLastError(VOK_DETAIL_LOCATION, creationFailure, path));
+    return file;
+}
+
+FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned long share,
+                        SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
+                        void* templateFile, Error& error)
+{
+    FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
+    if (!file.IsValid())
+        VOK_SET_LAST_ERROR(error, creationFailure, path);
+    return file;
 }
 
 std::wstring VokExpandEnvironmentStrings(std::wstring const& text)

@@ -34,28 +34,6 @@ constexpr wchar_t contentFailure[] = L"WriteFile content failed [{}]";
 
 } // namespace
 
-WholeFileReader::WholeFileReader(Location const& location, Path const& path)
-    : location(location),
-      file(VokCreateFile(path.ToString(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))
-{
-    LARGE_INTEGER found{};
-    if (!GetFileSizeEx(file.Get(), &found))
-        throw MakeLastErrorToThrow(location, "GetFileSize failed [{}]", path.ToString());
-    if (found.HighPart != 0)
-        throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED, "GetFileSize returned a big number. [{}]",
-                                             found.QuadPart);
-    size = found.LowPart;
-}
-
-void WholeFileReader::Read(void* buffer) const
-{
-    DWORD bytesRead = 0;
-    if (!ReadFile(file.Get(), buffer, size, &bytesRead, nullptr))
-        throw MakeLastErrorToThrow(location, "ReadFile failed");
-    if (bytesRead != size)
-        throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED, "Failed to read entire file");
-}
-
 void WriteTextFile(Location const& location, Path const& path, TextFileForm const& form,
                    ByteOrderMarkPolicy byteOrderMark, void const* content, std::size_t byteCount)
 {

@@ -6,6 +6,7 @@
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/Path.h>
+#include <Brindle/Vok/VokWindows.h>
 
 #include <cstddef>
 #include <span>
@@ -18,12 +19,30 @@ class WholeFileReader
 {
 public:
     /// Throws Error if the file can't be opened and WindowsError if its size can't be told or is 4 GiB or more.
-    WholeFileReader(Location const& location, Path const& path);
+    WholeFileReader(Location const& location, Path const& path)
+        : location(location),
+          file(VokCreateFile(path.ToString(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))
+    {
+        LARGE_INTEGER found{};
+        if (!GetFileSizeEx(file.Get(), &found))
+            throw MakeLastErrorToThrow(location, "GetFileSize failed [{}]", path.ToString());
+        if (found.HighPart != 0)
+            throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED,
+                                                 "GetFileSize returned a big number. [{}]", found.QuadPart);
+        size = found.LowPart;
+    }
 
     /// In bytes.
     DWORD Size() const { return size; }
     /// All the bytes. Throws WindowsError, also when the file has become shorter.
-    void Read(void* buffer) const;
+    void Read(void* buffer) const
+    {
+        DWORD bytesRead = 0;
+        if (!ReadFile(file.Get(), buffer, size, &bytesRead, nullptr))
+            throw MakeLastErrorToThrow(location, "ReadFile failed");
+        if (bytesRead != size)
+            throw MakeErrorToThrow<WindowsError>(location, ERROR_FUNCTION_FAILED, "Failed to read entire file");
+    }
 
 private:
     Location location;
