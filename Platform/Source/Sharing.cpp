@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <pthread.h>
-#include <sys/single_threaded.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -156,20 +155,9 @@ int LockWhole(int descriptor, int operation) noexcept
     return locked ? 0 : errno;
 }
 
-std::atomic<unsigned> forksMade{0};
-std::atomic<unsigned> forksDescended{0};
-
 [[maybe_unused]] int const countsForks = pthread_atfork(
     nullptr, [] { forksMade.fetch_add(1, std::memory_order_relaxed); },
     [] { forksDescended.fetch_add(1, std::memory_order_relaxed); });
-
-// Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
-// may be starting a program this very moment, in ways that call no handler.
-bool MayBeCopied(ForkCounts const& then) noexcept
-{
-    ForkCounts const now = CurrentForks();
-    return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
-}
 
 DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 {
@@ -183,11 +171,6 @@ DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 
 } // namespace
 
-ForkCounts CurrentForks() noexcept
-{
-    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
-}
-
 void PauseForOthers(int attempt) noexcept
 {
     long const most = 50'000L << (attempt < 6 ? attempt : 6);
@@ -195,40 +178,36 @@ void PauseForOthers(int attempt) noexcept
     SystemCalls::Sleep(&time);
 }
 
-SharedDescriptor::~SharedDescriptor()
+// A process that looks at what another one has open, as every listing of open files does, keeps a file that is closed
+// meanwhile, and so its locks, for the moment of its look. So nobody is refused because of one look at locks that no
+// handle of this process accounts for.
+DWORD SharedDescriptor::LockPatiently(ShareTerms const& terms, bool briefly) noexcept
 {
-    if (descriptor < 0)
-        return;
-    if (locks != Locks::none && MayBeCopied(forks))
-        Unlock();
-    SystemCalls::Close(descriptor); // first: the count covers the descriptor
-    if (counter)
-        counter->fetch_sub(1, std::memory_order_release);
+    constexpr int patience = 6; // 2 ms in all
+    for (int attempt = 0;; ++attempt)
+    {
+        DWORD const code = terms.shares == 0 ? LockUnshared(terms) : LockShared(terms, briefly);
+        if (code != ERROR_SHARING_VIOLATION || attempt == patience || IsHeldHere())
+            return code;
+        PauseForOthers(attempt);
+    }
 }
 
-void SharedDescriptor::CountOn(ino_t file) noexcept
+// Before this one is counted itself. Files share counters, so it may be another file that is held.
+bool SharedDescriptor::IsHeldHere() const noexcept
 {
-    counter = &HandlesOn(file);
-    counter->fetch_add(1, std::memory_order_seq_cst);
+    struct stat status;
+    return SystemCalls::Status(descriptor, &status) == 0 &&
+           HandlesOn(status.st_ino).load(std::memory_order_relaxed) != 0;
 }
 
-DWORD SharedDescriptor::Lock(ShareTerms const& terms) noexcept
+DWORD SharedDescriptor::LockUnshared(ShareTerms const& terms) noexcept
 {
-    if (terms.shares != 0)
-        return LockShared(terms, false);
     int const error = LockWhole(descriptor, LOCK_EX);
     // Some network file systems give an exclusive lock only to descriptors that write; markers serve there.
     if (error == EBADF && terms.readable)
         return LockShared(terms, false);
-    if (error != 0)
-        return CodeOfRefusedLock(error, terms.shares);
-    Hold(Locks::whole);
-    return ERROR_SUCCESS;
-}
-
-DWORD SharedDescriptor::LockBriefly(ShareTerms const& terms) noexcept
-{
-    return LockShared(terms, true);
+    return error == 0 ? Hold(Locks::whole) : CodeOfRefusedLock(error, terms.shares);
 }
 
 DWORD SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexcept
@@ -267,12 +246,6 @@ DWORD SharedDescriptor::LockShared(ShareTerms const& terms, bool briefly) noexce
     }
     Unlock();
     return ERROR_SHARING_VIOLATION;
-}
-
-void SharedDescriptor::Hold(Locks taken) noexcept
-{
-    locks = taken;
-    forks = CurrentForks();
 }
 
 void SharedDescriptor::Unlock() noexcept

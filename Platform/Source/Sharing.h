@@ -12,9 +12,12 @@
 #pragma once
 
 #include "HandleCounts.h"
+#include "SystemCalls.h"
 
+#include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Files.h>
 
+#include <sys/single_threaded.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -42,7 +45,21 @@ struct ForkCounts
     unsigned descended = 0;
 };
 
-ForkCounts CurrentForks() noexcept;
+inline constinit std::atomic<unsigned> forksMade{0};
+inline constinit std::atomic<unsigned> forksDescended{0};
+
+inline ForkCounts CurrentForks() noexcept
+{
+    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
+}
+
+/// Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
+/// may be starting a program this very moment, in ways that call no handler.
+inline bool MayBeCopied(ForkCounts const& then) noexcept
+{
+    ForkCounts const now = CurrentForks();
+    return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
+}
 
 /// An open descriptor and the locks that it holds. The locks belong to the open file, which a child process shares from
 /// its fork until it runs its program. So where there may be such a child, closing gives the locks back by name instead
@@ -65,22 +82,41 @@ public:
         std::swap(forks, other.forks);
         return *this;
     }
-    ~SharedDescriptor();
+    ~SharedDescriptor()
+    {
+        if (descriptor < 0)
+            return;
+        if (locks != Locks::none && MayBeCopied(forks))
+            Unlock();
+        SystemCalls::Close(descriptor); // first: the count covers the descriptor
+        if (counter)
+            counter->fetch_sub(1, std::memory_order_release);
+    }
 
     int Get() const noexcept { return descriptor; }
 
     /// Takes the locks for an open handle, which hold until Unlock or destruction. Zero, ERROR_SHARING_VIOLATION, or
     /// ERROR_NOT_SUPPORTED where the file system keeps no locks and the terms deny something to others: a promise that
     /// can't be kept isn't made. Terms that deny nothing need no lock there, as nobody else can deny anything either.
-    DWORD Lock(ShareTerms const& terms) noexcept;
+    DWORD Lock(ShareTerms const& terms) noexcept
+    {
+        // The common case needs one call and nothing else.
+        if (terms.shares == 0 && SystemCalls::LockWhole(descriptor, LOCK_EX | LOCK_NB) == 0)
+            return Hold(Locks::whole);
+        return LockPatiently(terms, false);
+    }
 
     /// The same for a use that ends at once, such as deleting: openings that conflict with it wait for its end.
-    DWORD LockBriefly(ShareTerms const& terms) noexcept;
+    DWORD LockBriefly(ShareTerms const& terms) noexcept { return LockPatiently(terms, true); }
 
     void Unlock() noexcept;
 
     /// Is counted among the handles on its file from here to its end.
-    void CountOn(ino_t file) noexcept;
+    void CountOn(ino_t file) noexcept
+    {
+        counter = &HandlesOn(file);
+        counter->fetch_add(1, std::memory_order_seq_cst);
+    }
 
 private:
     enum class Locks
@@ -90,9 +126,17 @@ private:
         wholeAndMarkers
     };
 
+    DWORD LockPatiently(ShareTerms const& terms, bool briefly) noexcept;
+    DWORD LockUnshared(ShareTerms const& terms) noexcept;
     DWORD LockShared(ShareTerms const& terms, bool briefly) noexcept;
+    bool IsHeldHere() const noexcept;
 
-    void Hold(Locks taken) noexcept;
+    DWORD Hold(Locks taken) noexcept
+    {
+        locks = taken;
+        forks = CurrentForks();
+        return ERROR_SUCCESS;
+    }
 
     int descriptor = -1;
     Locks locks = Locks::none;

@@ -181,6 +181,23 @@ TEST_F(Sharing, HonoursAForeignLockOfTheWholeFile)
     ::close(foreign);
 }
 
+// A listing of open files keeps a closed one for the moment of its look.
+TEST_F(Sharing, AFileThatIsKeptForAMomentIsNotInUse)
+{
+    for (Terms const& terms : {Terms{GENERIC_READ, 0}, Terms{GENERIC_READ, FILE_SHARE_READ}})
+    {
+        int keeper = ::open(drive.Host("file").c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(::flock(keeper, LOCK_EX), 0);
+        SystemCalls::Redirection const lettingGo(SystemCalls::Sleep,
+                                                 [&](timespec const*) { return ::close(std::exchange(keeper, -1)); });
+        EXPECT_EQ(CodeWith(terms), 0U);
+        EXPECT_EQ(keeper, -1);
+    }
+    SystemCalls::Redirection const never(SystemCalls::Sleep, [](timespec const*) { return ADD_FAILURE(), 0; });
+    OpenHandle const held = OpenWith({GENERIC_READ, 0});
+    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U) << "who holds it is known";
+}
+
 TEST_F(Sharing, OneOfTwoThatRaceAlwaysWins)
 {
     Terms const pairs[][2] = {
