@@ -66,7 +66,7 @@ bool DirectoryStream::Next(Entry& entry) noexcept
         else if (!ReadChunk())
             return false;
     }
-    dirent64 const& record = Names().RecordOf(at++);
+    dirent64 const& record = Records().RecordOf(at++);
     entry = {record.d_name, std::strlen(record.d_name), record.d_type};
     return true;
 }

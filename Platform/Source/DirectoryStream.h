@@ -48,7 +48,7 @@ public:
     bool Next(Entry& entry) noexcept;
 
     /// Has a second thread ask for the statuses of the entries to come, if there are many at hand.
-    void AskAhead() noexcept { lookAhead.Begin(Descriptor(), Names(), at); }
+    void AskAhead() noexcept { lookAhead.Begin(Descriptor(), Records(), at); }
     /// What a second thread has learned is forgotten, and none is begun again.
     void StopAskingAhead() noexcept
     {
@@ -77,7 +77,7 @@ private:
     void TakeParkedChunk() noexcept;
     void Arrange(std::size_t size) noexcept;
     void Close() noexcept;
-    EntryNames Names() const noexcept { return {chunk.records.get(), chunk.order.get(), count}; }
+    EntryRecords Records() const noexcept { return {chunk.records.get(), chunk.order.get(), count}; }
 
     std::atomic<int> descriptor;
     struct statx identity = {};

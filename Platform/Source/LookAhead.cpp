@@ -67,26 +67,26 @@ bool StartThread(pthread_t& thread, void* (*run)(void*), void* argument) noexcep
         return false;
     sigset_t all;
     sigfillset(&all);
-    bool const started =
-        pthread_attr_setsigmask_np(&attributes, &all) == 0 && pthread_create(&thread, &attributes, run, argument) == 0;
+    bool const started = pthread_attr_setsigmask_np(&attributes, &all) == 0 &&
+                         SystemCalls::StartThread(&thread, &attributes, run, argument) == 0;
     pthread_attr_destroy(&attributes);
     return started;
 }
 
 } // namespace
 
-void LookAhead::Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept
+void LookAhead::Begin(int directory, EntryRecords const& entries, std::size_t from) noexcept
 {
-    if (hasTried || isOver || entryNames.count - from < leastEntries)
+    if (hasTried || isOver || entries.count - from < leastEntries)
         return;
     hasTried = true;
     if (!Processors::Take())
         return;
-    statuses.reset(new (std::nothrow) EntryStatus[entryNames.count]);
+    statuses.reset(new (std::nothrow) EntryStatus[entries.count]);
     descriptor = directory;
-    names = entryNames;
+    records = entries;
     ownEnd = from;
-    untaken.store(RangeOf(from, names.count), std::memory_order_relaxed);
+    untaken.store(RangeOf(from, records.count), std::memory_order_relaxed);
     stops.store(false, std::memory_order_relaxed);
     end = ApproximateTimeNow() + longestAge;
     forks = CurrentForks();
@@ -172,7 +172,7 @@ void LookAhead::Ask() noexcept
         if (!untaken.compare_exchange_weak(range, RangeOf(FrontOf(range), begin), std::memory_order_relaxed))
             continue;
         for (std::size_t entry = begin; entry != back && !stops.load(std::memory_order_relaxed); ++entry)
-            statuses[entry] = StatusOfEntry(descriptor, names.RecordOf(entry).d_name);
+            statuses[entry] = StatusOfEntry(descriptor, records.RecordOf(entry).d_name);
         range = RangeOf(FrontOf(range), begin);
     }
 }

@@ -2,9 +2,9 @@
 // through them from the first one on. Most of the time of such a question the processor waits for memory, so two that
 // ask at a time are nearly twice as fast as one.
 //
-//     lookAhead.Begin(descriptor, names, from);
+//     lookAhead.Begin(descriptor, records, from);
 //     EntryStatus const* status = lookAhead.Find(entry);     // for each in turn; null: ask yourself
-//     lookAhead.End();                                       // before the descriptor is closed or the names go
+//     lookAhead.End();                                       // before the descriptor is closed or the records go
 //
 // The thread asks with the credentials of the thread that began, whoever that impersonated. A status is as old as the
 // beginning, and 50 milliseconds at most: whoever takes longer over the entries asks about the rest again. For one
@@ -32,7 +32,7 @@ inline dirent64 const& RecordAt(std::uint64_t const* records, std::uint16_t plac
 }
 
 /// The host's records of a directory's entries, and their order.
-struct EntryNames
+struct EntryRecords
 {
     dirent64 const& RecordOf(std::size_t entry) const noexcept { return RecordAt(records, order[entry]); }
 
@@ -51,7 +51,7 @@ public:
 
     /// Does nothing where a second thread can't help: for few entries, without a processor or memory for it. Nor does
     /// it once it has ended early.
-    void Begin(int directory, EntryNames const& entryNames, std::size_t from) noexcept;
+    void Begin(int directory, EntryRecords const& entries, std::size_t from) noexcept;
     /// The status of an entry that the second thread has asked about. Null where the caller is to ask, which goes for
     /// all entries if nothing has begun. Waits for the thread once all are taken. The entries asked for only grow.
     EntryStatus const* Find(std::size_t entry) noexcept;
@@ -68,7 +68,7 @@ private:
     void Join() noexcept;
 
     int descriptor = -1;
-    EntryNames names{};
+    EntryRecords records{};
     std::unique_ptr<EntryStatus[]> statuses;
     /// What nobody has taken yet: the first one in the low half, the end in the high half. The caller takes entries
     /// from the front, the thread from the back.

@@ -75,13 +75,13 @@ public:
 
 private:
     bool NextEntry(DirectoryStream::Entry& entry) noexcept;
-    bool Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept;
+    int Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept;
     EntryStatus Look(DirectoryStream::Entry const& entry, std::chrono::nanoseconds& holdsUntil) noexcept;
 
     Pattern pattern;
     std::shared_ptr<SearchedDirectory> directory;
     unsigned dotsGiven = 0;
-    unsigned told = 0;
+    unsigned toldBefore = 0;
     bool isPlain = false;
     bool wantsDirectories;
 };
@@ -157,36 +157,36 @@ bool Search::Next(WIN32_FIND_DATAW& data) noexcept
         FillName({entry.name, entry.length}, data);
         if (!pattern.Fits(data.cFileName))
             continue;
-        if (Examine(entry, data))
+        int const error = Examine(entry, data);
+        if (error == 0)
             return true;
-        if (errno != ENOENT) // otherwise it vanished
-            return FailWithHost(errno);
+        if (error != ENOENT) // otherwise it vanished
+            return FailWithHost(error);
     }
     return false;
 }
 
-// False with errno set.
-bool Search::Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept
+// Gives what the host failed with, or 0.
+int Search::Examine(DirectoryStream::Entry const& entry, WIN32_FIND_DATAW& data) noexcept
 {
     std::chrono::nanoseconds holdsUntil{0};
     EntryStatus status = Look(entry, holdsUntil);
     if (status.error == EACCES)
         status = StatusFromType(entry.type);
-    errno = status.error;
     if (status.error != 0)
-        return false;
+        return status.error;
     FillFrom(status, data);
     directory->Tell({entry.name, entry.length}, {status.mode, status.number, holdsUntil});
-    return true;
+    return 0;
 }
 
 EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanoseconds& holdsUntil) noexcept
 {
     DirectoryStream& stream = directory->Stream();
     unsigned const toldUnasked = directory->ToldUnasked();
-    if (toldUnasked < told)
+    if (toldUnasked < toldBefore)
         stream.StopAskingAhead(); // somebody has asked about an entry, or changed one
-    told = toldUnasked;
+    toldBefore = toldUnasked;
     if (toldUnasked < entriesOfListing)
     {
         Stopwatch const stopwatch;

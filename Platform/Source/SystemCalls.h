@@ -9,6 +9,7 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/random.h>
@@ -133,6 +134,9 @@ VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
 VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),
                 [](int resource, rlimit* limit)
                 { return ::getrlimit(static_cast<__rlimit_resource>(resource), limit); });
+VOK_SYSTEM_CALL(StartThread, int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*),
+                [](pthread_t* thread, pthread_attr_t const* attributes, void* (*run)(void*), void* argument)
+                { return ::pthread_create(thread, attributes, run, argument); });
 VOK_SYSTEM_CALL(GetProcessors, int(pid_t, std::size_t, cpu_set_t*),
                 [](pid_t thread, std::size_t size, cpu_set_t* allowed)
                 { return ::sched_getaffinity(thread, size, allowed); });

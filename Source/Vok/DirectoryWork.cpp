@@ -2,10 +2,10 @@
 
 #include <Brindle/Vok/Guid.h>
 #include <Brindle/Vok/HandleOwner.h>
-#include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/VokWindows.h>
 
 #include "DeletionGuard.h"
+#include "LogAt.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,14 +13,6 @@
 
 namespace Brindle::Vok::Detail
 {
-
-bool IsSeenWhole(std::wstring const& text) noexcept
-{
-    if (text.find(L'\0') == std::wstring::npos)
-        return true;
-    SetLastError(ERROR_INVALID_NAME);
-    return false;
-}
 
 Path UnusedTemporaryPath(wchar_t const* suffix)
 {
@@ -51,11 +43,6 @@ public:
             EndTheProcess();
     }
 
-    void Assign(std::wstring_view text)
-    {
-        length = 0;
-        Append(text);
-    }
     void Append(std::wstring_view text)
     {
         if (text.size() >= MAX_PATH - length)
@@ -69,8 +56,8 @@ public:
         length = shorter;
         units[length] = 0;
     }
+    std::size_t Length() const { return length; }
     wchar_t const* Text() const { return units; }
-    std::wstring_view View() const { return {units, length}; }
 
 private:
     wchar_t units[MAX_PATH];
@@ -134,14 +121,13 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
 
 void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const
 {
-    PathBuffer pattern;
-    PathBuffer entry;
-    pattern.Assign(path.ToString());
-    pattern.Append(L"\\*");
-    entry.Assign(path.ToString());
-    entry.Append(L"\\");
+    PathBuffer buffer;
+    buffer.Append(path.ToString());
+    buffer.Append(L"\\");
+    std::size_t const end = buffer.Length();
+    buffer.Append(L"*");
     WIN32_FIND_DATAW data;
-    SearchOwner search(FindFirstFileW(pattern.Text(), &data));
+    SearchOwner search(FindFirstFileW(buffer.Text(), &data));
     if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
         return TellMissing(path, existed);
     if (!search.IsValid())
@@ -155,11 +141,10 @@ void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, E
         std::wstring_view const name = data.cFileName;
         if (name == L"." || name == L"..")
             continue;
-        std::size_t const end = entry.View().size();
-        entry.Append(name);
-        if (!DeleteEntry(data, entry.Text(), error))
+        buffer.CutTo(end);
+        buffer.Append(name);
+        if (!DeleteEntry(data, buffer.Text(), error))
             return;
-        entry.CutTo(end);
     }
     if (GetLastError() != ERROR_NO_MORE_FILES)
     {
@@ -192,9 +177,7 @@ bool Deletion::DeleteEntry(WIN32_FIND_DATAW const& entry, wchar_t const* path, E
 
 void Deletion::TellMissing(Path const& path, bool& existed) const
 {
-    if (IsWanted(VokLogSeverity::info))
-        Log(false, VokLogSeverity::info, location.file, location.function, location.line,
-            FormatText(L"Deleting directory that doesn't exist [{}]", path.ToString()));
+    LogAt(location, VokLogSeverity::info, L"Deleting directory that doesn't exist [{}]", path.ToString());
     existed = false;
 }
 

@@ -5,15 +5,13 @@
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/Path.h>
 
+#include "SeenWhole.h"
+
 namespace Brindle::Vok::Detail
 {
 
-/// Whether the platform sees the whole of a text: it would stop at a NUL and then mean another path. False with
-/// ERROR_INVALID_NAME as the last error.
-bool IsSeenWhole(std::wstring const& text) noexcept;
-
-/// Makes a directory; where its parent is missing, createParent(path) makes that first, which a
-/// replacement of a service may do in its own way. Throws WindowsError.
+/// Makes a directory; where its parent is missing, createParent(path) makes that first, which a replacement of a
+/// service may do in its own way. Throws WindowsError.
 template <class CreateParent>
 void MakeDirectory(Location const& location, Path const& path, CreateParent createParent)
 {

@@ -4,6 +4,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
+#include "SeenWhole.h"
 #include "TextFormat.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
@@ -112,7 +113,7 @@ private:
         if (loaded)
             return;
         exists = true;
-        attributes = GetFileAttributesW(path.ToString().c_str());
+        attributes = Detail::AttributesOf(path.ToString());
         if (attributes == INVALID_FILE_ATTRIBUTES)
         {
             DWORD const code = GetLastError();
@@ -264,7 +265,9 @@ FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path
     FINDEX_SEARCH_OPS const operation =
         type == FileSystemIterateType::Directories ? FindExSearchLimitToDirectories : FindExSearchNameMatch;
     std::wstring const pattern = directory.ToString() + L"\\*";
-    findHandle.Reset(FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0));
+    findHandle.Reset(Detail::IsSeenWhole(pattern)
+                         ? FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0)
+                         : INVALID_HANDLE_VALUE);
     if (findHandle.IsValid())
     {
         if (Skip())

@@ -6,6 +6,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemV2Impl.h"
+#include "SeenWhole.h"
 #include "TextFormat.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
@@ -108,7 +109,7 @@ void PathInfoImpl<T>::Load()
     if (loaded)
         return;
     exists = false;
-    attributes = Detail::IsSeenWhole(ToString()) ? GetFileAttributesW(ToString().c_str()) : INVALID_FILE_ATTRIBUTES;
+    attributes = Detail::AttributesOf(ToString());
     if (attributes == INVALID_FILE_ATTRIBUTES)
     {
         if (GetLastError() != ERROR_FILE_NOT_FOUND && GetLastError() != ERROR_PATH_NOT_FOUND)
@@ -198,8 +199,7 @@ void PathInfoImpl<T>::Refresh(Error& error)
 template <class T>
 void PathInfoImpl<T>::SetReadOnly(bool readOnly, Error& error)
 {
-    DWORD const present =
-        Detail::IsSeenWhole(ToString()) ? GetFileAttributesW(ToString().c_str()) : INVALID_FILE_ATTRIBUTES;
+    DWORD const present = Detail::AttributesOf(ToString());
     if (present == INVALID_FILE_ATTRIBUTES)
         VOK_SET_LAST_ERROR(error, L"GetFileAttributes [{}]", ToString());
     else
@@ -366,7 +366,7 @@ TempDirectory::~TempDirectory()
 namespace
 {
 
-constexpr int utf8 = 65001;
+constexpr int utf8 = CP_UTF8;
 
 // The assertions' texts are fixed; a file gets 2 bytes a code unit whatever the width of wchar_t.
 constexpr Detail::TextFileForm utf16Form{Detail::utf16ByteOrderMark, "bytesWritten == std::size(utf16ByteOrderMark)",

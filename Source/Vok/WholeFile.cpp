@@ -1,7 +1,8 @@
 #include "WholeFile.h"
 
-#include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/VokWindows.h>
+
+#include "LogAt.h"
 
 namespace Brindle::Vok::Detail
 {
@@ -25,9 +26,8 @@ void Write(Location const& location, FileOwner const& file, void const* bytes, s
     DWORD bytesWritten = 0;
     if (!WriteFile(file.Get(), bytes, static_cast<DWORD>(byteCount), &bytesWritten, nullptr))
         throw MakeLastErrorToThrow(location, failure, path.ToString());
-    if (bytesWritten != byteCount && IsWanted(VokLogSeverity::error))
-        Log(false, VokLogSeverity::error, location.file, location.function, location.line,
-            FormatText("Assertion failed: {}", assertion));
+    if (bytesWritten != byteCount)
+        LogAt(location, VokLogSeverity::error, "Assertion failed: {}", assertion);
 }
 
 constexpr wchar_t contentFailure[] = L"WriteFile content failed [{}]";

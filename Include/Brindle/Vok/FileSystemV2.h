@@ -17,23 +17,34 @@
 // answers from the listing; what Files and Directories list has none yet, and asks when it is asked.
 //
 // Asking opens the path, for reading, and shares everything. So what is there but can't be opened for that throws from
-// every question, Exists included: 5 without the right to read, 32 while somebody has the file open and shares nothing
-// (as reading and writing a whole file does), 1 for a device. The PathInfo of FileSystem.h
-// doesn't open. A path that is missing is no error, but one that vanishes in the middle of a question throws 6
-// ("GetFileTime"), or 3 if its directory vanishes too, and is missing for the next one. A symbolic link that leads
-// nowhere throws so every time.
+// every question, Exists included: 5 without the right to read, 32 while somebody, in this process or another one, has
+// the file open without FILE_SHARE_READ (as reading and writing a whole file does), 1 for a device, which has no size.
+// The PathInfo of FileSystem.h doesn't open. A path that is missing is no error, but one that vanishes in the middle of
+// a question throws 6 ("GetFileTime"), or 3 if its directory vanishes too, and is missing for the next one. A symbolic
+// link that leads nowhere throws 6 every time.
 //
 // Deletion of directories is that of the first generation, with all that FileSystem.h tells of it: what it refuses,
-// what stops it, and that a path that reaches 260 code units on the way down ends the process. So are the texts that
-// are written, and wide text: UTF-16, one code unit a wchar_t.
+// what stops it, and that a path that reaches 260 code units on the way down ends the process. Texts are written as
+// there too, and wide text is UTF-16, one code unit a wchar_t.
 //
-// The overloads with Error& assign it on failure only, but for Refresh(Error&), ReadAllText(Error&) and the deletion by
-// an object of MakePathInfo, which assign it in every case. Other deletions and SetReadOnly need one that records no
-// failure yet.
+//                                Error& is assigned          a failed one returns      and logs
+//     Refresh                    in every case                                         "Caught" at error
+//     ReadAllText                in every case               an empty text             "Caught" at error
+//     Delete of MakePathInfo     in every case               true; false if the        "Caught" at error for questions
+//                                                            questions failed
+//     Delete of an IFile         on failure                  false                     nothing
+//     Delete of an IDirectory    on failure                  true                      nothing
+//     SetReadOnly                on failure                                            nothing
+//
+// Those that assign on failure need an Error that records no failure yet. The overloads without Error& throw it. What
+// else throws logs that at error first ("Throwing last error"), except a file that can't be opened to be read or
+// written: that logs nothing.
 //
 // Threads: a service is used from any thread. An object belongs to one thread at a time; objects of one list are
-// independent of each other and of the directory that listed them. Each keeps the service alive. What a log subscriber
-// throws passes through to the caller, except from destructors.
+// independent of each other and of the directory that listed them. Each keeps the service alive. On Linux PathInfos,
+// Files and Directories may take a second thread for help while they list a large directory; it runs no code of the
+// host, has all signals blocked and is gone when they return. What a log subscriber throws passes through to the
+// caller, except from destructors.
 //
 // A replacement of IFileSystem supplies its own objects behind all three interfaces.
 #pragma once
@@ -86,6 +97,7 @@ public:
 
     /// The path as it was given; of a listed entry the directory's path joined with its name. The disk isn't asked.
     virtual Brindle::Vok::Path const& Path() const = 0;
+    /// The same as a text.
     virtual std::wstring const& ToString() const = 0;
 
     /// Forgets the answers and asks the disk at once. A question's failure is assigned to `error`, otherwise success
@@ -98,7 +110,9 @@ public:
     // text that no path can be, 206 for one that is too long, 53 for an unknown server, 4 without descriptors. The next
     // question then asks again.
 
+    /// Whether anything is there, a file, a directory or something else.
     virtual bool Exists() = 0;
+    /// Whether it exists and is a directory. A link to one is one, but for a listed link.
     virtual bool IsDirectory() = 0;
     /// Whether it exists and is no directory. A listed link is a file, wherever it leads.
     virtual bool IsFile() = 0;
@@ -130,9 +144,10 @@ class VOK_EXPORT_TYPE IFile : public IPathInfo
 public:
     using IPathInfo::Delete;
     /// False if nothing was there, and when it fails: with 3 for a missing directory, 5 for a directory or a missing
-    /// right, 32 for a file that is open and not shared for deletion, 123. A file that can't be deleted for 5 is made
-    /// writable first, and stays so if that doesn't help. A link goes itself, not what it leads to, but what it leads
-    /// to may be made writable.
+    /// right, 32 for a file that is open and not shared for deletion, 123. The text is "DeleteFile failed" without the
+    /// path, which is required. Whatever fails with another code than 2 is tried twice; what fails with 5 is made
+    /// writable in between, a directory too, and stays so if that doesn't help. A link goes itself, not what it leads
+    /// to, but what it leads to may be made writable.
     bool Delete(Error& error) override = 0;
 
     /// Writes a text, replacing the file if there is one. Narrow text is UTF-8 whatever `encoding` says, wide text is
@@ -160,12 +175,12 @@ public:
 
     /// Writes the bytes, replacing the file if there is one. Throws as WriteAllText does.
     virtual void WriteAllBytes(std::vector<unsigned char> const& bytes) = 0;
-    /// The bytes of the file. Throws Error if it can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails;
-    /// 1627 for a file of 4 GiB or more, and for one that became shorter meanwhile.
+    /// The bytes of the file. Throws Error if it can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails: 1
+    /// for a device, which has no size, and 1627 for a file of 4 GiB or more and for one that became shorter meanwhile.
     virtual std::vector<unsigned char> ReadAllBytes() = 0;
 
     /// In bytes, as the questions of IPathInfo are answered: from the listing, or from when the disk was first asked. 0
-    /// for what was never there; what has gone keeps the size that it had.
+    /// for what was never there and for a listed link; what has gone keeps the size that it had.
     virtual std::uint64_t Size() = 0;
 };
 
@@ -180,16 +195,17 @@ public:
     /// The same; throws WindowsError.
     bool Delete() override = 0;
 
-    /// Makes it and its missing parents, and refreshes. A path at which something is already, be it a file, is a
-    /// success and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there, 123; and 183 when it had to
-    /// make the parents and the directory is there after that, because somebody else made it or because the text ends
-    /// in a separator. Behind a share, missing parents are made on the current drive, and then it fails with 3.
+    /// Makes it and its missing parents, and forgets its answers after a success. A path at which something is already,
+    /// be it a file, is a success and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there, 123; and
+    /// 183 when it had to make the parents and the directory is there after that, because somebody else made it or
+    /// because the text ends in a separator. Behind a share, missing parents are made on the current drive, and then it
+    /// fails with 3.
     virtual void Create() = 0;
     /// Makes a directory in this one in the same way. The name may have several parts; it is joined to the path as it
     /// stands, so `..` leads out, and an empty one is this directory.
     virtual std::unique_ptr<IDirectory> CreateSubdirectory(std::wstring const& name) = 0;
-    /// Deletes everything in it and keeps it. One that is missing is no error. Throws WindowsError, with the codes of
-    /// Delete.
+    /// Deletes everything in it, keeps it, and forgets its answers in any case. One that is missing is no error. Throws
+    /// WindowsError, with the codes of Delete.
     virtual void DeleteContent() = 0;
 
     // The entries that fit a pattern of the platform, in the platform's order, no deeper: `*` for all, `*.txt`, a plain

@@ -1,0 +1,25 @@
+// The platform's calls take a text up to its first NUL, where it may mean another path. These refuse such a text with
+// ERROR_INVALID_NAME as the last error instead.
+#pragma once
+
+#include <Brindle/Vok/Platform.h>
+
+#include <string>
+
+namespace Brindle::Vok::Detail
+{
+
+inline bool IsSeenWhole(std::wstring const& text) noexcept
+{
+    if (text.find(L'\0') == std::wstring::npos)
+        return true;
+    SetLastError(ERROR_INVALID_NAME);
+    return false;
+}
+
+inline DWORD AttributesOf(std::wstring const& path) noexcept
+{
+    return IsSeenWhole(path) ? GetFileAttributesW(path.c_str()) : INVALID_FILE_ATTRIBUTES;
+}
+
+} // namespace Brindle::Vok::Detail
