@@ -6,8 +6,8 @@
 //
 // Rows of listings tell the time that passes for one entry (`each`), since a second thread may help with large
 // directories, on a second processor; under `taskset -c 0` there is none. One entry in a hundred is a directory. The
-// second generation's objects give no times, though each record that they are made of has them; VokSearch takes both. For
-// the attributes the peers ask for the status by the entry's path, since nothing that came with the entry holds
+// second generation's objects give no times, though each record that they are made of has them; VokSearch takes both.
+// For the attributes the peers ask for the status by the entry's path, since nothing that came with the entry holds
 // permissions. For the kind, Std and Qt look at what came with the entry, which costs no system call, while Boost and
 // StdStatusByPath, which is std::filesystem::is_directory by the entry's path, ask the disk.
 //
