@@ -275,7 +275,7 @@ private:
         std::uint64_t const before = QuickDeletionsSoFar();
         if (SystemCalls::Status(file.Descriptor(), &status) != 0)
             return false;
-        if (!S_ISREG(status.st_mode))
+        if (!IsCounted(status.st_mode))
             return true;
         file.shared.CountOn(status.st_ino);
         return !MayHaveMetQuickDeletion(before) || SystemCalls::Status(file.Descriptor(), &status) == 0;
@@ -396,6 +396,7 @@ HANDLE OpenForCaller(LPCWSTR text, Opening const& opening) noexcept
     HostPath path;
     if (!path.Assign(text))
         return INVALID_HANDLE_VALUE;
+    // First: an opening that creates or empties the file must not fail for want of a handle after that.
     auto file = HandleTable::Make<FileObject>();
     if (!file)
         return INVALID_HANDLE_VALUE;

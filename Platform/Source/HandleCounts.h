@@ -1,10 +1,11 @@
-// How many handles of this process hold locks on a file, by the file's number. Files share counters, so a counter that
-// isn't zero may be another file's. (The number of a file that is open doesn't change.)
+// How many handles of this process hold locks on a file or a directory, by its number. Files share counters, so a
+// counter that isn't zero may be another file's. (The number of a file that is open doesn't change.) Counting is
+// sequentially consistent with a quick deletion's look, for the reason that stands at CountAndLook in CreateFile.cpp.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <sys/types.h>
+#include <sys/stat.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -13,6 +14,11 @@ using HandleCounter = std::atomic<std::uint32_t>;
 
 inline constexpr unsigned handleCounterBits = 12;
 inline constinit HandleCounter handleCounters[1 << handleCounterBits] = {};
+
+inline bool IsCounted(mode_t mode) noexcept
+{
+    return S_ISREG(mode) || S_ISDIR(mode);
+}
 
 inline HandleCounter& HandlesOn(ino_t file) noexcept
 {

@@ -23,16 +23,21 @@ constexpr std::uint32_t mostChunks = 4096;
 
 // Initialised before any code runs and never destroyed: handles work in every static constructor and destructor and in
 // threads that outlive main. Chunks stay for the same reason, and because a stale handle may still be looked up. There
-// is no lock, so a child process finds everything in order, whatever another thread was at when it was forked.
-struct HandleTable::Storage
+// is no lock, so a child process finds everything in order, whatever another thread was at when it was forked; the
+// slots that other threads were just taking or giving back are lost to it.
+struct HandleTable::Table
 {
     std::atomic<Slot*> chunks[mostChunks];
     // The number of the first free slot, 0 for none, in the low half; the high half counts the changes, so that a
     // thread that was held up sees that the list is another one, though it begins with the same slot.
+    //
+    // Giving back releases and taking acquires. Every change is a read-modify-write, so who reads any later value sees
+    // what was written before each slot of the list was given back: its control word, its link and its chunk. A link
+    // may be read while another thread rewrites it; the count of changes makes the exchange fail then.
     std::atomic<std::uint64_t> firstFree;
 };
 
-constinit HandleTable::Storage HandleTable::storage{};
+constinit HandleTable::Table HandleTable::table{};
 
 bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
 {
@@ -56,7 +61,7 @@ bool HandleTable::Close(HANDLE handle, Kinds kinds) noexcept
 std::size_t HandleTable::OpenCount() noexcept
 {
     std::size_t count = 0;
-    for (std::atomic<Slot*> const& chunk : storage.chunks)
+    for (std::atomic<Slot*> const& chunk : table.chunks)
     {
         Slot const* const slots = chunk.load(std::memory_order_acquire);
         if (!slots)
@@ -83,11 +88,10 @@ HandleTable::Slot* HandleTable::Acquire(HANDLE handle, Kinds kinds) noexcept
 
 void HandleTable::Retire(Slot& slot) noexcept
 {
-    Object* const object = std::exchange(slot.object, nullptr);
-    std::destroy_at(object);
-    if (static_cast<void*>(object) != slot.storage)
-        ::operator delete(object);
+    static_assert(std::is_trivially_destructible_v<Table>);
+    std::destroy_at(std::exchange(slot.object, nullptr));
     std::uint64_t const next = (slot.control.load(std::memory_order_relaxed) >> generationShift) + 1;
+    // Relaxed, as GiveBack publishes it; until then a stale handle sees a word that isn't open.
     slot.control.store(next << generationShift, std::memory_order_relaxed);
     // A slot that has used up its generations is given up, since its next handles would equal its first.
     if (next >> (64 - generationShift) == 0)
@@ -96,34 +100,24 @@ void HandleTable::Retire(Slot& slot) noexcept
 
 HandleTable::Slot* HandleTable::TakeFreeSlot() noexcept
 {
-    std::uint64_t first = storage.firstFree.load(std::memory_order_acquire);
+    std::uint64_t first = table.firstFree.load(std::memory_order_acquire);
     while (Slot* const slot = SlotNumbered(static_cast<std::uint32_t>(first)))
     {
         std::uint64_t const rest = slot->nextFree.load(std::memory_order_relaxed);
-        if (storage.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | rest, std::memory_order_acquire))
+        if (table.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | rest, std::memory_order_acquire))
             return slot;
     }
     return AddChunk();
 }
 
-// Memory for an object that is too large for its slot.
-void* HandleTable::AllocateFor(Slot& slot, std::size_t size) noexcept
-{
-    void* const storage = ::operator new(size, std::nothrow);
-    if (storage)
-        return storage;
-    GiveBack(slot, slot);
-    return FailWith<void*>(ERROR_NOT_ENOUGH_MEMORY);
-}
-
 // Takes back a row of slots that lead from one to the other.
 void HandleTable::GiveBack(Slot& from, Slot& to) noexcept
 {
-    std::uint64_t first = storage.firstFree.load(std::memory_order_relaxed);
+    std::uint64_t first = table.firstFree.load(std::memory_order_relaxed);
     do
         to.nextFree.store(static_cast<std::uint32_t>(first), std::memory_order_relaxed);
-    while (!storage.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | from.number,
-                                                    std::memory_order_acq_rel, std::memory_order_relaxed));
+    while (!table.firstFree.compare_exchange_weak(first, ((first >> 32) + 1) << 32 | from.number,
+                                                  std::memory_order_release, std::memory_order_relaxed));
 }
 
 // Gives the first slot of a new chunk. Threads that come here at the same time each add one.
@@ -134,15 +128,15 @@ HandleTable::Slot* HandleTable::AddChunk() noexcept
         return FailWith<Slot*>(ERROR_NOT_ENOUGH_MEMORY);
     for (std::uint32_t index = 0; index < mostChunks; ++index)
     {
-        Slot* none = nullptr;
-        if (storage.chunks[index].load(std::memory_order_relaxed))
+        if (table.chunks[index].load(std::memory_order_relaxed))
             continue;
         for (std::uint32_t at = 0; at < slotsOfChunk; ++at)
         {
             chunk[at].number = index * slotsOfChunk + at + 1;
             chunk[at].nextFree.store(chunk[at].number + 1, std::memory_order_relaxed);
         }
-        if (!storage.chunks[index].compare_exchange_strong(none, chunk, std::memory_order_release))
+        Slot* none = nullptr;
+        if (!table.chunks[index].compare_exchange_strong(none, chunk, std::memory_order_release))
             continue;
         GiveBack(chunk[1], chunk[slotsOfChunk - 1]);
         return &chunk[0];
@@ -154,16 +148,16 @@ HandleTable::Slot* HandleTable::AddChunk() noexcept
 HandleTable::Slot* HandleTable::SlotOf(std::uint64_t value) noexcept
 {
     auto const low = static_cast<std::uint32_t>(value);
-    return (low & ((1U << indexShift) - 1)) == 0 ? SlotNumbered(low >> indexShift) : nullptr;
+    return (low & ((1U << numberShift) - 1)) == 0 ? SlotNumbered(low >> numberShift) : nullptr;
 }
 
-// Numbers begin with 1.
+// Null for 0, whose index wraps to the largest one, and for what no chunk has.
 HandleTable::Slot* HandleTable::SlotNumbered(std::uint32_t number) noexcept
 {
     std::uint32_t const index = number - 1;
     if (index / slotsOfChunk >= mostChunks)
         return nullptr;
-    Slot* const chunk = storage.chunks[index / slotsOfChunk].load(std::memory_order_acquire);
+    Slot* const chunk = table.chunks[index / slotsOfChunk].load(std::memory_order_acquire);
     return chunk ? &chunk[index % slotsOfChunk] : nullptr;
 }
 

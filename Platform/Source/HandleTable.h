@@ -1,6 +1,6 @@
-// The one table behind every HANDLE. A handle is the index of a slot and the generation of its use, so a value that was
-// closed, made up or belongs to another kind of object is recognised and never followed. Objects are counted: one that
-// is closed while another thread works with it lives until that thread lets go.
+// The one table behind every HANDLE. A handle is the number of a slot and the generation of its use, so a value that
+// was closed, made up or belongs to another kind of object is recognised and never followed. Objects are counted: one
+// that is closed while another thread works with it lives until that thread lets go.
 //
 //     auto file = HandleTable::Make<FileObject>();                // null with the last error set on failure
 //     … nothing has the handle yet: who leaves here, leaves nothing …
@@ -64,92 +64,69 @@ class HandleTable
 {
     struct Slot;
 
-public:
-    /// A counted use of an object. The object lives at least as long.
-    template <class T>
-    class Reference
+    template <class T, bool isOpen>
+    class Holder
     {
     public:
-        Reference() noexcept = default;
-        Reference(Reference&& other) noexcept
+        Holder() noexcept = default;
+        Holder(Holder&& other) noexcept
             : object(std::exchange(other.object, nullptr)), slot(std::exchange(other.slot, nullptr))
         {
         }
-        Reference& operator=(Reference&& other) noexcept
+        Holder& operator=(Holder&& other) noexcept
         {
             std::swap(object, other.object);
             std::swap(slot, other.slot);
             return *this;
         }
-        ~Reference()
+        ~Holder()
         {
             if (slot)
-                Release(*slot);
+                isOpen ? Release(*slot) : Retire(*slot);
         }
 
         explicit operator bool() const noexcept { return object != nullptr; }
         T& operator*() const noexcept { return *object; }
         T* operator->() const noexcept { return object; }
 
-    private:
+    protected:
         friend class HandleTable;
-        Reference(T* object, Slot* slot) noexcept : object(object), slot(slot) {}
+        Holder(T* object, Slot* slot) noexcept : object(object), slot(slot) {}
 
         T* object = nullptr;
         Slot* slot = nullptr;
     };
 
+public:
+    /// A counted use of an object. The object lives at least as long.
+    template <class T>
+    using Reference = Holder<T, true>;
+
     /// An object that has its place in the table and no handle yet. It is destroyed unless it is opened.
     template <class T>
-    class Unopened
+    class Unopened : public Holder<T, false>
     {
     public:
-        Unopened() noexcept = default;
-        Unopened(Unopened&& other) noexcept
-            : object(std::exchange(other.object, nullptr)), slot(std::exchange(other.slot, nullptr))
-        {
-        }
-        Unopened& operator=(Unopened&& other) noexcept
-        {
-            std::swap(object, other.object);
-            std::swap(slot, other.slot);
-            return *this;
-        }
-        ~Unopened()
-        {
-            if (slot)
-                Retire(*slot);
-        }
-
-        explicit operator bool() const noexcept { return object != nullptr; }
-        T& operator*() const noexcept { return *object; }
-        T* operator->() const noexcept { return object; }
+        using Holder<T, false>::Holder;
 
         /// Gives its handle, which is neither null nor INVALID_HANDLE_VALUE, and lets go of it. Not for a null one.
         HANDLE Open() noexcept
         {
-            object = nullptr;
-            return std::exchange(slot, nullptr)->Open();
+            this->object = nullptr;
+            return std::exchange(this->slot, nullptr)->Open();
         }
-
-    private:
-        friend class HandleTable;
-        Unopened(T* object, Slot* slot) noexcept : object(object), slot(slot) {}
-
-        T* object = nullptr;
-        Slot* slot = nullptr;
     };
 
     /// Makes an object. Null with ERROR_NOT_ENOUGH_MEMORY or ERROR_NO_SYSTEM_RESOURCES when there is no room.
     template <class T, class... Arguments>
     static Unopened<T> Make(Arguments&&... arguments) noexcept
     {
-        static_assert(std::is_nothrow_constructible_v<T, Arguments...> && alignof(T) <= alignof(std::max_align_t));
+        static_assert(std::is_nothrow_constructible_v<T, Arguments...>);
+        static_assert(sizeof(T) <= sizeof Slot::room && alignof(T) <= alignof(std::max_align_t));
         Slot* const slot = TakeFreeSlot();
-        void* const storage = slot ? StorageFor<T>(*slot) : nullptr;
-        if (!storage)
+        if (!slot)
             return {};
-        T* const object = new (storage) T(std::forward<Arguments>(arguments)...);
+        T* const object = new (slot->room) T(std::forward<Arguments>(arguments)...);
         slot->object = object;
         return Unopened<T>(object, slot);
     }
@@ -170,8 +147,8 @@ public:
     static std::size_t OpenCount() noexcept;
 
 private:
-    // In cache lines of its own, so that threads that work with neighbouring handles don't slow each other. Small
-    // objects live in their slot: to open and close a file needs no memory.
+    // In cache lines of its own, so that threads that work with neighbouring handles don't slow each other. Objects
+    // live in their slot: to open and close a file needs no memory.
     struct alignas(128) Slot
     {
         HANDLE Open() noexcept
@@ -180,7 +157,7 @@ private:
             control.store(generation << generationShift |
                               std::uint64_t{static_cast<unsigned>(object->kind)} << kindShift | openBit | 1,
                           std::memory_order_release);
-            return reinterpret_cast<HANDLE>(generation << generationShift | std::uint64_t{number} << indexShift);
+            return reinterpret_cast<HANDLE>(generation << generationShift | std::uint64_t{number} << numberShift);
         }
 
         static bool Answers(std::uint64_t word, std::uint64_t generation, Kinds kinds) noexcept
@@ -196,7 +173,7 @@ private:
         std::uint32_t number = 0;
         // The number of the next free slot, 0 for none.
         std::atomic<std::uint32_t> nextFree{0};
-        alignas(std::max_align_t) std::byte storage[96];
+        alignas(std::max_align_t) std::byte room[96];
     };
 
     static constexpr std::uint64_t countMask = 0x00FF'FFFF;
@@ -204,16 +181,7 @@ private:
     static constexpr unsigned kindShift = 25;
     static constexpr unsigned generationShift = 32;
     // Handles are multiples of four, as the platform's are.
-    static constexpr unsigned indexShift = 2;
-
-    template <class T>
-    static void* StorageFor(Slot& slot) noexcept
-    {
-        if constexpr (sizeof(T) <= sizeof slot.storage)
-            return slot.storage;
-        else
-            return AllocateFor(slot, sizeof(T));
-    }
+    static constexpr unsigned numberShift = 2;
 
     static void Release(Slot& slot) noexcept
     {
@@ -223,16 +191,17 @@ private:
     }
 
     static Slot* Acquire(HANDLE handle, Kinds kinds) noexcept;
+    // Destroys the object, which nobody holds any more, and gives the slot back with its next generation.
     static void Retire(Slot& slot) noexcept;
+    // Null with the last error set.
     static Slot* TakeFreeSlot() noexcept;
-    static void* AllocateFor(Slot& slot, std::size_t size) noexcept;
     static void GiveBack(Slot& from, Slot& to) noexcept;
     static Slot* AddChunk() noexcept;
     static Slot* SlotOf(std::uint64_t value) noexcept;
     static Slot* SlotNumbered(std::uint32_t number) noexcept;
 
-    struct Storage;
-    static Storage storage;
+    struct Table;
+    static Table table;
 };
 
 } // namespace Brindle::Vok::Platform

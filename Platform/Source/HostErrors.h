@@ -14,8 +14,8 @@ namespace Brindle::Vok::Platform
 /// on what was tried (EEXIST for a file or a directory, ENOENT for a name or its directory), the caller decides first.
 DWORD CodeFromHost(int error) noexcept;
 
-/// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`. The compiler moves
-/// what leads here out of the way of success.
+/// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`. Cold: callers
+/// are laid out for their success.
 template <class Result = bool>
 [[gnu::cold]] Result FailWith(DWORD code) noexcept
 {

@@ -17,7 +17,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-// Null where a letter is free. They are looked up without a lock.
+// Null where a letter is free. Changed under the mutex; looked up without it, so a new name is released and acquired.
 constinit std::atomic<std::string const*> drives[26];
 
 struct Share
@@ -162,9 +162,11 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
 
 bool FindDrive(wchar_t letter, std::string_view& directory) noexcept
 {
-    directory = {};
     if (UpperCase(letter) == L'C')
+    {
+        directory = {};
         return true;
+    }
     std::string const* const drive = drives[IndexOf(letter)].load(std::memory_order_acquire);
     if (!drive)
         return FailWith(ERROR_PATH_NOT_FOUND);

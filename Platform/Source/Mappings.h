@@ -8,8 +8,9 @@
 namespace Brindle::Vok::Platform
 {
 
-/// Gives a directory's bytes, absolute and without a separator at the end; empty for the host's root. They stay where
-/// they are until the process ends. False with ERROR_PATH_NOT_FOUND.
+/// Points `directory` at the bytes of a directory, absolute and without a separator at the end; empty for the host's
+/// root. The bytes stay until the process ends, also when the drive is unmapped. False with ERROR_PATH_NOT_FOUND;
+/// `directory` means nothing then.
 bool FindDrive(wchar_t letter, std::string_view& directory) noexcept;
 
 /// The same. False with ERROR_BAD_NETPATH or ERROR_BAD_NET_NAME.

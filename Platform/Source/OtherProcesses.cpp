@@ -144,7 +144,7 @@ DWORD TakePresence() noexcept
     return ERROR_SUCCESS;
 }
 
-// The clock costs a fraction of the other one, and a look that comes a few milliseconds late does no harm.
+// ApproximateTimeNow costs a fraction of TimeNow, and a look that comes a few milliseconds late does no harm.
 bool IsKnown() noexcept
 {
     return isAnnounced.load(std::memory_order_acquire) &&

@@ -45,6 +45,7 @@ struct ForkCounts
     unsigned descended = 0;
 };
 
+// Counted by the handlers in Sharing.cpp. Here, so that opening and closing a file call no function for them.
 inline constinit std::atomic<unsigned> forksMade{0};
 inline constinit std::atomic<unsigned> forksDescended{0};
 
@@ -98,15 +99,20 @@ public:
     /// Takes the locks for an open handle, which hold until Unlock or destruction. Zero, ERROR_SHARING_VIOLATION, or
     /// ERROR_NOT_SUPPORTED where the file system keeps no locks and the terms deny something to others: a promise that
     /// can't be kept isn't made. Terms that deny nothing need no lock there, as nobody else can deny anything either.
+    /// Waits up to some 3 milliseconds for locks that no handle of this process accounts for.
     DWORD Lock(ShareTerms const& terms) noexcept
     {
         // The common case needs one call and nothing else.
         if (terms.shares == 0 && SystemCalls::LockWhole(descriptor, LOCK_EX | LOCK_NB) == 0)
-            return Hold(Locks::whole);
+        {
+            Hold(Locks::whole);
+            return ERROR_SUCCESS;
+        }
         return LockPatiently(terms, false);
     }
 
-    /// The same for a use that ends at once, such as deleting: openings that conflict with it wait for its end.
+    /// The same for a use that ends at once, such as deleting: openings that conflict with it wait for its end. Not for
+    /// terms that share nothing.
     DWORD LockBriefly(ShareTerms const& terms) noexcept { return LockPatiently(terms, true); }
 
     void Unlock() noexcept;
@@ -128,14 +134,14 @@ private:
 
     DWORD LockPatiently(ShareTerms const& terms, bool briefly) noexcept;
     DWORD LockUnshared(ShareTerms const& terms) noexcept;
-    DWORD LockShared(ShareTerms const& terms, bool briefly) noexcept;
-    bool IsHeldHere() const noexcept;
+    // `hasRaced` if it gave way to other openings again and again, and met no open handle.
+    DWORD LockShared(ShareTerms const& terms, bool briefly, bool& hasRaced) noexcept;
+    bool MayBeHeldHere() const noexcept;
 
-    DWORD Hold(Locks taken) noexcept
+    void Hold(Locks taken) noexcept
     {
         locks = taken;
         forks = CurrentForks();
-        return ERROR_SUCCESS;
     }
 
     int descriptor = -1;

@@ -121,13 +121,13 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
 
 void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const
 {
-    PathBuffer buffer;
-    buffer.Append(path.ToString());
-    buffer.Append(L"\\");
-    std::size_t const end = buffer.Length();
-    buffer.Append(L"*");
+    PathBuffer text; // "directory\*" for the search, then "directory\name" for each entry
+    text.Append(path.ToString());
+    text.Append(L"\\");
+    std::size_t const nameBegin = text.Length();
+    text.Append(L"*");
     WIN32_FIND_DATAW data;
-    SearchOwner search(FindFirstFileW(buffer.Text(), &data));
+    SearchOwner search(FindFirstFileW(text.Text(), &data));
     if (!search.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND)
         return TellMissing(path, existed);
     if (!search.IsValid())
@@ -141,9 +141,9 @@ void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, E
         std::wstring_view const name = data.cFileName;
         if (name == L"." || name == L"..")
             continue;
-        buffer.CutTo(end);
-        buffer.Append(name);
-        if (!DeleteEntry(data, buffer.Text(), error))
+        text.CutTo(nameBegin);
+        text.Append(name);
+        if (!DeleteEntry(data, text.Text(), error))
             return;
     }
     if (GetLastError() != ERROR_NO_MORE_FILES)

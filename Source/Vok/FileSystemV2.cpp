@@ -366,8 +366,6 @@ TempDirectory::~TempDirectory()
 namespace
 {
 
-constexpr int utf8 = CP_UTF8;
-
 // The assertions' texts are fixed; a file gets 2 bytes a code unit whatever the width of wchar_t.
 constexpr Detail::TextFileForm utf16Form{Detail::utf16ByteOrderMark, "bytesWritten == std::size(utf16ByteOrderMark)",
                                          "bytesWritten == toWrite.size() * sizeof(wchar_t)"};
@@ -426,7 +424,7 @@ void File::WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrd
         Detail::WriteTextFile(VOK_DETAIL_LOCATION, Path(), utf16Form, byteOrderMark, units.Data(), units.ByteCount());
     }
     else if (encoding == TextEncoding::Utf8)
-        WriteAllText(String::WstringToString(toWrite, utf8), TextEncoding::Utf8, byteOrderMark,
+        WriteAllText(String::WstringToString(toWrite, CP_UTF8), TextEncoding::Utf8, byteOrderMark,
                      LineEndingPolicy::Unchanged);
 }
 
@@ -436,7 +434,7 @@ void File::WriteAllText(std::string const& text, TextEncoding encoding, ByteOrde
     Detail::NormalizedText const normalized(text, lineEndings);
     std::string const& toWrite = normalized.Text();
     if (encoding == TextEncoding::Utf16)
-        WriteAllText(String::StringToWstring(toWrite, utf8), TextEncoding::Utf16, byteOrderMark,
+        WriteAllText(String::StringToWstring(toWrite, CP_UTF8), TextEncoding::Utf16, byteOrderMark,
                      LineEndingPolicy::Unchanged);
     else if (encoding == TextEncoding::Utf8)
         Detail::WriteTextFile(VOK_DETAIL_LOCATION, Path(), utf8Form, byteOrderMark, toWrite.data(), toWrite.size());
@@ -465,7 +463,7 @@ std::wstring File::ReadAllText()
     {
         bytes.push_back(0);
         auto const* const text = reinterpret_cast<char const*>(bytes.data()) + std::size(Detail::utf8ByteOrderMark);
-        return String::StringToWstring(text, utf8); // required: up to the first zero byte
+        return String::StringToWstring(text, CP_UTF8); // required: up to the first zero byte
     }
     if (StartsWith(bytes, Detail::utf16ByteOrderMark))
         return Detail::WideTextOf(Behind(Detail::utf16ByteOrderMark, bytes));
@@ -497,7 +495,7 @@ std::string File::ReadAllTextA()
     {
         bytes.insert(bytes.end(), 2, 0); // the first one completes an odd byte at the end
         std::wstring const wide = Detail::WideTextOf(Behind(Detail::utf16ByteOrderMark, bytes));
-        return String::WstringToString(wide.c_str(), utf8); // required: up to the first zero unit
+        return String::WstringToString(wide.c_str(), CP_UTF8); // required: up to the first zero unit
     }
     std::span<unsigned char const> text = bytes;
     if (StartsWith(bytes, Detail::utf8ByteOrderMark))

@@ -1,5 +1,4 @@
-// The platform's calls take a text up to its first NUL, where it may mean another path. These refuse such a text with
-// ERROR_INVALID_NAME as the last error instead.
+// The platform's calls take a text up to its first NUL, where it may mean another path.
 #pragma once
 
 #include <Brindle/Vok/Platform.h>
@@ -9,6 +8,7 @@
 namespace Brindle::Vok::Detail
 {
 
+/// False, with ERROR_INVALID_NAME as the last error, for a text with a NUL.
 inline bool IsSeenWhole(std::wstring const& text) noexcept
 {
     if (text.find(L'\0') == std::wstring::npos)
@@ -17,6 +17,7 @@ inline bool IsSeenWhole(std::wstring const& text) noexcept
     return false;
 }
 
+/// GetFileAttributesW of the whole text. INVALID_FILE_ATTRIBUTES with the last error set on failure.
 inline DWORD AttributesOf(std::wstring const& path) noexcept
 {
     return IsSeenWhole(path) ? GetFileAttributesW(path.c_str()) : INVALID_FILE_ATTRIBUTES;

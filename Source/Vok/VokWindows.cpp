@@ -2,6 +2,8 @@
 
 #include <Brindle/Vok/Log.h>
 
+#include "SeenWhole.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -13,24 +15,23 @@ namespace
 
 using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
 
+// None of the overloads makes an Error for a file that opens, or calls another one: that costs as much as a part of the
+// system call.
 constexpr wchar_t creationFailure[] = L"CreateFile failed, path[{}]";
 
-inline FileOwner CreateOwned(wchar_t const* path, unsigned long access, unsigned long share,
-                             SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
-                             void* templateFile)
+FileOwner CreateOwned(wchar_t const* path, unsigned long access, unsigned long share, SECURITY_ATTRIBUTES* security,
+                      unsigned long disposition, unsigned long flags, void* templateFile)
 {
     return FileOwner(CreateFileW(path, static_cast<DWORD>(access), static_cast<DWORD>(share), security,
                                  static_cast<DWORD>(disposition), static_cast<DWORD>(flags), templateFile));
 }
 
-inline FileOwner CreateOwned(std::wstring const& path, unsigned long access, unsigned long share,
-                             SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags,
-                             void* templateFile)
+FileOwner CreateOwned(std::wstring const& path, unsigned long access, unsigned long share,
+                      SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags, void* templateFile)
 {
-    if (path.find(L'\0') == std::wstring::npos)
-        return CreateOwned(path.c_str(), access, share, security, disposition, flags, templateFile);
-    SetLastError(ERROR_INVALID_NAME);
-    return {};
+    if (!Detail::IsSeenWhole(path))
+        return {};
+    return CreateOwned(path.c_str(), access, share, security, disposition, flags, templateFile);
 }
 
 } // namespace

@@ -14,7 +14,8 @@
 namespace Brindle::Vok::Detail
 {
 
-/// A file that is open to nobody else, and its size.
+/// A file that is open to nobody else, and its size. In line, because each call that has to be found again behind a
+/// system call is felt in a small file.
 class WholeFileReader
 {
 public:

@@ -100,6 +100,29 @@ TEST(HandleTable, ManyHandlesAreDistinctAndGiveTheirMemoryBack)
     EXPECT_EQ(alive, 0);
 }
 
+TEST(HandleTable, ThreadsThatMakeAtTheSameTimeNeverShareAPlace)
+{
+    std::atomic<int> alive{0};
+    auto const work = [&]
+    {
+        for (int round = 0; round < 10; ++round)
+        {
+            std::vector<HANDLE> handles;
+            for (int i = 0; i < 1500; ++i)
+            {
+                HandleTable::Make<Counted>(alive); // gone at once, as it is not opened
+                handles.push_back(HandleTable::Make<Counted>(alive).Open());
+            }
+            for (HANDLE const handle : handles)
+                EXPECT_TRUE(CloseHandle(handle));
+        }
+    };
+    std::thread threads[] = {std::thread(work), std::thread(work), std::thread(work)};
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(alive, 0);
+}
+
 TEST(HandleTable, ThreadsThatFindAndCloseNeverSeeADestroyedObject)
 {
     std::atomic<int> alive{0};

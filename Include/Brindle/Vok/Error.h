@@ -17,7 +17,8 @@
 //     }
 //
 // A fallible function throws, or comes as a pair of overloads of which one takes a trailing Error&. That one assigns
-// its parameter on failure only, so the caller passes a default Error and asks Failed() afterwards.
+// its parameter on failure only, unless it says otherwise, so the caller passes a default Error and asks Failed()
+// afterwards.
 //
 // Win32 codes stand in std::system_category(), HRESULTs in Detail::ComErrorCategory. The texts that the standard
 // library has for the codes of std::system_category() are the host's own and mean nothing here; Message() and what()

@@ -24,21 +24,23 @@
 // link that leads nowhere throws 6 every time.
 //
 // Deletion of directories is that of the first generation, with all that FileSystem.h tells of it: what it refuses,
-// what stops it, and that a path that reaches 260 code units on the way down ends the process. Texts are written as
-// there too, and wide text is UTF-16, one code unit a wchar_t.
+// what stops it, and that a path that reaches 260 code units on the way down ends the process. Text files are written
+// as it tells too. Wide text is UTF-16, one code unit a wchar_t.
 //
-//                                Error& is assigned          a failed one returns      and logs
-//     Refresh                    in every case                                         "Caught" at error
-//     ReadAllText                in every case               an empty text             "Caught" at error
-//     Delete of MakePathInfo     in every case               true; false if the        "Caught" at error for questions
-//                                                            questions failed
-//     Delete of an IFile         on failure                  false                     nothing
-//     Delete of an IDirectory    on failure                  true                      nothing
-//     SetReadOnly                on failure                                            nothing
+//                               assigns `error`   gives after a failure                      logs
+//     Refresh                   always                                                       "Caught ..."
+//     ReadAllText               always            an empty text                              "Caught ..."
+//     Delete of MakePathInfo    always            true; false where the questions failed     "Caught ...", for those
+//     Delete of an IFile        on failure        false                                      nothing
+//     Delete of an IDirectory   on failure        true                                       nothing
+//     SetReadOnly               on failure                                                   nothing
 //
-// Those that assign on failure need an Error that records no failure yet. The overloads without Error& throw it. What
-// else throws logs that at error first ("Throwing last error"), except a file that can't be opened to be read or
-// written: that logs nothing.
+// So ask `error`, not what is returned. Those that assign on failure need an Error that records none yet: with one from
+// before, a deletion of a directory stops after the first directory in it (18), and the others seem to have failed.
+// Deletions and SetReadOnly without Error& throw that error, and so does DeleteContent, which has no other form; none
+// of them logs it. Refresh() asks nothing and never fails. Whatever else fails logs a statement at error before it
+// throws, "Throwing ..." or "Throwing last error ...", also where "Caught ..." follows. One failure logs nothing: a
+// path that can't be opened, be it for a question or to be read or written.
 //
 // Threads: a service is used from any thread. An object belongs to one thread at a time; objects of one list are
 // independent of each other and of the directory that listed them. Each keeps the service alive. On Linux PathInfos,
@@ -77,7 +79,7 @@ public:
     }
     constexpr bool IsReadOnly() const noexcept { return Has(FILE_ATTRIBUTE_READONLY); }
     constexpr bool IsDirectory() const noexcept { return Has(FILE_ATTRIBUTE_DIRECTORY); }
-    /// Whether it is a symbolic link itself, which only a listing tells; other questions follow links.
+    /// Whether it is a symbolic link itself, which only PathInfos tells; other questions follow links.
     constexpr bool IsLink() const noexcept { return Has(FILE_ATTRIBUTE_REPARSE_POINT); }
 
     friend constexpr bool operator==(FileAttributeFlags, FileAttributeFlags) noexcept = default;
@@ -112,9 +114,10 @@ public:
 
     /// Whether anything is there, a file, a directory or something else.
     virtual bool Exists() = 0;
-    /// Whether it exists and is a directory. A link to one is one, but for a listed link.
+    /// Whether it exists and is a directory. A link to one is one, unless PathInfos listed it.
     virtual bool IsDirectory() = 0;
-    /// Whether it exists and is no directory. A listed link is a file, wherever it leads.
+    /// Whether it exists and is no directory. A link that PathInfos listed is a file, wherever it leads; one that Files
+    /// listed follows it when it is asked, as any object that asks the disk.
     virtual bool IsFile() = 0;
     /// 0xFFFFFFFF for what doesn't exist.
     virtual FileAttributeFlags Attributes() = 0;
@@ -180,7 +183,7 @@ public:
     virtual std::vector<unsigned char> ReadAllBytes() = 0;
 
     /// In bytes, as the questions of IPathInfo are answered: from the listing, or from when the disk was first asked. 0
-    /// for what was never there and for a listed link; what has gone keeps the size that it had.
+    /// for what was never there and for a link that PathInfos listed; what has gone keeps the size that it had.
     virtual std::uint64_t Size() = 0;
 };
 
