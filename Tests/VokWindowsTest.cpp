@@ -22,7 +22,10 @@ TEST(VokCreateFile, NamesNoFileByAPathWithANul)
         Thrown<Error>([&] { VokCreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr); });
     EXPECT_EQ(error.code().value(), ERROR_INVALID_NAME);
     // The text ends at the NUL.
-    EXPECT_TRUE(error.Message().ends_with("CreateFile failed, path[" + WideToUtf8(drive.Path(L"plain.txt"))));
+    EXPECT_TRUE(error.Message().ends_with("CreateFile failed, path[" + WideToUtf8(drive.Path(L"plain.txt")) + "]"));
+    Error assigned;
+    EXPECT_FALSE(VokCreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr, assigned).IsValid());
+    EXPECT_EQ(assigned.Message(), error.Message()); // its line too
     EXPECT_EQ(drive.Read("plain.txt"), "kept");
 }
 

@@ -76,6 +76,13 @@ bool IsPattern(std::wstring_view text)
     return text.find_first_of(L"*?<>\"", text.find_last_of(L"\\/") + 1) != std::wstring_view::npos;
 }
 
+bool LeadsNowhere(std::wstring const& link)
+{
+    WIN32_FIND_DATAW data;
+    SearchOwner const behind(FindFirstFileW((link + L"\\*").c_str(), &data));
+    return !behind.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND;
+}
+
 class Deletion
 {
 public:
@@ -108,15 +115,17 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
     // A search for the directory's own name remembers the directory that it lies in, and that it is no link. So the
     // walk starts there, and refuses a link that is put in its place.
     WIN32_FIND_DATAW data;
-    SearchOwner const own(FindFirstFileW(ownName.c_str(), &data));
+    SearchOwner own(FindFirstFileW(ownName.c_str(), &data));
     if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         TellMissing(path, existed);
     else if (!own.IsValid())
         error = MakeLastError(location, L"");
-    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        error = MakeError<WindowsError>(location, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
-    else
+    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
         DeleteFound(path, contentsOnly, existed, error);
+    else if (own.Reset(); LeadsNowhere(ownName))
+        TellMissing(path, existed);
+    else
+        error = MakeError<WindowsError>(location, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
 }
 
 void Deletion::DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const

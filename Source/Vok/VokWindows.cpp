@@ -15,9 +15,13 @@ namespace
 
 using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
 
-// None of the overloads makes an Error for a file that opens, or calls another one: that costs as much as a part of the
-// system call.
-constexpr wchar_t creationFailure[] = L"CreateFile failed, path[{}]";
+// What the overloads report, with one line for all of them. None makes an Error for a file that opens, or calls another
+// one: that costs as much as a part of the system call.
+WindowsError CreationError(wchar_t const* path)
+{
+    return Detail::MakeLastError({__FILE__, __LINE__, "Brindle::Vok::VokCreateFile"}, L"CreateFile failed, path[{}]",
+                                 path);
+}
 
 FileOwner CreateOwned(wchar_t const* path, unsigned long access, unsigned long share, SECURITY_ATTRIBUTES* security,
                       unsigned long disposition, unsigned long flags, void* templateFile)
@@ -41,7 +45,7 @@ FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        throw Error(Detail::MakeLastError(VOK_DETAIL_LOCATION, creationFailure, path));
+        throw Error(CreationError(path));
     return file;
 }
 
@@ -50,7 +54,7 @@ FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        VOK_SET_LAST_ERROR(error, creationFailure, path);
+        error = CreationError(path);
     return file;
 }
 
@@ -60,7 +64,7 @@ FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        throw Error(Detail::MakeLastError(VOK_DETAIL_LOCATION, creationFailure, path));
+        throw Error(CreationError(path.c_str()));
     return file;
 }
 
@@ -70,7 +74,7 @@ FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        VOK_SET_LAST_ERROR(error, creationFailure, path);
+        error = CreationError(path.c_str());
     return file;
 }
 
