@@ -364,10 +364,18 @@ private:
 
     bool Empty(struct stat const& status) noexcept
     {
-        if (status.st_size > 0 && Uninterrupted([&] { return SystemCalls::Truncate(file.Descriptor(), 0); }) != 0)
+        // The mode first: only the owner may change it, and who is refused must not find the file emptied.
+        mode_t const mode = status.st_mode & 07777;
+        bool const becomesReadOnly = opening.disposition == CREATE_ALWAYS && opening.Has(FILE_ATTRIBUTE_READONLY);
+        if (becomesReadOnly && SystemCalls::ChangeModeOf(file.Descriptor(), mode & ~writeBits) != 0)
             return false;
-        return opening.disposition != CREATE_ALWAYS || !opening.Has(FILE_ATTRIBUTE_READONLY) ||
-               SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~writeBits) == 0;
+        if (status.st_size == 0 || Uninterrupted([&] { return SystemCalls::Truncate(file.Descriptor(), 0); }) == 0)
+            return true;
+        int const error = errno;
+        if (becomesReadOnly)
+            SystemCalls::ChangeModeOf(file.Descriptor(), mode);
+        errno = error;
+        return false;
     }
 
     static Admission Refuse(DWORD code) noexcept

@@ -20,6 +20,9 @@ namespace
 // Null where a letter is free. Changed under the mutex; looked up without it, so a new name is released and acquired.
 constinit std::atomic<std::string const*> drives[26];
 
+// For all changes, and for looking at the shares.
+constinit std::mutex mutex;
+
 struct Share
 {
     std::wstring server;
@@ -29,8 +32,6 @@ struct Share
 
 struct Mappings
 {
-    // For all changes, and for looking at the shares.
-    std::mutex mutex;
     // A directory that was mapped once stays until the process ends: somebody may be reading its name.
     std::set<std::string> directories;
     std::vector<Share> shares;
@@ -44,8 +45,8 @@ Mappings& TheMappings()
 }
 
 // A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
-    [] { TheMappings().mutex.lock(); }, [] { TheMappings().mutex.unlock(); }, [] { TheMappings().mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
 
 std::size_t IndexOf(wchar_t letter)
 {
@@ -114,7 +115,7 @@ bool MapDrive(wchar_t letter, std::string const& directory)
             if (UpperCase(letter) != L'C' && !MakeAbsolute(directory, absolute))
                 return false;
             Mappings& mappings = TheMappings();
-            std::lock_guard const lock(mappings.mutex);
+            std::lock_guard const lock(mutex);
             auto& drive = drives[IndexOf(letter)];
             if (drive.load(std::memory_order_relaxed) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_ALREADY_ASSIGNED);
@@ -130,7 +131,7 @@ bool UnmapDrive(wchar_t letter)
         {
             if (!IsLetter(letter) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_INVALID_DRIVE);
-            std::lock_guard const lock(TheMappings().mutex);
+            std::lock_guard const lock(mutex);
             bool const wasMapped = drives[IndexOf(letter)].exchange(nullptr, std::memory_order_relaxed) != nullptr;
             return wasMapped || FailWith(ERROR_PATH_NOT_FOUND);
         });
@@ -147,7 +148,7 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
             if (!MakeAbsolute(directory, absolute))
                 return false;
             Mappings& mappings = TheMappings();
-            std::lock_guard const lock(mappings.mutex);
+            std::lock_guard const lock(mutex);
             std::string const* const known = &*mappings.directories.insert(std::move(absolute)).first;
             auto const found = std::ranges::find_if(
                 mappings.shares, [&](Share const& each)
@@ -180,7 +181,7 @@ bool FindShare(std::wstring_view server, std::wstring_view share, std::string_vi
         [&]
         {
             Mappings& mappings = TheMappings();
-            std::lock_guard const lock(mappings.mutex);
+            std::lock_guard const lock(mutex);
             bool serverKnown = false;
             for (Share const& known : mappings.shares)
             {

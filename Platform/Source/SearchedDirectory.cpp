@@ -18,19 +18,18 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-// Searches are few at a time, so one list and one lock serve all threads. Neither is ever destroyed: static destructors
-// may still delete directories.
-std::mutex& Lock()
-{
-    static std::mutex& lock = *new std::mutex;
-    return lock;
-}
+// Searches are few at a time, so one list and one lock serve all threads. They are there before any code runs, as a
+// fork needs them, and the list is never destroyed: static destructors may still delete directories.
+constinit std::mutex listMutex;
 
-std::vector<std::shared_ptr<SearchedDirectory>>& Directories()
+union List
 {
-    static auto& directories = *new std::vector<std::shared_ptr<SearchedDirectory>>;
-    return directories;
-}
+    constexpr List() noexcept : directories() {}
+    ~List() {}
+    std::vector<std::shared_ptr<SearchedDirectory>> directories;
+};
+
+constinit List list;
 
 // How many directories the searches of one thread keep open.
 constexpr std::size_t mostOpen = 16;
@@ -63,17 +62,17 @@ std::uint64_t NumberOfThisThread() noexcept
 // A child must find the list in order, and no directory in the hands of a thread that it doesn't have.
 void SearchedDirectory::StartAnewInChild() noexcept
 {
-    for (std::shared_ptr<SearchedDirectory> const& each : Directories())
+    for (std::shared_ptr<SearchedDirectory> const& each : list.directories)
     {
         if (!each->use.try_lock())
             each->torn = each;
         std::construct_at(&each->use);
     }
-    Lock().unlock();
+    listMutex.unlock();
 }
 
 [[maybe_unused]] int const SearchedDirectory::keepsOrderInChild =
-    pthread_atfork([] { Lock().lock(); }, [] { Lock().unlock(); }, StartAnewInChild);
+    pthread_atfork([] { listMutex.lock(); }, [] { listMutex.unlock(); }, StartAnewInChild);
 
 std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
 {
@@ -87,9 +86,9 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, s
     std::shared_ptr<SearchedDirectory> const directory(std::move(made));
     directory->isLocal = IsOnLocalDisk(descriptor);
     {
-        std::lock_guard const lock(Lock());
+        std::lock_guard const lock(listMutex);
         directory->owner = NumberOfThisThread();
-        Directories().push_back(directory);
+        list.directories.push_back(directory);
     }
     directory->ParkOthers();
     return directory;
@@ -119,8 +118,8 @@ void SearchedDirectory::ParkOthers() const noexcept
 // Of the calling thread's open directories, when there are too many, the one that was opened first, behind a given one.
 std::shared_ptr<SearchedDirectory> SearchedDirectory::OldestToPark(SearchedDirectory const* after) const noexcept
 {
-    std::lock_guard const lock(Lock());
-    auto const& all = Directories();
+    std::lock_guard const lock(listMutex);
+    auto const& all = list.directories;
     auto const isOpen = [](auto const& each) { return each->owner == thisThread && !each->stream.IsParked(); };
     if (static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isOpen)) <= mostOpen)
         return nullptr;
@@ -133,8 +132,8 @@ std::shared_ptr<SearchedDirectory> SearchedDirectory::OldestToPark(SearchedDirec
 void SearchedDirectory::Forget() noexcept
 {
     std::shared_ptr<SearchedDirectory> forgotten;
-    std::lock_guard const lock(Lock());
-    auto& all = Directories();
+    std::lock_guard const lock(listMutex);
+    auto& all = list.directories;
     auto const found = std::find_if(all.rbegin(), all.rend(), [this](auto const& each) { return each.get() == this; });
     if (found == all.rend())
         return;
@@ -147,7 +146,7 @@ void SearchedDirectory::Forget() noexcept
 
 void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) noexcept
 {
-    std::lock_guard const lock(Lock());
+    std::lock_guard const lock(listMutex);
     toldLength = std::min(name.size(), sizeof toldName);
     std::memcpy(toldName, name.data(), toldLength);
     told = status;
@@ -157,8 +156,8 @@ void SearchedDirectory::Tell(std::string_view name, ToldStatus const& status) no
 // Finds the directory among those of the calling thread.
 void Place::Find(std::string_view path, std::string_view lastName) noexcept
 {
-    std::lock_guard const lock(Lock());
-    auto const& all = Directories();
+    std::lock_guard const lock(listMutex);
+    auto const& all = list.directories;
     auto const isOwn = [](auto const& each) { return each->owner == thisThread; };
     // The search that was opened last is the likeliest.
     auto const found =

@@ -179,16 +179,20 @@ void PauseForOthers(int attempt) noexcept
 }
 
 // A process that looks at what another one has open, as every listing of open files does, keeps a file that is closed
-// meanwhile, and so its locks, for the moment of its look. So nobody is refused because of one look at locks that no
-// handle of this process accounts for.
+// meanwhile, and so its locks, for the moment of its look, which lasts longer when that process has to wait for a
+// processor. So nobody is refused because of one look at the locks: of those that no handle of this process accounts
+// for a few milliseconds are waited for, and a moment of others, which may be another file's handles.
 DWORD SharedDescriptor::LockPatiently(ShareTerms const& terms, bool briefly) noexcept
 {
-    constexpr int patience = 6; // pauses, 1.7 ms together on average and 3.3 at most
+    constexpr int patience = 8;        // pauses, 5 ms together on average and 10 at most
+    constexpr int patienceWithOwn = 2; // 0.1 ms
     for (int attempt = 0;; ++attempt)
     {
         bool hasRaced = false;
         DWORD const code = terms.shares == 0 ? LockUnshared(terms) : LockShared(terms, briefly, hasRaced);
-        if (code != ERROR_SHARING_VIOLATION || hasRaced || attempt == patience || MayBeHeldHere())
+        if (code != ERROR_SHARING_VIOLATION || hasRaced || attempt == patience)
+            return code;
+        if (attempt == patienceWithOwn && MayBeHeldHere())
             return code;
         PauseForOthers(attempt);
     }

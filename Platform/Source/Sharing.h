@@ -99,7 +99,7 @@ public:
     /// Takes the locks for an open handle, which hold until Unlock or destruction. Zero, ERROR_SHARING_VIOLATION, or
     /// ERROR_NOT_SUPPORTED where the file system keeps no locks and the terms deny something to others: a promise that
     /// can't be kept isn't made. Terms that deny nothing need no lock there, as nobody else can deny anything either.
-    /// Waits up to some 3 milliseconds for locks that no handle of this process accounts for.
+    /// Waits up to some 10 milliseconds for locks that no handle of this process accounts for.
     DWORD Lock(ShareTerms const& terms) noexcept
     {
         // The common case needs one call and nothing else.

@@ -139,6 +139,15 @@ TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
     }
     EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 5U);
     drive.Write("writable", "old");
+    auto const fail = [&](auto& call)
+    {
+        SystemCalls::Redirection const refusing(call, FailingWith(EPERM));
+        EXPECT_EQ(OpenCode(L"writable", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 5U);
+        EXPECT_EQ(drive.Read("writable"), "old");
+        EXPECT_NE(Mode("writable") & 0200U, 0U);
+    };
+    fail(SystemCalls::ChangeModeOf); // another one's file
+    fail(SystemCalls::Truncate);
     EXPECT_EQ(OpenCode(L"writable", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 0U);
     EXPECT_EQ(Mode("writable"), 0444U);
     EXPECT_EQ(drive.Read("writable"), "");

@@ -193,9 +193,11 @@ TEST_F(Sharing, AFileThatIsKeptForAMomentIsNotInUse)
         EXPECT_EQ(CodeWith(terms), 0U);
         EXPECT_EQ(keeper, -1);
     }
-    SystemCalls::Redirection const never(SystemCalls::Sleep, [](timespec const*) { return ADD_FAILURE(), 0; });
+    int pauses = 0;
+    SystemCalls::Redirection const counted(SystemCalls::Sleep, [&](timespec const*) { return ++pauses, 0; });
     OpenHandle const held = OpenWith({GENERIC_READ, 0});
-    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U) << "who holds it is known";
+    EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 32U);
+    EXPECT_EQ(pauses, 2) << "who holds it is known";
 }
 
 TEST_F(Sharing, OneOfTwoThatRaceAlwaysWins)

@@ -17,6 +17,8 @@
 //   that shares something is refused while an fcntl lock covers the whole file, one that shares nothing is not.
 // - The locks belong to the open file. A child made by fork that goes on without running another program shares it, and
 //   closing the parent's handle then gives the locks back for both.
+// - Handles of one file that share something slow each other down when they are many: a thousand are opened in 30
+//   milliseconds, eight thousand in three seconds.
 // - Files whose size the host doesn't know, such as those of /proc, have size 0 here and still hold what ReadFile
 // gives.
 // - A write that starts at a size limit (RLIMIT_FSIZE) which was set after the file was opened raises the host's
@@ -102,7 +104,8 @@ enum FINDEX_SEARCH_OPS
 extern "C"
 {
     /// Opens or creates a file, or opens a directory (FILE_FLAG_BACKUP_SEMANTICS). INVALID_HANDLE_VALUE on failure.
-    /// Share modes hold against every other handle of this and of all other processes. Never waits.
+    /// Share modes hold against every other handle of this and of all other processes. To be refused for another
+    /// process's handle takes some 5 milliseconds, in which it may still be closed; otherwise this never waits.
     VOK_PLATFORM_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
                                                   LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
                                                   HANDLE templateFile) noexcept;
