@@ -122,7 +122,7 @@ public:
     static Unopened<T> Make(Arguments&&... arguments) noexcept
     {
         static_assert(std::is_nothrow_constructible_v<T, Arguments...>);
-        static_assert(sizeof(T) <= sizeof Slot::room && alignof(T) <= alignof(std::max_align_t));
+        static_assert(sizeof(T) <= sizeof Slot::room);
         Slot* const slot = TakeFreeSlot();
         if (!slot)
             return {};
