@@ -265,9 +265,8 @@ FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path
     FINDEX_SEARCH_OPS const operation =
         type == FileSystemIterateType::Directories ? FindExSearchLimitToDirectories : FindExSearchNameMatch;
     std::wstring const pattern = directory.ToString() + L"\\*";
-    findHandle.Reset(Detail::IsSeenWhole(pattern)
-                         ? FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0)
-                         : INVALID_HANDLE_VALUE);
+    if (Detail::IsSeenWhole(pattern))
+        findHandle.Reset(FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0));
     if (findHandle.IsValid())
     {
         if (Skip())

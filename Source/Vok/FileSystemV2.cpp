@@ -299,9 +299,9 @@ std::vector<std::shared_ptr<IPathInfo>> Directory::PathInfos(std::wstring filter
     std::vector<std::shared_ptr<IPathInfo>> result;
     Brindle::Vok::Path const pattern = Brindle::Vok::Path::Join(Path(), std::move(filter));
     WIN32_FIND_DATAW data;
-    HandleOwner<Detail::FindHandleTraits> const search(Detail::IsSeenWhole(pattern.ToString())
-                                                           ? FindFirstFileW(pattern.ToString().c_str(), &data)
-                                                           : INVALID_HANDLE_VALUE);
+    HandleOwner<Detail::FindHandleTraits> search;
+    if (Detail::IsSeenWhole(pattern.ToString()))
+        search.Reset(FindFirstFileW(pattern.ToString().c_str(), &data));
     if (!search.IsValid())
     {
         if (GetLastError() == ERROR_FILE_NOT_FOUND)
