@@ -131,6 +131,10 @@ TEST_F(DirectoryDeletion, RefusesALinkAsItsPath)
     }
     EXPECT_TRUE(drive.Exists("outside/precious"));
     EXPECT_FALSE(fileSystem->MakeDirectoryInfo(drive.Path(L"dangling")).Delete()); // there is no directory
+    std::filesystem::create_symlink("outside/precious", drive.Host("file"));
+    std::filesystem::create_symlink("circle", drive.Host("circle"));
+    EXPECT_EQ(DeletionMessage(drive.Path(L"file")), DeletionFailure(267, ""));
+    EXPECT_EQ(DeletionMessage(drive.Path(L"circle")), DeletionFailure(1921, ""));
     EXPECT_EQ(DeletionMessage(drive.Path(L"root\\outside")), noError);
     EXPECT_FALSE(drive.Exists("outside"));
 }

@@ -322,10 +322,12 @@ private:
     }
 
     // File systems that don't keep the mark, or let nobody take it away, lose the protection and nothing else.
-    void EndCreation(struct stat const& status) noexcept
+    void EndCreation(struct stat& status) noexcept
     {
-        if ((status.st_mode & creationMark) != 0)
-            SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777 & ~creationMark);
+        if ((status.st_mode & creationMark) == 0)
+            return;
+        status.st_mode &= ~creationMark;
+        SystemCalls::ChangeModeOf(file.Descriptor(), status.st_mode & 07777);
     }
 
     Admission Withdraw(bool pauses) noexcept

@@ -123,6 +123,7 @@ public:
     {
         static_assert(std::is_nothrow_constructible_v<T, Arguments...>);
         static_assert(sizeof(T) <= sizeof Slot::room);
+        static_assert(alignof(T) <= alignof(std::max_align_t));
         Slot* const slot = TakeFreeSlot();
         if (!slot)
             return {};

@@ -37,7 +37,8 @@ struct Mappings
     std::vector<Share> shares;
 };
 
-// Never destroyed: paths are looked up by static destructors and by threads that outlive main.
+// Never destroyed: paths are looked up by static destructors and by threads that outlive main. With the mutex, so that
+// no fork meets a thread that makes them.
 Mappings& TheMappings()
 {
     static Mappings& mappings = *new Mappings;
@@ -114,8 +115,8 @@ bool MapDrive(wchar_t letter, std::string const& directory)
             std::string absolute;
             if (UpperCase(letter) != L'C' && !MakeAbsolute(directory, absolute))
                 return false;
-            Mappings& mappings = TheMappings();
             std::lock_guard const lock(mutex);
+            Mappings& mappings = TheMappings();
             auto& drive = drives[IndexOf(letter)];
             if (drive.load(std::memory_order_relaxed) || UpperCase(letter) == L'C')
                 return FailWith(ERROR_ALREADY_ASSIGNED);
@@ -147,8 +148,8 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
             std::string absolute;
             if (!MakeAbsolute(directory, absolute))
                 return false;
-            Mappings& mappings = TheMappings();
             std::lock_guard const lock(mutex);
+            Mappings& mappings = TheMappings();
             std::string const* const known = &*mappings.directories.insert(std::move(absolute)).first;
             auto const found = std::ranges::find_if(
                 mappings.shares, [&](Share const& each)
@@ -180,8 +181,8 @@ bool FindShare(std::wstring_view server, std::wstring_view share, std::string_vi
     return WithoutThrowing(
         [&]
         {
-            Mappings& mappings = TheMappings();
             std::lock_guard const lock(mutex);
+            Mappings& mappings = TheMappings();
             bool serverKnown = false;
             for (Share const& known : mappings.shares)
             {

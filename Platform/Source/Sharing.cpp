@@ -189,10 +189,10 @@ DWORD SharedDescriptor::LockPatiently(ShareTerms const& terms, bool briefly) noe
     for (int attempt = 0;; ++attempt)
     {
         bool hasRaced = false;
-        DWORD const code = terms.shares == 0 ? LockUnshared(terms) : LockShared(terms, briefly, hasRaced);
+        DWORD const code = terms.shares == 0 ? LockUnshared(terms, hasRaced) : LockShared(terms, briefly, hasRaced);
         if (code != ERROR_SHARING_VIOLATION || hasRaced || attempt == patience)
             return code;
-        if (attempt == patienceWithOwn && MayBeHeldHere())
+        if (attempt >= patienceWithOwn && MayBeHeldHere())
             return code;
         PauseForOthers(attempt);
     }
@@ -207,11 +207,10 @@ bool SharedDescriptor::MayBeHeldHere() const noexcept
            (!IsCounted(status.st_mode) || HandlesOn(status.st_ino).load(std::memory_order_relaxed) != 0);
 }
 
-DWORD SharedDescriptor::LockUnshared(ShareTerms const& terms) noexcept
+DWORD SharedDescriptor::LockUnshared(ShareTerms const& terms, bool& hasRaced) noexcept
 {
     int const error = LockWhole(descriptor, LOCK_EX);
     // Some network file systems give an exclusive lock only to descriptors that write; markers serve there.
-    bool hasRaced = false;
     if (error == EBADF && terms.readable)
         return LockShared(terms, false, hasRaced);
     if (error != 0)

@@ -99,7 +99,8 @@ public:
     /// Takes the locks for an open handle, which hold until Unlock or destruction. Zero, ERROR_SHARING_VIOLATION, or
     /// ERROR_NOT_SUPPORTED where the file system keeps no locks and the terms deny something to others: a promise that
     /// can't be kept isn't made. Terms that deny nothing need no lock there, as nobody else can deny anything either.
-    /// Waits up to some 10 milliseconds for locks that no handle of this process accounts for.
+    /// Waits up to some 10 milliseconds for locks that no handle of this process accounts for, and up to 100 while
+    /// other openings of the file race with this one.
     DWORD Lock(ShareTerms const& terms) noexcept
     {
         // The common case needs one call and nothing else.
@@ -133,7 +134,7 @@ private:
     };
 
     DWORD LockPatiently(ShareTerms const& terms, bool briefly) noexcept;
-    DWORD LockUnshared(ShareTerms const& terms) noexcept;
+    DWORD LockUnshared(ShareTerms const& terms, bool& hasRaced) noexcept;
     // `hasRaced` if it gave way to other openings again and again, and met no open handle.
     DWORD LockShared(ShareTerms const& terms, bool briefly, bool& hasRaced) noexcept;
     bool MayBeHeldHere() const noexcept;

@@ -76,11 +76,12 @@ bool IsPattern(std::wstring_view text)
     return text.find_first_of(L"*?<>\"", text.find_last_of(L"\\/") + 1) != std::wstring_view::npos;
 }
 
-bool LeadsNowhere(std::wstring const& link)
+/// What a search of the directory behind a link fails with.
+DWORD CodeBehind(std::wstring const& link)
 {
     WIN32_FIND_DATAW data;
     SearchOwner const behind(FindFirstFileW((link + L"\\*").c_str(), &data));
-    return !behind.IsValid() && GetLastError() == ERROR_PATH_NOT_FOUND;
+    return behind.IsValid() ? ERROR_SUCCESS : GetLastError();
 }
 
 class Deletion
@@ -122,8 +123,11 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
         error = MakeLastError(location, L"");
     else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
         DeleteFound(path, contentsOnly, existed, error);
-    else if (own.Reset(); LeadsNowhere(ownName))
-        TellMissing(path, existed);
+    else if (own.Reset(); DWORD const code = CodeBehind(ownName))
+        if (code == ERROR_PATH_NOT_FOUND)
+            TellMissing(path, existed);
+        else
+            error = MakeError<WindowsError>(location, code, L"");
     else
         error = MakeError<WindowsError>(location, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
 }

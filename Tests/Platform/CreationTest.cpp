@@ -77,7 +77,9 @@ TEST(Creation, ThatDiedKeepsNobodyOut)
                                           now->tv_sec += age;
                                           return result;
                                       });
-        EXPECT_TRUE(Open(drive.Path(L"abandoned"), GENERIC_READ, 0, OPEN_EXISTING)) << GetLastError();
+        EXPECT_TRUE(Open(drive.Path(L"abandoned"), GENERIC_WRITE, 0, age == 0 ? OPEN_EXISTING : CREATE_ALWAYS,
+                         FILE_ATTRIBUTE_READONLY))
+            << GetLastError();
         EXPECT_EQ(pauses > 0, age == 0);
         EXPECT_EQ(ModeOf(drive.Host("abandoned")) & S_ISVTX, age == 0 ? static_cast<mode_t>(S_ISVTX) : 0);
     }

@@ -44,7 +44,7 @@
 //   directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
 // - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody puts
 //   it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are followed;
-//   a path that is a link itself is refused with 267, or missing if the link leads nowhere.
+//   a path that is a link itself is refused with 267, or missing if the link's target is.
 // - Read-only files go. A read-only directory stays and fails with 5; the superuser's loses what is in it before.
 // - A file that is open anywhere through this library, in this process or another, without FILE_SHARE_DELETE stops the
 //   deletion with 32. Files that other programs have open hold nothing up.

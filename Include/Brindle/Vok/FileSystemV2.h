@@ -37,10 +37,10 @@
 //
 // So ask `error`, not what is returned. Those that assign on failure need an Error that records none yet: with one from
 // before, a deletion of a directory stops after the first directory in it (18), and the others seem to have failed.
-// Deletions and SetReadOnly without Error& throw that error, and so does DeleteContent, which has no other form; none
-// of them logs it. Refresh() asks nothing and never fails. Whatever else fails logs a statement at error before it
-// throws, "Throwing ..." or "Throwing last error ...", also where "Caught ..." follows. One failure logs nothing: a
-// path that can't be opened, be it for a question or to be read or written.
+// Deletions and SetReadOnly without Error& throw that error, and so does DeleteContent, which has no other form; they
+// log as above. Refresh() asks nothing and never fails. Whatever else fails with an Error logs a statement at error
+// before it throws, "Throwing ..." or "Throwing last error ...", also where "Caught ...", at error too, follows. One
+// failure logs nothing: a path that can't be opened, be it for a question or to be read or written.
 //
 // Threads: a service is used from any thread. An object belongs to one thread at a time; objects of one list are
 // independent of each other and of the directory that listed them. Each keeps the service alive. On Linux PathInfos,
