@@ -1,0 +1,97 @@
+// What the host has told of the changes in a directory and nobody has taken yet, and its translation into the
+// platform's records.
+//
+//     queue.Added(read(descriptor, queue.FreeSpace()));
+//     switch (queue.Take(buffer, size, now, false)) …
+//
+// The host tells of a renaming in two events, which can be read apart: the second one may not be there yet. So where
+// the first one is the last thing that is known, the queue asks for more.
+#pragma once
+
+#include <Brindle/Platform/Types.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <sys/inotify.h>
+
+namespace Brindle::Vok::Platform
+{
+
+class ChangeQueue
+{
+public:
+    enum class Outcome
+    {
+        nothing,    ///< that anybody wants
+        records,    ///< are in the buffer
+        overflow,   ///< of the host's queue, or the buffer can't hold even the first record
+        lost,       ///< the directory has gone or got another name; stays so
+        held,       ///< only what was told of a moment ago; look again when it is Due()
+        incomplete, ///< the other half of a renaming may be on its way
+    };
+
+    /// For the changes of one watch of the host, by the platform's filter.
+    ChangeQueue(int watch, DWORD filter) noexcept : watch(watch), filter(filter) {}
+
+    /// What the host is to be asked for.
+    static std::uint32_t MaskOf(DWORD filter) noexcept;
+
+    /// Where the host's next events go; large enough for one at least, once all that was there has been taken.
+    std::span<std::byte> FreeSpace() noexcept;
+    void Added(std::size_t byteCount) noexcept { end += byteCount; }
+    bool IsEmpty() const noexcept { return begin == end; }
+
+    /// Puts records into a buffer, as many as fit, and gives their bytes in Written(). `isComplete` says that all
+    /// events that began before are there.
+    Outcome Take(std::byte* buffer, DWORD size, std::chrono::nanoseconds now, bool isComplete) noexcept;
+    DWORD Written() const noexcept { return written; }
+    std::chrono::nanoseconds Due() const noexcept { return due; }
+
+private:
+    class Writer;
+
+    inotify_event const& EventAt(std::size_t place) const noexcept
+    {
+        return *reinterpret_cast<inotify_event const*>(bytes + place);
+    }
+    static std::size_t Behind(inotify_event const& event, std::size_t place) noexcept
+    {
+        return place + sizeof event + event.len;
+    }
+    static std::string_view NameOf(inotify_event const& event) noexcept
+    {
+        return event.len != 0 ? std::string_view(event.name) : std::string_view();
+    }
+
+    bool WantsNameOf(inotify_event const& event) const noexcept;
+    DWORD ActionOf(inotify_event const& event) const noexcept;
+    inotify_event* OtherHalf(inotify_event const& first, std::size_t place, bool& mayCome) noexcept;
+    bool ComesAgain(inotify_event const& event, std::size_t place) const noexcept;
+    bool IsAllHeld(std::chrono::nanoseconds now) noexcept;
+    std::chrono::nanoseconds HeldUntil(std::string_view name) const noexcept;
+    void Told(std::string_view name, std::chrono::nanoseconds now) noexcept;
+
+    int watch;
+    DWORD filter;
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    DWORD written = 0;
+    std::chrono::nanoseconds due = std::chrono::nanoseconds::max();
+
+    /// Names that were told of as modified, the latest ones.
+    struct Modification
+    {
+        std::size_t name = 0; ///< hash
+        std::chrono::nanoseconds heldUntil{0};
+    };
+    std::array<Modification, 16> modifications;
+    std::size_t nextModification = 0;
+
+    alignas(inotify_event) std::byte bytes[16 * 1024];
+};
+
+} // namespace Brindle::Vok::Platform

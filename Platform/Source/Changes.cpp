@@ -1,0 +1,152 @@
+#include "DirectoryWatch.h"
+#include "FileObject.h"
+#include "HostErrors.h"
+
+#include <Brindle/Platform/Changes.h>
+#include <Brindle/Platform/ErrorCodes.h>
+#include <Brindle/Platform/Waits.h>
+
+#include <cstdint>
+#include <mutex>
+#include <pthread.h>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+constexpr DWORD knownFilters = 0x0000'017FU;
+
+DWORD CodeAgainst(FileObject const& file, void const* buffer, BOOL subtree, DWORD filter, OVERLAPPED const* overlapped,
+                  LPOVERLAPPED_COMPLETION_ROUTINE completion) noexcept
+{
+    bool const isAligned = reinterpret_cast<std::uintptr_t>(buffer) % alignof(FILE_NOTIFY_INFORMATION) == 0;
+    if (file.type != FileObject::Type::directory || !buffer || !isAligned || (filter & knownFilters) == 0 ||
+        (filter & ~knownFilters) != 0 || file.overlapped != (overlapped != nullptr))
+        return ERROR_INVALID_PARAMETER;
+    if (!file.reads)
+        return ERROR_ACCESS_DENIED;
+    return subtree || completion ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
+}
+
+// For the watches of all files; their own work is done without it.
+constinit std::mutex watchesMutex;
+
+// A child has only the thread that made it, and nobody to unlock what another thread had locked.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { watchesMutex.lock(); }, [] { watchesMutex.unlock(); }, [] { watchesMutex.unlock(); });
+
+std::shared_ptr<DirectoryWatch> WatchOf(FileObject const& file) noexcept
+{
+    std::lock_guard const lock(watchesMutex);
+    return file.watch;
+}
+
+std::shared_ptr<DirectoryWatch> WatchOrMake(FileObject& file, DWORD filter) noexcept
+{
+    std::lock_guard const lock(watchesMutex);
+    if (!file.watch)
+        file.watch = DirectoryWatch::Make(file.Descriptor(), filter);
+    return file.watch;
+}
+
+bool HasEnded(OVERLAPPED& overlapped) noexcept
+{
+    return StatusOf(overlapped) != statusPending;
+}
+
+bool ResultOf(OVERLAPPED& overlapped, DWORD& transferred) noexcept
+{
+    ULONG_PTR const status = StatusOf(overlapped);
+    transferred = static_cast<DWORD>(overlapped.InternalHigh);
+    return status == 0 || FailWith(static_cast<DWORD>(status & 0xFFFF));
+}
+
+// Also lets a reading take what has come, so that one who only asks now and then gets to know.
+bool WaitForEnd(FileObject const* file, OVERLAPPED& overlapped, std::chrono::nanoseconds deadline) noexcept
+{
+    while (!HasEnded(overlapped))
+    {
+        std::shared_ptr<DirectoryWatch> const watch = file ? WatchOf(*file) : nullptr;
+        if (deadline == std::chrono::nanoseconds(0))
+        {
+            if (watch)
+                watch->Advance();
+            return HasEnded(overlapped) || FailWith(ERROR_IO_INCOMPLETE);
+        }
+        if (overlapped.hEvent ? WaitForSingleObject(overlapped.hEvent, INFINITE) == WAIT_FAILED : !watch)
+            return overlapped.hEvent ? false : FailWith(ERROR_INVALID_HANDLE);
+        if (!overlapped.hEvent)
+        {
+            Signal* const done = watch->Done().get();
+            if (WaitForSignals({&done, 1}, false, deadline) == WAIT_FAILED)
+                return false;
+        }
+    }
+    return true;
+}
+
+bool Read(FileObject& file, ChangeReading reading, DWORD filter) noexcept
+{
+    std::shared_ptr<DirectoryWatch> const watch = WatchOrMake(file, filter);
+    return watch && watch->Begin(std::move(reading));
+}
+
+} // namespace
+
+void FileObject::EndWatch() noexcept
+{
+    watch->Close();
+}
+
+} // namespace Brindle::Vok::Platform
+
+using namespace Brindle::Vok::Platform;
+
+BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD size, BOOL subtree, DWORD filter, LPDWORD transferred,
+                           LPOVERLAPPED overlapped, LPOVERLAPPED_COMPLETION_ROUTINE completion) noexcept
+{
+    auto const file = HandleTable::Find<FileObject>(directory);
+    if (!file)
+        return FALSE;
+    if (DWORD const code = CodeAgainst(*file, buffer, subtree, filter, overlapped, completion))
+        return FailWith(code);
+    OVERLAPPED own{};
+    ChangeReading reading{overlapped ? overlapped : &own, static_cast<std::byte*>(buffer), size, nullptr};
+    if (reading.overlapped->hEvent)
+    {
+        auto const event = HandleTable::Find<SignalObject>(reading.overlapped->hEvent);
+        if (!event || !event->signal->IsEvent())
+            return FailWith(ERROR_INVALID_HANDLE);
+        reading.signal = event->signal;
+    }
+    if (!Read(*file, std::move(reading), filter))
+        return FALSE;
+    if (overlapped)
+        return TRUE;
+    DWORD unwanted;
+    return WaitForEnd(&*file, own, PendingOperation::never) && ResultOf(own, transferred ? *transferred : unwanted);
+}
+
+BOOL CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept
+{
+    auto const found = HandleTable::Find<FileObject>(file);
+    if (!found)
+        return FALSE;
+    std::shared_ptr<DirectoryWatch> const watch = WatchOf(*found);
+    return (watch && watch->Cancel(overlapped)) || FailWith(ERROR_NOT_FOUND);
+}
+
+BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait) noexcept
+{
+    if (!overlapped || !transferred)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    auto const deadline = wait ? PendingOperation::never : std::chrono::nanoseconds(0);
+    if (!HasEnded(*overlapped))
+    {
+        auto const found = HandleTable::Find<FileObject>(file);
+        if (!WaitForEnd(found ? &*found : nullptr, *overlapped, deadline))
+            return FALSE;
+    }
+    return ResultOf(*overlapped, *transferred);
+}

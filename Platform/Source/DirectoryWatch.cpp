@@ -1,0 +1,185 @@
+#include "DirectoryWatch.h"
+
+#include "HostErrors.h"
+#include "SystemCalls.h"
+#include "ToldStatus.h"
+
+#include <cstdio>
+#include <sys/inotify.h>
+#include <utility>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+int AddWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept
+{
+    char path[48];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d%s", directory, suffix);
+    return SystemCalls::AddWatch(descriptor, path, mask);
+}
+
+// The host doesn't tell of the end of a directory that is open; its parent's watch does. Negative where it can't.
+int AddParentWatch(int descriptor, int directory) noexcept
+{
+    struct stat own;
+    struct stat parent;
+    bool const hasParent = SystemCalls::Status(directory, &own) == 0 &&
+                           SystemCalls::StatusAt(directory, "..", &parent, 0) == 0 &&
+                           (own.st_dev != parent.st_dev || own.st_ino != parent.st_ino);
+    return hasParent ? AddWatch(descriptor, directory, "/..", IN_DELETE | IN_ONLYDIR) : -1;
+}
+
+} // namespace
+
+std::shared_ptr<DirectoryWatch> DirectoryWatch::Make(int directory, DWORD filter) noexcept
+{
+    int const descriptor = SystemCalls::MakeWatcher(IN_CLOEXEC | IN_NONBLOCK);
+    if (descriptor < 0)
+        return FailWith<std::shared_ptr<DirectoryWatch>>(CodeFromHost(errno));
+    // First, because it is the other one that must be complete when this returns.
+    int const parentWatch = AddParentWatch(descriptor, directory);
+    int const watch = AddWatch(descriptor, directory, "", ChangeQueue::MaskOf(filter));
+    std::shared_ptr<DirectoryWatch> made;
+    if (watch < 0)
+        FailWith(errno == ENOSPC ? ERROR_NO_SYSTEM_RESOURCES : CodeFromHost(errno));
+    else
+        made = WithoutThrowing(
+            [&] { return std::make_shared<DirectoryWatch>(directory, descriptor, watch, parentWatch, filter); });
+    if (!made)
+        SystemCalls::Close(descriptor);
+    return made;
+}
+
+DirectoryWatch::DirectoryWatch(int directory, int descriptor, int watch, int parentWatch, DWORD filter) noexcept
+    : directory(directory), descriptor(descriptor), parentWatch(parentWatch), queue(watch, filter)
+{
+}
+
+DirectoryWatch::~DirectoryWatch()
+{
+    SystemCalls::Close(descriptor);
+}
+
+bool DirectoryWatch::Begin(ChangeReading next) noexcept
+{
+    std::lock_guard const lock(mutex);
+    if (reading.overlapped)
+        return FailWith(ERROR_BUSY);
+    if (isLost)
+        return FailWith(ERROR_ACCESS_DENIED);
+    if (!next.signal)
+    {
+        if (!done &&
+            !(done = WithoutThrowing([] { return std::make_shared<Signal>(Signal::Type::manualReset, 0, 1); })))
+            return false;
+        next.signal = done;
+    }
+    next.signal->Reset();
+    if (!next.signal->Attach(shared_from_this()))
+        return false;
+    next.overlapped->InternalHigh = 0;
+    std::atomic_ref(next.overlapped->Internal).store(statusPending, std::memory_order_release);
+    reading = std::move(next);
+    if (!queue.IsEmpty() || mayHaveGone)
+        Deliver();
+    return true;
+}
+
+bool DirectoryWatch::Cancel(OVERLAPPED const* overlapped) noexcept
+{
+    std::lock_guard const lock(mutex);
+    if (!reading.overlapped || (overlapped && overlapped != reading.overlapped))
+        return false;
+    Complete(ERROR_OPERATION_ABORTED, 0);
+    return true;
+}
+
+void DirectoryWatch::Close() noexcept
+{
+    std::lock_guard const lock(mutex);
+    isClosed = true;
+    if (reading.overlapped)
+        Complete(ERROR_SUCCESS, 0);
+}
+
+void DirectoryWatch::Advance() noexcept
+{
+    std::lock_guard const lock(mutex);
+    if (isClosed || !reading.overlapped)
+        return; // another thread was faster
+    ReadEvents();
+    Deliver();
+}
+
+void DirectoryWatch::ReadEvents() noexcept
+{
+    std::span<std::byte> const space = queue.FreeSpace();
+    ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+    if (count <= 0)
+        return; // nothing there, or no room for another one, which is read later
+    for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
+    {
+        auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
+        mayHaveGone = mayHaveGone || event.wd == parentWatch || (event.mask & IN_Q_OVERFLOW) != 0;
+        at += sizeof event + event.len;
+    }
+    queue.Added(static_cast<std::size_t>(count));
+}
+
+void DirectoryWatch::Deliver() noexcept
+{
+    due.store(never, std::memory_order_relaxed);
+    for (bool isComplete = false;; isComplete = true)
+    {
+        switch (queue.Take(reading.buffer, reading.size, TimeNow(), isComplete))
+        {
+        case ChangeQueue::Outcome::records:
+            return Complete(ERROR_SUCCESS, queue.Written());
+        case ChangeQueue::Outcome::overflow:
+            return Complete(ERROR_SUCCESS, 0);
+        case ChangeQueue::Outcome::lost:
+            isLost = true;
+            return Complete(ERROR_ACCESS_DENIED, 0);
+        case ChangeQueue::Outcome::nothing:
+            isLost = std::exchange(mayHaveGone, false) && HasGone();
+            if (isLost)
+                Complete(ERROR_ACCESS_DENIED, 0);
+            return;
+        case ChangeQueue::Outcome::held:
+            due.store(queue.Due(), std::memory_order_relaxed);
+            return;
+        case ChangeQueue::Outcome::incomplete:
+            WaitForRenaming();
+            ReadEvents();
+            break;
+        }
+    }
+}
+
+bool DirectoryWatch::HasGone() const noexcept
+{
+    struct stat status;
+    return SystemCalls::Status(directory, &status) != 0 || status.st_nlink == 0;
+}
+
+// Who renames holds the directory's lock until the host has told of both names. Reading entries waits for that lock.
+void DirectoryWatch::WaitForRenaming() const noexcept
+{
+    alignas(8) char entries[1024];
+    SystemCalls::ReadDirectory(directory, entries, sizeof entries);
+}
+
+void DirectoryWatch::Complete(DWORD code, DWORD byteCount) noexcept
+{
+    due.store(never, std::memory_order_relaxed);
+    ChangeReading const ended = std::exchange(reading, {});
+    ended.overlapped->InternalHigh = byteCount;
+    ended.signal->Detach(*this);
+    std::atomic_ref(ended.overlapped->Internal)
+        .store(code == ERROR_SUCCESS ? 0 : statusOfFailure | code, std::memory_order_release);
+    ended.signal->Set(); // last: the owner may have freed the rest as soon as it sees the status
+}
+
+} // namespace Brindle::Vok::Platform

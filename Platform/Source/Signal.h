@@ -1,0 +1,107 @@
+// What threads wait for: events and semaphores. One lock guards all of them, so that a wait for several sees all in one
+// state.
+//
+// A signal may be the end of an operation on a descriptor. Nobody waits for that descriptor but the threads that wait
+// for the signal: they poll it, and let the operation take what has come, which may signal.
+#pragma once
+
+#include "HandleTable.h"
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace Brindle::Vok::Platform
+{
+
+/// An operation in progress, which waiting threads carry on. Kept alive by those that do.
+class PendingOperation
+{
+public:
+    static constexpr std::chrono::nanoseconds never = std::chrono::nanoseconds::max();
+
+    virtual ~PendingOperation() = default;
+
+    /// Is readable when there is something to do.
+    virtual int Descriptor() const noexcept = 0;
+    /// When there is something to do all the same, on the clock of TimeNow.
+    virtual std::chrono::nanoseconds Due() const noexcept = 0;
+    /// Does what can be done without waiting. Called without the lock of the signals; may take it.
+    virtual void Advance() noexcept = 0;
+};
+
+class Waiter;
+
+class Signal
+{
+public:
+    enum class Type
+    {
+        autoReset,
+        manualReset,
+        semaphore
+    };
+
+    Signal(Type type, LONG count, LONG most) noexcept : type(type), count(count), most(most) {}
+
+    bool IsEvent() const noexcept { return type != Type::semaphore; }
+
+    void Set() noexcept;
+    void Reset() noexcept;
+    /// False, and nothing changes, when the count would exceed the maximum.
+    bool Add(LONG more, LONG& previous) noexcept;
+
+    /// From here until Detach waiting threads carry the operation on. False without memory.
+    bool Attach(std::shared_ptr<PendingOperation> operation) noexcept;
+    void Detach(PendingOperation const& operation) noexcept;
+
+private:
+    friend class Wait; // and its parts
+
+    /// The place of one waiting thread in a signal's list.
+    struct Place
+    {
+        Waiter* waiter;
+        Place* previous;
+        Place* next;
+    };
+
+    // With the lock.
+    bool IsSet() const noexcept { return count > 0; }
+    void Take() noexcept
+    {
+        if (type != Type::manualReset)
+            --count;
+    }
+    void Enter(Place& place, Waiter& waiter) noexcept;
+    void Leave(Place& place) noexcept;
+    void WakeAll() noexcept;
+
+    Type const type;
+    LONG count;
+    LONG const most;
+    Place* first = nullptr;
+    std::vector<std::shared_ptr<PendingOperation>> operations;
+};
+
+/// What a handle of an event or a semaphore stands for. Handles of one name share the signal.
+class SignalObject final : public Object
+{
+public:
+    static constexpr Kinds kinds = KindsOf(Kind::event, Kind::semaphore);
+
+    SignalObject(Kind kind, std::shared_ptr<Signal> signal) noexcept : Object(kind), signal(std::move(signal)) {}
+
+    std::shared_ptr<Signal> const signal;
+};
+
+inline constexpr std::size_t mostSignals = 64;
+
+/// Waits until one of at most 64 signals is set, or all, and takes it or them. Gives the first one's place.
+/// WAIT_TIMEOUT at the deadline, on the clock of TimeNow, which may be PendingOperation::never, or 0 to look only;
+/// WAIT_FAILED with the last error set when the host can't wait.
+DWORD WaitForSignals(std::span<Signal* const> signals, bool all, std::chrono::nanoseconds deadline) noexcept;
+
+} // namespace Brindle::Vok::Platform
