@@ -17,21 +17,21 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-// The signals that have names. Never destroyed, as handles may be made and closed until the process has ended.
-struct Names
-{
-    std::mutex mutex;
-    std::map<std::wstring, std::weak_ptr<Signal>, std::less<>> signals;
-};
+using Names = std::map<std::wstring, std::weak_ptr<Signal>, std::less<>>;
 
+// The signals that have names. Never destroyed, as handles may be made and closed until the process has ended.
 Names& TheNames()
 {
     static Names& names = *new Names;
     return names;
 }
 
-[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
-    [] { TheNames().mutex.lock(); }, [] { TheNames().mutex.unlock(); }, [] { TheNames().mutex.unlock(); });
+// Guards the names.
+constinit std::mutex mutex;
+
+// A child has only the thread that made it, and nobody to unlock what another thread had locked.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
 
 /// Makes a signal, or gives the one that has the name. May throw std::bad_alloc.
 std::shared_ptr<Signal> MakeOrFind(std::wstring_view name, bool& isNew, auto make)
@@ -39,17 +39,17 @@ std::shared_ptr<Signal> MakeOrFind(std::wstring_view name, bool& isNew, auto mak
     isNew = true;
     if (name.empty())
         return make();
+    std::lock_guard const lock(mutex);
     Names& names = TheNames();
-    std::lock_guard const lock(names.mutex);
-    std::erase_if(names.signals, [](auto const& named) { return named.second.expired(); });
-    if (auto const found = names.signals.find(name); found != names.signals.end())
+    std::erase_if(names, [](auto const& named) { return named.second.expired(); });
+    if (auto const found = names.find(name); found != names.end())
         if (std::shared_ptr<Signal> signal = found->second.lock())
         {
             isNew = false;
             return signal;
         }
     std::shared_ptr<Signal> signal = make();
-    names.signals.insert_or_assign(std::wstring(name), signal);
+    names.insert_or_assign(std::wstring(name), signal);
     return signal;
 }
 
