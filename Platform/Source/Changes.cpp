@@ -88,7 +88,8 @@ bool WaitForEnd(FileObject const* file, OVERLAPPED& overlapped, std::chrono::nan
 
 bool Read(FileObject& file, ChangeReading reading, DWORD filter) noexcept
 {
-    std::shared_ptr<DirectoryWatch> const watch = WatchOrMake(file, filter);
+    // Who reads is likely to wait, and had better know now if it can't.
+    std::shared_ptr<DirectoryWatch> const watch = PrepareToWait() ? WatchOrMake(file, filter) : nullptr;
     return watch && watch->Begin(std::move(reading));
 }
 

@@ -238,9 +238,9 @@ private:
         if (!operations.Collect(signals.first(before)))
             return FailWith(ERROR_NO_SYSTEM_RESOURCES);
         Waiter waiter;
+        if (!PrepareToWait())
+            return false;
         waiter.alarm = alarm.Open();
-        if (waiter.alarm < 0)
-            return FailWithHost(errno);
         {
             Presence const presence(signals, waiter);
             lock.unlock();
@@ -326,6 +326,11 @@ private:
     std::chrono::nanoseconds deadline;
     bool hasSlept = false;
 };
+
+bool PrepareToWait() noexcept
+{
+    return alarm.Open() >= 0 || FailWithHost(errno);
+}
 
 DWORD WaitForSignals(std::span<Signal* const> signals, bool all, std::chrono::nanoseconds deadline) noexcept
 {

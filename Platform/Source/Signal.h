@@ -99,6 +99,10 @@ public:
 
 inline constexpr std::size_t mostSignals = 64;
 
+/// Gets what the calling thread needs to wait for operations, which it keeps, so that a wait can't fail for want of it.
+/// False with the last error set.
+bool PrepareToWait() noexcept;
+
 /// Waits until one of at most 64 signals is set, or all, and takes it or them. Gives the first one's place.
 /// WAIT_TIMEOUT at the deadline, on the clock of TimeNow, which may be PendingOperation::never, or 0 to look only;
 /// WAIT_FAILED with the last error set when the host can't wait.
