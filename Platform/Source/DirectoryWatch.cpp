@@ -13,6 +13,8 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
+constexpr std::uint32_t parentEvents = IN_DELETE | IN_MOVED_TO;
+
 int AddWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept
 {
     char path[48];
@@ -20,7 +22,8 @@ int AddWatch(int descriptor, int directory, char const* suffix, std::uint32_t ma
     return SystemCalls::AddWatch(descriptor, path, mask);
 }
 
-// The host doesn't tell of the end of a directory that is open; its parent's watch does. Negative where it can't.
+// The host doesn't tell of the end of a directory that is open; its parent's watch does, also when another one takes its
+// place. Negative where it can't.
 int AddParentWatch(int descriptor, int directory) noexcept
 {
     struct stat own;
@@ -28,7 +31,7 @@ int AddParentWatch(int descriptor, int directory) noexcept
     bool const hasParent = SystemCalls::Status(directory, &own) == 0 &&
                            SystemCalls::StatusAt(directory, "..", &parent, 0) == 0 &&
                            (own.st_dev != parent.st_dev || own.st_ino != parent.st_ino);
-    return hasParent ? AddWatch(descriptor, directory, "/..", IN_DELETE | IN_ONLYDIR) : -1;
+    return hasParent ? AddWatch(descriptor, directory, "/..", parentEvents | IN_ONLYDIR) : -1;
 }
 
 } // namespace
@@ -122,7 +125,8 @@ void DirectoryWatch::ReadEvents() noexcept
     for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
     {
         auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
-        mayHaveGone = mayHaveGone || event.wd == parentWatch || (event.mask & IN_Q_OVERFLOW) != 0;
+        bool const isOfParent = event.wd == parentWatch && (event.mask & IN_ISDIR) != 0;
+        mayHaveGone = mayHaveGone || isOfParent || (event.mask & IN_Q_OVERFLOW) != 0;
         at += sizeof event + event.len;
     }
     queue.Added(static_cast<std::size_t>(count));
