@@ -403,7 +403,14 @@ TEST(DirectoryMonitor, EndsTheProcessForWhatNobodyCanHandle)
             [&](ChildProcess::Channel const&)
             {
                 std::unique_ptr<DirectoryMonitor> monitor;
-                monitor = Watch({drive.Path()}, [&](DirectoryChange const&) { callback(monitor); });
+                std::atomic<bool> isMade = false;
+                auto const destroys = [&](DirectoryChange const&)
+                {
+                    isMade.wait(false);
+                    callback(monitor);
+                };
+                monitor = Watch({drive.Path()}, destroys);
+                isMade = true;
                 drive.Write("a");
                 std::this_thread::sleep_for(10s);
                 return 0;

@@ -141,10 +141,11 @@ TEST_F(Changes, AreLookedForByWhoAsks)
     EXPECT_TRUE(GetOverlappedResult(directory.Get(), &overlapped, &count, FALSE));
     EXPECT_EQ(Name(), u"a");
     OpenHandle const waiting = OpenDirectory(0);
+    std::atomic<bool> isTold = false;
     std::thread maker(
         [&]
         {
-            for (std::string name = "b"; !Name().starts_with(u"b"); name += 'b')
+            for (std::string name = "b"; !isTold; name += 'b')
             {
                 Make(name);
                 std::this_thread::sleep_for(1ms);
@@ -152,6 +153,7 @@ TEST_F(Changes, AreLookedForByWhoAsks)
         });
     EXPECT_TRUE(ReadDirectoryChangesW(waiting.Get(), buffer, sizeof buffer, FALSE, FILE_NOTIFY_CHANGE_FILE_NAME, &count,
                                       nullptr, nullptr));
+    isTold = true;
     maker.join();
     EXPECT_GE(count, 12 + 2U);
 }
