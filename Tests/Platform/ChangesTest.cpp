@@ -189,7 +189,7 @@ TEST_F(Changes, EndWhenCancelledOrClosed)
 TEST_F(Changes, EndOnceAlsoInARace)
 {
     int aborted = 0;
-    for (int round = 0; round < 2000; ++round)
+    for (int round = 0; round < 500; ++round)
     {
         ASSERT_TRUE(Read(directory, &overlapped));
         std::atomic<bool> goes = false;

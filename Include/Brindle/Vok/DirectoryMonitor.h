@@ -27,7 +27,8 @@
 // A monitor that has ended early, because of its callback or because a directory of its has gone or got another name,
 // can't be asked about it; it is to be destroyed and made anew. Of a directory that has gone an `overflow` comes first.
 // One monitor watches up to 63 directories; one with more is made and ends at once, which is required. On Linux each
-// takes three descriptors, one of the user's inotify instances (fs.inotify.max_user_instances) and two watches.
+// takes two descriptors, one of the user's inotify instances (fs.inotify.max_user_instances) and two watches; the
+// monitor takes one descriptor more.
 //
 // Factories and monitors may be used from any thread; a monitor is destroyed on any but its own. A child process made
 // by fork has no monitor's thread: it leaves its parent's monitors alone.
