@@ -108,6 +108,7 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
         return Outcome::held;
     due = std::chrono::nanoseconds::max();
     Writer writer(buffer, size);
+    std::size_t const first = begin;
     auto const finish = [&](Outcome otherwise)
     {
         written = writer.Written();
@@ -123,7 +124,7 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
                 begin = next;
             return finish(Outcome::overflow);
         }
-        if (event.wd == watch && (event.mask & lastEvents) != 0)
+        if (IsLast(event))
             return finish(Outcome::lost);
         DWORD const action = ActionOf(event);
         bool fits = true;
@@ -135,7 +136,7 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
         }
         else if (action == FILE_ACTION_RENAMED_OLD_NAME)
         {
-            bool mayCome = !isComplete;
+            bool mayCome = !isComplete || begin != first;
             inotify_event* const other = OtherHalf(event, next, mayCome);
             if (!other && mayCome)
                 return finish(Outcome::incomplete);
@@ -147,12 +148,23 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
         else if (action != FILE_ACTION_MODIFIED && action != noAction)
             fits = writer.Append({{action, NameOf(event)}});
         if (!fits && writer.IsEmpty())
-            begin = end; // as the platform does with a buffer that is too small
+            DropAll(); // as the platform does with a buffer that is too small
         if (!fits)
             return finish(Outcome::overflow);
         begin = next;
     }
     return finish(Outcome::nothing);
+}
+
+void ChangeQueue::DropAll() noexcept
+{
+    while (begin != end && !IsLast(EventAt(begin)))
+        begin = Behind(EventAt(begin), begin);
+}
+
+bool ChangeQueue::IsLast(inotify_event const& event) const noexcept
+{
+    return event.wd == watch && (event.mask & lastEvents) != 0;
 }
 
 bool ChangeQueue::WantsNameOf(inotify_event const& event) const noexcept

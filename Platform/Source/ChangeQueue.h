@@ -45,8 +45,9 @@ public:
     void Added(std::size_t byteCount) noexcept { end += byteCount; }
     bool IsEmpty() const noexcept { return begin == end; }
 
-    /// Puts records into a buffer, as many as fit, and gives their bytes in Written(). `isComplete` says that all
-    /// events that began before are there.
+    /// Puts records into a buffer, as many as fit, and gives their bytes in Written(). `isComplete` says that the
+    /// renaming that was incomplete a moment ago is all there; what was added with it may end in yet another first
+    /// half.
     Outcome Take(std::byte* buffer, DWORD size, std::chrono::nanoseconds now, bool isComplete) noexcept;
     DWORD Written() const noexcept { return written; }
     std::chrono::nanoseconds Due() const noexcept { return due; }
@@ -67,6 +68,8 @@ private:
         return event.len != 0 ? std::string_view(event.name) : std::string_view();
     }
 
+    void DropAll() noexcept;
+    bool IsLast(inotify_event const& event) const noexcept;
     bool WantsNameOf(inotify_event const& event) const noexcept;
     DWORD ActionOf(inotify_event const& event) const noexcept;
     inotify_event* OtherHalf(inotify_event const& first, std::size_t place, bool& mayCome) noexcept;
