@@ -247,8 +247,8 @@ public:
         {
             Read(events.size());
             Take(4096);
-            if (outcome == ChangeQueue::Outcome::held && events.empty())
-                now = queue.Due();
+            if (outcome == ChangeQueue::Outcome::held)
+                now = queue.Due(); // also when the queue is full of what is held
         }
         if (!isLost)
             expectation.Finish();

@@ -203,14 +203,14 @@ inotify_event* ChangeQueue::OtherHalf(inotify_event const& first, std::size_t pl
     return nullptr;
 }
 
-// One telling is enough for writes behind which there is another one, as long as nothing happened to names in between.
+// One telling is enough for writes behind which there is another one, as long as nothing else happened in between.
 bool ChangeQueue::ComesAgain(inotify_event const& event, std::size_t place) const noexcept
 {
     constexpr int mostToCompare = 64;
     for (int i = 0; i < mostToCompare && place != end; ++i, place = Behind(EventAt(place), place))
     {
         inotify_event const& later = EventAt(place);
-        if ((later.mask & nameEvents) != 0)
+        if ((later.mask & (nameEvents | lastEvents | IN_Q_OVERFLOW)) != 0)
             return false;
         if (ActionOf(later) == FILE_ACTION_MODIFIED && NameOf(later) == NameOf(event))
             return true;
