@@ -105,7 +105,10 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
                                        bool isComplete) noexcept
 {
     if (IsAllHeld(now))
+    {
+        Compact();
         return Outcome::held;
+    }
     due = std::chrono::nanoseconds::max();
     Writer writer(buffer, size);
     std::size_t const first = begin;
@@ -233,6 +236,27 @@ bool ChangeQueue::IsAllHeld(std::chrono::nanoseconds now) noexcept
             due = std::min(due, until);
     }
     return due != std::chrono::nanoseconds::max();
+}
+
+// Of what is held one event for each name is enough, and there are only as many names as are known to be modified.
+void ChangeQueue::Compact() noexcept
+{
+    std::size_t kept = begin;
+    for (std::size_t place = begin; place != end;)
+    {
+        inotify_event const& event = EventAt(place);
+        std::size_t const size = Behind(event, place) - place;
+        bool isNew = ActionOf(event) == FILE_ACTION_MODIFIED;
+        for (std::size_t known = begin; isNew && known != kept; known = Behind(EventAt(known), known))
+            isNew = NameOf(EventAt(known)) != NameOf(event);
+        if (isNew)
+        {
+            std::memmove(bytes + kept, bytes + place, size);
+            kept += size;
+        }
+        place += size;
+    }
+    end = kept;
 }
 
 std::chrono::nanoseconds ChangeQueue::HeldUntil(std::string_view name) const noexcept

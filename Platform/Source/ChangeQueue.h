@@ -75,6 +75,7 @@ private:
     inotify_event* OtherHalf(inotify_event const& first, std::size_t place, bool& mayCome) noexcept;
     bool ComesAgain(inotify_event const& event, std::size_t place) const noexcept;
     bool IsAllHeld(std::chrono::nanoseconds now) noexcept;
+    void Compact() noexcept;
     std::chrono::nanoseconds HeldUntil(std::string_view name) const noexcept;
     void Told(std::string_view name, std::chrono::nanoseconds now) noexcept;
 

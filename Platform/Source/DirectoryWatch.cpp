@@ -4,6 +4,7 @@
 #include "SystemCalls.h"
 #include "ToldStatus.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sys/inotify.h>
 #include <utility>
@@ -120,8 +121,9 @@ void DirectoryWatch::ReadEvents() noexcept
 {
     std::span<std::byte> const space = queue.FreeSpace();
     ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+    hasMore = count > static_cast<ssize_t>(space.size() / 2);
     if (count <= 0)
-        return; // nothing there, or no room for another one, which is read later
+        return; // nothing there
     for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
     {
         auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
@@ -135,7 +137,8 @@ void DirectoryWatch::ReadEvents() noexcept
 void DirectoryWatch::Deliver() noexcept
 {
     due.store(never, std::memory_order_relaxed);
-    for (bool isComplete = false;; isComplete = true)
+    isResting.store(false, std::memory_order_relaxed);
+    for (bool isComplete = false;;)
     {
         switch (queue.Take(reading.buffer, reading.size, TimeNow(), isComplete))
         {
@@ -152,14 +155,30 @@ void DirectoryWatch::Deliver() noexcept
                 Complete(ERROR_ACCESS_DENIED, 0);
             return;
         case ChangeQueue::Outcome::held:
-            due.store(queue.Due(), std::memory_order_relaxed);
-            return;
+            if (!hasMore)
+                return Hold();
+            ReadEvents();
+            isComplete = false;
+            break;
         case ChangeQueue::Outcome::incomplete:
             WaitForRenaming();
             ReadEvents();
+            isComplete = true;
             break;
         }
     }
+}
+
+// Files that are written all the time would wake the thread for each write, only to be held. After some looks the others
+// can wait for a moment too.
+void DirectoryWatch::Hold() noexcept
+{
+    constexpr int mostLooks = 16;
+    constexpr std::chrono::milliseconds rest{1};
+    bool const rests = ++looksSinceDelivery > mostLooks;
+    isResting.store(rests, std::memory_order_relaxed);
+    due.store(rests ? std::min<std::chrono::nanoseconds>(queue.Due(), TimeNow() + rest) : queue.Due(),
+              std::memory_order_relaxed);
 }
 
 bool DirectoryWatch::HasGone() const noexcept
@@ -178,6 +197,7 @@ void DirectoryWatch::WaitForRenaming() const noexcept
 void DirectoryWatch::Complete(DWORD code, DWORD byteCount) noexcept
 {
     due.store(never, std::memory_order_relaxed);
+    looksSinceDelivery = 0;
     ChangeReading const ended = std::exchange(reading, {});
     ended.overlapped->InternalHigh = byteCount;
     ended.signal->Detach(*this);

@@ -44,7 +44,7 @@ public:
     /// What a reading that has no event of its own signals.
     std::shared_ptr<Signal> const& Done() const noexcept { return done; }
 
-    int Descriptor() const noexcept override { return descriptor; }
+    int Descriptor() const noexcept override { return isResting.load(std::memory_order_relaxed) ? -1 : descriptor; }
     std::chrono::nanoseconds Due() const noexcept override { return due.load(std::memory_order_relaxed); }
     void Advance() noexcept override;
 
@@ -52,6 +52,7 @@ private:
     // All with the lock.
     void ReadEvents() noexcept;
     void Deliver() noexcept;
+    void Hold() noexcept;
     bool HasGone() const noexcept;
     void WaitForRenaming() const noexcept;
     void Complete(DWORD code, DWORD byteCount) noexcept;
@@ -64,10 +65,13 @@ private:
     bool isClosed = false;
     bool mayHaveGone = false;
     bool isLost = false;
+    bool hasMore = false;
+    int looksSinceDelivery = 0;
     ChangeQueue queue;
     ChangeReading reading{};
     std::shared_ptr<Signal> done;
     std::atomic<std::chrono::nanoseconds> due{never};
+    std::atomic<bool> isResting{false};
 };
 
 /// What stands in OVERLAPPED::Internal.

@@ -24,7 +24,7 @@ public:
 
     virtual ~PendingOperation() = default;
 
-    /// Is readable when there is something to do.
+    /// Is readable when there is something to do; negative while that depends on the time alone.
     virtual int Descriptor() const noexcept = 0;
     /// When there is something to do all the same, on the clock of TimeNow.
     virtual std::chrono::nanoseconds Due() const noexcept = 0;

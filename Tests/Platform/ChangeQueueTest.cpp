@@ -166,8 +166,13 @@ TEST(ChangeQueue, HoldsBackWhatWasWrittenAMomentAgo)
     EXPECT_EQ(Take(queue, 1007ms), "~a -a");
     Tell(queue, {{IN_MODIFY, "b"}, {IN_CREATE | IN_ISDIR, "d"}}); // what nobody wants doesn't matter
     EXPECT_EQ(Take(queue, 1008ms), "held");
+    std::size_t const space = queue.FreeSpace().size();
+    for (int i = 0; i < 100; ++i)
+        Tell(queue, {{IN_MODIFY, "a"}, {IN_MODIFY, "b"}});
+    EXPECT_EQ(Take(queue, 1008ms), "held");
+    EXPECT_EQ(queue.FreeSpace().size(), space - 32); // one event for each is enough
     Tell(queue, {{IN_Q_OVERFLOW, "", 0, -1}});
-    EXPECT_EQ(Take(queue, 1008ms), "~b");
+    EXPECT_EQ(Take(queue, 1008ms), "~b ~a");
     EXPECT_EQ(Take(queue, 1008ms), "overflow");
 }
 
