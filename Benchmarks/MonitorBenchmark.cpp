@@ -3,7 +3,11 @@
 // - Change: one file is made while the watcher is asleep. The time runs from just before the creation to when the
 //   watcher's thread begins the callback and looks at the clock, so that no row depends on how the maker is woken. The
 //   host wakes the watcher before the creation returns; `making` is what the creation takes by itself, which is in all
-//   rows. In microseconds: `median`, `p90`, and the `cpu` of the watcher's thread for an event that comes alone.
+//   rows. Each turn makes one file for the row's watcher and one for a plain one, each first in turn, as the machine's
+//   speed changes by the minute; `ratio` is that of the medians. In microseconds: `median`, `p90`, `plain`, and the
+//   `cpu` of the watcher's thread for an event that comes alone. In the rows Apart the maker and the watcher have a
+//   processor each. In the others the host's scheduler chooses, which often is to run the watcher where the maker is:
+//   in the middle of the creation or behind it, by what both ran before.
 // - Burst: 10,000 creations as fast as they go, until the last one is told. `lost` weren't told; `cpu` and `user` are
 //   the watcher's microseconds for an event, `user` by the host's ticks and so only good over some seconds. Qt isn't
 //   there, as it only says that the directory changed, once for many.
@@ -25,6 +29,7 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <memory>
+#include <sched.h>
 #include <string>
 #include <string_view>
 #include <sys/inotify.h>
@@ -248,18 +253,21 @@ double Quantile(std::vector<double>& values, double part)
 
 constexpr long changes = 1000;
 
-template <typename Watcher>
-void Change(benchmark::State& state)
+/// Threads that the calling one starts from here on run there too.
+void RunOn(int processor)
 {
-    std::string const directory = MakeDirectory();
-    std::string const path = directory + "/file.txt";
-    Heard heard(2 * changes);
-    Watcher const watcher(directory, heard);
-    AwaitStart();
-    std::vector<double> times;
-    std::vector<double> makingTimes;
-    long events = 0;
-    for (auto _ : state)
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(processor, &set);
+    Check(::sched_setaffinity(0, sizeof set, &set) == 0);
+}
+
+/// A watched directory in which one file comes and goes.
+template <typename Watcher>
+class Watched
+{
+public:
+    void MakeOne()
     {
         ::usleep(500); // until the watcher is asleep
         double const begin = Time();
@@ -267,13 +275,53 @@ void Change(benchmark::State& state)
         makingTimes.push_back(Time() - begin);
         Check(heard.Await(++events) == 0);
         times.push_back(heard.When() - begin);
-        state.SetIterationTime(times.back() * 1e-6);
         Check(::unlink(path.c_str()) == 0 && heard.Await(++events) == 0);
     }
-    state.counters["median"] = Quantile(times, 0.5);
-    state.counters["p90"] = Quantile(times, 0.9);
-    state.counters["making"] = Quantile(makingTimes, 0.5);
-    state.counters["cpu"] = heard.Cpu();
+
+    std::vector<double> times;
+    std::vector<double> makingTimes;
+    Heard heard{2 * changes};
+
+private:
+    std::string const directory = MakeDirectory();
+    std::string const path = directory + "/file.txt";
+    long events = 0;
+    Watcher watcher{directory, heard};
+};
+
+template <typename Watcher, bool apart>
+void Change(benchmark::State& state)
+{
+    cpu_set_t before;
+    Check(::sched_getaffinity(0, sizeof before, &before) == 0);
+    if (apart)
+        RunOn(1);
+    Watched<Watcher> watched;
+    Watched<Plain> plain;
+    AwaitStart();
+    if (apart)
+        RunOn(0);
+    bool isFirst = false;
+    for (auto _ : state)
+    {
+        isFirst = !isFirst;
+        if (isFirst)
+            watched.MakeOne();
+        plain.MakeOne();
+        if (!isFirst)
+            watched.MakeOne();
+        state.SetIterationTime(watched.times.back() * 1e-6);
+    }
+    Check(::sched_setaffinity(0, sizeof before, &before) == 0);
+    double const median = Quantile(watched.times, 0.5);
+    double const plainMedian = Quantile(plain.times, 0.5);
+    state.counters["median"] = median;
+    state.counters["p90"] = Quantile(watched.times, 0.9);
+    state.counters["plain"] = plainMedian;
+    state.counters["ratio"] = median / plainMedian;
+    state.counters["making"] = Quantile(watched.makingTimes, 0.5);
+    state.counters["cpu"] = watched.heard.Cpu();
+    state.counters["plainCpu"] = plain.heard.Cpu();
 }
 
 constexpr long creations = 10'000;
@@ -331,8 +379,10 @@ void Idle(benchmark::State& state)
         char const* name;
         void (*run)(benchmark::State&);
     };
-    for (Row const& row : {Row{"Change/Plain", Change<Plain>}, Row{"Change/Vok", Change<Ours>},
-                           Row{"Change/Poco", Change<PocoWatcher>}, Row{"Change/Qt", Change<QtWatcher>}})
+    for (Row const& row : {Row{"Change/Plain", Change<Plain, false>}, Row{"Change/Vok", Change<Ours, false>},
+                           Row{"Change/Poco", Change<PocoWatcher, false>}, Row{"Change/Qt", Change<QtWatcher, false>},
+                           Row{"Apart/Plain", Change<Plain, true>}, Row{"Apart/Vok", Change<Ours, true>},
+                           Row{"Apart/Poco", Change<PocoWatcher, true>}, Row{"Apart/Qt", Change<QtWatcher, true>}})
         benchmark::RegisterBenchmark(row.name, row.run)->Iterations(changes)->UseManualTime();
     for (Row const& row :
          {Row{"Burst/Plain", Burst<Plain>}, Row{"Burst/Vok", Burst<Ours>}, Row{"Burst/Poco", Burst<PocoWatcher>}})
