@@ -30,6 +30,21 @@ struct OpenThings
     std::size_t descriptors = Brindle::Vok::Testing::OpenDescriptors();
 };
 
+// A thread keeps a descriptor from the first time on that it waits for an operation.
+void WaitOnce()
+{
+    HANDLE const root = CreateFileW(L"\\", FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr);
+    OVERLAPPED overlapped{};
+    overlapped.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    alignas(DWORD) char buffer[512];
+    ReadDirectoryChangesW(root, buffer, sizeof buffer, FALSE, FILE_NOTIFY_CHANGE_FILE_NAME, nullptr, &overlapped,
+                          nullptr);
+    WaitForSingleObject(overlapped.hEvent, 1);
+    CloseHandle(root);
+    CloseHandle(overlapped.hEvent);
+}
+
 } // namespace
 
 int main(int argumentCount, char** arguments)
@@ -45,6 +60,7 @@ int main(int argumentCount, char** arguments)
     testing::InitGoogleMock(&argumentCount, arguments);
     // The first opening keeps a descriptor, by which other processes see this one.
     CloseHandle(CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    WaitOnce();
     OpenThings const before;
     int const result = RUN_ALL_TESTS();
     return before.AreAllThatIsOpen() ? result : 1;
