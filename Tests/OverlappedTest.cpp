@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -189,9 +190,15 @@ TEST_F(OverlappedTests, HaveTheirStateAtTheirAddress)
 TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
 {
     auto const begin = [this](Overlapped& operation) { Begin(operation); };
-    auto const endNormally = [this]
+    std::thread ending;
+    auto const endNormally = [&]
     {
-        drive.Write("made");
+        ending = std::thread(
+            [&]
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                drive.Write("made");
+            });
         return TRUE;
     };
     struct
@@ -268,6 +275,7 @@ TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
         EXPECT_FALSE(IsOpen(file));
         EXPECT_FALSE(IsOpen(event));
     }
+    ending.join();
 }
 
 TEST_F(OverlappedTests, CloseTheFileWhenTheyGetNoEvent)
