@@ -1,184 +1,295 @@
-// Events, and asynchronous operations with their end.
-#include "Support/Descriptors.h"
-#include "Support/LogRecorder.h"
+// Events, and operations that are cancelled in their owner's destructor.
+#include <Brindle/Vok/Overlapped.h>
+
+#include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
 
-#include <Brindle/Vok/Overlapped.h>
-#include <Brindle/Vok/Synchronization.h>
-
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
+#include <memory>
 #include <optional>
-#include <type_traits>
+#include <string>
+#include <thread>
+#include <vector>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-using testing::ElementsAre;
+using testing::AllOf;
 using testing::EndsWith;
+using testing::HasSubstr;
 
 namespace
 {
 
-// Results that the platform gives seldom or never here: each is given once, with a last error.
-struct Unusual
-{
-    std::optional<DWORD> wait;
-    bool failsToGetResult = false;
-    DWORD code = 0;
-};
-Unusual unusual;
+/// What a call gives in the place of the platform's own result.
+std::function<HANDLE(LPCWSTR name)> createEvent;
+std::optional<DWORD> waitResult;
+std::function<BOOL()> cancel;
+std::function<BOOL()> getResult;
 
 } // namespace
+
+extern "C" HANDLE WINAPI __real_CreateEventW(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) noexcept;
+extern "C" HANDLE WINAPI __wrap_CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
+                                             LPCWSTR name) noexcept
+{
+    return createEvent ? createEvent(name) : __real_CreateEventW(security, manualReset, initialState, name);
+}
 
 extern "C" DWORD WINAPI __real_WaitForSingleObject(HANDLE, DWORD) noexcept;
 extern "C" DWORD WINAPI __wrap_WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept
 {
-    if (!unusual.wait)
-        return __real_WaitForSingleObject(object, milliseconds);
-    SetLastError(unusual.code);
-    return *unusual.wait;
+    return waitResult ? *waitResult : __real_WaitForSingleObject(object, milliseconds);
+}
+
+extern "C" BOOL WINAPI __real_CancelIoEx(HANDLE, LPOVERLAPPED) noexcept;
+extern "C" BOOL WINAPI __wrap_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept
+{
+    return cancel ? cancel() : __real_CancelIoEx(file, overlapped);
 }
 
 extern "C" BOOL WINAPI __real_GetOverlappedResult(HANDLE, LPOVERLAPPED, LPDWORD, BOOL) noexcept;
-extern "C" BOOL WINAPI __wrap_GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD count,
+extern "C" BOOL WINAPI __wrap_GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred,
                                                   BOOL wait) noexcept
 {
-    BOOL const result = __real_GetOverlappedResult(file, overlapped, count, wait);
-    if (!unusual.failsToGetResult)
-        return result;
-    SetLastError(unusual.code);
-    return FALSE;
-}
-
-TEST(Event, SaysHowAWaitEnded)
-{
-    static_assert(std::is_same_v<std::underlying_type_t<EventWaitResult>, std::uint32_t>);
-    Event manual(L"", true);
-    Event automatic(L"", false);
-    EXPECT_EQ(manual.WaitOrTimeout(0), EventWaitResult::timedOut);
-    manual.Set();
-    automatic.Set();
-    EXPECT_EQ(manual.WaitOrTimeout(0), EventWaitResult::signalled);
-    EXPECT_EQ(manual.WaitOrTimeout(INFINITE), EventWaitResult::signalled);
-    EXPECT_EQ(automatic.WaitOrTimeout(1), EventWaitResult::signalled);
-    EXPECT_EQ(automatic.WaitOrTimeout(1), EventWaitResult::timedOut);
-    Event named(L"Vok event", true);
-    Event again(L"Vok event", true);
-    named.Set();
-    EXPECT_EQ(again.WaitOrTimeout(0), EventWaitResult::signalled);
-}
-
-TEST(Event, ThrowsWhatIsNoResult)
-{
-    struct Row
-    {
-        DWORD result;
-        std::string message;
-    };
-    for (Row const& row : {
-             Row{WAIT_ABANDONED, "The wait ended because the owner of the object is gone. (Windows Error 735). "
-                                 "WaitForSingleObject abandoned"},
-             Row{WAIT_FAILED, "The handle is not valid. (Windows Error 6). WaitForSingleObject failed"},
-             Row{WAIT_OBJECT_0 + 1, "The handle is not valid. (Windows Error 6). WaitForSingleObject unexpected result "
-                                    "[1]"},
-         })
-    {
-        Event event(L"", false);
-        unusual = {.wait = row.result, .failsToGetResult = false, .code = ERROR_INVALID_HANDLE};
-        EXPECT_THAT(WithoutLine(Thrown<WindowsError>([&] { event.WaitOrTimeout(1); }).what()),
-                    EndsWith("Synchronization.h: Brindle::Vok::Event::WaitOrTimeout " + row.message));
-        unusual = {};
-    }
-    HANDLE const semaphore = CreateSemaphoreW(nullptr, 0, 1, L"Vok taken");
-    EXPECT_THAT(WithoutLine(Thrown<WindowsError>([] { Event(L"Vok taken", true); }).what()),
-                EndsWith("Synchronization.h: Brindle::Vok::Event::Event The handle is not valid. (Windows Error 6). "
-                         "Failed to create event"));
-    Event closed(L"", true);
-    CloseHandle(closed.Handle());
-    EXPECT_THAT(WithoutLine(Thrown<WindowsError>([&] { closed.Set(); }).what()),
-                EndsWith("Brindle::Vok::Event::Set The handle is not valid. (Windows Error 6). SetEvent"));
-    CloseHandle(semaphore);
+    return getResult ? getResult() : __real_GetOverlappedResult(file, overlapped, transferred, wait);
 }
 
 namespace
 {
 
-class OverlappedReading : public testing::Test
+auto FailingWith(DWORD code)
 {
-protected:
-    std::unique_ptr<Overlapped> Open() const
+    return [code] { return SetLastError(code), FALSE; };
+}
+
+BOOL FailUnexpectedly()
+{
+    ADD_FAILURE() << "an unexpected call of the platform";
+    return FALSE;
+}
+
+struct OverlappedTests : testing::Test
+{
+    ~OverlappedTests() override { cancel = getResult = nullptr; }
+
+    HandleOwner<Detail::InvalidHandleTraits> OpenRoot() const
     {
-        return std::make_unique<Overlapped>(HandleOwner<Detail::InvalidHandleTraits>(
+        return HandleOwner<Detail::InvalidHandleTraits>(
             CreateFileW(drive.Path().c_str(), FILE_LIST_DIRECTORY, allShares, nullptr, OPEN_EXISTING,
-                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr)));
-    }
-    void Read(Overlapped& operation)
-    {
-        EXPECT_TRUE(ReadDirectoryChangesW(operation.file.Get(), buffer, sizeof buffer, FALSE,
-                                          FILE_NOTIFY_CHANGE_FILE_NAME, nullptr, &operation.overlapped, nullptr));
-    }
-    /// What the log hears of the end.
-    static std::vector<std::string> LinesAtTheEndOf(std::unique_ptr<Overlapped> operation)
-    {
-        LogRecorder const recorder;
-        operation.reset();
-        return recorder.Lines();
+                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr));
     }
 
-    static constexpr DWORD allShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    std::size_t const descriptorsBefore = OpenDescriptors();
+    std::unique_ptr<Overlapped> Make() const { return std::make_unique<Overlapped>(OpenRoot()); }
+
+    void Begin(Overlapped& operation)
+    {
+        ASSERT_TRUE(ReadDirectoryChangesW(operation.file.Get(), buffer, sizeof buffer, FALSE,
+                                          FILE_NOTIFY_CHANGE_FILE_NAME, nullptr, &operation.overlapped, nullptr));
+    }
+
     TestDrive drive;
-    alignas(8) unsigned char buffer[256]{};
+    alignas(4) std::byte buffer[1024];
 };
+
+bool IsOpen(HANDLE handle)
+{
+    return CodeOf([=] { return CloseHandle(handle); }) != ERROR_INVALID_HANDLE;
+}
 
 } // namespace
 
-TEST_F(OverlappedReading, EndsBeforeItsOwnerHasGone)
+TEST(Event, IsSetAndWaitedFor)
 {
-    static_assert(std::is_standard_layout_v<OVERLAPPED> && offsetof(Overlapped, overlapped) == 0);
-    auto const linesWith = [](std::vector<std::string> inner)
+    struct
     {
-        std::vector<std::string> lines = {"trace: [ENTER]", "trace: [ENTER]"};
-        lines.insert(lines.end(), inner.begin(), inner.end());
-        lines.insert(lines.end(), {"trace: [EXIT]", "trace: [EXIT]"});
-        return lines;
-    };
-    EXPECT_EQ(LinesAtTheEndOf(Open()), linesWith({"info: Nothing to cancel"}));
-
-    auto running = Open();
-    Read(*running);
-    EXPECT_EQ(LinesAtTheEndOf(std::move(running)),
-              linesWith({"info: Operation Cancelled", "info: Done waiting for cancel"}));
-
-    auto over = Open();
-    Read(*over);
-    drive.Write("a");
-    EXPECT_EQ(over->event.WaitOrTimeout(10'000), EventWaitResult::signalled);
-    EXPECT_EQ(LinesAtTheEndOf(std::move(over)), linesWith({"info: Nothing to cancel"}));
-
-    auto unknown = Open();
-    Read(*unknown);
-    unusual = {.wait = {}, .failsToGetResult = true, .code = 31};
-    EXPECT_EQ(LinesAtTheEndOf(std::move(unknown)),
-              linesWith({"info: Operation Cancelled", "error: GetOverlappedResult failed. Error [31]."}));
-    unusual = {};
-
-    auto const none = [] { return HandleOwner<Detail::InvalidHandleTraits>(); };
-    EXPECT_EQ(LinesAtTheEndOf(std::make_unique<Overlapped>(none())),
-              linesWith({"error: CancelIoEx failed. Error [6]."}));
-    EXPECT_EQ(LinesAtTheEndOf(std::make_unique<Overlapped>(HandleOwner<Detail::InvalidHandleTraits>(nullptr))),
-              linesWith({"info: Handle is not valid or set"}));
-    EXPECT_EQ(OpenDescriptors(), descriptorsBefore);
+        bool manualReset;
+        EventWaitResult again;
+    } const cases[] = {{false, EventWaitResult::timedOut}, {true, EventWaitResult::signalled}};
+    for (auto const& each : cases)
+    {
+        Event event(L"", each.manualReset);
+        EXPECT_EQ(event.WaitOrTimeout(0), EventWaitResult::timedOut);
+        EXPECT_EQ(event.WaitOrTimeout(1), EventWaitResult::timedOut);
+        std::thread setting([&] { event.Set(); });
+        EXPECT_EQ(event.WaitOrTimeout(INFINITE), EventWaitResult::signalled);
+        setting.join();
+        EXPECT_EQ(event.WaitOrTimeout(0), each.again);
+    }
 }
 
-TEST_F(OverlappedReading, LogsUnderItsFunctions)
+TEST(Event, SharesItsNameIfItHasOne)
 {
-    LogRecorder const recorder;
-    Open().reset();
-    EXPECT_THAT(recorder.LinesWithFunction(), ElementsAre("Brindle::Vok::Overlapped::~Overlapped: [ENTER]",
-                                                          "Brindle::Vok::Overlapped::Cancel: [ENTER]",
-                                                          "Brindle::Vok::Overlapped::Cancel: Nothing to cancel",
-                                                          "Brindle::Vok::Overlapped::Cancel: [EXIT]",
-                                                          "Brindle::Vok::Overlapped::~Overlapped: [EXIT]"));
+    struct
+    {
+        wchar_t const* name;
+        EventWaitResult other;
+    } const cases[] = {{L"", EventWaitResult::timedOut}, {L"shared", EventWaitResult::signalled}};
+    for (auto const& each : cases)
+    {
+        Event first(each.name, false);
+        Event second(each.name, true);
+        first.Set();
+        EXPECT_EQ(second.WaitOrTimeout(0), each.other);
+    }
+}
+
+TEST(Event, ThrowsWhatThePlatformRefuses)
+{
+    OpenHandle const semaphore(CreateSemaphoreW(nullptr, 0, 1, L"semaphore"));
+    Event event(L"", true);
+    auto const waiting = [&](DWORD result)
+    {
+        return [&event, result]
+        {
+            waitResult = result;
+            SetLastError(5);
+            event.WaitOrTimeout(0);
+        };
+    };
+    struct
+    {
+        std::function<void()> call;
+        int code;
+        std::string function;
+        std::string text;
+    } const cases[] = {
+        {[] { Event(L"semaphore", true); }, 6, "Event", "Failed to create event"},
+        {waiting(WAIT_ABANDONED), 735, "WaitOrTimeout", "WaitForSingleObject abandoned"},
+        {waiting(WAIT_FAILED), 5, "WaitOrTimeout", "WaitForSingleObject failed"},
+        {waiting(0xFFFFFFFE), 5, "WaitOrTimeout", "WaitForSingleObject unexpected result [4294967294]"},
+        {[&] { CloseHandle(event.Handle()), event.Set(); }, 6, "Set", "SetEvent"},
+        {[&] { event.WaitOrTimeout(0); }, 6, "WaitOrTimeout", "WaitForSingleObject failed"},
+    };
+    for (auto const& each : cases)
+    {
+        auto const error = Thrown<WindowsError>(each.call);
+        waitResult.reset();
+        EXPECT_EQ(error.code().value(), each.code);
+        EXPECT_THAT(error.Message(),
+                    AllOf(HasSubstr(": Brindle::Vok::Event::" + each.function + " "),
+                          EndsWith(" (Windows Error " + std::to_string(each.code) + "). " + each.text)));
+    }
+}
+
+TEST_F(OverlappedTests, HaveTheirStateAtTheirAddress)
+{
+    auto const operation = Make();
+    EXPECT_EQ(static_cast<void*>(operation.get()), &operation->overlapped);
+    EXPECT_EQ(operation->overlapped.hEvent, operation->event.Handle());
+    EXPECT_EQ(operation->overlapped.Internal + operation->overlapped.InternalHigh, 0U);
+    SetEvent(operation->event.Handle());
+    EXPECT_EQ(operation->event.WaitOrTimeout(0), EventWaitResult::signalled);
+    EXPECT_EQ(operation->event.WaitOrTimeout(0), EventWaitResult::timedOut);
+}
+
+TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
+{
+    auto const begin = [this](Overlapped& operation) { Begin(operation); };
+    std::thread ending;
+    auto const endNormally = [&]
+    {
+        ending = std::thread(
+            [&]
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                drive.Write("made");
+            });
+        return TRUE;
+    };
+    struct
+    {
+        char const* description;
+        std::function<void(Overlapped&)> prepare;
+        std::function<BOOL()> cancel;
+        std::function<BOOL()> getResult;
+        std::vector<std::pair<std::string, std::string>> lines;
+    } const cases[] = {
+        {"nothing in flight", [](Overlapped&) {}, {}, FailUnexpectedly, {{"info", "Nothing to cancel"}}},
+        {"in flight", begin, {}, {}, {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
+        {"over",
+         [&](Overlapped& operation)
+         {
+             Begin(operation);
+             drive.Write("made before");
+             EXPECT_EQ(operation.event.WaitOrTimeout(60'000), EventWaitResult::signalled);
+         },
+         {},
+         FailUnexpectedly,
+         {{"info", "Nothing to cancel"}}},
+        {"over during the cancel", begin, endNormally, {}, {{"info", "Operation Cancelled"}}},
+        {"gone after the cancel",
+         begin,
+         {},
+         FailingWith(1168),
+         {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
+        {"failed after the cancel",
+         begin,
+         {},
+         FailingWith(4'000'000'000),
+         {{"info", "Operation Cancelled"}, {"error", "GetOverlappedResult failed. Error [4000000000]."}}},
+        {"not cancelled", begin, FailingWith(87), FailUnexpectedly, {{"error", "CancelIoEx failed. Error [87]."}}},
+        {"null",
+         [](Overlapped& operation) { operation.file = HandleOwner<Detail::InvalidHandleTraits>(nullptr); },
+         FailUnexpectedly,
+         FailUnexpectedly,
+         {{"info", "Handle is not valid or set"}}},
+        {"invalid",
+         [](Overlapped& operation) { operation.file.Reset(); },
+         {},
+         FailUnexpectedly,
+         {{"error", "CancelIoEx failed. Error [6]."}}},
+    };
+    for (auto const& each : cases)
+    {
+        SCOPED_TRACE(each.description);
+        auto operation = Make();
+        each.prepare(*operation);
+        HANDLE const file = operation->file.Get();
+        HANDLE const event = operation->event.Handle();
+        std::vector<std::string> lines;
+        SubscriptionForLogCallbacks const subscription(
+            [&](LogStatement const& statement)
+            {
+                lines.push_back(ToStringA(statement.severity) + ' ' + statement.function + ": " + statement.message);
+                EXPECT_NE(WaitForSingleObject(event, 0), WAIT_FAILED) << "is closed before the scope ends";
+            },
+            VokLogSeverity::trace);
+        cancel = each.cancel;
+        getResult = each.getResult;
+        operation.reset();
+        cancel = getResult = nullptr;
+
+        std::string const prefix = " Brindle::Vok::Overlapped::";
+        std::vector<std::string> expected{"trace" + prefix + "~Overlapped: [ENTER]",
+                                          "trace" + prefix + "Cancel: [ENTER]"};
+        for (auto const& [severity, message] : each.lines)
+            expected.push_back(severity + prefix + "Cancel: " + message);
+        expected.push_back("trace" + prefix + "Cancel: [EXIT]");
+        expected.push_back("trace" + prefix + "~Overlapped: [EXIT]");
+        EXPECT_EQ(lines, expected);
+        EXPECT_FALSE(IsOpen(file));
+        EXPECT_FALSE(IsOpen(event));
+    }
+    ending.join();
+}
+
+TEST_F(OverlappedTests, CloseTheFileWhenTheyGetNoEvent)
+{
+    auto file = OpenRoot();
+    HANDLE const handle = file.Get();
+    createEvent = [](LPCWSTR name)
+    {
+        EXPECT_EQ(name, nullptr);
+        SetLastError(8);
+        return nullptr;
+    };
+    auto const error = Thrown<WindowsError>([&] { Overlapped(std::move(file)); });
+    createEvent = nullptr;
+    EXPECT_EQ(error.code().value(), 8);
+    EXPECT_FALSE(IsOpen(handle));
 }

@@ -10,6 +10,7 @@
 #include <array>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -23,142 +24,42 @@ namespace
 // Guards all signals and who waits for them.
 constinit std::mutex mutex;
 
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+// Another one in each child: its copies of the signals' lists have places of threads that only the parent has.
+constinit unsigned currentProcess = 0;
 
-} // namespace
+// What wakes a thread from a poll. Each thread has its own, from its first poll to its end; negative before.
+constinit thread_local int alarm = -1;
 
-// A thread that waits, asleep or in a poll of descriptors.
-class Waiter
+void CloseAlarm() noexcept
 {
-public:
-    // With the lock.
-    void Wake() noexcept
+    if (alarm >= 0)
+        SystemCalls::Close(std::exchange(alarm, -1));
+}
+
+// Negative with errno set when there is none.
+int OpenAlarm() noexcept
+{
+    struct Owner
     {
-        isWoken = true;
-        if (alarm < 0)
-            wakes.notify_one();
-        else
-        {
-            std::uint64_t const one = 1;
-            SystemCalls::Write(alarm, &one, sizeof one);
-        }
-    }
-
-    std::condition_variable wakes;
-    // What a thread in a poll is woken by.
-    int alarm = -1;
-    bool isWoken = false;
-};
-
-void Signal::Set() noexcept
-{
-    std::lock_guard const lock(mutex);
-    count = 1;
-    WakeAll();
-}
-
-void Signal::Reset() noexcept
-{
-    std::lock_guard const lock(mutex);
-    count = 0;
-}
-
-bool Signal::Add(LONG more, LONG& previous) noexcept
-{
-    std::lock_guard const lock(mutex);
-    previous = count;
-    if (more > most - count)
-        return false;
-    count += more;
-    WakeAll();
-    return true;
-}
-
-bool Signal::Attach(std::shared_ptr<PendingOperation> operation) noexcept
-{
-    return WithoutThrowing(
-        [&]
-        {
-            std::lock_guard const lock(mutex);
-            operations.push_back(std::move(operation));
-            WakeAll(); // they have one more descriptor to poll
-            return true;
-        });
-}
-
-void Signal::Detach(PendingOperation const& operation) noexcept
-{
-    std::shared_ptr<PendingOperation> detached; // may be the last one; it goes without the lock
-    std::lock_guard const lock(mutex);
-    auto const found = std::ranges::find(operations, &operation, &std::shared_ptr<PendingOperation>::get);
-    if (found == operations.end())
-        return;
-    detached = std::move(*found);
-    operations.erase(found);
-}
-
-void Signal::Enter(Place& place, Waiter& waiter) noexcept
-{
-    place.waiter = &waiter;
-    place.previous = nullptr;
-    place.next = std::exchange(first, &place);
-    if (place.next)
-        place.next->previous = &place;
-}
-
-void Signal::Leave(Place& place) noexcept
-{
-    (place.previous ? place.previous->next : first) = place.next;
-    if (place.next)
-        place.next->previous = place.previous;
-}
-
-// Each looks for itself what it gets: which of several it can take is its own matter.
-void Signal::WakeAll() noexcept
-{
-    for (Place* place = first; place; place = place->next)
-        place->waiter->Wake();
-}
-
-namespace
-{
-
-// What wakes a thread from a poll. Each thread has its own, from its first poll to its end.
-class Alarm
-{
-public:
-    ~Alarm() { Close(); }
-
-    // Negative with errno set when there is none.
-    int Open() noexcept
+        ~Owner() { CloseAlarm(); }
+    };
+    if (alarm < 0)
     {
-        if (descriptor < 0)
-            descriptor = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        return descriptor;
+        static thread_local Owner const owner;
+        alarm = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
     }
+    return alarm;
+}
 
-    void Quieten() const noexcept
-    {
-        std::uint64_t count;
-        SystemCalls::Read(descriptor, &count, sizeof count);
-    }
-
-    void Close() noexcept
-    {
-        if (descriptor >= 0)
-            SystemCalls::Close(std::exchange(descriptor, -1));
-    }
-
-private:
-    int descriptor = -1;
-};
-
-thread_local Alarm alarm;
-
-// The parent's thread would be woken in its place.
-[[maybe_unused]] int const hasItsOwnInChild = pthread_atfork(nullptr, nullptr, [] { alarm.Close(); });
+// A child has only the thread that made it, and nobody to unlock what another thread had locked. To wake from an alarm
+// of before would be to wake the parent's thread.
+[[maybe_unused]] int const keepsOrderInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
+                                                              []
+                                                              {
+                                                                  ++currentProcess;
+                                                                  CloseAlarm();
+                                                                  mutex.unlock();
+                                                              });
 
 timespec TimeUntil(std::chrono::nanoseconds until) noexcept
 {
@@ -180,19 +81,50 @@ public:
 
     DWORD Run() noexcept
     {
-        for (bool hasPolled = false;;)
+        std::unique_lock lock(mutex);
+        Notice();
+        if (result)
+            return *result;
+        Presence const presence(*this);
+        for (bool hasPolled = false; !result;)
         {
-            std::unique_lock lock(mutex);
             std::size_t const ready = FirstReady();
             bool const isOver = deadline == std::chrono::nanoseconds(0) || (hasSlept && TimeNow() >= deadline);
             bool const mayEnd = ready != signals.size() || isOver;
-            // Operations that come before what is ready may have ended, only that nobody has looked yet.
-            if (mayEnd && (hasPolled || !HasOperations(ready)))
-                return ready != signals.size() ? Take(ready) : WAIT_TIMEOUT;
-            if (HasOperations(ready) ? !Poll(lock, ready, mayEnd) : !Sleep(lock))
-                return WAIT_FAILED;
+            if (HasOperations(ready) && !(mayEnd && hasPolled))
+                Poll(lock, ready, mayEnd);
+            else if (mayEnd)
+                End(ready);
+            else
+                Sleep(lock);
             hasPolled = mayEnd;
         }
+        return *result;
+    }
+
+    // With the lock, when a signal may have been set.
+    void Notice() noexcept
+    {
+        std::size_t const ready = FirstReady();
+        if (result || ready == signals.size())
+            return;
+        // Operations that come before what is ready may have ended, only that nobody has looked yet.
+        if (!HasOperations(ready))
+            End(ready);
+        Wake();
+    }
+
+    // With the lock.
+    void Wake() noexcept
+    {
+        isWoken = true;
+        if (isPolling)
+        {
+            std::uint64_t const one = 1;
+            SystemCalls::Write(alarmDescriptor, &one, sizeof one);
+        }
+        else
+            wakes.notify_one();
     }
 
 private:
@@ -211,58 +143,74 @@ private:
                                    { return !signal->IsSet() && !signal->operations.empty(); });
     }
 
-    DWORD Take(std::size_t ready) const noexcept
+    void End(std::size_t ready) noexcept
     {
+        if (ready == signals.size())
+        {
+            result = WAIT_TIMEOUT;
+            return;
+        }
         for (std::size_t at = ready; at < (all ? signals.size() : ready + 1); ++at)
             signals[at]->Take();
-        return WAIT_OBJECT_0 + static_cast<DWORD>(ready);
+        result = WAIT_OBJECT_0 + static_cast<DWORD>(ready);
     }
 
-    bool Sleep(std::unique_lock<std::mutex>& lock) noexcept
+    // Unless it has ended otherwise.
+    void Fail(DWORD code) noexcept
     {
-        Waiter waiter;
-        Presence const presence(signals, waiter);
-        auto const isWoken = [&waiter] { return waiter.isWoken; };
+        if (result)
+            return;
+        FailWith(code);
+        result = WAIT_FAILED;
+    }
+
+    void Sleep(std::unique_lock<std::mutex>& lock) noexcept
+    {
+        isWoken = false;
+        auto const hasBeenWoken = [this] { return isWoken; };
         if (deadline == PendingOperation::never)
-            waiter.wakes.wait(lock, isWoken);
+            wakes.wait(lock, hasBeenWoken);
         else
-            waiter.wakes.wait_until(lock, std::chrono::steady_clock::time_point(deadline), isWoken);
+            wakes.wait_until(lock, std::chrono::steady_clock::time_point(deadline), hasBeenWoken);
         hasSlept = true;
-        return true;
     }
 
     // Waits for the operations and for the signals, or only looks, and lets the operations do what they can.
-    bool Poll(std::unique_lock<std::mutex>& lock, std::size_t before, bool onlyLooks) noexcept
+    void Poll(std::unique_lock<std::mutex>& lock, std::size_t before, bool onlyLooks) noexcept
     {
         Operations operations;
         if (!operations.Collect(signals.first(before)))
-            return FailWith(ERROR_NO_SYSTEM_RESOURCES);
-        Waiter waiter;
-        if (!PrepareToWait())
-            return false;
-        waiter.alarm = alarm.Open();
+            return Fail(ERROR_NO_SYSTEM_RESOURCES);
+        alarmDescriptor = OpenAlarm();
+        if (alarmDescriptor < 0)
+            return Fail(CodeFromHost(errno));
+        isWoken = false;
+        isPolling = true;
+        lock.unlock();
+        int const error = operations.Poll(alarmDescriptor, onlyLooks ? std::chrono::nanoseconds(0) : deadline);
+        lock.lock();
+        isPolling = false;
+        if (isWoken)
         {
-            Presence const presence(signals, waiter);
-            lock.unlock();
-            operations.Poll(waiter.alarm, onlyLooks ? std::chrono::nanoseconds(0) : deadline);
-            lock.lock();
+            std::uint64_t count;
+            SystemCalls::Read(alarmDescriptor, &count, sizeof count);
         }
-        if (waiter.isWoken)
-            alarm.Quieten();
+        hasSlept = true;
+        if (error != 0)
+            return Fail(CodeFromHost(error));
         lock.unlock();
         operations.Advance();
-        hasSlept = true;
-        return true;
+        lock.lock();
     }
 
-    // A thread among those that wait for some signals. Comes and goes with the lock.
+    // A wait among those for some signals. Comes and goes with the lock.
     class Presence
     {
     public:
-        Presence(std::span<Signal* const> signals, Waiter& waiter) noexcept : signals(signals)
+        explicit Presence(Wait& wait) noexcept : signals(wait.signals)
         {
             for (std::size_t at = 0; at < signals.size(); ++at)
-                signals[at]->Enter(places[at], waiter);
+                signals[at]->Enter(places[at], wait);
         }
         ~Presence()
         {
@@ -296,23 +244,30 @@ private:
             return true;
         }
 
-        void Poll(int alarmDescriptor, std::chrono::nanoseconds until) noexcept
+        // Gives an errno, 0 for none.
+        int Poll(int alarmToHear, std::chrono::nanoseconds until) noexcept
         {
             for (std::size_t at = 0; at < count; ++at)
                 until = std::min(until, each[at]->Due());
-            descriptors[count] = {alarmDescriptor, POLLIN, 0};
-            timespec const time = TimeUntil(until);
-            if (SystemCalls::Poll(descriptors.data(), count + 1, until == PendingOperation::never ? nullptr : &time) <
-                0)
-                for (std::size_t at = 0; at < count; ++at)
-                    descriptors[at].revents = 0; // interrupted
+            descriptors[count] = {alarmToHear, POLLIN, 0};
+            auto const poll = [&]
+            {
+                timespec const time = TimeUntil(until);
+                return SystemCalls::Poll(descriptors.data(), count + 1,
+                                         until == PendingOperation::never ? nullptr : &time);
+            };
+            return Uninterrupted(poll) < 0 ? errno : 0;
         }
 
+        // Without the lock, also because this may let go of the last ones.
         void Advance() noexcept
         {
             for (std::size_t at = 0; at < count; ++at)
-                if (descriptors[at].revents != 0 || each[at]->Due() != PendingOperation::never)
-                    each[at]->Advance();
+            {
+                auto const operation = std::move(each[at]);
+                if (descriptors[at].revents != 0 || operation->Due() != PendingOperation::never)
+                    operation->Advance();
+            }
         }
 
     private:
@@ -325,11 +280,93 @@ private:
     bool all;
     std::chrono::nanoseconds deadline;
     bool hasSlept = false;
+    // Filled in by who ends the wait: the thread itself or one that sets a signal.
+    std::optional<DWORD> result;
+    std::condition_variable wakes;
+    int alarmDescriptor = -1;
+    bool isPolling = false;
+    bool isWoken = false;
 };
 
 bool PrepareToWait() noexcept
 {
-    return alarm.Open() >= 0 || FailWithHost(errno);
+    return OpenAlarm() >= 0 || FailWithHost(errno);
+}
+
+void Signal::Set() noexcept
+{
+    std::lock_guard const lock(mutex);
+    count = 1;
+    LetThrough();
+}
+
+void Signal::Reset() noexcept
+{
+    std::lock_guard const lock(mutex);
+    count = 0;
+}
+
+bool Signal::Add(LONG more, LONG& previous) noexcept
+{
+    std::lock_guard const lock(mutex);
+    previous = count;
+    if (more > most - count)
+        return false;
+    count += more;
+    LetThrough();
+    return true;
+}
+
+bool Signal::Attach(std::shared_ptr<PendingOperation> operation) noexcept
+{
+    return WithoutThrowing(
+        [&]
+        {
+            std::lock_guard const lock(mutex);
+            operations.push_back(std::move(operation));
+            ForgetOtherProcess();
+            for (Place const* place = first; place; place = place->next)
+                place->wait->Wake(); // it has one more descriptor to poll
+            return true;
+        });
+}
+
+void Signal::Detach(PendingOperation const& operation) noexcept
+{
+    std::shared_ptr<PendingOperation> detached; // may be the last one; it goes without the lock
+    std::lock_guard const lock(mutex);
+    auto const found = std::ranges::find(operations, &operation, &std::shared_ptr<PendingOperation>::get);
+    if (found == operations.end())
+        return;
+    detached = std::move(*found);
+    operations.erase(found);
+}
+
+void Signal::Enter(Place& place, Wait& wait) noexcept
+{
+    ForgetOtherProcess();
+    place = {&wait, last, nullptr};
+    (last ? last->next : first) = &place;
+    last = &place;
+}
+
+void Signal::Leave(Place& place) noexcept
+{
+    (place.previous ? place.previous->next : first) = place.next;
+    (place.next ? place.next->previous : last) = place.previous;
+}
+
+void Signal::LetThrough() noexcept
+{
+    ForgetOtherProcess();
+    for (Place const* place = first; place && IsSet(); place = place->next)
+        place->wait->Notice();
+}
+
+void Signal::ForgetOtherProcess() noexcept
+{
+    if (std::exchange(process, currentProcess) != currentProcess)
+        first = last = nullptr;
 }
 
 DWORD WaitForSignals(std::span<Signal* const> signals, bool all, std::chrono::nanoseconds deadline) noexcept

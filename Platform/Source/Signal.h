@@ -1,5 +1,6 @@
 // What threads wait for: events and semaphores. One lock guards all of them, so that a wait for several sees all in one
-// state.
+// state. Who sets a signal ends the waits that can end because of it, the oldest first: each setting of an event that
+// resets itself lets one wait through, also when the next one follows before anybody has woken up.
 //
 // A signal may be the end of an operation on a descriptor. Nobody waits for that descriptor but the threads that wait
 // for the signal: they poll it, and let the operation take what has come, which may signal.
@@ -32,7 +33,7 @@ public:
     virtual void Advance() noexcept = 0;
 };
 
-class Waiter;
+class Wait;
 
 class Signal
 {
@@ -60,10 +61,10 @@ public:
 private:
     friend class Wait; // and its parts
 
-    /// The place of one waiting thread in a signal's list.
+    /// The place of one wait in a signal's list.
     struct Place
     {
-        Waiter* waiter;
+        Wait* wait;
         Place* previous;
         Place* next;
     };
@@ -75,14 +76,17 @@ private:
         if (type != Type::manualReset)
             --count;
     }
-    void Enter(Place& place, Waiter& waiter) noexcept;
+    void Enter(Place& place, Wait& wait) noexcept;
     void Leave(Place& place) noexcept;
-    void WakeAll() noexcept;
+    void LetThrough() noexcept;
+    void ForgetOtherProcess() noexcept;
 
     Type const type;
     LONG count;
     LONG const most;
+    unsigned process = 0;
     Place* first = nullptr;
+    Place* last = nullptr;
     std::vector<std::shared_ptr<PendingOperation>> operations;
 };
 
