@@ -62,35 +62,28 @@ bool ResultOf(OVERLAPPED& overlapped, DWORD& transferred) noexcept
     return status == 0 || FailWith(static_cast<DWORD>(status & 0xFFFF));
 }
 
-// Also lets a reading take what has come, so that one who only asks now and then gets to know.
-bool WaitForEnd(FileObject const* file, OVERLAPPED& overlapped, std::chrono::nanoseconds deadline) noexcept
+// Without the file, which may be closed meanwhile: that ends its operations.
+bool WaitForSignalOf(DirectoryWatch const* watch, OVERLAPPED const& overlapped) noexcept
 {
-    while (!HasEnded(overlapped))
-    {
-        std::shared_ptr<DirectoryWatch> const watch = file ? WatchOf(*file) : nullptr;
-        if (deadline == std::chrono::nanoseconds(0))
-        {
-            if (watch)
-                watch->Advance();
-            return HasEnded(overlapped) || FailWith(ERROR_IO_INCOMPLETE);
-        }
-        if (overlapped.hEvent ? WaitForSingleObject(overlapped.hEvent, INFINITE) == WAIT_FAILED : !watch)
-            return overlapped.hEvent ? false : FailWith(ERROR_INVALID_HANDLE);
-        if (!overlapped.hEvent)
-        {
-            Signal* const done = watch->Done().get();
-            if (WaitForSignals({&done, 1}, false, deadline) == WAIT_FAILED)
-                return false;
-        }
-    }
-    return true;
+    if (overlapped.hEvent)
+        return WaitForSingleObject(overlapped.hEvent, INFINITE) != WAIT_FAILED;
+    if (!watch)
+        return FailWith(ERROR_INVALID_HANDLE);
+    Signal* const done = watch->Done().get();
+    return WaitForSignals({&done, 1}, false, PendingOperation::never) != WAIT_FAILED;
 }
 
-bool Read(FileObject& file, ChangeReading reading, DWORD filter) noexcept
+// As the platform does: once the event is set it looks, whoever may have set it. Who only asks lets the reading take what
+// has come.
+bool WaitForEnd(DirectoryWatch* watch, OVERLAPPED& overlapped, bool waits) noexcept
 {
-    // Who reads is likely to wait, and had better know now if it can't.
-    std::shared_ptr<DirectoryWatch> const watch = PrepareToWait() ? WatchOrMake(file, filter) : nullptr;
-    return watch && watch->Begin(std::move(reading));
+    if (HasEnded(overlapped))
+        return true;
+    if (waits && !WaitForSignalOf(watch, overlapped))
+        return false;
+    if (watch && !HasEnded(overlapped))
+        watch->Advance();
+    return HasEnded(overlapped) || FailWith(ERROR_IO_INCOMPLETE);
 }
 
 } // namespace
@@ -107,7 +100,7 @@ using namespace Brindle::Vok::Platform;
 BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD size, BOOL subtree, DWORD filter, LPDWORD transferred,
                            LPOVERLAPPED overlapped, LPOVERLAPPED_COMPLETION_ROUTINE completion) noexcept
 {
-    auto const file = HandleTable::Find<FileObject>(directory);
+    auto file = HandleTable::Find<FileObject>(directory);
     if (!file)
         return FALSE;
     if (DWORD const code = CodeAgainst(*file, buffer, subtree, filter, overlapped, completion))
@@ -121,12 +114,15 @@ BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD size, BOOL sub
             return FailWith(ERROR_INVALID_HANDLE);
         reading.signal = event->signal;
     }
-    if (!Read(*file, std::move(reading), filter))
+    // Who reads is likely to wait, and had better know now if it can't.
+    std::shared_ptr<DirectoryWatch> const watch = PrepareToWait() ? WatchOrMake(*file, filter) : nullptr;
+    if (!watch || !watch->Begin(std::move(reading)))
         return FALSE;
     if (overlapped)
         return TRUE;
+    file = {};
     DWORD unwanted;
-    return WaitForEnd(&*file, own, PendingOperation::never) && ResultOf(own, transferred ? *transferred : unwanted);
+    return WaitForEnd(watch.get(), own, true) && ResultOf(own, transferred ? *transferred : unwanted);
 }
 
 BOOL CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept
@@ -142,11 +138,12 @@ BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferr
 {
     if (!overlapped || !transferred)
         return FailWith(ERROR_INVALID_PARAMETER);
-    auto const deadline = wait ? PendingOperation::never : std::chrono::nanoseconds(0);
     if (!HasEnded(*overlapped))
     {
-        auto const found = HandleTable::Find<FileObject>(file);
-        if (!WaitForEnd(found ? &*found : nullptr, *overlapped, deadline))
+        std::shared_ptr<DirectoryWatch> watch;
+        if (auto const found = HandleTable::Find<FileObject>(file))
+            watch = WatchOf(*found);
+        if (!WaitForEnd(watch.get(), *overlapped, wait != FALSE))
             return FALSE;
     }
     return ResultOf(*overlapped, *transferred);

@@ -159,12 +159,11 @@ void DirectoryMonitorImpl::Run() noexcept
     {
         startupException = std::current_exception();
     }
-    bool const isStarted = !startupException; // the caller may take the exception as soon as it may go on
+    bool goesOn = !startupException; // the caller may take the exception as soon as it may go on
     started.Set();
-    if (!isStarted)
-        return;
-    handles.push_back(stop.Handle()); // last, so that directories go first when both are ready; hence the poll below
-    while (stop.WaitOrTimeout(0) != EventWaitResult::signalled)
+    if (goesOn)
+        handles.push_back(stop.Handle()); // last: directories go first when both are ready, so it is also polled
+    while (goesOn && stop.WaitOrTimeout(0) != EventWaitResult::signalled)
     {
         try
         {
@@ -172,16 +171,18 @@ void DirectoryMonitorImpl::Run() noexcept
             DWORD const first = WaitForMultipleObjects(count, handles.data(), FALSE, INFINITE);
             if (first >= count)
                 VOK_THROW_LAST_ERROR(L"Unexpected WaitForMultipleObjects exit code {}", first);
-            if (first == count - 1)
-                return;
-            infos[first]->ProcessNotifications(callback);
+            goesOn = first != count - 1;
+            if (goesOn)
+                infos[first]->ProcessNotifications(callback);
         }
         catch (std::exception const& exception)
         {
             VOK_LOG(error, "Exception [{}] in directory monitor thread proc, exiting", exception.what());
-            return;
+            goesOn = false;
         }
     }
+    for (std::unique_ptr<DirInfo>& info : infos) // in this order, which a vector doesn't promise
+        info.reset();
 }
 
 std::unique_ptr<DirInfo> DirectoryMonitorImpl::MakeDirInfo(Path directory, bool subtree, DWORD filter)

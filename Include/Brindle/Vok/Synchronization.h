@@ -39,6 +39,9 @@ public:
             VOK_THROW_LAST_ERROR("Failed to create event");
     }
 
+    Event(Event const&) = delete;
+    Event& operator=(Event const&) = delete;
+
     /// Throws WindowsError.
     void Set()
     {
@@ -46,10 +49,13 @@ public:
             VOK_THROW_LAST_ERROR("SetEvent");
     }
 
-    /// Waits for at most so many milliseconds; INFINITE for as long as it takes. Throws WindowsError.
+    /// Waits for at most so many milliseconds, of which the platform counts up to INFINITE - 1; INFINITE for as long as
+    /// it takes. Throws WindowsError.
     EventWaitResult WaitOrTimeout(unsigned long milliseconds)
     {
-        DWORD const result = WaitForSingleObject(handle.Get(), static_cast<DWORD>(milliseconds));
+        bool const isCounted = milliseconds <= INFINITE;
+        DWORD const result =
+            WaitForSingleObject(handle.Get(), isCounted ? static_cast<DWORD>(milliseconds) : INFINITE - 1);
         switch (result)
         {
         case WAIT_OBJECT_0:

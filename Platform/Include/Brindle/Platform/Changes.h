@@ -68,8 +68,8 @@ extern "C"
     VOK_PLATFORM_EXPORT BOOL WINAPI CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept;
 
     /// How an operation ended, and the bytes that it moved. FALSE with its code if it failed, and with
-    /// ERROR_IO_INCOMPLETE if it is going on and `wait` is FALSE; otherwise this waits, for the operation's event if it
-    /// has one. Closing the handle ends its operations with 0 bytes.
+    /// ERROR_IO_INCOMPLETE if it is going on; with `wait` this waits before, for the operation's event if it has one,
+    /// which nobody else should set meanwhile. Closing the handle ends its operations with 0 bytes.
     VOK_PLATFORM_EXPORT BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred,
                                                         BOOL wait) noexcept;
 }
