@@ -104,65 +104,170 @@ std::span<std::byte> ChangeQueue::FreeSpace() noexcept
 ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chrono::nanoseconds now,
                                        bool isComplete) noexcept
 {
-    if (IsAllHeld(now))
-    {
-        Compact();
-        return Outcome::held;
-    }
     due = std::chrono::nanoseconds::max();
     Writer writer(buffer, size);
-    std::size_t const first = begin;
-    auto const finish = [&](Outcome otherwise)
+    Outcome outcome = TakeInOrder(writer, BeginOfModifications(), now, isComplete);
+    if (outcome == Outcome::nothing)
+        outcome = TakeModifications(writer, now);
+    if (outcome == Outcome::overflow && writer.IsEmpty())
+        return outcome;
+    written = writer.Written();
+    return writer.IsEmpty() ? outcome : Outcome::records;
+}
+
+// Behind the last event that isn't of a modification.
+std::size_t ChangeQueue::BeginOfModifications() const noexcept
+{
+    std::size_t last = begin;
+    for (std::size_t place = begin; place != end;)
     {
-        written = writer.Written();
-        return writer.IsEmpty() ? otherwise : Outcome::records;
-    };
-    while (begin != end)
+        inotify_event const& event = EventAt(place);
+        DWORD const action = ActionOf(event);
+        place = Behind(event, place);
+        if (IsLast(event) || (event.mask & IN_Q_OVERFLOW) != 0 ||
+            (action != noAction && action != FILE_ACTION_MODIFIED))
+            last = place;
+    }
+    return last;
+}
+
+// Nothing is held here, because it may not be told behind what follows. Outcome::nothing when all is written.
+ChangeQueue::Outcome ChangeQueue::TakeInOrder(Writer& writer, std::size_t until, std::chrono::nanoseconds now,
+                                              bool isComplete) noexcept
+{
+    std::size_t const first = begin;
+    ++stretch;
+    while (begin != until)
     {
         inotify_event const& event = EventAt(begin);
         std::size_t const next = Behind(event, begin);
+        DWORD const action = ActionOf(event);
+        bool fits = true;
         if ((event.mask & IN_Q_OVERFLOW) != 0)
         {
             if (writer.IsEmpty())
                 begin = next;
-            return finish(Outcome::overflow);
+            return Outcome::overflow;
         }
         if (IsLast(event))
-            return finish(Outcome::lost);
-        DWORD const action = ActionOf(event);
-        bool fits = true;
-        if (action == FILE_ACTION_MODIFIED && !ComesAgain(event, next))
-        {
-            fits = writer.Append({{action, NameOf(event)}});
-            if (fits)
-                Told(NameOf(event), now);
-        }
-        else if (action == FILE_ACTION_RENAMED_OLD_NAME)
+            return Outcome::lost;
+        if (action == FILE_ACTION_MODIFIED)
+            fits = IsSeen(begin, begin) || Write(writer, event, action, now);
+        else if (action != noAction)
+            ++stretch;
+        if (action == FILE_ACTION_RENAMED_OLD_NAME)
         {
             bool mayCome = !isComplete || begin != first;
             inotify_event* const other = OtherHalf(event, next, mayCome);
             if (!other && mayCome)
-                return finish(Outcome::incomplete);
+                return Outcome::incomplete;
             fits = other ? writer.Append({{action, NameOf(event)}, {FILE_ACTION_RENAMED_NEW_NAME, NameOf(*other)}})
                          : writer.Append({{FILE_ACTION_REMOVED, NameOf(event)}});
             if (fits && other)
                 other->mask = 0; // told already
         }
-        else if (action != FILE_ACTION_MODIFIED && action != noAction)
+        else if (action == FILE_ACTION_ADDED || action == FILE_ACTION_REMOVED)
             fits = writer.Append({{action, NameOf(event)}});
         if (!fits && writer.IsEmpty())
             DropAll(); // as the platform does with a buffer that is too small
         if (!fits)
-            return finish(Outcome::overflow);
+            return Outcome::overflow;
         begin = next;
     }
-    return finish(Outcome::nothing);
+    return Outcome::nothing;
+}
+
+ChangeQueue::Outcome ChangeQueue::TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept
+{
+    Merge();
+    // Where too many are held for any more to be read, they are told early.
+    bool const mayHold = sizeof bytes - (end - begin) >= sizeof(inotify_event) + NAME_MAX + 1;
+    bool fits = true;
+    std::size_t kept = begin;
+    for (std::size_t place = begin; place != end;)
+    {
+        inotify_event const& event = EventAt(place);
+        std::size_t const next = Behind(event, place);
+        std::chrono::nanoseconds const heldUntil = ModificationOf(NameOf(event)).heldUntil;
+        bool const isHeld = mayHold && heldUntil > now;
+        if (isHeld)
+            due = std::min(due, heldUntil);
+        fits = fits && (isHeld || Write(writer, event, FILE_ACTION_MODIFIED, now));
+        if (isHeld || !fits)
+            Move(place, kept);
+        place = next;
+    }
+    end = kept;
+    if (fits)
+        return begin == end ? Outcome::nothing : Outcome::held;
+    if (writer.IsEmpty())
+        DropAll();
+    return Outcome::overflow;
+}
+
+bool ChangeQueue::Write(Writer& writer, inotify_event const& event, DWORD action, std::chrono::nanoseconds now) noexcept
+{
+    bool const fits = writer.Append({{action, NameOf(event)}});
+    if (fits)
+        ModificationOf(NameOf(event)).heldUntil = now + timeBetweenModifications;
+    return fits;
+}
+
+// Leaves one event of each file that wasn't written in this stretch, and nothing that isn't told.
+void ChangeQueue::Merge() noexcept
+{
+    std::size_t kept = begin;
+    for (std::size_t place = begin; place != end;)
+    {
+        std::size_t const next = Behind(EventAt(place), place);
+        if (ActionOf(EventAt(place)) == FILE_ACTION_MODIFIED && !IsSeen(place, kept))
+            Move(place, kept);
+        place = next;
+    }
+    end = kept;
+}
+
+void ChangeQueue::Move(std::size_t from, std::size_t& to) noexcept
+{
+    std::size_t const size = Behind(EventAt(from), from) - from;
+    std::memmove(bytes + to, bytes + from, size);
+    to += size;
 }
 
 void ChangeQueue::DropAll() noexcept
 {
     while (begin != end && !IsLast(EventAt(begin)))
         begin = Behind(EventAt(begin), begin);
+}
+
+// Whether the file was seen in this stretch; from now on it was, at the new place.
+bool ChangeQueue::IsSeen(std::size_t place, std::size_t newPlace) noexcept
+{
+    std::string_view const name = NameOf(EventAt(place));
+    Modification& known = ModificationOf(name);
+    if (known.stretch == stretch && NameOf(EventAt(known.place)) == name)
+        return true;
+    known.stretch = stretch;
+    known.place = static_cast<std::uint32_t>(newPlace);
+    return false;
+}
+
+// May forget another one for it, which is told more often then.
+ChangeQueue::Modification& ChangeQueue::ModificationOf(std::string_view name) noexcept
+{
+    constexpr std::size_t neighbours = 8;
+    std::size_t const hash = std::hash<std::string_view>()(name);
+    Modification* oldest = nullptr;
+    for (std::size_t i = 0; i < neighbours; ++i)
+    {
+        Modification& each = modifications[(hash + i) % modifications.size()];
+        if (each.name == hash)
+            return each;
+        if (!oldest || each.heldUntil < oldest->heldUntil)
+            oldest = &each;
+    }
+    *oldest = {hash, {}, 0, 0};
+    return *oldest;
 }
 
 bool ChangeQueue::IsLast(inotify_event const& event) const noexcept
@@ -204,74 +309,6 @@ inotify_event* ChangeQueue::OtherHalf(inotify_event const& first, std::size_t pl
         break;
     }
     return nullptr;
-}
-
-// One telling is enough for writes behind which there is another one, as long as nothing else happened in between.
-bool ChangeQueue::ComesAgain(inotify_event const& event, std::size_t place) const noexcept
-{
-    constexpr int mostToCompare = 64;
-    for (int i = 0; i < mostToCompare && place != end; ++i, place = Behind(EventAt(place), place))
-    {
-        inotify_event const& later = EventAt(place);
-        if ((later.mask & (nameEvents | lastEvents | IN_Q_OVERFLOW)) != 0)
-            return false;
-        if (ActionOf(later) == FILE_ACTION_MODIFIED && NameOf(later) == NameOf(event))
-            return true;
-    }
-    return false;
-}
-
-bool ChangeQueue::IsAllHeld(std::chrono::nanoseconds now) noexcept
-{
-    due = std::chrono::nanoseconds::max();
-    for (std::size_t place = begin; place != end; place = Behind(EventAt(place), place))
-    {
-        inotify_event const& event = EventAt(place);
-        std::chrono::nanoseconds const until =
-            ActionOf(event) == FILE_ACTION_MODIFIED ? HeldUntil(NameOf(event)) : std::chrono::nanoseconds(0);
-        bool const isOfInterest = ActionOf(event) != noAction || (event.mask & (IN_Q_OVERFLOW | lastEvents)) != 0;
-        if (isOfInterest && until <= now)
-            return false;
-        if (isOfInterest)
-            due = std::min(due, until);
-    }
-    return due != std::chrono::nanoseconds::max();
-}
-
-// Of what is held one event for each name is enough, and there are only as many names as are known to be modified.
-void ChangeQueue::Compact() noexcept
-{
-    std::size_t kept = begin;
-    for (std::size_t place = begin; place != end;)
-    {
-        inotify_event const& event = EventAt(place);
-        std::size_t const size = Behind(event, place) - place;
-        bool isNew = ActionOf(event) == FILE_ACTION_MODIFIED;
-        for (std::size_t known = begin; isNew && known != kept; known = Behind(EventAt(known), known))
-            isNew = NameOf(EventAt(known)) != NameOf(event);
-        if (isNew)
-        {
-            std::memmove(bytes + kept, bytes + place, size);
-            kept += size;
-        }
-        place += size;
-    }
-    end = kept;
-}
-
-std::chrono::nanoseconds ChangeQueue::HeldUntil(std::string_view name) const noexcept
-{
-    auto const found = std::ranges::find(modifications, std::hash<std::string_view>()(name), &Modification::name);
-    return found != modifications.end() ? found->heldUntil : std::chrono::nanoseconds(0);
-}
-
-void ChangeQueue::Told(std::string_view name, std::chrono::nanoseconds now) noexcept
-{
-    std::size_t const hash = std::hash<std::string_view>()(name);
-    auto found = std::ranges::find(modifications, hash, &Modification::name);
-    if (found == modifications.end())
-        found = modifications.begin() + static_cast<std::ptrdiff_t>(nextModification++ % modifications.size());
-    *found = {hash, now + timeBetweenModifications};
 }
 
 } // namespace Brindle::Vok::Platform

@@ -6,6 +6,9 @@
 //
 // The host tells of a renaming in two events, which can be read apart: the second one may not be there yet. So where
 // the first one is the last thing that is known, the queue asks for more.
+//
+// What happens to names is told of in its order, with the modifications in between. Of those at the end, files that
+// were told of a moment ago are held, and the others aren't.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -40,7 +43,7 @@ public:
     /// What the host is to be asked for.
     static std::uint32_t MaskOf(DWORD filter) noexcept;
 
-    /// Where the host's next events go; large enough for one at least, once all that was there has been taken.
+    /// Where the host's next events go; large enough for one at least, once all that can be taken has been taken.
     std::span<std::byte> FreeSpace() noexcept;
     void Added(std::size_t byteCount) noexcept { end += byteCount; }
     bool IsEmpty() const noexcept { return begin == end; }
@@ -68,16 +71,28 @@ private:
         return event.len != 0 ? std::string_view(event.name) : std::string_view();
     }
 
-    void DropAll() noexcept;
+    // What is known of a file that was modified.
+    struct Modification
+    {
+        std::size_t name = 0; // hash
+        std::chrono::nanoseconds heldUntil{0};
+        std::uint32_t stretch = 0; // in which it was seen last
+        std::uint32_t place = 0;   // and where
+    };
+
     bool IsLast(inotify_event const& event) const noexcept;
     bool WantsNameOf(inotify_event const& event) const noexcept;
     DWORD ActionOf(inotify_event const& event) const noexcept;
     inotify_event* OtherHalf(inotify_event const& first, std::size_t place, bool& mayCome) noexcept;
-    bool ComesAgain(inotify_event const& event, std::size_t place) const noexcept;
-    bool IsAllHeld(std::chrono::nanoseconds now) noexcept;
-    void Compact() noexcept;
-    std::chrono::nanoseconds HeldUntil(std::string_view name) const noexcept;
-    void Told(std::string_view name, std::chrono::nanoseconds now) noexcept;
+    std::size_t BeginOfModifications() const noexcept;
+    Outcome TakeInOrder(Writer& writer, std::size_t until, std::chrono::nanoseconds now, bool isComplete) noexcept;
+    Outcome TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept;
+    bool Write(Writer& writer, inotify_event const& event, DWORD action, std::chrono::nanoseconds now) noexcept;
+    void Merge() noexcept;
+    void DropAll() noexcept;
+    void Move(std::size_t from, std::size_t& to) noexcept;
+    bool IsSeen(std::size_t place, std::size_t newPlace) noexcept;
+    Modification& ModificationOf(std::string_view name) noexcept;
 
     int watch;
     DWORD filter;
@@ -86,14 +101,10 @@ private:
     DWORD written = 0;
     std::chrono::nanoseconds due = std::chrono::nanoseconds::max();
 
-    /// Names that were told of as modified, the latest ones.
-    struct Modification
-    {
-        std::size_t name = 0; ///< hash
-        std::chrono::nanoseconds heldUntil{0};
-    };
-    std::array<Modification, 16> modifications;
-    std::size_t nextModification = 0;
+    // The latest ones, each at one of some neighbouring places.
+    std::array<Modification, 1024> modifications;
+    // Between two changes of names one telling is enough for a file.
+    std::uint32_t stretch = 1;
 
     alignas(inotify_event) std::byte bytes[16 * 1024];
 };
