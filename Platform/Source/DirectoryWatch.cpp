@@ -5,64 +5,63 @@
 #include "ToldStatus.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <sys/inotify.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
 {
-namespace
-{
 
-constexpr std::uint32_t parentEvents = IN_DELETE | IN_MOVED_TO;
-
-int AddWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept
+int AddDirectoryWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept
 {
     char path[48];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d%s", directory, suffix);
     return SystemCalls::AddWatch(descriptor, path, mask);
 }
 
-// The host doesn't tell of the end of a directory that is open; its parent's watch does, also when another one takes its
-// place. Negative where it can't.
-int AddParentWatch(int descriptor, int directory) noexcept
+DWORD CodeOfRefusedWatch(int error) noexcept
 {
-    struct stat own;
-    struct stat parent;
-    bool const hasParent = SystemCalls::Status(directory, &own) == 0 &&
-                           SystemCalls::StatusAt(directory, "..", &parent, 0) == 0 &&
-                           (own.st_dev != parent.st_dev || own.st_ino != parent.st_ino);
-    return hasParent ? AddWatch(descriptor, directory, "/..", parentEvents | IN_ONLYDIR) : -1;
+    return error == ENOSPC ? ERROR_NO_SYSTEM_RESOURCES : CodeFromHost(error);
 }
-
-} // namespace
 
 std::shared_ptr<DirectoryWatch> DirectoryWatch::Make(int directory, DWORD filter) noexcept
 {
+    std::shared_ptr<Surroundings> surroundings = Surroundings::Get();
+    if (!surroundings)
+        return nullptr;
     int const descriptor = SystemCalls::MakeWatcher(IN_CLOEXEC | IN_NONBLOCK);
     if (descriptor < 0)
         return FailWith<std::shared_ptr<DirectoryWatch>>(CodeFromHost(errno));
-    // First, because it is the other one that must be complete when this returns.
-    int const parentWatch = AddParentWatch(descriptor, directory);
-    int const watch = AddWatch(descriptor, directory, "", ChangeQueue::MaskOf(filter));
     std::shared_ptr<DirectoryWatch> made;
+    int const watch = AddDirectoryWatch(descriptor, directory, "", ChangeQueue::MaskOf(filter));
     if (watch < 0)
-        FailWith(errno == ENOSPC ? ERROR_NO_SYSTEM_RESOURCES : CodeFromHost(errno));
+        FailWith(CodeOfRefusedWatch(errno));
     else
-        made = WithoutThrowing(
-            [&] { return std::make_shared<DirectoryWatch>(directory, descriptor, watch, parentWatch, filter); });
+        made = WithoutThrowing([&] { return std::make_shared<DirectoryWatch>(directory, descriptor, watch, filter); });
     if (!made)
+    {
         SystemCalls::Close(descriptor);
-    return made;
+        return nullptr;
+    }
+    made->surroundings = std::move(surroundings);
+    bool const isWhole = WithoutThrowing(
+        [&]
+        {
+            made->place = made->Place();
+            return made->surroundings->Add(made, directory);
+        });
+    return isWhole ? made : nullptr;
 }
 
-DirectoryWatch::DirectoryWatch(int directory, int descriptor, int watch, int parentWatch, DWORD filter) noexcept
-    : directory(directory), descriptor(descriptor), parentWatch(parentWatch), queue(watch, filter)
+DirectoryWatch::DirectoryWatch(int directory, int descriptor, int watch, DWORD filter) noexcept
+    : directory(directory), descriptor(descriptor), queue(watch, filter)
 {
 }
 
 DirectoryWatch::~DirectoryWatch()
 {
+    surroundings->Remove(*this);
     SystemCalls::Close(descriptor);
 }
 
@@ -127,8 +126,7 @@ void DirectoryWatch::ReadEvents() noexcept
     for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
     {
         auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
-        bool const isOfParent = event.wd == parentWatch && (event.mask & IN_ISDIR) != 0;
-        mayHaveGone = mayHaveGone || isOfParent || (event.mask & IN_Q_OVERFLOW) != 0;
+        mayHaveMoved = mayHaveMoved || (event.mask & IN_Q_OVERFLOW) != 0;
         at += sizeof event + event.len;
     }
     queue.Added(static_cast<std::size_t>(count));
@@ -150,7 +148,8 @@ void DirectoryWatch::Deliver() noexcept
             isLost = true;
             return Complete(ERROR_ACCESS_DENIED, 0);
         case ChangeQueue::Outcome::nothing:
-            isLost = std::exchange(mayHaveGone, false) && HasGone();
+            isLost =
+                (std::exchange(mayHaveGone, false) && HasGone()) || (std::exchange(mayHaveMoved, false) && HasMoved());
             if (isLost)
                 Complete(ERROR_ACCESS_DENIED, 0);
             return;
@@ -169,8 +168,8 @@ void DirectoryWatch::Deliver() noexcept
     }
 }
 
-// Files that are written all the time would wake the thread for each write, only to be held. After some looks the others
-// can wait for a moment too.
+// Files that are written all the time would wake the thread for each write, only to be held. After some looks the
+// others can wait for a moment too.
 void DirectoryWatch::Hold() noexcept
 {
     constexpr int mostLooks = 16;
@@ -181,10 +180,36 @@ void DirectoryWatch::Hold() noexcept
               std::memory_order_relaxed);
 }
 
+void DirectoryWatch::LookWhetherItHasGone() noexcept
+{
+    std::lock_guard const lock(mutex);
+    mayHaveGone = true;
+    if (!isClosed && reading.overlapped)
+        Deliver();
+}
+
+// Some file systems count links to a directory that has gone. None gives its entries.
 bool DirectoryWatch::HasGone() const noexcept
 {
+    alignas(8) char entries[1024];
     struct stat status;
-    return SystemCalls::Status(directory, &status) != 0 || status.st_nlink == 0;
+    return SystemCalls::Status(directory, &status) != 0 || status.st_nlink == 0 ||
+           (SystemCalls::ReadDirectory(directory, entries, sizeof entries) < 0 && errno == ENOENT);
+}
+
+// May throw std::bad_alloc.
+std::string DirectoryWatch::Place() const
+{
+    char path[32];
+    char text[PATH_MAX];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", directory);
+    ssize_t const length = SystemCalls::ReadLink(path, text, sizeof text);
+    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+}
+
+bool DirectoryWatch::HasMoved() const noexcept
+{
+    return WithoutThrowing([this] { return Place() != place; });
 }
 
 // Who renames holds the directory's lock until the host has told of both names. Reading entries waits for that lock.

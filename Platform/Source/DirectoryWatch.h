@@ -3,11 +3,13 @@
 
 #include "ChangeQueue.h"
 #include "Signal.h"
+#include "Surroundings.h"
 
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <string>
 
 namespace Brindle::Vok::Platform
 {
@@ -21,6 +23,10 @@ struct ChangeReading
     std::shared_ptr<Signal> signal;
 };
 
+/// The host's watch of a directory that is open, or of its parent ("/.."). Negative with errno set.
+int AddDirectoryWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept;
+DWORD CodeOfRefusedWatch(int error) noexcept;
+
 class DirectoryWatch final : public PendingOperation, public std::enable_shared_from_this<DirectoryWatch>
 {
 public:
@@ -28,7 +34,7 @@ public:
     /// ERROR_TOO_MANY_OPEN_FILES, ERROR_NO_SYSTEM_RESOURCES without a watch left, what the host says otherwise.
     static std::shared_ptr<DirectoryWatch> Make(int directory, DWORD filter) noexcept;
 
-    DirectoryWatch(int directory, int descriptor, int watch, int parentWatch, DWORD filter) noexcept;
+    DirectoryWatch(int directory, int descriptor, int watch, DWORD filter) noexcept;
     ~DirectoryWatch() override;
     DirectoryWatch(DirectoryWatch const&) = delete;
     DirectoryWatch& operator=(DirectoryWatch const&) = delete;
@@ -47,6 +53,9 @@ public:
     int Descriptor() const noexcept override { return isResting.load(std::memory_order_relaxed) ? -1 : descriptor; }
     std::chrono::nanoseconds Due() const noexcept override { return due.load(std::memory_order_relaxed); }
     void Advance() noexcept override;
+    PendingOperation* Companion() const noexcept override { return surroundings.get(); }
+    /// Ends the reading if it has.
+    void LookWhetherItHasGone() noexcept;
 
 private:
     // All with the lock.
@@ -54,6 +63,8 @@ private:
     void Deliver() noexcept;
     void Hold() noexcept;
     bool HasGone() const noexcept;
+    std::string Place() const;
+    bool HasMoved() const noexcept;
     void WaitForRenaming() const noexcept;
     void Complete(DWORD code, DWORD byteCount) noexcept;
 
@@ -61,9 +72,11 @@ private:
     std::mutex mutex;
     int const directory;
     int const descriptor;
-    int const parentWatch;
+    std::shared_ptr<Surroundings> surroundings;
+    std::string place;
     bool isClosed = false;
-    bool mayHaveGone = false;
+    bool mayHaveGone = true; // before anybody watched
+    bool mayHaveMoved = false;
     bool isLost = false;
     bool hasMore = false;
     int looksSinceDelivery = 0;

@@ -240,6 +240,8 @@ private:
                         return false;
                     descriptors[count] = {operation->Descriptor(), POLLIN, 0};
                     each[count++] = operation;
+                    if (!companion)
+                        companion = operation->Companion();
                 }
             return true;
         }
@@ -250,10 +252,13 @@ private:
             for (std::size_t at = 0; at < count; ++at)
                 until = std::min(until, each[at]->Due());
             descriptors[count] = {alarmToHear, POLLIN, 0};
+            descriptors[count + 1] = {companion ? companion->Descriptor() : -1, POLLIN, 0};
+            if (companion)
+                until = std::min(until, companion->Due());
             auto const poll = [&]
             {
                 timespec const time = TimeUntil(until);
-                return SystemCalls::Poll(descriptors.data(), count + 1,
+                return SystemCalls::Poll(descriptors.data(), count + 2,
                                          until == PendingOperation::never ? nullptr : &time);
             };
             return Uninterrupted(poll) < 0 ? errno : 0;
@@ -262,6 +267,8 @@ private:
         // Without the lock, also because this may let go of the last ones.
         void Advance() noexcept
         {
+            if (companion && descriptors[count + 1].revents != 0)
+                companion->Advance();
             for (std::size_t at = 0; at < count; ++at)
             {
                 auto const operation = std::move(each[at]);
@@ -273,7 +280,8 @@ private:
     private:
         std::size_t count = 0;
         std::array<std::shared_ptr<PendingOperation>, mostSignals> each;
-        std::array<pollfd, mostSignals + 1> descriptors;
+        PendingOperation* companion = nullptr;
+        std::array<pollfd, mostSignals + 2> descriptors; // the alarm and the companion come last
     };
 
     std::span<Signal* const> signals;

@@ -31,6 +31,8 @@ public:
     virtual std::chrono::nanoseconds Due() const noexcept = 0;
     /// Does what can be done without waiting. Called without the lock of the signals; may take it.
     virtual void Advance() noexcept = 0;
+    /// One that is carried on along with it, the same for many. Null for none. Lives as long as this.
+    virtual PendingOperation* Companion() const noexcept { return nullptr; }
 };
 
 class Wait;

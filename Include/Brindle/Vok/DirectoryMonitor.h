@@ -12,8 +12,8 @@
 // renamedOldName and renamedNewName. What happens to a name before the monitor is made isn't told, and all that happens
 // after it is; or else there comes an `overflow` with the directory's own path, and the callback's owner has to look at
 // the directory itself. On Linux that is when fs.inotify.max_queued_events changes wait. `modified` comes at once for a
-// file, and every 5 milliseconds while it is written on, with one after the last write; writes through a mapping aren't
-// told of.
+// file, and at most every 5 milliseconds while it is written on and no name changes, with one after the last write;
+// writes through a mapping aren't told of.
 //
 // The callback:
 // - runs on the monitor's thread, one call at a time over all of its directories, with no lock held;
@@ -26,9 +26,11 @@
 //
 // A monitor that has ended early, because of its callback or because a directory of its has gone or got another name,
 // can't be asked about it; it is to be destroyed and made anew. Of a directory that has gone an `overflow` comes first.
+// (On Linux that isn't seen where the directory's parent can't be read. One that is renamed along with a directory above
+// it, or covered by a mount, is watched on, with the paths of before.)
 // One monitor watches up to 63 directories; one with more is made and ends at once, which is required. On Linux each
 // takes two descriptors, one of the user's inotify instances (fs.inotify.max_user_instances) and two watches; the
-// monitor takes one descriptor more.
+// monitor takes one descriptor more, and all monitors of a process together one with an instance.
 //
 // Factories and monitors may be used from any thread; a monitor is destroyed on any but its own. A child process made
 // by fork has no monitor's thread: it leaves its parent's monitors alone.
