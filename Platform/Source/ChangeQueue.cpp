@@ -101,6 +101,12 @@ std::span<std::byte> ChangeQueue::FreeSpace() noexcept
     return std::span(bytes).subspan(end);
 }
 
+void ChangeQueue::Condense() noexcept
+{
+    ++stretch;
+    Merge(BeginOfModifications());
+}
+
 ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chrono::nanoseconds now,
                                        bool isComplete) noexcept
 {
@@ -179,7 +185,7 @@ ChangeQueue::Outcome ChangeQueue::TakeInOrder(Writer& writer, std::size_t until,
 
 ChangeQueue::Outcome ChangeQueue::TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept
 {
-    Merge();
+    Merge(begin);
     // Where too many are held for any more to be read, they are told early.
     bool const mayHold = sizeof bytes - (end - begin) >= sizeof(inotify_event) + NAME_MAX + 1;
     bool fits = true;
@@ -214,10 +220,10 @@ bool ChangeQueue::Write(Writer& writer, inotify_event const& event, DWORD action
 }
 
 // Leaves one event of each file that wasn't written in this stretch, and nothing that isn't told.
-void ChangeQueue::Merge() noexcept
+void ChangeQueue::Merge(std::size_t from) noexcept
 {
-    std::size_t kept = begin;
-    for (std::size_t place = begin; place != end;)
+    std::size_t kept = from;
+    for (std::size_t place = from; place != end;)
     {
         std::size_t const next = Behind(EventAt(place), place);
         if (ActionOf(EventAt(place)) == FILE_ACTION_MODIFIED && !IsSeen(place, kept))

@@ -46,6 +46,8 @@ public:
     /// Where the host's next events go; large enough for one at least, once all that can be taken has been taken.
     std::span<std::byte> FreeSpace() noexcept;
     void Added(std::size_t byteCount) noexcept { end += byteCount; }
+    /// Makes space of what needs to be told once only.
+    void Condense() noexcept;
     bool IsEmpty() const noexcept { return begin == end; }
 
     /// Puts records into a buffer, as many as fit, and gives their bytes in Written(). `isComplete` says that the
@@ -88,7 +90,7 @@ private:
     Outcome TakeInOrder(Writer& writer, std::size_t until, std::chrono::nanoseconds now, bool isComplete) noexcept;
     Outcome TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept;
     bool Write(Writer& writer, inotify_event const& event, DWORD action, std::chrono::nanoseconds now) noexcept;
-    void Merge() noexcept;
+    void Merge(std::size_t from) noexcept;
     void DropAll() noexcept;
     void Move(std::size_t from, std::size_t& to) noexcept;
     bool IsSeen(std::size_t place, std::size_t newPlace) noexcept;

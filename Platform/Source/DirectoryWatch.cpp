@@ -85,7 +85,7 @@ bool DirectoryWatch::Begin(ChangeReading next) noexcept
     next.overlapped->InternalHigh = 0;
     std::atomic_ref(next.overlapped->Internal).store(statusPending, std::memory_order_release);
     reading = std::move(next);
-    if (!queue.IsEmpty() || mayHaveGone)
+    if (!queue.IsEmpty() || mayHaveGone || mayHaveMoved)
         Deliver();
     return true;
 }
@@ -116,26 +116,33 @@ void DirectoryWatch::Advance() noexcept
     Deliver();
 }
 
+// Also more than there is space for, when most of it is told once only: the host's own queue is not to overflow because
+// of files that are written all the time.
 void DirectoryWatch::ReadEvents() noexcept
 {
-    std::span<std::byte> const space = queue.FreeSpace();
-    ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
-    hasMore = count > static_cast<ssize_t>(space.size() / 2);
-    if (count <= 0)
-        return; // nothing there
-    for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
+    constexpr int mostTimes = 64;
+    for (int i = 0; i < mostTimes; ++i)
     {
-        auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
-        mayHaveMoved = mayHaveMoved || (event.mask & IN_Q_OVERFLOW) != 0;
-        at += sizeof event + event.len;
+        std::span<std::byte> const space = queue.FreeSpace();
+        ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+        hasMore = count > static_cast<ssize_t>(space.size() / 2);
+        if (count > 0)
+            queue.Added(static_cast<std::size_t>(count));
+        if (!hasMore)
+            return;
+        queue.Condense();
     }
-    queue.Added(static_cast<std::size_t>(count));
 }
 
 void DirectoryWatch::Deliver() noexcept
 {
     due.store(never, std::memory_order_relaxed);
     isResting.store(false, std::memory_order_relaxed);
+    if (std::exchange(mayHaveMoved, false) && HasMoved())
+    {
+        isLost = true;
+        return Complete(ERROR_ACCESS_DENIED, 0);
+    }
     for (bool isComplete = false;;)
     {
         switch (queue.Take(reading.buffer, reading.size, TimeNow(), isComplete))
@@ -143,13 +150,13 @@ void DirectoryWatch::Deliver() noexcept
         case ChangeQueue::Outcome::records:
             return Complete(ERROR_SUCCESS, queue.Written());
         case ChangeQueue::Outcome::overflow:
+            mayHaveMoved = true;
             return Complete(ERROR_SUCCESS, 0);
         case ChangeQueue::Outcome::lost:
             isLost = true;
             return Complete(ERROR_ACCESS_DENIED, 0);
         case ChangeQueue::Outcome::nothing:
-            isLost =
-                (std::exchange(mayHaveGone, false) && HasGone()) || (std::exchange(mayHaveMoved, false) && HasMoved());
+            isLost = std::exchange(mayHaveGone, false) && HasGone();
             if (isLost)
                 Complete(ERROR_ACCESS_DENIED, 0);
             return;
