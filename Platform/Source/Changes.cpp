@@ -73,8 +73,8 @@ bool WaitForSignalOf(DirectoryWatch const* watch, OVERLAPPED const& overlapped) 
     return WaitForSignals({&done, 1}, false, PendingOperation::never) != WAIT_FAILED;
 }
 
-// As the platform does: once the event is set it looks, whoever may have set it. Who only asks lets the reading take what
-// has come.
+// As the platform does: once the event is set it looks, whoever may have set it. Who only asks lets the reading take
+// what has come.
 bool WaitForEnd(DirectoryWatch* watch, OVERLAPPED& overlapped, bool waits) noexcept
 {
     if (HasEnded(overlapped))

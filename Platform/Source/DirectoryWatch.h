@@ -41,7 +41,7 @@ public:
 
     /// False with the last error set: ERROR_BUSY during another reading, ERROR_ACCESS_DENIED when the directory has
     /// gone, ERROR_NOT_ENOUGH_MEMORY.
-    bool Begin(ChangeReading reading) noexcept;
+    bool Begin(ChangeReading next) noexcept;
     /// Ends the reading, or only that of `overlapped` if it isn't null. False if there is none.
     bool Cancel(OVERLAPPED const* overlapped) noexcept;
     /// Ends the reading with nothing. Called when the directory is about to be closed.

@@ -144,8 +144,7 @@ VOK_SYSTEM_CALL(MakeWatcher, int(int), [](int flags) { return ::inotify_init1(fl
 VOK_SYSTEM_CALL(AddWatch, int(int, char const*, std::uint32_t),
                 [](int watcher, char const* path, std::uint32_t mask)
                 { return ::inotify_add_watch(watcher, path, mask); });
-VOK_SYSTEM_CALL(RemoveWatch, int(int, int),
-                [](int watcher, int watch) { return ::inotify_rm_watch(watcher, watch); });
+VOK_SYSTEM_CALL(RemoveWatch, int(int, int), [](int watcher, int watch) { return ::inotify_rm_watch(watcher, watch); });
 VOK_SYSTEM_CALL(ReadLink, ssize_t(char const*, char*, size_t),
                 [](char const* path, char* text, size_t size) { return ::readlink(path, text, size); });
 VOK_SYSTEM_CALL(Poll, int(pollfd*, nfds_t, timespec const*),

@@ -119,13 +119,11 @@ std::unique_ptr<Overlapped> DirInfo::MakeOverlapped(HandleOwner<Detail::InvalidH
 // The monitor
 
 DirectoryMonitorImpl::DirectoryMonitorImpl(DirectoryChangeCallback callback, std::vector<Path> directories)
-    : directories(std::move(directories)), watchSubtree(false),
-      notifyFilter(FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE), callback(std::move(callback)),
-      started(L"", false), stop(L"", true)
+    : directories(std::move(directories)), callback(std::move(callback)), started(L"", false), stop(L"", true)
 {
 }
 
-DirectoryMonitorImpl::~DirectoryMonitorImpl()
+DirectoryMonitorImpl::~DirectoryMonitorImpl() // NOLINT(bugprone-exception-escape): see the declaration
 {
     stop.Set();
     if (thread.joinable())
@@ -140,7 +138,7 @@ void DirectoryMonitorImpl::Start()
         std::rethrow_exception(startupException);
 }
 
-void DirectoryMonitorImpl::Run() noexcept
+void DirectoryMonitorImpl::Run() noexcept // NOLINT(bugprone-exception-escape): see the declaration
 {
     std::vector<HANDLE> handles;
     std::vector<std::unique_ptr<DirInfo>> infos;

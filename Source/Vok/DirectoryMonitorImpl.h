@@ -52,19 +52,20 @@ class DirectoryMonitorImpl : public DirectoryMonitor
 {
 public:
     DirectoryMonitorImpl(DirectoryChangeCallback callback, std::vector<Path> directories);
-    ~DirectoryMonitorImpl() override;
+    /// What can't be handled here ends the process, as required.
+    ~DirectoryMonitorImpl() override; // NOLINT(bugprone-exception-escape)
 
     /// Starts the thread; returns when all directories are watched, or throws why one isn't.
     void Start();
-    /// The thread.
-    void Run() noexcept;
+    /// The thread. What can't be handled here ends the process, as required.
+    void Run() noexcept; // NOLINT(bugprone-exception-escape)
 
     virtual std::unique_ptr<DirInfo> MakeDirInfo(Path directory, bool watchSubtree, DWORD notifyFilter);
 
 private:
     std::vector<Path> const directories;
-    bool const watchSubtree;
-    DWORD const notifyFilter;
+    bool const watchSubtree = false;
+    DWORD const notifyFilter = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE;
     DirectoryChangeCallback const callback;
     Event started;
     std::exception_ptr startupException;

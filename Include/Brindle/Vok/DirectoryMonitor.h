@@ -26,11 +26,11 @@
 //
 // A monitor that has ended early, because of its callback or because a directory of its has gone or got another name,
 // can't be asked about it; it is to be destroyed and made anew. Of a directory that has gone an `overflow` comes first.
-// (On Linux that isn't seen where the directory's parent can't be read. One that is renamed along with a directory above
-// it, or covered by a mount, is watched on, with the paths of before.)
-// One monitor watches up to 63 directories; one with more is made and ends at once, which is required. On Linux each
-// takes two descriptors, one of the user's inotify instances (fs.inotify.max_user_instances) and two watches; the
-// monitor takes one descriptor more, and all monitors of a process together one with an instance.
+// (On Linux that isn't seen where the directory's parent can't be read. One that is renamed along with a directory
+// above it, or covered by a mount, is watched on, with the paths of before.) One monitor watches up to 63 directories;
+// one with more is made and ends at once, which is required. On Linux each takes two descriptors, one of the user's
+// inotify instances (fs.inotify.max_user_instances) and two watches; the monitor takes one descriptor more, and all
+// monitors of a process together one with an instance.
 //
 // Factories and monitors may be used from any thread; a monitor is destroyed on any but its own. A child process made
 // by fork has no monitor's thread: it leaves its parent's monitors alone.

@@ -24,8 +24,8 @@ namespace Brindle::Vok
 class Overlapped
 {
 public:
-    /// Throws what Event's constructor does; `file` is closed then.
-    explicit Overlapped(HandleOwner<Detail::InvalidHandleTraits> file) : event(L"", false), file(std::move(file))
+    /// Throws what Event's constructor does; `ownFile` is closed then.
+    explicit Overlapped(HandleOwner<Detail::InvalidHandleTraits> ownFile) : event(L"", false), file(std::move(ownFile))
     {
         overlapped.hEvent = event.Handle();
     }
@@ -41,15 +41,15 @@ public:
 
     /// Cancels an operation and waits for its end; it may be over already, or never have begun. Failures are only
     /// logged, and then nobody knows whether it has ended.
-    static void Cancel(HANDLE file, LPOVERLAPPED overlapped)
+    static void Cancel(HANDLE ofFile, LPOVERLAPPED operation)
     {
         VOK_LOG_SCOPE();
-        if (file == nullptr) // required: INVALID_HANDLE_VALUE goes on, and fails
+        if (ofFile == nullptr) // required: INVALID_HANDLE_VALUE goes on, and fails
         {
             VOK_LOG(info, "Handle is not valid or set");
             return;
         }
-        if (!CancelIoEx(file, overlapped))
+        if (!CancelIoEx(ofFile, operation))
         {
             DWORD const code = GetLastError();
             if (code == ERROR_NOT_FOUND)
@@ -60,7 +60,7 @@ public:
         }
         VOK_LOG(info, "Operation Cancelled");
         DWORD count = 0;
-        if (GetOverlappedResult(file, overlapped, &count, TRUE))
+        if (GetOverlappedResult(ofFile, operation, &count, TRUE))
             return; // it was over before it could be cancelled
         DWORD const code = GetLastError();
         if (code == ERROR_OPERATION_ABORTED || code == ERROR_NOT_FOUND)

@@ -16,8 +16,8 @@
 //
 // What comes of what happens: a name that is made, linked or moved in is added; one that is deleted or moved out is
 // removed; a renaming within the directory is two records next to each other; one that replaces a name tells nothing
-// else of the name that it replaced. A write, or a truncation, or a modification time that is set alone, is modified: at
-// once, and while a file is written again and again every 5 milliseconds at most, unless names change meanwhile or
+// else of the name that it replaced. A write, or a truncation, or a modification time that is set alone, is modified:
+// at once, and while a file is written again and again every 5 milliseconds at most, unless names change meanwhile or
 // hundreds of files are written like that; the last write is always followed by one. A write through a mapping isn't
 // seen. A directory that is deleted or renamed while it is watched ends the reading, and each later one, with
 // ERROR_ACCESS_DENIED, within a tenth of a second. That isn't seen where its parent can't be read, where another
