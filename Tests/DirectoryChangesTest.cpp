@@ -74,13 +74,6 @@ TEST(DirectoryChanges, AreToldInTheirOrder)
              {"renamed inside",
               [](auto& drive) { fs::rename(drive.Host("in/old"), drive.Host("in/new")); },
               {"renamedOldName old", "renamedNewName new"}},
-             {"renamed twice",
-              [](auto& drive)
-              {
-                  fs::rename(drive.Host("in/old"), drive.Host("in/new"));
-                  fs::rename(drive.Host("in/new"), drive.Host("in/old"));
-              },
-              {"renamedOldName old", "renamedNewName new", "renamedOldName new", "renamedNewName old"}},
              {"replaced by renaming",
               [](auto& drive)
               {
@@ -404,8 +397,7 @@ TEST(DirectoryChanges, LeaveNothingToAChildProcess)
 // A directory's content followed by what is told alone, read anew only after an overflow.
 TEST(DirectoryChanges, MirrorADirectory)
 {
-    bool const isFast = TakesLong();
-    int const operations = isFast ? 1'000'000 : 50'000;
+    int const operations = TakesLong() ? 1'000'000 : 50'000;
     TestDrive const drive("/dev/shm");
     drive.Write("in/x");
     drive.Write("out/x");
@@ -425,9 +417,9 @@ TEST(DirectoryChanges, MirrorADirectory)
         }
     };
     read();
-    auto const monitor = MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(
+    auto monitor = MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(
         drive.Path(L"in"),
-        [&, calls = 0](DirectoryChange const& change) mutable
+        [&, calls = 0, hasEnded = false](DirectoryChange const& change) mutable
         {
             std::string const name = WideToUtf8(change.path.NameWithExtension());
             switch (change.action)
@@ -437,16 +429,12 @@ TEST(DirectoryChanges, MirrorADirectory)
                 read();
                 break;
             case DirectoryAction::added:
+            case DirectoryAction::renamedNewName:
                 mirror.insert(name); // may be known already, from what was read behind an overflow
                 break;
             case DirectoryAction::removed:
-                mirror.erase(name);
-                break;
             case DirectoryAction::renamedOldName:
                 mirror.erase(name);
-                break;
-            case DirectoryAction::renamedNewName:
-                mirror.insert(name);
                 break;
             case DirectoryAction::modified:
                 break;
@@ -457,9 +445,12 @@ TEST(DirectoryChanges, MirrorADirectory)
                 sizes[name] = fs::file_size(drive.Host("in/" + name), gone);
             }
             if (++calls % 20'000 == 0)
-                std::this_thread::sleep_for(100ms); // some of them too slow
-            if (name == "end")
+                std::this_thread::sleep_for(100ms);  // some of them too slow
+            if (!hasEnded && mirror.contains("end")) // also when it was read
+            {
+                hasEnded = true;
                 ended.set_value();
+            }
         });
     std::mt19937 random(12345);
     auto const inside = [&] { return drive.Host("in/" + std::to_string(random() % 200)); };
@@ -496,6 +487,7 @@ TEST(DirectoryChanges, MirrorADirectory)
     ASSERT_EQ(ended.get_future().wait_for(60s), std::future_status::ready);
     // What was written last is told of within a moment after it.
     std::this_thread::sleep_for(50ms);
+    monitor.reset();
     std::set<std::string> const told = mirror;
     std::map<std::string, std::uintmax_t> const sizesTold = sizes;
     read();

@@ -4,7 +4,6 @@
 #include "Support/ChangeRecorder.h"
 #include "Support/ChildProcess.h"
 #include "Support/Descriptors.h"
-#include "Support/HostFaults.h"
 #include "Support/LogRecorder.h"
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
@@ -270,25 +269,8 @@ TEST(DirectoryMonitor, IsNotMadeWhenADirectoryCannotBeWatched)
     }
 }
 
-TEST(DirectoryMonitor, SaysWhatTheHostLacks)
+TEST(DirectoryMonitor, ThrowsWhenThereIsNoThreadForIt)
 {
-    TestDrive const drive;
-    std::size_t const before = OpenDescriptors();
-    auto const codeNow = [&] { return Thrown<WindowsError>([&] { Watch({drive.Path()}, nullptr); }).code().value(); };
-    {
-        Platform::SystemCalls::Redirection const instances(Platform::SystemCalls::MakeWatcher, FailingWith(EMFILE));
-        EXPECT_EQ(codeNow(), ERROR_TOO_MANY_OPEN_FILES);
-    }
-    {
-        Platform::SystemCalls::Redirection const watches(Platform::SystemCalls::AddWatch, FailingWith(ENOSPC));
-        EXPECT_EQ(codeNow(), ERROR_NO_SYSTEM_RESOURCES);
-    }
-    {
-        Platform::SystemCalls::Redirection const descriptors(Platform::SystemCalls::MakeEventDescriptor,
-                                                             FailingWith(ENFILE));
-        EXPECT_EQ(codeNow(), ERROR_TOO_MANY_OPEN_FILES);
-    }
-    EXPECT_EQ(OpenDescriptors(), before);
     RunAsOrdinaryUser(
         [&]
         {

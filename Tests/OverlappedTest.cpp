@@ -122,22 +122,6 @@ TEST(Event, IsSetAndWaitedFor)
     }
 }
 
-TEST(Event, SharesItsNameIfItHasOne)
-{
-    struct
-    {
-        wchar_t const* name;
-        EventWaitResult other;
-    } const cases[] = {{L"", EventWaitResult::timedOut}, {L"shared", EventWaitResult::signalled}};
-    for (auto const& each : cases)
-    {
-        Event first(each.name, false);
-        Event second(each.name, true);
-        first.Set();
-        EXPECT_EQ(second.WaitOrTimeout(0), each.other);
-    }
-}
-
 TEST(Event, ThrowsWhatThePlatformRefuses)
 {
     OpenHandle const semaphore(CreateSemaphoreW(nullptr, 0, 1, L"semaphore"));

@@ -24,7 +24,7 @@ constexpr DWORD contentChanges = FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHA
 constexpr DWORD statusChanges = FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SECURITY;
 
 constexpr std::uint32_t nameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
-constexpr std::uint32_t lastEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
+constexpr std::uint32_t lastEvents = IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 
 constexpr DWORD noAction = 0;
 
@@ -115,8 +115,6 @@ ChangeQueue::Outcome ChangeQueue::Take(std::byte* buffer, DWORD size, std::chron
     Outcome outcome = TakeInOrder(writer, BeginOfModifications(), now, isComplete);
     if (outcome == Outcome::nothing)
         outcome = TakeModifications(writer, now);
-    if (outcome == Outcome::overflow && writer.IsEmpty())
-        return outcome;
     written = writer.Written();
     return writer.IsEmpty() ? outcome : Outcome::records;
 }

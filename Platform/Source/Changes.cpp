@@ -15,7 +15,10 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr DWORD knownFilters = 0x0000'017FU;
+constexpr DWORD knownFilters = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
+                               FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE |
+                               FILE_NOTIFY_CHANGE_LAST_ACCESS | FILE_NOTIFY_CHANGE_CREATION |
+                               FILE_NOTIFY_CHANGE_SECURITY;
 
 DWORD CodeAgainst(FileObject const& file, void const* buffer, BOOL subtree, DWORD filter, OVERLAPPED const* overlapped,
                   LPOVERLAPPED_COMPLETION_ROUTINE completion) noexcept
@@ -44,9 +47,12 @@ std::shared_ptr<DirectoryWatch> WatchOf(FileObject const& file) noexcept
 
 std::shared_ptr<DirectoryWatch> WatchOrMake(FileObject& file, DWORD filter) noexcept
 {
+    if (std::shared_ptr<DirectoryWatch> known = WatchOf(file))
+        return known;
+    std::shared_ptr<DirectoryWatch> made = DirectoryWatch::Make(file.Descriptor(), filter);
     std::lock_guard const lock(watchesMutex);
     if (!file.watch)
-        file.watch = DirectoryWatch::Make(file.Descriptor(), filter);
+        file.watch = made; // otherwise another thread was faster, and this one goes without the lock
     return file.watch;
 }
 
@@ -67,10 +73,11 @@ bool WaitForSignalOf(DirectoryWatch const* watch, OVERLAPPED const& overlapped) 
 {
     if (overlapped.hEvent)
         return WaitForSingleObject(overlapped.hEvent, INFINITE) != WAIT_FAILED;
-    if (!watch)
+    std::shared_ptr<Signal> const done = watch ? watch->Done() : nullptr;
+    if (!done)
         return FailWith(ERROR_INVALID_HANDLE);
-    Signal* const done = watch->Done().get();
-    return WaitForSignals({&done, 1}, false, PendingOperation::never) != WAIT_FAILED;
+    Signal* const signal = done.get();
+    return WaitForSignals({&signal, 1}, false, PendingOperation::never) != WAIT_FAILED;
 }
 
 // As the platform does: once the event is set it looks, whoever may have set it. Who only asks lets the reading take
@@ -122,7 +129,9 @@ BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD size, BOOL sub
         return TRUE;
     file = {};
     DWORD unwanted;
-    return WaitForEnd(watch.get(), own, true) && ResultOf(own, transferred ? *transferred : unwanted);
+    bool const hasEnded = WaitForEnd(watch.get(), own, true);
+    watch->Cancel(&own); // where the wait failed: nobody may write here any more
+    return hasEnded && ResultOf(own, transferred ? *transferred : unwanted);
 }
 
 BOOL CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept

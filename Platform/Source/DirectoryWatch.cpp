@@ -136,8 +136,8 @@ void DirectoryWatch::ReadEvents() noexcept
 
 void DirectoryWatch::Deliver() noexcept
 {
-    due.store(never, std::memory_order_relaxed);
-    isResting.store(false, std::memory_order_relaxed);
+    due = never;
+    isResting = false;
     if (std::exchange(mayHaveMoved, false) && HasMoved())
     {
         isLost = true;
@@ -181,10 +181,21 @@ void DirectoryWatch::Hold() noexcept
 {
     constexpr int mostLooks = 16;
     constexpr std::chrono::milliseconds rest{1};
-    bool const rests = ++looksSinceDelivery > mostLooks;
-    isResting.store(rests, std::memory_order_relaxed);
-    due.store(rests ? std::min<std::chrono::nanoseconds>(queue.Due(), TimeNow() + rest) : queue.Due(),
-              std::memory_order_relaxed);
+    isResting = ++looksSinceDelivery > mostLooks;
+    due = isResting ? std::min<std::chrono::nanoseconds>(queue.Due(), TimeNow() + rest) : queue.Due();
+    reading.signal->WakeAll(); // this need not be the thread that waits
+}
+
+PendingOperation::Needs DirectoryWatch::WhatItNeeds() const noexcept
+{
+    std::lock_guard const lock(mutex);
+    return {isResting ? -1 : descriptor, due};
+}
+
+std::shared_ptr<Signal> DirectoryWatch::Done() const noexcept
+{
+    std::lock_guard const lock(mutex);
+    return done;
 }
 
 void DirectoryWatch::LookWhetherItHasGone() noexcept
@@ -228,7 +239,7 @@ void DirectoryWatch::WaitForRenaming() const noexcept
 
 void DirectoryWatch::Complete(DWORD code, DWORD byteCount) noexcept
 {
-    due.store(never, std::memory_order_relaxed);
+    due = never;
     looksSinceDelivery = 0;
     ChangeReading const ended = std::exchange(reading, {});
     ended.overlapped->InternalHigh = byteCount;

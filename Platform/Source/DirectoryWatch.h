@@ -47,11 +47,10 @@ public:
     /// Ends the reading with nothing. Called when the directory is about to be closed.
     void Close() noexcept;
 
-    /// What a reading that has no event of its own signals.
-    std::shared_ptr<Signal> const& Done() const noexcept { return done; }
+    /// What a reading that has no event of its own signals. Null before the first one.
+    std::shared_ptr<Signal> Done() const noexcept;
 
-    int Descriptor() const noexcept override { return isResting.load(std::memory_order_relaxed) ? -1 : descriptor; }
-    std::chrono::nanoseconds Due() const noexcept override { return due.load(std::memory_order_relaxed); }
+    Needs WhatItNeeds() const noexcept override;
     void Advance() noexcept override;
     PendingOperation* Companion() const noexcept override { return surroundings.get(); }
     /// Ends the reading if it has.
@@ -69,7 +68,7 @@ private:
     void Complete(DWORD code, DWORD byteCount) noexcept;
 
     // Taken before the lock of the signals, never behind it.
-    std::mutex mutex;
+    mutable std::mutex mutex;
     int const directory;
     int const descriptor;
     std::shared_ptr<Surroundings> surroundings;
@@ -83,8 +82,9 @@ private:
     ChangeQueue queue;
     ChangeReading reading{};
     std::shared_ptr<Signal> done;
-    std::atomic<std::chrono::nanoseconds> due{never};
-    std::atomic<bool> isResting{false};
+    /// Of what is held: when to go on, and whether anything is to be read before.
+    std::chrono::nanoseconds due = never;
+    bool isResting = false;
 };
 
 /// What stands in OVERLAPPED::Internal.

@@ -178,16 +178,17 @@ private:
     // Waits for the operations and for the signals, or only looks, and lets the operations do what they can.
     void Poll(std::unique_lock<std::mutex>& lock, std::size_t before, bool onlyLooks) noexcept
     {
-        Operations operations;
-        if (!operations.Collect(signals.first(before)))
-            return Fail(ERROR_NO_SYSTEM_RESOURCES);
         alarmDescriptor = OpenAlarm();
         if (alarmDescriptor < 0)
             return Fail(CodeFromHost(errno));
+        Operations operations;
+        if (!operations.Collect(signals.first(before)))
+            Fail(ERROR_NO_SYSTEM_RESOURCES);
         isWoken = false;
         isPolling = true;
         lock.unlock();
-        int const error = operations.Poll(alarmDescriptor, onlyLooks ? std::chrono::nanoseconds(0) : deadline);
+        int const error =
+            operations.Poll(alarmDescriptor, onlyLooks || result ? std::chrono::nanoseconds(0) : deadline);
         lock.lock();
         isPolling = false;
         if (isWoken)
@@ -197,9 +198,9 @@ private:
         }
         hasSlept = true;
         if (error != 0)
-            return Fail(CodeFromHost(error));
+            Fail(CodeFromHost(error));
         lock.unlock();
-        operations.Advance();
+        operations.Advance(error == 0);
         lock.lock();
     }
 
@@ -238,7 +239,6 @@ private:
                         continue;
                     if (count == each.size())
                         return false;
-                    descriptors[count] = {operation->Descriptor(), POLLIN, 0};
                     each[count++] = operation;
                     if (!companion)
                         companion = operation->Companion();
@@ -249,12 +249,18 @@ private:
         // Gives an errno, 0 for none.
         int Poll(int alarmToHear, std::chrono::nanoseconds until) noexcept
         {
+            auto const add = [&](std::size_t at, PendingOperation const* operation)
+            {
+                PendingOperation::Needs const needs =
+                    operation ? operation->WhatItNeeds() : PendingOperation::Needs{-1, PendingOperation::never};
+                descriptors[at] = {needs.descriptor, POLLIN, 0};
+                dues[at] = needs.due;
+                until = std::min(until, needs.due);
+            };
             for (std::size_t at = 0; at < count; ++at)
-                until = std::min(until, each[at]->Due());
+                add(at, each[at].get());
             descriptors[count] = {alarmToHear, POLLIN, 0};
-            descriptors[count + 1] = {companion ? companion->Descriptor() : -1, POLLIN, 0};
-            if (companion)
-                until = std::min(until, companion->Due());
+            add(count + 1, companion);
             auto const poll = [&]
             {
                 timespec const time = TimeUntil(until);
@@ -265,14 +271,19 @@ private:
         }
 
         // Without the lock, also because this may let go of the last ones.
-        void Advance() noexcept
+        void Advance(bool hasPolled) noexcept
         {
+            if (!hasPolled)
+            {
+                each = {};
+                return;
+            }
             if (companion && descriptors[count + 1].revents != 0)
                 companion->Advance();
             for (std::size_t at = 0; at < count; ++at)
             {
                 auto const operation = std::move(each[at]);
-                if (descriptors[at].revents != 0 || operation->Due() != PendingOperation::never)
+                if (descriptors[at].revents != 0 || dues[at] != PendingOperation::never)
                     operation->Advance();
             }
         }
@@ -281,7 +292,9 @@ private:
         std::size_t count = 0;
         std::array<std::shared_ptr<PendingOperation>, mostSignals> each;
         PendingOperation* companion = nullptr;
-        std::array<pollfd, mostSignals + 2> descriptors; // the alarm and the companion come last
+        // The alarm and the companion come last.
+        std::array<pollfd, mostSignals + 2> descriptors;
+        std::array<std::chrono::nanoseconds, mostSignals + 2> dues;
     };
 
     std::span<Signal* const> signals;
@@ -332,11 +345,22 @@ bool Signal::Attach(std::shared_ptr<PendingOperation> operation) noexcept
         {
             std::lock_guard const lock(mutex);
             operations.push_back(std::move(operation));
-            ForgetOtherProcess();
-            for (Place const* place = first; place; place = place->next)
-                place->wait->Wake(); // it has one more descriptor to poll
+            WakeAllLocked(); // they have one more descriptor to poll
             return true;
         });
+}
+
+void Signal::WakeAll() noexcept
+{
+    std::lock_guard const lock(mutex);
+    WakeAllLocked();
+}
+
+void Signal::WakeAllLocked() noexcept
+{
+    ForgetOtherProcess();
+    for (Place const* place = first; place; place = place->next)
+        place->wait->Wake();
 }
 
 void Signal::Detach(PendingOperation const& operation) noexcept

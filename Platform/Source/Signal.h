@@ -1,9 +1,13 @@
 // What threads wait for: events and semaphores. One lock guards all of them, so that a wait for several sees all in one
 // state. Who sets a signal ends the waits that can end because of it, the oldest first: each setting of an event that
-// resets itself lets one wait through, also when the next one follows before anybody has woken up.
+// resets itself lets one wait through, also when the next one follows before anybody has woken up. Only a wait that has
+// an operation earlier in its list is just woken, and looks at that first.
 //
 // A signal may be the end of an operation on a descriptor. Nobody waits for that descriptor but the threads that wait
 // for the signal: they poll it, and let the operation take what has come, which may signal.
+//
+// Locks, each taken before those behind it: a directory watch's own; the signals'. The lock of the watches of files
+// (Changes.cpp), that of the names (Waits.cpp) and those of the surroundings are taken alone.
 #pragma once
 
 #include "HandleTable.h"
@@ -25,11 +29,18 @@ public:
 
     virtual ~PendingOperation() = default;
 
-    /// Is readable when there is something to do; negative while that depends on the time alone.
-    virtual int Descriptor() const noexcept = 0;
-    /// When there is something to do all the same, on the clock of TimeNow.
-    virtual std::chrono::nanoseconds Due() const noexcept = 0;
-    /// Does what can be done without waiting. Called without the lock of the signals; may take it.
+    struct Needs
+    {
+        int descriptor;               ///< something is to be done when it is readable; negative for none
+        std::chrono::nanoseconds due; ///< or at this time, on the clock of TimeNow
+    };
+
+    // All are called by any threads, also at once, and without the lock of the signals.
+
+    /// What is to be waited for. Where it changes to an earlier time but by Advance, the signal's WakeAll makes waiting
+    /// threads ask again.
+    virtual Needs WhatItNeeds() const noexcept = 0;
+    /// Does what can be done without waiting; may set its signal.
     virtual void Advance() noexcept = 0;
     /// One that is carried on along with it, the same for many. Null for none. Lives as long as this.
     virtual PendingOperation* Companion() const noexcept { return nullptr; }
@@ -59,6 +70,8 @@ public:
     /// From here until Detach waiting threads carry the operation on. False without memory.
     bool Attach(std::shared_ptr<PendingOperation> operation) noexcept;
     void Detach(PendingOperation const& operation) noexcept;
+    /// Lets the waiting threads ask anew what the operations need.
+    void WakeAll() noexcept;
 
 private:
     friend class Wait; // and its parts
@@ -81,6 +94,7 @@ private:
     void Enter(Place& place, Wait& wait) noexcept;
     void Leave(Place& place) noexcept;
     void LetThrough() noexcept;
+    void WakeAllLocked() noexcept;
     void ForgetOtherProcess() noexcept;
 
     Type const type;

@@ -100,15 +100,11 @@ void Surroundings::Remove(DirectoryWatch const& watch) noexcept
         SystemCalls::RemoveWatch(descriptor, parent);
 }
 
-int Surroundings::Descriptor() const noexcept
-{
-    return Due() == never ? descriptor : -1;
-}
-
-std::chrono::nanoseconds Surroundings::Due() const noexcept
+PendingOperation::Needs Surroundings::WhatItNeeds() const noexcept
 {
     std::chrono::nanoseconds const until = quietUntil.load(std::memory_order_relaxed);
-    return until != std::chrono::nanoseconds(0) && until > TimeNow() ? until : never;
+    bool const isQuiet = until != std::chrono::nanoseconds(0) && until > TimeNow();
+    return isQuiet ? Needs{-1, until} : Needs{descriptor, never};
 }
 
 void Surroundings::Advance() noexcept
@@ -116,12 +112,12 @@ void Surroundings::Advance() noexcept
     std::vector<std::shared_ptr<DirectoryWatch>> concerned;
     try
     {
-        if (Due() != never || !Read(concerned))
+        if (WhatItNeeds().descriptor < 0 || !Read(concerned))
             return;
     }
     catch (std::bad_alloc const&)
     {
-        // Those that were found are told. The others learn of it from what happens next.
+        return; // nothing was read; the next try is after the quiet time
     }
     for (std::shared_ptr<DirectoryWatch> const& watch : concerned)
         watch->LookWhetherItHasGone();
@@ -131,6 +127,7 @@ void Surroundings::Advance() noexcept
 bool Surroundings::Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned)
 {
     alignas(inotify_event) std::byte bytes[4096];
+    quietUntil.store(TimeNow() + quietTime, std::memory_order_relaxed);
     std::lock_guard const lock(mutex);
     concerned.reserve(members.size()); // the last one that lets go of a watch must not do it with the lock
     bool hasRead = false;
@@ -139,8 +136,7 @@ bool Surroundings::Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned)
         ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, bytes, sizeof bytes); });
         if (count <= 0)
             return hasRead;
-        if (!std::exchange(hasRead, true))
-            quietUntil.store(TimeNow() + quietTime, std::memory_order_relaxed);
+        hasRead = true;
         for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
         {
             auto const& event = *reinterpret_cast<inotify_event const*>(bytes + at);

@@ -33,8 +33,7 @@ public:
     /// Called by the destructor of what was added.
     void Remove(DirectoryWatch const& watch) noexcept;
 
-    int Descriptor() const noexcept override;
-    std::chrono::nanoseconds Due() const noexcept override;
+    Needs WhatItNeeds() const noexcept override;
     void Advance() noexcept override;
 
 private:

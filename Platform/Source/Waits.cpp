@@ -67,8 +67,9 @@ HANDLE Create(Kind kind, LPSECURITY_ATTRIBUTES security, LPCWSTR name, auto make
             auto object = HandleTable::Make<SignalObject>(kind, std::move(signal));
             if (!object)
                 return nullptr;
-            if (!isNew)
-                SetLastError(ERROR_ALREADY_EXISTS);
+            // As callers with a name look at it, also after a success.
+            if (name && *name != 0)
+                SetLastError(isNew ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
             return object.Open();
         });
 }

@@ -233,28 +233,98 @@ TEST_F(Changes, EndOnceAlsoInARace)
 
 TEST_F(Changes, LeaveNothingBehindWhenTheHostRefuses)
 {
-    std::size_t const before = OpenDescriptors();
     auto const codeNow = [&] { return CodeOf([&] { return Read(directory, &overlapped); }); };
+    // The first ones are the surroundings', which all directories share, or this thread's.
+    std::size_t const before = OpenDescriptors();
+    auto const failing = [&](auto& call, int nth, int error, DWORD expected)
     {
-        SystemCalls::Redirection const watches(SystemCalls::AddWatch, FailingWith(ENOMEM));
-        EXPECT_EQ(codeNow(), ERROR_NOT_ENOUGH_MEMORY);
-    }
+        SystemCalls::Redirection const redirection(call,
+                                                   [&, calls = 0](auto... arguments) mutable
+                                                   {
+                                                       if (++calls != nth)
+                                                           return call.host(arguments...);
+                                                       errno = error;
+                                                       return -1;
+                                                   });
+        EXPECT_EQ(codeNow(), expected) << nth;
+        EXPECT_EQ(OpenDescriptors(), before);
+    };
+    for (int const nth : {1, 2})
     {
-        SystemCalls::Redirection const instances(SystemCalls::MakeWatcher, FailingWith(EMFILE));
-        EXPECT_EQ(codeNow(), ERROR_TOO_MANY_OPEN_FILES);
+        failing(SystemCalls::MakeWatcher, nth, EMFILE, ERROR_TOO_MANY_OPEN_FILES);
+        failing(SystemCalls::AddWatch, nth, ENOSPC, ERROR_NO_SYSTEM_RESOURCES);
+        failing(SystemCalls::AddWatch, nth, ENOMEM, ERROR_NOT_ENOUGH_MEMORY);
     }
-    EXPECT_LE(OpenDescriptors(), before + 1); // this thread's own
+    failing(SystemCalls::AddWatch, 1, EACCES, ERROR_ACCESS_DENIED);
+    std::thread(
+        [&]
+        {
+            SystemCalls::Redirection const none(SystemCalls::MakeEventDescriptor, FailingWith(ENFILE));
+            EXPECT_EQ(codeNow(), ERROR_TOO_MANY_OPEN_FILES); // who couldn't wait
+        })
+        .join();
     EXPECT_EQ(codeNow(), ERROR_SUCCESS);
-    // Interrupted waits go on.
-    SystemCalls::Redirection const interrupted(SystemCalls::Poll,
-                                               [calls = 0](pollfd* polled, nfds_t many, timespec const* time) mutable
-                                               {
-                                                   if (++calls % 2 == 0)
-                                                       return SystemCalls::Poll.host(polled, many, time);
-                                                   errno = EINTR;
-                                                   return -1;
-                                               });
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 5), WAIT_TIMEOUT);
-    Make("a");
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 10'000), WAIT_OBJECT_0);
+    EXPECT_EQ(CodeOf([&] { return CancelIoEx(directory.Get(), nullptr); }), ERROR_SUCCESS);
+    // Only the directory's end isn't seen where its parent can't be read.
+    OpenHandle const other = OpenDirectory();
+    SystemCalls::Redirection const unreadable(SystemCalls::AddWatch,
+                                              [calls = 0](int watcher, char const* path, std::uint32_t mask) mutable
+                                              {
+                                                  if (++calls != 2)
+                                                      return SystemCalls::AddWatch.host(watcher, path, mask);
+                                                  errno = EACCES;
+                                                  return -1;
+                                              });
+    EXPECT_TRUE(Read(other, &overlapped));
+}
+
+// A reading whose own event nobody could wait for must not write behind its caller's back.
+TEST_F(Changes, AreNotWrittenAfterAWaitThatFailed)
+{
+    OpenHandle const waiting = OpenDirectory(0);
+    {
+        SystemCalls::Redirection const none(SystemCalls::Poll, FailingWith(ENOMEM));
+        EXPECT_EQ(CodeOf(
+                      [&]
+                      {
+                          return ReadDirectoryChangesW(waiting.Get(), buffer, sizeof buffer, FALSE,
+                                                       FILE_NOTIFY_CHANGE_FILE_NAME, &count, nullptr, nullptr);
+                      }),
+                  ERROR_NOT_ENOUGH_MEMORY);
+    }
+    EXPECT_EQ(CodeOf([&] { return CancelIoEx(waiting.Get(), nullptr); }), ERROR_NOT_FOUND);
+    // Nor is there anything to wait for in another handle's operation without an event.
+    overlapped.hEvent = nullptr;
+    OpenHandle const withEvent = OpenDirectory();
+    OVERLAPPED other{};
+    other.hEvent = event.Get();
+    EXPECT_TRUE(Read(directory, &overlapped));
+    EXPECT_TRUE(Read(withEvent, &other));
+    EXPECT_EQ(CodeOf([&] { return GetOverlappedResult(withEvent.Get(), &overlapped, &count, TRUE); }),
+              ERROR_INVALID_HANDLE);
+}
+
+// Who looks takes the events, and must tell the one that waits of what is held.
+TEST_F(Changes, AreNotKeptFromTheOneThatWaits)
+{
+    constexpr DWORD filter = FILE_NOTIFY_CHANGE_LAST_WRITE;
+    for (int round = 0; round < 50; ++round)
+    {
+        for (int write = 0; write < 2; ++write)
+        {
+            ASSERT_TRUE(ReadDirectoryChangesW(directory.Get(), buffer, sizeof buffer, FALSE, filter, nullptr,
+                                              &overlapped, nullptr));
+            std::thread writer(
+                [&]
+                {
+                    std::this_thread::sleep_for(100us);
+                    drive.Write("in/x", "content");
+                    for (DWORD unused = 0;
+                         write == 1 && !GetOverlappedResult(directory.Get(), &overlapped, &unused, FALSE);)
+                        std::this_thread::sleep_for(200us);
+                });
+            EXPECT_EQ(WaitForSingleObject(event.Get(), 10'000), WAIT_OBJECT_0);
+            writer.join();
+        }
+    }
 }

@@ -94,8 +94,7 @@ public:
 
     void Begin() { EXPECT_TRUE(signal->Attach(shared_from_this())); }
     void MayEnd() const { EXPECT_EQ(::eventfd_write(descriptor, 1), 0); }
-    int Descriptor() const noexcept override { return descriptor; }
-    std::chrono::nanoseconds Due() const noexcept override { return never; }
+    Needs WhatItNeeds() const noexcept override { return {descriptor, never}; }
     void Advance() noexcept override
     {
         eventfd_t count;
