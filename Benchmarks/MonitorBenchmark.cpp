@@ -253,12 +253,14 @@ double Quantile(std::vector<double>& values, double part)
 
 constexpr long changes = 1000;
 
-/// Threads that the calling one starts from here on run there too.
-void RunOn(int processor)
+/// On the one of the allowed processors that has so many before it, as threads do that are started from here on.
+void RunOn(cpu_set_t const& allowed, int number)
 {
     cpu_set_t set;
     CPU_ZERO(&set);
-    CPU_SET(processor, &set);
+    for (int processor = 0; processor < CPU_SETSIZE; ++processor)
+        if (CPU_ISSET(processor, &allowed) && number-- == 0)
+            CPU_SET(processor, &set);
     Check(::sched_setaffinity(0, sizeof set, &set) == 0);
 }
 
@@ -295,12 +297,12 @@ void Change(benchmark::State& state)
     cpu_set_t before;
     Check(::sched_getaffinity(0, sizeof before, &before) == 0);
     if (apart)
-        RunOn(1);
+        RunOn(before, 1);
     Watched<Watcher> watched;
     Watched<Plain> plain;
     AwaitStart();
     if (apart)
-        RunOn(0);
+        RunOn(before, 0);
     bool isFirst = false;
     for (auto _ : state)
     {

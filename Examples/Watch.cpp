@@ -45,7 +45,7 @@ int Run(std::vector<Path> const& directories)
 
 int main(int argc, char** argv)
 {
-    if (argc < 2)
+    if (argc < 2 || argv[1][0] == '-')
     {
         std::fprintf(stderr, "usage: %s DIRECTORY...\n", argv[0]);
         return 2;

@@ -156,19 +156,15 @@ ChangeQueue::Outcome ChangeQueue::TakeInOrder(Writer& writer, std::size_t until,
         if (IsLast(event))
             return Outcome::lost;
         if (action == FILE_ACTION_MODIFIED)
-            fits = IsSeen(begin, begin) || Write(writer, event, action, now);
+            fits = IsSeen(begin, begin) || WriteModification(writer, event, now);
         else if (action != noAction)
             ++stretch;
         if (action == FILE_ACTION_RENAMED_OLD_NAME)
         {
-            bool mayCome = !isComplete || begin != first;
-            inotify_event* const other = OtherHalf(event, next, mayCome);
-            if (!other && mayCome)
-                return Outcome::incomplete;
-            fits = other ? writer.Append({{action, NameOf(event)}, {FILE_ACTION_RENAMED_NEW_NAME, NameOf(*other)}})
-                         : writer.Append({{FILE_ACTION_REMOVED, NameOf(event)}});
-            if (fits && other)
-                other->mask = 0; // told already
+            Outcome const outcome = TakeRenaming(writer, event, isComplete && begin == first);
+            if (outcome == Outcome::incomplete)
+                return outcome;
+            fits = outcome == Outcome::records;
         }
         else if (action == FILE_ACTION_ADDED || action == FILE_ACTION_REMOVED)
             fits = writer.Append({{action, NameOf(event)}});
@@ -179,6 +175,21 @@ ChangeQueue::Outcome ChangeQueue::TakeInOrder(Writer& writer, std::size_t until,
         begin = next;
     }
     return Outcome::nothing;
+}
+
+// Of the first half at the beginning: records, incomplete, or overflow when it doesn't fit.
+ChangeQueue::Outcome ChangeQueue::TakeRenaming(Writer& writer, inotify_event const& event, bool isComplete) noexcept
+{
+    bool mayCome = !isComplete;
+    inotify_event* const other = OtherHalf(event, Behind(event, begin), mayCome);
+    if (!other && mayCome)
+        return Outcome::incomplete;
+    bool const fits = other ? writer.Append({{FILE_ACTION_RENAMED_OLD_NAME, NameOf(event)},
+                                             {FILE_ACTION_RENAMED_NEW_NAME, NameOf(*other)}})
+                            : writer.Append({{FILE_ACTION_REMOVED, NameOf(event)}});
+    if (fits && other)
+        other->mask = 0; // told already
+    return fits ? Outcome::records : Outcome::overflow;
 }
 
 ChangeQueue::Outcome ChangeQueue::TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept
@@ -196,7 +207,7 @@ ChangeQueue::Outcome ChangeQueue::TakeModifications(Writer& writer, std::chrono:
         bool const isHeld = mayHold && heldUntil > now;
         if (isHeld)
             due = std::min(due, heldUntil);
-        fits = fits && (isHeld || Write(writer, event, FILE_ACTION_MODIFIED, now));
+        fits = fits && (isHeld || WriteModification(writer, event, now));
         if (isHeld || !fits)
             Move(place, kept);
         place = next;
@@ -209,9 +220,9 @@ ChangeQueue::Outcome ChangeQueue::TakeModifications(Writer& writer, std::chrono:
     return Outcome::overflow;
 }
 
-bool ChangeQueue::Write(Writer& writer, inotify_event const& event, DWORD action, std::chrono::nanoseconds now) noexcept
+bool ChangeQueue::WriteModification(Writer& writer, inotify_event const& event, std::chrono::nanoseconds now) noexcept
 {
-    bool const fits = writer.Append({{action, NameOf(event)}});
+    bool const fits = writer.Append({{FILE_ACTION_MODIFIED, NameOf(event)}});
     if (fits)
         ModificationOf(NameOf(event)).heldUntil = now + timeBetweenModifications;
     return fits;

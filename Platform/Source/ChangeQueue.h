@@ -7,8 +7,9 @@
 // The host tells of a renaming in two events, which can be read apart: the second one may not be there yet. So where
 // the first one is the last thing that is known, the queue asks for more.
 //
-// What happens to names is told of in its order, with the modifications in between. Of those at the end, files that
-// were told of a moment ago are held, and the others aren't.
+// What happens to names is told of in its order. Between two such events, in one stretch, a file that was modified is
+// told of once. Of the modifications behind the last one of them those of files that were told of a moment ago are
+// held, that is, kept until they are due; the others aren't.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -31,7 +32,7 @@ public:
     {
         nothing,    ///< that anybody wants
         records,    ///< are in the buffer
-        overflow,   ///< of the host's queue, or the buffer can't hold even the first record
+        overflow,   ///< of the host's queue, or the buffer can't hold even the first record; behind records it is full
         lost,       ///< the directory has gone or got another name; stays so
         held,       ///< only what was told of a moment ago; look again when it is Due()
         incomplete, ///< the other half of a renaming may be on its way
@@ -87,9 +88,10 @@ private:
     DWORD ActionOf(inotify_event const& event) const noexcept;
     inotify_event* OtherHalf(inotify_event const& first, std::size_t place, bool& mayCome) noexcept;
     std::size_t BeginOfModifications() const noexcept;
+    Outcome TakeRenaming(Writer& writer, inotify_event const& event, bool isComplete) noexcept;
     Outcome TakeInOrder(Writer& writer, std::size_t until, std::chrono::nanoseconds now, bool isComplete) noexcept;
     Outcome TakeModifications(Writer& writer, std::chrono::nanoseconds now) noexcept;
-    bool Write(Writer& writer, inotify_event const& event, DWORD action, std::chrono::nanoseconds now) noexcept;
+    bool WriteModification(Writer& writer, inotify_event const& event, std::chrono::nanoseconds now) noexcept;
     void Merge(std::size_t from) noexcept;
     void DropAll() noexcept;
     void Move(std::size_t from, std::size_t& to) noexcept;

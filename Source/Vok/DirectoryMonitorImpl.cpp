@@ -88,9 +88,9 @@ void DirInfo::ProcessNotifications(DirectoryChangeCallback const& callback)
 
 HANDLE DirInfo::OpenDirectory(std::wstring const& text)
 {
-    // Without FILE_SHARE_DELETE on purpose: what is watched stays where it is.
     if (!Detail::IsSeenWhole(text))
         return INVALID_HANDLE_VALUE;
+    // Without FILE_SHARE_DELETE on purpose: what is watched stays where it is.
     return CreateFileW(text.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr);
 }

@@ -63,7 +63,7 @@ public:
         case WAIT_TIMEOUT:
             return EventWaitResult::timedOut;
         case WAIT_ABANDONED:
-            // Required: the platform sets no last error then.
+            // A fixed code, as the platform sets no last error then.
             VOK_THROW(WindowsError, ERROR_ABANDONED_WAIT_0, "WaitForSingleObject abandoned");
         case WAIT_FAILED:
             VOK_THROW_LAST_ERROR("WaitForSingleObject failed");
@@ -72,7 +72,7 @@ public:
         }
     }
 
-    /// For the platform's own calls. Stays this object's.
+    /// For the platform's own calls, such as ResetEvent and WaitForMultipleObjects. Stays this object's.
     HANDLE Handle() const noexcept { return handle.Get(); }
 
 private:

@@ -23,6 +23,8 @@
 // ERROR_ACCESS_DENIED, within a tenth of a second. That isn't seen where its parent can't be read, where another
 // directory on the way to it is renamed, and where its file system is taken away from under it: all that is open keeps
 // that from ending. The host's /proc is needed.
+//
+// A child process made by fork shares its parent's readings: what it reads, waits for or closes is its parent's too.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
