@@ -27,8 +27,8 @@
 extern "C"
 {
     /// Null on failure. An existing object of that name is given with ERROR_ALREADY_EXISTS as the last error, a new one
-    /// with ERROR_SUCCESS, and the other arguments mean nothing then; ERROR_INVALID_HANDLE if it is a semaphore. A null or empty name is none. A
-    /// security descriptor is refused with ERROR_NOT_SUPPORTED.
+    /// with ERROR_SUCCESS, and the other arguments mean nothing then; ERROR_INVALID_HANDLE if it is a semaphore. A null
+    /// or empty name is none. A security descriptor is refused with ERROR_NOT_SUPPORTED.
     VOK_PLATFORM_EXPORT HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
                                                    LPCWSTR name) noexcept;
     VOK_PLATFORM_EXPORT BOOL WINAPI SetEvent(HANDLE event) noexcept;
