@@ -101,6 +101,27 @@ std::span<std::byte> ChangeQueue::FreeSpace() noexcept
     return std::span(bytes).subspan(end);
 }
 
+bool ChangeQueue::CutBehindOverflow() noexcept
+{
+    for (std::size_t place = begin; place != end;)
+    {
+        inotify_event const& event = EventAt(place);
+        place = Behind(event, place);
+        if ((event.mask & IN_Q_OVERFLOW) == 0)
+            continue;
+        std::size_t kept = place;
+        for (; place != end; place = Behind(EventAt(place), place))
+            if (IsLast(EventAt(place)))
+            {
+                Move(place, kept);
+                break;
+            }
+        end = kept;
+        return true;
+    }
+    return false;
+}
+
 void ChangeQueue::Condense() noexcept
 {
     ++stretch;

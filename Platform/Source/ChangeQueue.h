@@ -47,6 +47,8 @@ public:
     /// Where the host's next events go; large enough for one at least, once all that can be taken has been taken.
     std::span<std::byte> FreeSpace() noexcept;
     void Added(std::size_t byteCount) noexcept { end += byteCount; }
+    /// Takes away what is behind the first overflow, of which the host may have lost some more. False if there is none.
+    bool CutBehindOverflow() noexcept;
     /// Makes space of what needs to be told once only.
     void Condense() noexcept;
     bool IsEmpty() const noexcept { return begin == end; }

@@ -121,16 +121,52 @@ void DirectoryWatch::Advance() noexcept
 void DirectoryWatch::ReadEvents() noexcept
 {
     constexpr int mostTimes = 64;
-    for (int i = 0; i < mostTimes; ++i)
-    {
-        std::span<std::byte> const space = queue.FreeSpace();
-        ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
-        hasMore = count > static_cast<ssize_t>(space.size() / 2);
-        if (count > 0)
-            queue.Added(static_cast<std::size_t>(count));
-        if (!hasMore)
-            return;
+    for (int i = 0; i < mostTimes && ReadSome() && hasMore; ++i)
         queue.Condense();
+}
+
+// False when there is nothing, or nothing more behind an overflow.
+bool DirectoryWatch::ReadSome() noexcept
+{
+    std::span<std::byte> const space = queue.FreeSpace();
+    ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+    hasMore = count > static_cast<ssize_t>(space.size() / 2);
+    if (count <= 0)
+        return false;
+    queue.Added(static_cast<std::size_t>(count));
+    if (!queue.CutBehindOverflow())
+        return true;
+    hasMore = false;
+    DropBehindOverflow();
+    return false;
+}
+
+// As long as the host's note of an overflow waits in its queue, events go in behind it where there is room and get lost
+// where there is none, without another note. So all of them are covered by that one, which nobody has been told of yet.
+void DirectoryWatch::DropBehindOverflow() noexcept
+{
+    for (bool isAnother = true; std::exchange(isAnother, false);)
+    {
+        int left = 0;
+        if (SystemCalls::CountReadable(descriptor, &left) != 0)
+            return;
+        while (left > 0)
+        {
+            std::span<std::byte> const space = queue.FreeSpace();
+            ssize_t const count =
+                Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+            if (count <= 0)
+                return;
+            for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
+            {
+                auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
+                at += sizeof event + event.len;
+                isAnother = isAnother || (event.mask & IN_Q_OVERFLOW) != 0;
+            }
+            queue.Added(static_cast<std::size_t>(count));
+            queue.CutBehindOverflow();
+            left -= static_cast<int>(count);
+        }
     }
 }
 

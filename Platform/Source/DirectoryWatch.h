@@ -59,6 +59,8 @@ public:
 private:
     // All with the lock.
     void ReadEvents() noexcept;
+    bool ReadSome() noexcept;
+    void DropBehindOverflow() noexcept;
     void Deliver() noexcept;
     void Hold() noexcept;
     bool HasGone() const noexcept;

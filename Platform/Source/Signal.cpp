@@ -83,34 +83,20 @@ public:
     {
         std::unique_lock lock(mutex);
         Notice();
-        if (result)
-            return *result;
-        Presence const presence(*this);
-        for (bool hasPolled = false; !result;)
-        {
-            std::size_t const ready = FirstReady();
-            bool const isOver = deadline == std::chrono::nanoseconds(0) || (hasSlept && TimeNow() >= deadline);
-            bool const mayEnd = ready != signals.size() || isOver;
-            if (HasOperations(ready) && !(mayEnd && hasPolled))
-                Poll(lock, ready, mayEnd);
-            else if (mayEnd)
-                End(ready);
-            else
-                Sleep(lock);
-            hasPolled = mayEnd;
-        }
+        if (!result)
+            WaitForResult(lock);
+        LookAtEarlierOperations(lock);
         return *result;
     }
 
-    // With the lock, when a signal may have been set.
+    // With the lock, when a signal may have been set: takes it for this wait.
     void Notice() noexcept
     {
         std::size_t const ready = FirstReady();
         if (result || ready == signals.size())
             return;
-        // Operations that come before what is ready may have ended, only that nobody has looked yet.
-        if (!HasOperations(ready))
-            End(ready);
+        hasEarlierOperations = HasOperations(ready);
+        End(ready);
         Wake();
     }
 
@@ -128,6 +114,39 @@ public:
     }
 
 private:
+    void WaitForResult(std::unique_lock<std::mutex>& lock) noexcept
+    {
+        Presence const presence(*this);
+        for (bool hasPolled = false; !result;)
+        {
+            std::size_t const ready = FirstReady();
+            bool const isOver = deadline == std::chrono::nanoseconds(0) || (hasSlept && TimeNow() >= deadline);
+            bool const mayEnd = ready != signals.size() || isOver;
+            if (HasOperations(ready) && !(mayEnd && hasPolled))
+                Poll(lock, ready, mayEnd);
+            else if (mayEnd)
+                End(ready);
+            else
+                Sleep(lock);
+            hasPolled = mayEnd;
+        }
+    }
+
+    // Operations that come before what was taken may have ended, only that nobody had looked yet. The first one of the
+    // list counts, and what was taken is set again for somebody else.
+    void LookAtEarlierOperations(std::unique_lock<std::mutex>& lock) noexcept
+    {
+        if (!hasEarlierOperations || *result == WAIT_FAILED)
+            return;
+        std::size_t const taken = *result - WAIT_OBJECT_0;
+        Poll(lock, taken, true);
+        std::size_t const ready = FirstReady();
+        if (ready >= taken)
+            return;
+        End(ready);
+        signals[taken]->GiveBack();
+    }
+
     // The first signal that is set, or the first at all once all are; how many there are if it must wait.
     std::size_t FirstReady() const noexcept
     {
@@ -186,9 +205,9 @@ private:
             Fail(ERROR_NO_SYSTEM_RESOURCES);
         isWoken = false;
         isPolling = true;
+        bool const looks = onlyLooks || result;
         lock.unlock();
-        int const error =
-            operations.Poll(alarmDescriptor, onlyLooks || result ? std::chrono::nanoseconds(0) : deadline);
+        int const error = operations.Poll(alarmDescriptor, looks ? std::chrono::nanoseconds(0) : deadline);
         lock.lock();
         isPolling = false;
         if (isWoken)
@@ -306,6 +325,7 @@ private:
     std::condition_variable wakes;
     int alarmDescriptor = -1;
     bool isPolling = false;
+    bool hasEarlierOperations = false;
     bool isWoken = false;
 };
 
@@ -386,6 +406,15 @@ void Signal::Leave(Place& place) noexcept
 {
     (place.previous ? place.previous->next : first) = place.next;
     (place.next ? place.next->previous : last) = place.previous;
+}
+
+void Signal::GiveBack() noexcept
+{
+    if (type != Type::manualReset)
+    {
+        count = IsEvent() ? 1 : count + 1;
+        LetThrough();
+    }
 }
 
 void Signal::LetThrough() noexcept

@@ -1,7 +1,7 @@
 // What threads wait for: events and semaphores. One lock guards all of them, so that a wait for several sees all in one
 // state. Who sets a signal ends the waits that can end because of it, the oldest first: each setting of an event that
-// resets itself lets one wait through, also when the next one follows before anybody has woken up. Only a wait that has
-// an operation earlier in its list is just woken, and looks at that first.
+// resets itself lets one wait through, also when the next one follows before anybody has woken up. A wait that has an
+// operation earlier in its list looks at that once more, and may give back what it got.
 //
 // A signal may be the end of an operation on a descriptor. Nobody waits for that descriptor but the threads that wait
 // for the signal: they poll it, and let the operation take what has come, which may signal.
@@ -94,6 +94,7 @@ private:
     void Enter(Place& place, Wait& wait) noexcept;
     void Leave(Place& place) noexcept;
     void LetThrough() noexcept;
+    void GiveBack() noexcept;
     void WakeAllLocked() noexcept;
     void ForgetOtherProcess() noexcept;
 

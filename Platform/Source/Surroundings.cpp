@@ -77,7 +77,7 @@ bool Surroundings::Add(std::shared_ptr<DirectoryWatch> const& watch, int directo
         [&]
         {
             std::lock_guard const lock(mutex);
-            members.push_back({-1, watch.get(), watch});
+            members.push_back({-1, watch.get(), watch, false});
             // Also when another one takes its place.
             int const parent = AddDirectoryWatch(descriptor, directory, "/..", IN_DELETE | IN_MOVED_TO | IN_ONLYDIR);
             members.back().parent = parent;
@@ -96,7 +96,7 @@ void Surroundings::Remove(DirectoryWatch const& watch) noexcept
         return;
     int const parent = found->parent;
     members.erase(found);
-    if (std::ranges::find(members, parent, &Member::parent) == members.end())
+    if (CurrentForks().descended == descended && std::ranges::find(members, parent, &Member::parent) == members.end())
         SystemCalls::RemoveWatch(descriptor, parent);
 }
 
@@ -130,6 +130,8 @@ bool Surroundings::Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned)
     quietUntil.store(TimeNow() + quietTime, std::memory_order_relaxed);
     std::lock_guard const lock(mutex);
     concerned.reserve(members.size()); // the last one that lets go of a watch must not do it with the lock
+    for (Member& member : members)
+        member.isConcerned = false;
     bool hasRead = false;
     for (;;)
     {
@@ -144,11 +146,13 @@ bool Surroundings::Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned)
             bool const isOfAll = (event.mask & IN_Q_OVERFLOW) != 0;
             if (!isOfAll && (event.mask & IN_ISDIR) == 0)
                 continue;
-            for (Member const& member : members)
-                if (isOfAll || member.parent == event.wd)
-                    if (auto watch = member.watch.lock();
-                        watch && std::ranges::find(concerned, watch) == concerned.end())
+            for (Member& member : members)
+                if (!member.isConcerned && (isOfAll || member.parent == event.wd))
+                    if (auto watch = member.watch.lock())
+                    {
+                        member.isConcerned = true;
                         concerned.push_back(std::move(watch));
+                    }
         }
     }
 }

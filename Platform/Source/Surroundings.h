@@ -3,10 +3,12 @@
 // directory neither fills its own watcher's queue nor takes another one of the few that a user has.
 #pragma once
 
+#include "Sharing.h"
 #include "Signal.h"
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -42,11 +44,14 @@ private:
         int parent; // the host's number for the watch
         DirectoryWatch const* key;
         std::weak_ptr<DirectoryWatch> watch;
+        bool isConcerned = false;
     };
 
     bool Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned);
 
     int const descriptor;
+    // A child shares the host's watcher with its parent, and takes nothing out of it.
+    std::uint64_t const descended = CurrentForks().descended;
     std::mutex mutex;
     std::vector<Member> members;
     // Until then nobody looks.

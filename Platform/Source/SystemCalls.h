@@ -16,6 +16,7 @@
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -144,6 +145,8 @@ VOK_SYSTEM_CALL(MakeWatcher, int(int), [](int flags) { return ::inotify_init1(fl
 VOK_SYSTEM_CALL(AddWatch, int(int, char const*, std::uint32_t),
                 [](int watcher, char const* path, std::uint32_t mask)
                 { return ::inotify_add_watch(watcher, path, mask); });
+VOK_SYSTEM_CALL(CountReadable, int(int, int*),
+                [](int descriptor, int* byteCount) { return ::ioctl(descriptor, FIONREAD, byteCount); });
 VOK_SYSTEM_CALL(RemoveWatch, int(int, int), [](int watcher, int watch) { return ::inotify_rm_watch(watcher, watch); });
 VOK_SYSTEM_CALL(ReadLink, ssize_t(char const*, char*, size_t),
                 [](char const* path, char* text, size_t size) { return ::readlink(path, text, size); });

@@ -142,10 +142,10 @@ void DirectoryMonitorImpl::Run() noexcept // NOLINT(bugprone-exception-escape): 
 {
     std::vector<HANDLE> handles;
     std::vector<std::unique_ptr<DirInfo>> infos;
-    handles.reserve(directories.size() + 1);
-    infos.reserve(directories.size());
     try
     {
+        handles.reserve(directories.size() + 1);
+        infos.reserve(directories.size());
         for (Path const& directory : directories)
         {
             infos.push_back(MakeDirInfo(directory, watchSubtree, notifyFilter));

@@ -287,6 +287,7 @@ TEST(Waits, EachSettingLetsOneWaitThroughAndAManualOneAll)
 {
     constexpr int count = 8;
     OpenHandle const never = Event(false);
+    auto const operation = std::make_shared<Operation>(never.Get()); // which each has to look at before
     auto const letThrough = [&](OpenHandle const& object, auto signal)
     {
         Threads waiting(count, [&] { EXPECT_EQ(WaitFor({never.Get(), object.Get()}, false, longTime), 1U); });
@@ -298,6 +299,11 @@ TEST(Waits, EachSettingLetsOneWaitThroughAndAManualOneAll)
     letThrough(Event(false),
                [](HANDLE event) { std::ranges::for_each(std::array<int, count>(), [=](int) { SetEvent(event); }); });
     letThrough(Semaphore(0, count), [](HANDLE semaphore) { ReleaseSemaphore(semaphore, count, nullptr); });
+    operation->Begin();
+    letThrough(Event(false),
+               [](HANDLE event) { std::ranges::for_each(std::array<int, count>(), [=](int) { SetEvent(event); }); });
+    operation->MayEnd();
+    EXPECT_EQ(Look(never), 0U);
 }
 
 TEST(Waits, NoSettingIsLostOrTakenTwiceBetweenThreads)

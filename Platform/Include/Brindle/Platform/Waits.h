@@ -11,7 +11,7 @@
 // object. Times are in milliseconds.
 //
 // An event that an asynchronous operation was given (OVERLAPPED) is signalled by its completion, which waiting threads
-// bring about themselves: they wait for the host's descriptor.
+// bring about themselves: they wait for the host's descriptor, of up to 64 operations in all.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
