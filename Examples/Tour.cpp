@@ -1,9 +1,11 @@
 // The tour of the library's main job: it writes one text in every encoding, reads it back, walks a directory, deletes
 // what it made, makes a temporary directory that goes with its owner, does the like with the second generation's
-// objects, takes a path apart, and shows a failure the way a caller sees it.
+// objects, watches a directory for a second, takes a path apart, and shows a failure the way a caller sees it.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
+#include "ChangePrinter.h"
+
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/FileSystemV2.h>
@@ -11,12 +13,14 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/PlatformHost.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 using namespace Brindle::Vok;
 
@@ -181,6 +185,18 @@ void ShowSecondGeneration()
     std::printf("%s exists: %s\n", info->Path().ToStringA().c_str(), info->Exists() ? "yes" : "no");
 }
 
+void WatchForASecond()
+{
+    std::shared_ptr<V2::IFileSystem> const fileSystem = V2::MakeFileSystem();
+    std::unique_ptr<V2::IDirectory> const watched = fileSystem->MakeTempDirectory();
+    ChangePrinter const printer({watched->Path()});
+    std::unique_ptr<V2::IFile> const file = fileSystem->MakeFile(Path::Join(watched->Path(), L"seen.txt"));
+    file->WriteAllText(L"seen", TextEncoding::Utf8, ByteOrderMarkPolicy::Omit, LineEndingPolicy::Windows);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    file->Delete();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+}
+
 void ShowPiece(char const* name, std::wstring const& piece)
 {
     std::printf("  %-24s [%s]\n", name, WideToUtf8(piece).c_str());
@@ -267,6 +283,8 @@ int Run(std::string const& directory, Path const& path)
     MakeATemporaryTree(fileSystem);
     std::printf("== Second generation: each mark read, a list, a read-only deletion, a temporary directory\n");
     ShowSecondGeneration();
+    std::printf("== A directory that is watched for a second\n");
+    WatchForASecond();
     std::printf("== A path and its pieces\n");
     ShowPieces(path);
     std::printf("== A path that does not exist\n");

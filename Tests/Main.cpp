@@ -1,5 +1,6 @@
 // The tests' main: as in many hosts, the global locale is the environment's. What the tests open they must close.
 #include "HandleTable.h"
+#include "Signal.h"
 
 #include <Brindle/Vok/Platform.h>
 
@@ -45,6 +46,8 @@ int main(int argumentCount, char** arguments)
     testing::InitGoogleMock(&argumentCount, arguments);
     // The first opening keeps a descriptor, by which other processes see this one.
     CloseHandle(CreateFileW(L"\\dev\\null", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    // So does the first wait of each thread.
+    Brindle::Vok::Platform::PrepareToWait();
     OpenThings const before;
     int const result = RUN_ALL_TESTS();
     return before.AreAllThatIsOpen() ? result : 1;

@@ -6,9 +6,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 namespace Brindle::Vok::Platform
 {
+
+class DirectoryWatch;
 
 class FileObject final : public Object
 {
@@ -25,6 +28,11 @@ public:
     };
 
     FileObject() noexcept : Object(Kind::file) {}
+    ~FileObject() override
+    {
+        if (watch)
+            EndWatch();
+    }
 
     int Descriptor() const noexcept { return shared.Get(); }
 
@@ -38,6 +46,11 @@ public:
     /// The size that opening found, noSize once it has been asked for or may have changed. Kept only while this handle
     /// shares nothing: nobody else can then open the file to change it.
     std::atomic<std::int64_t> sizeAtOpening{noSize};
+    /// Of a directory whose changes have been read. It may only be looked at with the lock in Changes.cpp.
+    std::shared_ptr<DirectoryWatch> watch;
+
+private:
+    void EndWatch() noexcept;
 };
 
 } // namespace Brindle::Vok::Platform

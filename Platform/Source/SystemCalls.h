@@ -7,11 +7,16 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -134,6 +139,20 @@ VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
 VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),
                 [](int resource, rlimit* limit)
                 { return ::getrlimit(static_cast<__rlimit_resource>(resource), limit); });
+VOK_SYSTEM_CALL(MakeEventDescriptor, int(unsigned, int),
+                [](unsigned count, int flags) { return ::eventfd(count, flags); });
+VOK_SYSTEM_CALL(MakeWatcher, int(int), [](int flags) { return ::inotify_init1(flags); });
+VOK_SYSTEM_CALL(AddWatch, int(int, char const*, std::uint32_t),
+                [](int watcher, char const* path, std::uint32_t mask)
+                { return ::inotify_add_watch(watcher, path, mask); });
+VOK_SYSTEM_CALL(CountReadable, int(int, int*),
+                [](int descriptor, int* byteCount) { return ::ioctl(descriptor, FIONREAD, byteCount); });
+VOK_SYSTEM_CALL(RemoveWatch, int(int, int), [](int watcher, int watch) { return ::inotify_rm_watch(watcher, watch); });
+VOK_SYSTEM_CALL(ReadLink, ssize_t(char const*, char*, size_t),
+                [](char const* path, char* text, size_t size) { return ::readlink(path, text, size); });
+VOK_SYSTEM_CALL(Poll, int(pollfd*, nfds_t, timespec const*),
+                [](pollfd* descriptors, nfds_t count, timespec const* time)
+                { return ::ppoll(descriptors, count, time, nullptr); });
 VOK_SYSTEM_CALL(StartThread, int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*),
                 [](pthread_t* thread, pthread_attr_t const* attributes, void* (*run)(void*), void* argument)
                 { return ::pthread_create(thread, attributes, run, argument); });

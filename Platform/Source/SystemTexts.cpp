@@ -140,6 +140,7 @@ constexpr SystemText systemTexts[] = {
     VOK_SYSTEM_TEXT(535, "There is a process at the pipe's other end."),
     VOK_SYSTEM_TEXT(536, "A process is awaited at the pipe's other end."),
     VOK_SYSTEM_TEXT(575, "The program could not be started properly."),
+    VOK_SYSTEM_TEXT(735, "The wait ended because the owner of the object is gone."),
     VOK_SYSTEM_TEXT(994, "Access to the extended attributes is denied."),
     VOK_SYSTEM_TEXT(995, "The transfer was cancelled."),
     VOK_SYSTEM_TEXT(996, "The overlapped transfer has not finished."),

@@ -27,6 +27,7 @@
 
 #include <Brindle/Platform/Atl.h>
 #include <Brindle/Platform/CRuntime.h>
+#include <Brindle/Platform/Changes.h>
 #include <Brindle/Platform/Com.h>
 #include <Brindle/Platform/Environment.h>
 #include <Brindle/Platform/ErrorCodes.h>
@@ -34,6 +35,7 @@
 #include <Brindle/Platform/Handles.h>
 #include <Brindle/Platform/Text.h>
 #include <Brindle/Platform/Types.h>
+#include <Brindle/Platform/Waits.h>
 
 /// PlatformHost.h has something to offer.
 #define VOK_PLATFORM_IS_STAND_IN 1

@@ -39,6 +39,7 @@ using LPVOID = void*;
 using LPCVOID = void const*;
 using LPBOOL = BOOL*;
 using LPDWORD = DWORD*;
+using LPLONG = LONG*;
 
 using HANDLE = void*;
 using HLOCAL = HANDLE;

@@ -1,0 +1,430 @@
+// What a monitor makes of what the platform says, and how it lives.
+#include "Vok/DirectoryMonitorImpl.h"
+
+#include "Support/ChangeRecorder.h"
+#include "Support/ChildProcess.h"
+#include "Support/Descriptors.h"
+#include "Support/LogRecorder.h"
+#include "Support/TestDrive.h"
+#include "Support/Thrown.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <stdexcept>
+#include <sys/resource.h>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace
+{
+
+// What a platform that tests make up says of one directory.
+struct Script
+{
+    BOOL result = TRUE;
+    DWORD code = 0;
+    DWORD byteCount = 0;
+    bool opens = true;
+    bool reads = true;
+    // Sets the event of each reading, which has ended so.
+    bool endsAtOnce = false;
+    int openings = 0;
+    int readings = 0;
+};
+
+class ScriptedDirectory : public DirInfo
+{
+public:
+    ScriptedDirectory(Path directory, Script& script) : DirInfo(std::move(directory), false, 0x11), script(script) {}
+
+    HANDLE OpenDirectory(std::wstring const& text) override
+    {
+        EXPECT_EQ(text, path.ToString());
+        ++script.openings;
+        return script.opens ? nullptr : INVALID_HANDLE_VALUE; // null: Cancel leaves the platform alone
+    }
+    bool ReadChanges(DWORD*) override
+    {
+        ++script.readings;
+        if (script.endsAtOnce)
+            overlapped->event.Set();
+        SetLastError(ERROR_ACCESS_DENIED);
+        return script.reads;
+    }
+    DWORD LastError() override { return script.code; }
+    BOOL OverlappedResult(DWORD* bytesTransferred) override
+    {
+        *bytesTransferred = script.byteCount;
+        return script.result;
+    }
+
+private:
+    Script& script;
+};
+
+// Fills a directory's buffer as the platform does, with rubbish behind each name.
+void Fill(DirInfo& directory, std::vector<std::pair<DWORD, std::u16string>> const& changes)
+{
+    std::memset(directory.buffer, 'x', sizeof directory.buffer);
+    unsigned char* place = directory.buffer;
+    for (auto const& [action, name] : changes)
+    {
+        auto* const record = reinterpret_cast<FILE_NOTIFY_INFORMATION*>(place);
+        record->Action = action;
+        record->FileNameLength = static_cast<DWORD>(name.size() * 2);
+        std::ranges::copy(name, record->FileName);
+        record->NextEntryOffset = &name == &changes.back().second ? 0 : 64;
+        place += 64;
+    }
+}
+
+class ScriptedMonitor : public DirectoryMonitorImpl
+{
+public:
+    ScriptedMonitor(DirectoryChangeCallback callback, std::vector<Script>& scripts)
+        : DirectoryMonitorImpl(std::move(callback), std::vector<Path>(scripts.size(), L"C:\\d")), scripts(scripts)
+    {
+    }
+    std::unique_ptr<DirInfo> MakeDirInfo(Path directory, bool watchSubtree, DWORD notifyFilter) override
+    {
+        EXPECT_FALSE(watchSubtree);
+        EXPECT_EQ(notifyFilter, 0x11U);
+        return std::make_unique<ScriptedDirectory>(std::move(directory), scripts[next++]);
+    }
+
+private:
+    std::vector<Script>& scripts;
+    std::size_t next = 0;
+};
+
+constexpr char exitingWith[] = "Exception [{}] in directory monitor thread proc, exiting";
+
+// The errors that are logged, without the numbers of their lines.
+std::vector<std::string> ErrorsOf(LogRecorder const& recorder)
+{
+    std::vector<std::string> errors;
+    for (LogStatement const& statement : recorder.Statements())
+        if (statement.severity == VokLogSeverity::error)
+            errors.push_back(std::string(statement.function) + ": " + statement.message);
+    return errors;
+}
+
+void WaitForErrors(LogRecorder const& recorder, std::size_t count)
+{
+    auto const end = std::chrono::steady_clock::now() + 10s;
+    while (ErrorsOf(recorder).size() < count && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(1ms);
+}
+
+std::unique_ptr<DirectoryMonitor> Watch(std::vector<Path> const& directories, DirectoryChangeCallback callback)
+{
+    return MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(directories, std::move(callback));
+}
+
+} // namespace
+
+TEST(DirectoryAction, HasATextForEachValue)
+{
+    wchar_t const* const texts[] = {L"overflow",
+                                    L"added",
+                                    L"removed",
+                                    L"modified",
+                                    L"renamedOldName",
+                                    L"renamedNewName",
+                                    L"unexpected DirectoryAction"};
+    for (std::uint32_t action = 0; action < std::size(texts); ++action)
+        EXPECT_EQ(ToString(static_cast<DirectoryAction>(action)), texts[action]);
+}
+
+TEST(DirInfo, TellsWhatTheReadingGave)
+{
+    constexpr char functionAndText[] =
+        "Brindle::Vok::DirInfo::ProcessNotifications: Unhandled GetOverlappedResult error ";
+    struct Row
+    {
+        Script script;
+        std::vector<std::string> expected;
+        int readings;
+        std::string logged;
+    };
+    std::vector<std::string> const overflow = {"overflow C:\\data"};
+    std::vector<std::string> const records = {"removed C:\\data\\a.txt", "renamedOldName C:\\data\\b",
+                                              "renamedNewName C:\\data\\ä",
+                                              "unexpected DirectoryAction C:\\data\\12345"};
+    for (Row const& row : std::vector<Row>{
+             {{.byteCount = 0}, overflow, 1, {}},
+             {{.result = FALSE, .code = ERROR_IO_PENDING}, {}, 0, {}},
+             {{.result = FALSE, .code = ERROR_IO_INCOMPLETE}, overflow, 1, "[996]"},
+             {{.result = FALSE, .code = ERROR_NOTIFY_ENUM_DIR}, overflow, 1, "[1022]"},
+             {{.result = FALSE, .code = 5, .byteCount = 64}, records, 1, "[5]"}, // the count alone says what was read
+             {{.byteCount = 1}, records, 1, {}},
+         })
+    {
+        Script script = row.script;
+        ScriptedDirectory directory(L"C:\\data", script);
+        LogRecorder const recorder(VokLogSeverity::warning);
+        directory.Start();
+        Fill(directory, {{2, u"a.txt"}, {4, u"b"}, {5, u"ä"}, {9, u"12345"}});
+        std::vector<std::string> told;
+        directory.ProcessNotifications(
+            [&](DirectoryChange const& change)
+            { told.push_back(WideToUtf8(ToString(change.action) + L' ' + change.path.ToString())); });
+        EXPECT_EQ(told, row.expected);
+        EXPECT_EQ(script.readings, 1 + row.readings);
+        EXPECT_EQ(ErrorsOf(recorder),
+                  row.logged.empty() ? std::vector<std::string>() : std::vector{functionAndText + row.logged});
+    }
+}
+
+TEST(DirInfo, LosesTheOtherRecordsToACallbackThatThrows)
+{
+    Script script{.byteCount = 1};
+    ScriptedDirectory directory(L"C:\\data", script);
+    directory.Start();
+    Fill(directory, {{1, u"a"}, {1, u"b"}, {1, u"c"}});
+    int calls = 0;
+    auto const callback = [&](DirectoryChange const&)
+    {
+        ++calls;
+        throw std::runtime_error("x");
+    };
+    EXPECT_THROW(directory.ProcessNotifications(callback), std::runtime_error);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(script.readings, 1);
+    EXPECT_THROW(directory.ProcessNotifications(nullptr), std::bad_function_call);
+}
+
+TEST(DirInfo, ThrowsWhatThePlatformRefuses)
+{
+    Script unopened{.opens = false};
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    ScriptedDirectory missing(L"C:\\ä", unopened);
+    EXPECT_THAT(
+        WithoutLine(Thrown<WindowsError>([&] { missing.Start(); }).what()),
+        EndsWith("DirectoryMonitorImpl.cpp: Brindle::Vok::DirInfo::Start The file was not found. (Windows Error "
+                 "2). Failed to open directory to monitor C:\\ä"));
+    EXPECT_EQ(missing.overlapped, nullptr);
+    Script unread{.reads = false};
+    ScriptedDirectory refused(L"C:\\d", unread);
+    EXPECT_THAT(
+        WithoutLine(Thrown<WindowsError>([&] { refused.Start(); }).what()),
+        EndsWith("DirectoryMonitorImpl.cpp: Brindle::Vok::DirInfo::RefreshWatch Access is denied. (Windows Error "
+                 "5). Failed to ReadDirectoryChanges C:\\d"));
+    EXPECT_NE(refused.overlapped, nullptr);
+}
+
+TEST(DirectoryMonitor, StopsAlsoWhileEveryReadingHasEnded)
+{
+    std::vector<Script> scripts(3, Script{.endsAtOnce = true});
+    std::atomic<int> calls = 0;
+    std::promise<void> many;
+    {
+        ScriptedMonitor monitor(
+            [&](DirectoryChange const&)
+            {
+                if (++calls == 1000)
+                    many.set_value();
+            },
+            scripts);
+        monitor.Start();
+        many.get_future().wait();
+    }
+    EXPECT_EQ(scripts[0].readings, calls + 1);
+    EXPECT_EQ(scripts[2].readings, 1); // earlier ones go first
+}
+
+TEST(DirectoryMonitor, IsNotMadeWhenADirectoryCannotBeWatched)
+{
+    std::vector<Script> scripts(3);
+    scripts[1].reads = false;
+    ScriptedMonitor monitor(nullptr, scripts);
+    EXPECT_THROW(monitor.Start(), WindowsError);
+    EXPECT_EQ(scripts[2].openings, 0);
+
+    TestDrive const drive;
+    drive.Write("file");
+    drive.Write("a/x");
+    std::size_t const before = OpenDescriptors();
+    for (auto const& [name, code] : {std::pair{L"missing", 2}, {L"missing\\d", 3}, {L"file", 87}, {L"a\0b", 123}})
+    {
+        SCOPED_TRACE(code);
+        std::wstring const second = code == 123 ? std::wstring(L"a\0b", 3) : std::wstring(name);
+        std::vector<Path> const directories = {drive.Path(L"a"), drive.Path(second), drive.Path(L"a")};
+        WindowsError const error = Thrown<WindowsError>([&] { Watch(directories, nullptr); });
+        EXPECT_EQ(error.code().value(), code);
+        EXPECT_THAT(error.what(),
+                    HasSubstr(code == 87 ? "Failed to ReadDirectoryChanges" : "Failed to open directory"));
+        EXPECT_EQ(OpenDescriptors(), before);
+    }
+}
+
+TEST(DirectoryMonitor, ThrowsWhenThereIsNoThreadForIt)
+{
+    RunAsOrdinaryUser(
+        [&]
+        {
+            rlimit const none{1, 1};
+            ::setrlimit(RLIMIT_NPROC, &none);
+            EXPECT_THROW(Watch({}, nullptr), std::system_error);
+        });
+}
+
+TEST(DirectoryMonitor, EndsEarlyWithALineThatSaysWhy)
+{
+    TestDrive const drive;
+    struct Row
+    {
+        DirectoryChangeCallback callback;
+        std::string what;
+    };
+    for (Row const& row :
+         std::vector<Row>{
+             {[](DirectoryChange const&) { throw std::runtime_error("x"); }, "x"},
+             {nullptr, std::bad_function_call().what()},
+         })
+    {
+        LogRecorder const recorder(VokLogSeverity::warning);
+        auto const monitor = Watch({drive.Path()}, row.callback);
+        drive.Write(row.what);
+        WaitForErrors(recorder, 1);
+        EXPECT_THAT(ErrorsOf(recorder),
+                    ElementsAre("Brindle::Vok::DirectoryMonitorImpl::Run: " + fmt::format(exitingWith, row.what)));
+    }
+}
+
+TEST(DirectoryMonitor, WatchesUpTo63Directories)
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < 300)
+        GTEST_SKIP() << "too few descriptors";
+    TestDrive const drive;
+    std::vector<Path> directories;
+    for (int i = 0; i < 63; ++i)
+    {
+        drive.Write("d" + std::to_string(i) + "/x");
+        directories.emplace_back(drive.Path(L"d" + std::to_wstring(i)));
+    }
+    {
+        ChangeRecorder recorder;
+        auto const monitor = Watch(directories, recorder.Callback());
+        for (int i = 62; i >= 0; --i)
+            std::filesystem::remove(drive.Host("d" + std::to_string(i) + "/x"));
+        EXPECT_EQ(recorder.Until(63), std::vector<std::string>(63, "removed x"));
+    }
+    directories.emplace_back(drive.Path());
+    LogRecorder const recorder(VokLogSeverity::warning);
+    {
+        auto const monitor = Watch(directories, nullptr);
+        WaitForErrors(recorder, 2);
+    }
+    std::vector<std::string> const lines = ErrorsOf(recorder);
+    ASSERT_EQ(lines.size(), 2U);
+    std::string const message = "A parameter is wrong. (Windows Error 87). Unexpected WaitForMultipleObjects exit code "
+                                "4294967295";
+    EXPECT_THAT(lines[0], EndsWith(message));
+    EXPECT_THAT(lines[1], testing::AllOf(HasSubstr(": Exception ["),
+                                         EndsWith(message + "] in directory monitor thread proc, exiting")));
+}
+
+TEST(DirectoryMonitor, TellsNothingAfterItsEnd)
+{
+    TestDrive const drive;
+    std::promise<void> isCalled;
+    std::atomic<bool> mayReturn = false;
+    std::atomic<int> calls = 0;
+    auto monitor = Watch({drive.Path(), drive.Path()}, // twice: another reading has always ended
+                         [&](DirectoryChange const&)
+                         {
+                             if (++calls == 1)
+                                 isCalled.set_value();
+                             mayReturn.wait(false);
+                         });
+    drive.Write("a");
+    drive.Write("b");
+    isCalled.get_future().wait();
+    auto destruction = std::async(std::launch::async, [&] { monitor.reset(); });
+    EXPECT_EQ(destruction.wait_for(50ms), std::future_status::timeout);
+    mayReturn = true;
+    mayReturn.notify_all();
+    destruction.wait();
+    int const callsThen = calls;
+    EXPECT_LE(callsThen, 6); // what was read, and at most one reading more
+    drive.Write("c");
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(calls, callsThen);
+}
+
+TEST(DirectoryMonitor, TellsOfADirectoryThatComesTwiceTwice)
+{
+    TestDrive const drive;
+    ChangeRecorder recorder;
+    auto const monitor = Watch({drive.Path(), drive.Path()}, recorder.Callback());
+    std::filesystem::create_symlink("nowhere", drive.Host("link"));
+    EXPECT_THAT(recorder.Until(2), ElementsAre("added link", "added link"));
+    EXPECT_NE(Watch({}, nullptr), nullptr); // none at all is nothing to tell of
+}
+
+TEST(DirectoryMonitor, EndsTheProcessForWhatNobodyCanHandle)
+{
+    TestDrive const drive;
+    auto const endsWith = [&](auto callback)
+    {
+        ChildProcess child(
+            [&](ChildProcess::Channel const&)
+            {
+                std::unique_ptr<DirectoryMonitor> monitor;
+                std::atomic<bool> isMade = false;
+                auto const destroys = [&](DirectoryChange const&)
+                {
+                    isMade.wait(false);
+                    callback(monitor);
+                };
+                monitor = Watch({drive.Path()}, destroys);
+                isMade = true;
+                drive.Write("a");
+                std::this_thread::sleep_for(10s);
+                return 0;
+            });
+        return child.Join();
+    };
+    EXPECT_EQ(endsWith([](auto&) { throw 1; }), -SIGABRT);
+    EXPECT_EQ(endsWith([](auto& monitor) { monitor.reset(); }), -SIGABRT); // its own
+}
+
+TEST(DirectoryMonitor, ComesAndGoesWhileFilesDo)
+{
+    TestDrive const drive;
+    std::atomic<bool> isOver = false;
+    std::atomic<int> calls = 0;
+    std::thread writer(
+        [&]
+        {
+            for (int i = 0; !isOver; ++i)
+                drive.Write("f" + std::to_string(i % 10));
+        });
+    std::vector<std::thread> watchers;
+    for (int i = 0; i < 3; ++i)
+        watchers.emplace_back(
+            [&]
+            {
+                for (int round = 0; round < 100; ++round)
+                    Watch(std::vector<Path>(round % 4, drive.Path()), [&](DirectoryChange const&) { ++calls; });
+            });
+    for (std::thread& watcher : watchers)
+        watcher.join();
+    isOver = true;
+    writer.join();
+    EXPECT_GT(calls, 0);
+}

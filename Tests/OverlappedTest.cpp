@@ -1,0 +1,279 @@
+// Events, and operations that are cancelled in their owner's destructor.
+#include <Brindle/Vok/Overlapped.h>
+
+#include "Support/OpenHandle.h"
+#include "Support/TestDrive.h"
+#include "Support/Thrown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace Brindle::Vok;
+using namespace Brindle::Vok::Testing;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+namespace
+{
+
+/// What a call gives in the place of the platform's own result.
+std::function<HANDLE(LPCWSTR name)> createEvent;
+std::optional<DWORD> waitResult;
+std::function<BOOL()> cancel;
+std::function<BOOL()> getResult;
+
+} // namespace
+
+extern "C" HANDLE WINAPI __real_CreateEventW(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) noexcept;
+extern "C" HANDLE WINAPI __wrap_CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
+                                             LPCWSTR name) noexcept
+{
+    return createEvent ? createEvent(name) : __real_CreateEventW(security, manualReset, initialState, name);
+}
+
+extern "C" DWORD WINAPI __real_WaitForSingleObject(HANDLE, DWORD) noexcept;
+extern "C" DWORD WINAPI __wrap_WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept
+{
+    return waitResult ? *waitResult : __real_WaitForSingleObject(object, milliseconds);
+}
+
+extern "C" BOOL WINAPI __real_CancelIoEx(HANDLE, LPOVERLAPPED) noexcept;
+extern "C" BOOL WINAPI __wrap_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept
+{
+    return cancel ? cancel() : __real_CancelIoEx(file, overlapped);
+}
+
+extern "C" BOOL WINAPI __real_GetOverlappedResult(HANDLE, LPOVERLAPPED, LPDWORD, BOOL) noexcept;
+extern "C" BOOL WINAPI __wrap_GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred,
+                                                  BOOL wait) noexcept
+{
+    return getResult ? getResult() : __real_GetOverlappedResult(file, overlapped, transferred, wait);
+}
+
+namespace
+{
+
+auto FailingWith(DWORD code)
+{
+    return [code] { return SetLastError(code), FALSE; };
+}
+
+BOOL FailUnexpectedly()
+{
+    ADD_FAILURE() << "an unexpected call of the platform";
+    return FALSE;
+}
+
+struct OverlappedTests : testing::Test
+{
+    ~OverlappedTests() override { cancel = getResult = nullptr; }
+
+    HandleOwner<Detail::InvalidHandleTraits> OpenRoot() const
+    {
+        return HandleOwner<Detail::InvalidHandleTraits>(
+            CreateFileW(drive.Path().c_str(), FILE_LIST_DIRECTORY, allShares, nullptr, OPEN_EXISTING,
+                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr));
+    }
+
+    std::unique_ptr<Overlapped> Make() const { return std::make_unique<Overlapped>(OpenRoot()); }
+
+    void Begin(Overlapped& operation)
+    {
+        ASSERT_TRUE(ReadDirectoryChangesW(operation.file.Get(), buffer, sizeof buffer, FALSE,
+                                          FILE_NOTIFY_CHANGE_FILE_NAME, nullptr, &operation.overlapped, nullptr));
+    }
+
+    TestDrive drive;
+    alignas(4) std::byte buffer[1024];
+};
+
+bool IsOpen(HANDLE handle)
+{
+    return CodeOf([=] { return CloseHandle(handle); }) != ERROR_INVALID_HANDLE;
+}
+
+} // namespace
+
+TEST(Event, IsSetAndWaitedFor)
+{
+    struct
+    {
+        bool manualReset;
+        EventWaitResult again;
+    } const cases[] = {{false, EventWaitResult::timedOut}, {true, EventWaitResult::signalled}};
+    for (auto const& each : cases)
+    {
+        Event event(L"", each.manualReset);
+        EXPECT_EQ(event.WaitOrTimeout(0), EventWaitResult::timedOut);
+        EXPECT_EQ(event.WaitOrTimeout(1), EventWaitResult::timedOut);
+        std::thread setting([&] { event.Set(); });
+        EXPECT_EQ(event.WaitOrTimeout(INFINITE), EventWaitResult::signalled);
+        setting.join();
+        EXPECT_EQ(event.WaitOrTimeout(0), each.again);
+    }
+}
+
+TEST(Event, ThrowsWhatThePlatformRefuses)
+{
+    OpenHandle const semaphore(CreateSemaphoreW(nullptr, 0, 1, L"semaphore"));
+    Event event(L"", true);
+    auto const waiting = [&](DWORD result)
+    {
+        return [&event, result]
+        {
+            waitResult = result;
+            SetLastError(5);
+            event.WaitOrTimeout(0);
+        };
+    };
+    struct
+    {
+        std::function<void()> call;
+        int code;
+        std::string function;
+        std::string text;
+    } const cases[] = {
+        {[] { Event(L"semaphore", true); }, 6, "Event", "Failed to create event"},
+        {waiting(WAIT_ABANDONED), 735, "WaitOrTimeout", "WaitForSingleObject abandoned"},
+        {waiting(WAIT_FAILED), 5, "WaitOrTimeout", "WaitForSingleObject failed"},
+        {waiting(0xFFFFFFFE), 5, "WaitOrTimeout", "WaitForSingleObject unexpected result [4294967294]"},
+        {[&] { CloseHandle(event.Handle()), event.Set(); }, 6, "Set", "SetEvent"},
+        {[&] { event.WaitOrTimeout(0); }, 6, "WaitOrTimeout", "WaitForSingleObject failed"},
+    };
+    for (auto const& each : cases)
+    {
+        auto const error = Thrown<WindowsError>(each.call);
+        waitResult.reset();
+        EXPECT_EQ(error.code().value(), each.code);
+        EXPECT_THAT(error.Message(),
+                    AllOf(HasSubstr(": Brindle::Vok::Event::" + each.function + " "),
+                          EndsWith(" (Windows Error " + std::to_string(each.code) + "). " + each.text)));
+    }
+}
+
+TEST_F(OverlappedTests, HaveTheirStateAtTheirAddress)
+{
+    auto const operation = Make();
+    EXPECT_EQ(static_cast<void*>(operation.get()), &operation->overlapped);
+    EXPECT_EQ(operation->overlapped.hEvent, operation->event.Handle());
+    EXPECT_EQ(operation->overlapped.Internal + operation->overlapped.InternalHigh, 0U);
+    SetEvent(operation->event.Handle());
+    EXPECT_EQ(operation->event.WaitOrTimeout(0), EventWaitResult::signalled);
+    EXPECT_EQ(operation->event.WaitOrTimeout(0), EventWaitResult::timedOut);
+}
+
+TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
+{
+    auto const begin = [this](Overlapped& operation) { Begin(operation); };
+    std::thread ending;
+    auto const endNormally = [&]
+    {
+        ending = std::thread(
+            [&]
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                drive.Write("made");
+            });
+        return TRUE;
+    };
+    struct
+    {
+        char const* description;
+        std::function<void(Overlapped&)> prepare;
+        std::function<BOOL()> cancel;
+        std::function<BOOL()> getResult;
+        std::vector<std::pair<std::string, std::string>> lines;
+    } const cases[] = {
+        {"nothing in flight", [](Overlapped&) {}, {}, FailUnexpectedly, {{"info", "Nothing to cancel"}}},
+        {"in flight", begin, {}, {}, {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
+        {"over",
+         [&](Overlapped& operation)
+         {
+             Begin(operation);
+             drive.Write("made before");
+             EXPECT_EQ(operation.event.WaitOrTimeout(60'000), EventWaitResult::signalled);
+         },
+         {},
+         FailUnexpectedly,
+         {{"info", "Nothing to cancel"}}},
+        {"over during the cancel", begin, endNormally, {}, {{"info", "Operation Cancelled"}}},
+        {"gone after the cancel",
+         begin,
+         {},
+         FailingWith(1168),
+         {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
+        {"failed after the cancel",
+         begin,
+         {},
+         FailingWith(4'000'000'000),
+         {{"info", "Operation Cancelled"}, {"error", "GetOverlappedResult failed. Error [4000000000]."}}},
+        {"not cancelled", begin, FailingWith(87), FailUnexpectedly, {{"error", "CancelIoEx failed. Error [87]."}}},
+        {"null",
+         [](Overlapped& operation) { operation.file = HandleOwner<Detail::InvalidHandleTraits>(nullptr); },
+         FailUnexpectedly,
+         FailUnexpectedly,
+         {{"info", "Handle is not valid or set"}}},
+        {"invalid",
+         [](Overlapped& operation) { operation.file.Reset(); },
+         {},
+         FailUnexpectedly,
+         {{"error", "CancelIoEx failed. Error [6]."}}},
+    };
+    for (auto const& each : cases)
+    {
+        SCOPED_TRACE(each.description);
+        auto operation = Make();
+        each.prepare(*operation);
+        HANDLE const file = operation->file.Get();
+        HANDLE const event = operation->event.Handle();
+        std::vector<std::string> lines;
+        SubscriptionForLogCallbacks const subscription(
+            [&](LogStatement const& statement)
+            {
+                lines.push_back(ToStringA(statement.severity) + ' ' + statement.function + ": " + statement.message);
+                EXPECT_NE(WaitForSingleObject(event, 0), WAIT_FAILED) << "is closed before the scope ends";
+            },
+            VokLogSeverity::trace);
+        cancel = each.cancel;
+        getResult = each.getResult;
+        operation.reset();
+        cancel = getResult = nullptr;
+
+        std::string const prefix = " Brindle::Vok::Overlapped::";
+        std::vector<std::string> expected{"trace" + prefix + "~Overlapped: [ENTER]",
+                                          "trace" + prefix + "Cancel: [ENTER]"};
+        for (auto const& [severity, message] : each.lines)
+            expected.push_back(severity + prefix + "Cancel: " + message);
+        expected.push_back("trace" + prefix + "Cancel: [EXIT]");
+        expected.push_back("trace" + prefix + "~Overlapped: [EXIT]");
+        EXPECT_EQ(lines, expected);
+        EXPECT_FALSE(IsOpen(file));
+        EXPECT_FALSE(IsOpen(event));
+    }
+    ending.join();
+}
+
+TEST_F(OverlappedTests, CloseTheFileWhenTheyGetNoEvent)
+{
+    auto file = OpenRoot();
+    HANDLE const handle = file.Get();
+    createEvent = [](LPCWSTR name)
+    {
+        EXPECT_EQ(name, nullptr);
+        SetLastError(8);
+        return nullptr;
+    };
+    auto const error = Thrown<WindowsError>([&] { Overlapped(std::move(file)); });
+    createEvent = nullptr;
+    EXPECT_EQ(error.code().value(), 8);
+    EXPECT_FALSE(IsOpen(handle));
+}
