@@ -145,6 +145,7 @@ bool DirectoryWatch::ReadSome() noexcept
 // where there is none, without another note. So all of them are covered by that one, which nobody has been told of yet.
 void DirectoryWatch::DropBehindOverflow() noexcept
 {
+    mayHaveGone = true; // also of that nothing is heard any more
     for (bool isAnother = true; std::exchange(isAnother, false);)
     {
         int left = 0;
@@ -152,19 +153,16 @@ void DirectoryWatch::DropBehindOverflow() noexcept
             return;
         while (left > 0)
         {
-            std::span<std::byte> const space = queue.FreeSpace();
-            ssize_t const count =
-                Uninterrupted([&] { return SystemCalls::Read(descriptor, space.data(), space.size()); });
+            alignas(inotify_event) std::byte dropped[4096];
+            ssize_t const count = Uninterrupted([&] { return SystemCalls::Read(descriptor, dropped, sizeof dropped); });
             if (count <= 0)
                 return;
             for (std::size_t at = 0; at < static_cast<std::size_t>(count);)
             {
-                auto const& event = *reinterpret_cast<inotify_event const*>(space.data() + at);
+                auto const& event = *reinterpret_cast<inotify_event const*>(dropped + at);
                 at += sizeof event + event.len;
                 isAnother = isAnother || (event.mask & IN_Q_OVERFLOW) != 0;
             }
-            queue.Added(static_cast<std::size_t>(count));
-            queue.CutBehindOverflow();
             left -= static_cast<int>(count);
         }
     }
