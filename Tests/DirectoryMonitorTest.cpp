@@ -419,7 +419,7 @@ TEST(DirectoryMonitor, ComesAndGoesWhileFilesDo)
         watchers.emplace_back(
             [&]
             {
-                for (int round = 0; round < 100; ++round)
+                for (std::size_t round = 0; round < 100; ++round)
                     Watch(std::vector<Path>(round % 4, drive.Path()), [&](DirectoryChange const&) { ++calls; });
             });
     for (std::thread& watcher : watchers)
