@@ -165,11 +165,12 @@ public:
         stretches.pop_front();
     }
 
-    void Overflowed(DWORD size)
+    /// `isAllGone` says that the queue has nothing left but, maybe, the end of the directory: then the buffer may have
+    /// been too small, and the host's overflow is only one of what went with it.
+    void Overflowed(DWORD size, bool isAllGone)
     {
         Stretch const& stretch = stretches.front();
-        if (stretch.untold.empty() && IsEndedBy(End::Kind::overflow))
-            return stretches.pop_front();
+        bool const isOfHost = stretch.untold.empty() && IsEndedBy(End::Kind::overflow);
         bool isTooLarge = std::ranges::any_of(stretch.modified,
                                               [size](std::u16string const& name) { return RecordSize(name) > size; });
         if (IsEndedBy(End::Kind::name))
@@ -178,6 +179,8 @@ public:
             std::size_t const first = RecordSize(stretch.end.change.second);
             isTooLarge = isTooLarge || (hasTwo ? (first + 3) / 4 * 4 + RecordSize(secondHalves.front()) : first) > size;
         }
+        if (isOfHost && !(isTooLarge && isAllGone))
+            return stretches.pop_front();
         Require(isTooLarge, "Overflow without a reason");
         // All that is known goes, but not the end of the directory.
         auto const lost =
@@ -351,7 +354,7 @@ private:
         case ChangeQueue::Outcome::records:
             return Records(bytes, size);
         case ChangeQueue::Outcome::overflow:
-            return expectation.Overflowed(size);
+            return expectation.Overflowed(size, IsAllGone());
         case ChangeQueue::Outcome::lost:
             expectation.Lost();
             Require(queue.Take(bytes, size, now, false) == outcome, "Lost, and found again");
@@ -366,6 +369,12 @@ private:
         case ChangeQueue::Outcome::incomplete:
             return;
         }
+    }
+
+    bool IsAllGone() const
+    {
+        auto const copy = std::make_unique<ChangeQueue>(queue);
+        return copy->IsEmpty() || copy->Take(nullptr, 0, now, true) == ChangeQueue::Outcome::lost;
     }
 
     void Records(std::byte const* bytes, DWORD size)

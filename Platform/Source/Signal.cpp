@@ -1,6 +1,7 @@
 #include "Signal.h"
 
 #include "HostErrors.h"
+#include "ShortTurns.h"
 #include "SystemCalls.h"
 #include "ToldStatus.h"
 
@@ -46,6 +47,7 @@ int OpenAlarm() noexcept
     if (alarm < 0)
     {
         static thread_local Owner const owner;
+        AskForShortTurns(); // as the platform favours who waits for an operation when it has ended
         alarm = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
     }
     return alarm;

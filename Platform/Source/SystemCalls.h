@@ -159,6 +159,11 @@ VOK_SYSTEM_CALL(StartThread, int(pthread_t*, pthread_attr_t const*, void* (*)(vo
 VOK_SYSTEM_CALL(GetProcessors, int(pid_t, std::size_t, cpu_set_t*),
                 [](pid_t thread, std::size_t size, cpu_set_t* allowed)
                 { return ::sched_getaffinity(thread, size, allowed); });
+// Of the calling thread, by numbers, as older C libraries have no names for them.
+VOK_SYSTEM_CALL(GetScheduling, long(void*, unsigned),
+                [](void* scheduling, unsigned size) { return ::syscall(SYS_sched_getattr, 0, scheduling, size, 0); });
+VOK_SYSTEM_CALL(SetScheduling, long(void*),
+                [](void* scheduling) { return ::syscall(SYS_sched_setattr, 0, scheduling, 0); });
 VOK_SYSTEM_CALL(GetTime, int(clockid_t, timespec*),
                 [](clockid_t clock, timespec* time) { return ::clock_gettime(clock, time); });
 VOK_SYSTEM_CALL(Sleep, int(timespec const*), [](timespec const* time) { return ::nanosleep(time, nullptr); });

@@ -193,26 +193,3 @@ TEST(ChangeQueue, HoldsHundredsOfFilesBackUnlessTheyFillIt)
         EXPECT_GE(queue.FreeSpace().size(), sizeof(inotify_event) + 256);
     }
 }
-
-TEST(ChangeQueue, TellsNamesOfEveryKind)
-{
-    struct Row
-    {
-        std::string host;
-        std::u16string expected;
-    };
-    for (Row const& row : std::vector<Row>{
-             {"ä\xF0\x9F\x98\x80", u"ä\U0001F600"},
-             {std::string(255, 'x'), std::u16string(255, u'x')},
-             {std::string("\xFF") + "a", std::u16string{u'\xDCFF'} + u"a"},
-         })
-    {
-        ChangeQueue queue(watch, monitorFilter);
-        Tell(queue, {{IN_CREATE, row.host}});
-        alignas(8) std::byte buffer[1024];
-        ASSERT_EQ(queue.Take(buffer, sizeof buffer, 1s, false), ChangeQueue::Outcome::records);
-        auto const& record = *reinterpret_cast<FILE_NOTIFY_INFORMATION const*>(buffer);
-        EXPECT_TRUE(std::u16string_view(record.FileName, record.FileNameLength / sizeof(char16_t)) == row.expected)
-            << row.host;
-    }
-}

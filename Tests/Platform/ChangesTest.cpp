@@ -10,9 +10,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <sched.h>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
@@ -327,4 +331,35 @@ TEST_F(Changes, AreNotKeptFromTheOneThatWaits)
             writer.join();
         }
     }
+}
+
+// A change is told of at once, whatever else the processor is doing.
+TEST_F(Changes, GiveShortTurnsToWhoReadsThem)
+{
+    struct Scheduling // as the host has it
+    {
+        std::uint32_t size = 48, policy;
+        std::uint64_t flags = 0;
+        std::int32_t nice = 0;
+        std::uint32_t priority = 0;
+        std::uint64_t turn = 2'000'000, deadline = 0, period = 0;
+    };
+    auto const turnAfterReading = [this](std::uint32_t policy)
+    {
+        Scheduling scheduling{.policy = policy};
+        std::thread reading(
+            [&]
+            {
+                EXPECT_EQ(::syscall(SYS_sched_setattr, 0, &scheduling, 0), 0);
+                EXPECT_TRUE(Read(OpenDirectory(), &overlapped));
+                EXPECT_EQ(::syscall(SYS_sched_getattr, 0, &scheduling, sizeof scheduling, 0), 0);
+            });
+        reading.join();
+        return scheduling.turn;
+    };
+    if (std::uint64_t const turn = turnAfterReading(SCHED_OTHER))
+        EXPECT_EQ(turn, 100'000U);
+    else
+        GTEST_SKIP() << "the host chooses alone";
+    EXPECT_EQ(turnAfterReading(SCHED_BATCH), 2'000'000U);
 }
