@@ -251,27 +251,30 @@ TEST(DirectoryChanges, ThatDidNotFitAreSaidToBeLost)
     if (MostEventsInQueue() > 100'000)
         GTEST_SKIP() << "too many events may wait";
     TestDrive const drive;
+    fs::create_directories(drive.Host("d/in"));
+    Path const watched = drive.Path(L"d\\in");
     std::atomic<bool> isOpen = false;
     ChangeRecorder recorder;
     auto const monitor = MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(
-        drive.Path(),
+        watched,
         [&, record = recorder.Callback()](DirectoryChange const& change)
         {
             isOpen.wait(false);
-            EXPECT_EQ(change.action == DirectoryAction::overflow, change.path.ToString() == drive.Path());
+            EXPECT_EQ(change.action == DirectoryAction::overflow, change.path.ToString() == watched.ToString());
             record(change);
         });
     for (std::size_t i = 0; i < MostEventsInQueue() / 2 + 1000; ++i)
     {
-        Make(drive.Host("a"));
-        fs::remove(drive.Host("a"));
+        Make(drive.Host("d/in/a"));
+        fs::remove(drive.Host("d/in/a"));
     }
+    fs::rename(drive.Host("d"), drive.Host("e")); // which isn't its own end
     isOpen = true;
     isOpen.notify_all();
     Lines const lines = recorder.Until("overflow");
     EXPECT_EQ(std::ranges::count(lines, "overflow"), 1);
     EXPECT_GE(lines.size(), MostEventsInQueue());
-    Make(drive.Host("b"));
+    Make(drive.Host("e/in/b"));
     EXPECT_EQ(recorder.Until("added b").size(), lines.size() + 1);
 }
 

@@ -110,6 +110,7 @@ private:
     // The latest ones, each at one of some neighbouring places.
     std::array<Modification, 1024> modifications;
     // Between two changes of names one telling is enough for a file.
+    // Each look begins one anew, as places don't hold when the bytes move.
     std::uint32_t stretch = 1;
 
     alignas(inotify_event) std::byte bytes[16 * 1024];

@@ -42,7 +42,7 @@ constinit std::mutex watchesMutex;
 std::shared_ptr<DirectoryWatch> WatchOf(FileObject const& file) noexcept
 {
     std::lock_guard const lock(watchesMutex);
-    return file.watch;
+    return file.watch && file.watch->IsOwn() ? file.watch : nullptr;
 }
 
 std::shared_ptr<DirectoryWatch> WatchOrMake(FileObject& file, DWORD filter) noexcept
@@ -51,6 +51,8 @@ std::shared_ptr<DirectoryWatch> WatchOrMake(FileObject& file, DWORD filter) noex
         return known;
     std::shared_ptr<DirectoryWatch> made = DirectoryWatch::Make(file.Descriptor(), filter);
     std::lock_guard const lock(watchesMutex);
+    if (file.watch && !file.watch->IsOwn())
+        DirectoryWatch::Abandon(file.watch);
     if (!file.watch)
         file.watch = made; // otherwise another thread was faster, and this one goes without the lock
     return file.watch;
@@ -89,7 +91,10 @@ bool WaitForEnd(DirectoryWatch* watch, OVERLAPPED& overlapped, bool waits) noexc
     if (waits && !WaitForSignalOf(watch, overlapped))
         return false;
     if (watch && !HasEnded(overlapped))
+    {
+        watch->Companion()->Advance();
         watch->Advance();
+    }
     return HasEnded(overlapped) || FailWith(ERROR_IO_INCOMPLETE);
 }
 
@@ -97,7 +102,7 @@ bool WaitForEnd(DirectoryWatch* watch, OVERLAPPED& overlapped, bool waits) noexc
 
 void FileObject::EndWatch() noexcept
 {
-    watch->Close();
+    watch->IsOwn() ? watch->Close() : DirectoryWatch::Abandon(watch);
 }
 
 } // namespace Brindle::Vok::Platform

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <string_view>
 #include <sys/inotify.h>
 #include <utility>
 
@@ -48,7 +49,7 @@ std::shared_ptr<DirectoryWatch> DirectoryWatch::Make(int directory, DWORD filter
     bool const isWhole = WithoutThrowing(
         [&]
         {
-            made->place = made->Place();
+            made->place = made->CurrentPlace();
             return made->surroundings->Add(made, directory);
         });
     return isWhole ? made : nullptr;
@@ -105,6 +106,13 @@ void DirectoryWatch::Close() noexcept
     isClosed = true;
     if (reading.overlapped)
         Complete(ERROR_SUCCESS, 0);
+}
+
+// The descriptor would keep the host's instance from ending with the parent.
+void DirectoryWatch::Abandon(std::shared_ptr<DirectoryWatch>& watch) noexcept
+{
+    SystemCalls::Close(watch->descriptor);
+    std::construct_at(&watch);
 }
 
 void DirectoryWatch::Advance() noexcept
@@ -250,18 +258,22 @@ bool DirectoryWatch::HasGone() const noexcept
 }
 
 // May throw std::bad_alloc.
-std::string DirectoryWatch::Place() const
+DirectoryWatch::Place DirectoryWatch::CurrentPlace() const
 {
     char path[32];
     char text[PATH_MAX];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", directory);
     ssize_t const length = SystemCalls::ReadLink(path, text, sizeof text);
-    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+    std::string_view const whole(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+    Place current{0, 0, std::string(whole.substr(whole.rfind('/') + 1))};
+    if (struct stat parent; SystemCalls::StatusAt(directory, "..", &parent, 0) == 0)
+        current.device = parent.st_dev, current.parent = parent.st_ino;
+    return current;
 }
 
 bool DirectoryWatch::HasMoved() const noexcept
 {
-    return WithoutThrowing([this] { return Place() != place; });
+    return WithoutThrowing([this] { return CurrentPlace() != place; });
 }
 
 // Who renames holds the directory's lock until the host has told of both names. Reading entries waits for that lock.

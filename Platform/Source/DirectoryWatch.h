@@ -1,7 +1,11 @@
 // The changes of one open directory: the host's watch, and the reading that is going on.
+//
+// A child process made by fork has none of its parent's: a thread of the parent may have been in the middle of one.
+// What is left of it there is neither used nor destroyed.
 #pragma once
 
 #include "ChangeQueue.h"
+#include "Sharing.h"
 #include "Signal.h"
 #include "Surroundings.h"
 
@@ -10,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <sys/types.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -47,6 +52,11 @@ public:
     /// Ends the reading with nothing. Called when the directory is about to be closed.
     void Close() noexcept;
 
+    /// Whether this process made it, and not one that it was forked from.
+    bool IsOwn() const noexcept { return descended == CurrentForks().descended; }
+    /// What is to be done with one that isn't.
+    static void Abandon(std::shared_ptr<DirectoryWatch>& watch) noexcept;
+
     /// What a reading that has no event of its own signals. Null before the first one.
     std::shared_ptr<Signal> Done() const noexcept;
 
@@ -57,6 +67,16 @@ public:
     void LookWhetherItHasGone() noexcept;
 
 private:
+    /// What a renaming of the directory itself changes, and one of a directory above it doesn't.
+    struct Place
+    {
+        dev_t device = 0; ///< of the parent
+        ino_t parent = 0; ///< zero for one that can't be asked
+        std::string name;
+
+        bool operator==(Place const&) const = default;
+    };
+
     // All with the lock.
     void ReadEvents() noexcept;
     bool ReadSome() noexcept;
@@ -64,7 +84,7 @@ private:
     void Deliver() noexcept;
     void Hold() noexcept;
     bool HasGone() const noexcept;
-    std::string Place() const;
+    Place CurrentPlace() const;
     bool HasMoved() const noexcept;
     void WaitForRenaming() const noexcept;
     void Complete(DWORD code, DWORD byteCount) noexcept;
@@ -73,13 +93,14 @@ private:
     mutable std::mutex mutex;
     int const directory;
     int const descriptor;
+    unsigned const descended = CurrentForks().descended;
     std::shared_ptr<Surroundings> surroundings;
-    std::string place;
-    bool isClosed = false;
-    bool mayHaveGone = true; // before anybody watched
-    bool mayHaveMoved = false;
-    bool isLost = false;
-    bool hasMore = false;
+    Place place;
+    bool isClosed = false;     // for good, by Close
+    bool isLost = false;       // for good: the directory has gone or moved
+    bool mayHaveGone = true;   // at first, before anybody watched; each delivery that has nothing else looks
+    bool mayHaveMoved = false; // after an overflow; the next delivery looks
+    bool hasMore = false;      // likely: the last reading of the host's events took much
     int looksSinceDelivery = 0;
     ChangeQueue queue;
     ChangeReading reading{};

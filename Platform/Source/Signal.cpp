@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <poll.h>
@@ -28,7 +29,8 @@ constinit std::mutex mutex;
 // Another one in each child: its copies of the signals' lists have places of threads that only the parent has.
 constinit unsigned currentProcess = 0;
 
-// What wakes a thread from a poll. Each thread has its own, from its first poll to its end; negative before.
+// What wakes a thread from a poll. Each thread has its own, from its first poll to its end; negative before. A key of
+// the host's closes it, as those are looked at behind all thread_local objects, and again for as long as there is one.
 constinit thread_local int alarm = -1;
 
 void CloseAlarm() noexcept
@@ -40,17 +42,15 @@ void CloseAlarm() noexcept
 // Negative with errno set when there is none.
 int OpenAlarm() noexcept
 {
-    struct Owner
-    {
-        ~Owner() { CloseAlarm(); }
-    };
-    if (alarm < 0)
-    {
-        static thread_local Owner const owner;
-        AskForShortTurns(); // as the platform favours who waits for an operation when it has ended
-        alarm = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    }
-    return alarm;
+    static pthread_key_t key;
+    static int const error = pthread_key_create(&key, [](void*) { CloseAlarm(); });
+    if (alarm >= 0)
+        return alarm;
+    errno = error != 0 ? error : pthread_setspecific(key, &alarm);
+    if (errno != 0)
+        return -1;
+    AskForShortTurns(); // as the platform favours who waits for an operation when it has ended
+    return alarm = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
 // A child has only the thread that made it, and nobody to unlock what another thread had locked. To wake from an alarm
@@ -84,6 +84,8 @@ public:
     DWORD Run() noexcept
     {
         std::unique_lock lock(mutex);
+        for (Signal* const signal : signals)
+            signal->ForgetOtherProcess();
         Notice();
         if (!result)
             WaitForResult(lock);
@@ -99,6 +101,8 @@ public:
             return;
         hasEarlierOperations = HasOperations(ready);
         End(ready);
+        if (hasEarlierOperations)
+            signals[ready]->Lend();
         Wake();
     }
 
@@ -119,18 +123,18 @@ private:
     void WaitForResult(std::unique_lock<std::mutex>& lock) noexcept
     {
         Presence const presence(*this);
-        for (bool hasPolled = false; !result;)
+        for (bool hasLooked = false; !result;)
         {
             std::size_t const ready = FirstReady();
             bool const isOver = deadline == std::chrono::nanoseconds(0) || (hasSlept && TimeNow() >= deadline);
             bool const mayEnd = ready != signals.size() || isOver;
-            if (HasOperations(ready) && !(mayEnd && hasPolled))
+            if (HasOperations(ready) && !(mayEnd && hasLooked))
                 Poll(lock, ready, mayEnd);
             else if (mayEnd)
                 End(ready);
             else
                 Sleep(lock);
-            hasPolled = mayEnd;
+            hasLooked = mayEnd; // what may end by now has been looked at
         }
     }
 
@@ -138,15 +142,15 @@ private:
     // list counts, and what was taken is set again for somebody else.
     void LookAtEarlierOperations(std::unique_lock<std::mutex>& lock) noexcept
     {
-        if (!hasEarlierOperations || *result == WAIT_FAILED)
+        if (!hasEarlierOperations)
             return;
         std::size_t const taken = *result - WAIT_OBJECT_0;
         Poll(lock, taken, true);
         std::size_t const ready = FirstReady();
-        if (ready >= taken)
-            return;
-        End(ready);
-        signals[taken]->GiveBack();
+        bool const isGivenBack = ready < taken;
+        if (isGivenBack)
+            End(ready);
+        signals[taken]->EndLending(isGivenBack);
     }
 
     // The first signal that is set, or the first at all once all are; how many there are if it must wait.
@@ -204,7 +208,7 @@ private:
             return Fail(CodeFromHost(errno));
         Operations operations;
         if (!operations.Collect(signals.first(before)))
-            Fail(ERROR_NO_SYSTEM_RESOURCES);
+            Fail(ERROR_NO_SYSTEM_RESOURCES); // and goes on, as those that it has must go without the lock
         isWoken = false;
         isPolling = true;
         bool const looks = onlyLooks || result;
@@ -247,6 +251,7 @@ private:
         std::array<Signal::Place, mostSignals> places;
     };
 
+    // Those of some signals, kept alive. Filled with the lock and emptied without it.
     class Operations
     {
     public:
@@ -347,13 +352,15 @@ void Signal::Reset() noexcept
 {
     std::lock_guard const lock(mutex);
     count = 0;
+    isResetWhileLent = lent != 0;
 }
 
 bool Signal::Add(LONG more, LONG& previous) noexcept
 {
     std::lock_guard const lock(mutex);
-    previous = count;
-    if (more > most - count)
+    ForgetOtherProcess();
+    previous = count + lent;
+    if (more > most - previous)
         return false;
     count += more;
     LetThrough();
@@ -366,6 +373,7 @@ bool Signal::Attach(std::shared_ptr<PendingOperation> operation) noexcept
         [&]
         {
             std::lock_guard const lock(mutex);
+            ForgetOtherProcess();
             operations.push_back(std::move(operation));
             WakeAllLocked(); // they have one more descriptor to poll
             return true;
@@ -375,12 +383,12 @@ bool Signal::Attach(std::shared_ptr<PendingOperation> operation) noexcept
 void Signal::WakeAll() noexcept
 {
     std::lock_guard const lock(mutex);
+    ForgetOtherProcess();
     WakeAllLocked();
 }
 
 void Signal::WakeAllLocked() noexcept
 {
-    ForgetOtherProcess();
     for (Place const* place = first; place; place = place->next)
         place->wait->Wake();
 }
@@ -398,7 +406,6 @@ void Signal::Detach(PendingOperation const& operation) noexcept
 
 void Signal::Enter(Place& place, Wait& wait) noexcept
 {
-    ForgetOtherProcess();
     place = {&wait, last, nullptr};
     (last ? last->next : first) = &place;
     last = &place;
@@ -410,13 +417,21 @@ void Signal::Leave(Place& place) noexcept
     (place.next ? place.next->previous : last) = place.previous;
 }
 
-void Signal::GiveBack() noexcept
+void Signal::Lend() noexcept
 {
     if (type != Type::manualReset)
-    {
+        ++lent;
+}
+
+void Signal::EndLending(bool isGivenBack) noexcept
+{
+    if (type == Type::manualReset)
+        return;
+    --lent;
+    if (isGivenBack && !isResetWhileLent)
         count = IsEvent() ? 1 : count + 1;
-        LetThrough();
-    }
+    isResetWhileLent = isResetWhileLent && lent != 0;
+    LetThrough();
 }
 
 void Signal::LetThrough() noexcept
@@ -426,10 +441,14 @@ void Signal::LetThrough() noexcept
         place->wait->Notice();
 }
 
+// What a thread of the parent was at work on may be in any state, and isn't destroyed either.
 void Signal::ForgetOtherProcess() noexcept
 {
-    if (std::exchange(process, currentProcess) != currentProcess)
-        first = last = nullptr;
+    if (std::exchange(process, currentProcess) == currentProcess)
+        return;
+    first = last = nullptr;
+    lent = 0;
+    std::construct_at(&operations);
 }
 
 DWORD WaitForSignals(std::span<Signal* const> signals, bool all, std::chrono::nanoseconds deadline) noexcept

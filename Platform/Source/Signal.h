@@ -1,10 +1,12 @@
 // What threads wait for: events and semaphores. One lock guards all of them, so that a wait for several sees all in one
 // state. Who sets a signal ends the waits that can end because of it, the oldest first: each setting of an event that
 // resets itself lets one wait through, also when the next one follows before anybody has woken up. A wait that has an
-// operation earlier in its list looks at that once more, and may give back what it got.
+// operation earlier in its list looks at that once more, and may give back what it got; until then it only borrows it.
 //
 // A signal may be the end of an operation on a descriptor. Nobody waits for that descriptor but the threads that wait
 // for the signal: they poll it, and let the operation take what has come, which may signal.
+//
+// A child process made by fork has the signals as they were, but none of the waits and of the operations.
 //
 // Locks, each taken before those behind it: a directory watch's own; the signals'. The lock of the watches of files
 // (Changes.cpp), that of the names (Waits.cpp) and those of the surroundings are taken alone.
@@ -59,6 +61,9 @@ public:
     };
 
     Signal(Type type, LONG count, LONG most) noexcept : type(type), count(count), most(most) {}
+    ~Signal() { ForgetOtherProcess(); }
+    Signal(Signal const&) = delete;
+    Signal& operator=(Signal const&) = delete;
 
     bool IsEvent() const noexcept { return type != Type::semaphore; }
 
@@ -94,13 +99,16 @@ private:
     void Enter(Place& place, Wait& wait) noexcept;
     void Leave(Place& place) noexcept;
     void LetThrough() noexcept;
-    void GiveBack() noexcept;
+    void Lend() noexcept;
+    void EndLending(bool isGivenBack) noexcept;
     void WakeAllLocked() noexcept;
     void ForgetOtherProcess() noexcept;
 
     Type const type;
     LONG count;
     LONG const most;
+    LONG lent = 0; ///< of a semaphore's count, what may still come back
+    bool isResetWhileLent = false;
     unsigned process = 0;
     Place* first = nullptr;
     Place* last = nullptr;

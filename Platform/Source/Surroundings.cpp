@@ -96,7 +96,7 @@ void Surroundings::Remove(DirectoryWatch const& watch) noexcept
         return;
     int const parent = found->parent;
     members.erase(found);
-    if (CurrentForks().descended == descended && std::ranges::find(members, parent, &Member::parent) == members.end())
+    if (std::ranges::find(members, parent, &Member::parent) == members.end())
         SystemCalls::RemoveWatch(descriptor, parent);
 }
 

@@ -3,12 +3,10 @@
 // directory neither fills its own watcher's queue nor takes another one of the few that a user has.
 #pragma once
 
-#include "Sharing.h"
 #include "Signal.h"
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -50,8 +48,6 @@ private:
     bool Read(std::vector<std::shared_ptr<DirectoryWatch>>& concerned);
 
     int const descriptor;
-    // A child shares the host's watcher with its parent, and takes nothing out of it.
-    std::uint64_t const descended = CurrentForks().descended;
     std::mutex mutex;
     std::vector<Member> members;
     // Until then nobody looks.

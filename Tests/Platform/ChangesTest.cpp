@@ -1,3 +1,4 @@
+#include "Support/ChildProcess.h"
 #include "Support/Descriptors.h"
 #include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
@@ -160,6 +161,54 @@ TEST_F(Changes, AreLookedForByWhoAsks)
     isTold = true;
     maker.join();
     EXPECT_GE(count, 12 + 2U);
+}
+
+TEST_F(Changes, EndWithTheDirectoryAlsoForWhoOnlyAsks)
+{
+    EXPECT_TRUE(Read(directory, &overlapped));
+    std::filesystem::remove_all(drive.Host("in"));
+    DWORD code = ERROR_IO_INCOMPLETE;
+    for (int i = 0; i < 1000 && (code == ERROR_IO_INCOMPLETE || code == 0); ++i)
+    {
+        std::this_thread::sleep_for(1ms);
+        code = CodeOf([&] { return GetOverlappedResult(directory.Get(), &overlapped, &count, FALSE); });
+        if (code == 0)
+            Read(directory, &overlapped); // of x
+    }
+    EXPECT_EQ(code, ERROR_ACCESS_DENIED);
+}
+
+// While another thread of the parent may be at work on them.
+TEST_F(Changes, AreNotTakenByAChild)
+{
+    EXPECT_TRUE(Read(directory, &overlapped));
+    std::atomic<bool> isOver = false;
+    std::thread asking(
+        [&]
+        {
+            DWORD unused;
+            while (!isOver)
+                GetOverlappedResult(directory.Get(), &overlapped, &unused, FALSE);
+        });
+    for (int round = 0; round < 50; ++round)
+        EXPECT_EQ(ChildProcess(
+                      [&](ChildProcess::Channel const&)
+                      {
+                          EXPECT_EQ(CodeOf([&] { return CancelIoEx(directory.Get(), nullptr); }), ERROR_NOT_FOUND);
+                          EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT);
+                          OVERLAPPED own{};
+                          EXPECT_TRUE(Read(directory, &own));
+                          directory.Close();
+                          event.Close();
+                          return testing::Test::HasFailure() ? 1 : 0;
+                      })
+                      .Join(),
+                  0);
+    isOver = true;
+    asking.join();
+    Make("a");
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 10'000), WAIT_OBJECT_0);
+    EXPECT_EQ(Name(), u"a");
 }
 
 TEST_F(Changes, EndWhenCancelledOrClosed)

@@ -369,6 +369,62 @@ TEST(Waits, CarryOnTheOperationsOfTheirObjects)
     EXPECT_EQ(operation.use_count(), 1);
 }
 
+TEST(Waits, OnlyBorrowWhileTheyLookAtAnEarlierOperation)
+{
+    OpenHandle const ended = Event(false);
+    auto const operation = std::make_shared<Operation>(ended.Get());
+    auto const waitWith = [&](OpenHandle const& later, std::function<void()> const& meanwhile)
+    {
+        operation->Begin();
+        SystemCalls::Redirection const during(SystemCalls::Poll,
+                                              [&](pollfd* descriptors, nfds_t count, timespec const* time)
+                                              {
+                                                  meanwhile();
+                                                  operation->MayEnd();
+                                                  return SystemCalls::Poll.host(descriptors, count, time);
+                                              });
+        EXPECT_EQ(WaitFor({ended.Get(), later.Get()}, false, longTime), 0U);
+    };
+    OpenHandle const semaphore = Semaphore(1, 1);
+    waitWith(semaphore,
+             [&]
+             {
+                 LONG previous = 0;
+                 EXPECT_EQ(CodeOf([&] { return ReleaseSemaphore(semaphore.Get(), 1, &previous); }), 298U);
+             });
+    EXPECT_EQ(Look(semaphore), 0U);
+    EXPECT_EQ(Look(semaphore), 258U);
+    for (bool const isReset : {false, true})
+    {
+        OpenHandle const event = Event(false, true);
+        waitWith(event, [&] { isReset ? ResetEvent(event.Get()) : TRUE; });
+        EXPECT_EQ(Look(event), isReset ? 258U : 0U);
+    }
+}
+
+TEST(Waits, LeaveNoDescriptorToAThreadThatHasEnded)
+{
+    OpenHandle const event = Event(false);
+    auto const operation = std::make_shared<Operation>(event.Get());
+    operation->Begin();
+    std::size_t const descriptors = OpenDescriptors();
+    std::thread(
+        [&]
+        {
+            struct Last
+            {
+                ~Last() { EXPECT_EQ(WaitForSingleObject(event, 1), 258U); }
+                HANDLE event;
+            };
+            static thread_local Last const last{event.Get()};
+            EXPECT_EQ(WaitForSingleObject(last.event, 1), 258U);
+        })
+        .join();
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    operation->MayEnd();
+    EXPECT_EQ(Look(event), 0U);
+}
+
 TEST(Waits, FailWhereTheHostCannotWait)
 {
     OpenHandle const event = Event(false);

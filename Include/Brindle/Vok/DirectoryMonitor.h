@@ -14,17 +14,16 @@
 // there comes an `overflow` with the directory's own path, behind what was told before the loss. On Linux that is when
 // fs.inotify.max_queued_events changes wait. `modified` comes at once for a file, and at most every 5 milliseconds
 // while it is written on and no name changes, with one after the last write. Writes through a mapping, or by another
-// name of the file in another directory, aren't told of, nor is what a file system changes by itself or on another
-// machine.
+// name of the file in another directory, or by who opened it by a name that it has no more, aren't told of, nor is a
+// mode that is set, nor both times at once as touch does, nor what a file system changes by itself or on another machine.
 //
 // To keep a list of a directory: make the monitor, list the directory, then apply what was told, which the list may
 // know already. After an overflow destroy the monitor, and make it and the list anew: it may have ended. Keep names by
 // their text: Path takes names that differ in case alone for the same, and the host doesn't.
 //
 // The callback:
-// - runs on the monitor's thread, one call at a time over all of its directories, with no lock held; the thread's
-// signal
-//   mask is that of the thread that made the monitor;
+// - runs on the monitor's thread, one call at a time over all of its directories, with no lock held and with the signal
+//   mask of the thread that made the monitor;
 // - must copy what it wants to keep, as the change is gone when it returns;
 // - should return soon, and leave long work to another thread: meanwhile nothing is read, and the monitor's destructor
 //   waits for it. A directory of which there is always something to tell keeps those behind it in the list waiting;

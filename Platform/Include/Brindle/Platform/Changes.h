@@ -24,7 +24,8 @@
 // directory on the way to it is renamed, and where its file system is taken away from under it: all that is open keeps
 // that from ending. The host's /proc is needed.
 //
-// A child process made by fork shares its parent's readings: what it reads, waits for or closes is its parent's too.
+// A child process made by fork has none of its parent's readings: there they never end. It may close the handles, and
+// read the changes from then on through them.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
