@@ -15,7 +15,8 @@
 // fs.inotify.max_queued_events changes wait. `modified` comes at once for a file, and at most every 5 milliseconds
 // while it is written on and no name changes, with one after the last write. Writes through a mapping, or by another
 // name of the file in another directory, or by who opened it by a name that it has no more, aren't told of, nor is a
-// mode that is set, nor both times at once as touch does, nor what a file system changes by itself or on another machine.
+// mode that is set, nor both times at once as touch does, nor what a file system changes by itself or on another
+// machine.
 //
 // To keep a list of a directory: make the monitor, list the directory, then apply what was told, which the list may
 // know already. After an overflow destroy the monitor, and make it and the list anew: it may have ended. Keep names by
