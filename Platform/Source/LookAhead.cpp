@@ -1,6 +1,7 @@
 #include "LookAhead.h"
 
 #include "SystemCalls.h"
+#include "Threads.h"
 #include "ToldStatus.h"
 
 #include <algorithm>
@@ -58,20 +59,6 @@ private:
 constinit std::atomic<unsigned> Processors::taken{0};
 [[maybe_unused]] int const Processors::startsAnewInChild =
     pthread_atfork(nullptr, nullptr, [] { taken.store(0, std::memory_order_relaxed); });
-
-/// With all signals blocked: the host's handlers run on the host's threads.
-bool StartThread(pthread_t& thread, void* (*run)(void*), void* argument) noexcept
-{
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
-    sigset_t all;
-    sigfillset(&all);
-    bool const started = pthread_attr_setsigmask_np(&attributes, &all) == 0 &&
-                         SystemCalls::StartThread(&thread, &attributes, run, argument) == 0;
-    pthread_attr_destroy(&attributes);
-    return started;
-}
 
 } // namespace
 

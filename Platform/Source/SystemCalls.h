@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
@@ -22,6 +23,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
+#include <sys/timerfd.h>
 #include <sys/types.h>
 #include <type_traits>
 #include <unistd.h>
@@ -153,6 +155,17 @@ VOK_SYSTEM_CALL(ReadLink, ssize_t(char const*, char*, size_t),
 VOK_SYSTEM_CALL(Poll, int(pollfd*, nfds_t, timespec const*),
                 [](pollfd* descriptors, nfds_t count, timespec const* time)
                 { return ::ppoll(descriptors, count, time, nullptr); });
+VOK_SYSTEM_CALL(MakeTimer, int(clockid_t, int), [](clockid_t clock, int flags) { return ::timerfd_create(clock, flags); });
+VOK_SYSTEM_CALL(SetTimer, int(int, int, itimerspec const*),
+                [](int timer, int flags, itimerspec const* time)
+                { return ::timerfd_settime(timer, flags, time, nullptr); });
+VOK_SYSTEM_CALL(MakePoll, int(int), [](int flags) { return ::epoll_create1(flags); });
+VOK_SYSTEM_CALL(ChangePoll, int(int, int, int, epoll_event*),
+                [](int poll, int operation, int descriptor, epoll_event* event)
+                { return ::epoll_ctl(poll, operation, descriptor, event); });
+VOK_SYSTEM_CALL(WaitForPoll, int(int, epoll_event*, int, int),
+                [](int poll, epoll_event* events, int count, int milliseconds)
+                { return ::epoll_wait(poll, events, count, milliseconds); });
 VOK_SYSTEM_CALL(StartThread, int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*),
                 [](pthread_t* thread, pthread_attr_t const* attributes, void* (*run)(void*), void* argument)
                 { return ::pthread_create(thread, attributes, run, argument); });

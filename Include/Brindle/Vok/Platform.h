@@ -34,6 +34,7 @@
 #include <Brindle/Platform/Files.h>
 #include <Brindle/Platform/Handles.h>
 #include <Brindle/Platform/Text.h>
+#include <Brindle/Platform/Timers.h>
 #include <Brindle/Platform/Types.h>
 #include <Brindle/Platform/Waits.h>
 

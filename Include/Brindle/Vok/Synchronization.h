@@ -6,6 +6,29 @@
 //         std::cout << "still at it\n";
 //
 // Everything may be called from any thread at the same time, but for construction and destruction.
+//
+// ThreadPoolTimer: a function that runs once, at a given moment, on a thread of the process's pool.
+//
+//     ThreadPoolTimer timer([](ThreadPoolTimer&) { Rotate(); });
+//     std::tm midnight = …;
+//     timer.Start(midnight);                                       // and again, from another thread, once it has run
+//
+// The function
+// - runs on a thread of the pool, with no lock held, for as long as it likes; no other timer waits for it. All signals
+//   are blocked there;
+// - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever;
+// - must not throw: that ends the process, as an exception that leaves a thread does;
+// - is not called any more once the timer's destructor has returned, which waits for it.
+// An empty function is no error, and nothing happens then.
+//
+// A time that is over, an invalid one and one before 1970 are now. Local times follow the system's clock when that is
+// set, and so does a FILETIME from 0 on; a negative one is an interval from now on and doesn't, nor does the time count
+// in which the machine sleeps. When a timer runs late, it is by microseconds, and by as long as the host has no
+// processor for it.
+//
+// Cancel doesn't take back what Start has set. It drops a run that is due and hasn't begun, and waits for one that has;
+// a moment that is still to come stays set. To have nothing run any more, destroy the timer, or Start it for a later
+// moment.
 #pragma once
 
 #include <Brindle/Vok/Error.h>
@@ -13,6 +36,9 @@
 #include <Brindle/Vok/Platform.h>
 
 #include <cstdint>
+#include <ctime>
+#include <functional>
+#include <memory>
 #include <string>
 
 namespace Brindle::Vok
@@ -77,6 +103,31 @@ public:
 
 private:
     HandleOwner<Detail::NullHandleTraits> handle;
+};
+
+/// Runs its function once for each Start. It stays where it was made.
+class ThreadPoolTimer
+{
+public:
+    /// Throws WindowsError with 4, 8 or 1450 when the host has no descriptor, memory or thread for the pool.
+    VOK_EXPORT explicit ThreadPoolTimer(std::function<void(ThreadPoolTimer&)> callback);
+    /// Drops what is set, and waits for the function if it runs.
+    VOK_EXPORT ~ThreadPoolTimer();
+    ThreadPoolTimer(ThreadPoolTimer const&) = delete;
+    ThreadPoolTimer& operator=(ThreadPoolTimer const&) = delete;
+
+    /// Waits for the function if it runs, and sets the moment, in the place of one set before. Of two calls at the same
+    /// time the last one counts. `tm_isdst` isn't looked at; fields out of their ranges are carried over.
+    VOK_EXPORT void Start(struct tm when);
+    VOK_EXPORT void Start(FILETIME when);
+
+    /// See above: what is set stays set.
+    VOK_EXPORT void Cancel();
+
+private:
+    class Impl;
+
+    std::unique_ptr<Impl> impl;
 };
 
 } // namespace Brindle::Vok

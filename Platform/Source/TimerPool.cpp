@@ -1,0 +1,395 @@
+#include "TimerPool.h"
+
+#include "HostErrors.h"
+#include "SystemCalls.h"
+#include "Threads.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace Brindle::Vok::Platform
+{
+namespace
+{
+
+constexpr std::int64_t ticksInSecond = 10'000'000;
+constexpr std::int64_t ticksInMillisecond = 10'000;
+constexpr std::int64_t nanosecondsInTick = 100;
+/// 1970-01-01, where the host's time begins, in the platform's.
+constexpr std::int64_t hostEpoch = 11'644'473'600 * ticksInSecond;
+
+constexpr unsigned realTime = 0;
+constexpr unsigned monotonic = 1;
+
+/// As many stay as long as there are timers: one that runs a callback, and one to take over.
+constexpr unsigned leastThreads = 2;
+constexpr unsigned mostThreads = 500;
+constexpr timespec whileThatIsTooLong{0, 1'000'000};
+constexpr int idleMilliseconds = 5000;
+
+// Guards the pool.
+constinit std::mutex mutex;
+constinit TimerPool* pool = nullptr;
+// What the calling thread runs.
+constinit thread_local TP_TIMER const* ownTimer = nullptr;
+
+std::int64_t TicksOf(clockid_t clock) noexcept
+{
+    timespec now;
+    SystemCalls::GetTime(clock, &now);
+    return now.tv_sec * ticksInSecond + now.tv_nsec / nanosecondsInTick;
+}
+
+std::int64_t SumOrMost(std::int64_t a, std::int64_t b) noexcept
+{
+    std::int64_t sum;
+    return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<std::int64_t>::max() : sum;
+}
+
+/// The clock, and the time on it.
+std::pair<unsigned, std::int64_t> TimeOf(FILETIME const& due) noexcept
+{
+    auto const ticks = static_cast<std::int64_t>(std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime);
+    if (ticks >= 0)
+        return {realTime, ticks - hostEpoch};
+    // The smallest number has no opposite; one more is as good.
+    std::int64_t const interval = -(ticks + 1);
+    // What was cut off the time of now must not make it come early.
+    return {monotonic, SumOrMost(SumOrMost(TicksOf(CLOCK_MONOTONIC), 2), interval)};
+}
+
+} // namespace
+
+// A child has none of the threads, and shares the descriptors with its parent.
+[[maybe_unused]] int const TimerPool::startsAnewInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
+                                                                          []
+                                                                          {
+                                                                              if (pool)
+                                                                                  pool->Forget();
+                                                                              mutex.unlock();
+                                                                          });
+
+TimerPool& TimerPool::Get() noexcept
+{
+    return *pool;
+}
+
+// Setting and closing
+
+TP_TIMER* TimerPool::Make(PTP_TIMER_CALLBACK callback, PVOID context) noexcept
+{
+    return WithoutThrowing(
+        [&]() -> TP_TIMER*
+        {
+            Lock const lock(mutex);
+            if (!pool)
+                pool = new TimerPool; // for as long as the process lives
+            for (Clock& clock : pool->clocks)
+                clock.queue.Reserve(pool->timers + 1);
+            auto timer = std::make_unique<TP_TIMER>();
+            timer->callback = callback;
+            timer->context = context;
+            timer->process = pool->process;
+            if (!pool->Open() || !pool->KeepThreads())
+                return nullptr;
+            ++pool->timers;
+            return timer.release();
+        });
+}
+
+void TimerPool::Set(TP_TIMER& timer, FILETIME const* due, DWORD period) noexcept
+{
+    Lock const lock(mutex);
+    Adopt(timer);
+    Unqueue(timer);
+    if (!due)
+        return;
+    // In a child of a process the first one that is set starts anew. Without the means to it waits for another try.
+    if (threads == 0 && Open() && KeepThreads())
+        Arrange();
+    timer.period = period;
+    auto const [clock, time] = TimeOf(*due);
+    Queue(timer, clock, time);
+}
+
+void TimerPool::Wait(TP_TIMER& timer, bool cancelsPending) noexcept
+{
+    Lock lock(mutex);
+    Adopt(timer);
+    if (cancelsPending && IsPending(timer))
+        Requeue(timer);
+    ++waiters;
+    finished.wait(lock, [&] { return timer.running == 0 && (cancelsPending || !IsPending(timer)); });
+    --waiters;
+}
+
+void TimerPool::Close(TP_TIMER& timer) noexcept
+{
+    Lock lock(mutex);
+    Adopt(timer);
+    Unqueue(timer);
+    unsigned const own = ownTimer == &timer ? 1 : 0;
+    ++waiters;
+    finished.wait(lock, [&] { return timer.running == own; });
+    --waiters;
+    if (own != 0)
+        timer.isClosed = true;
+    else
+        BeDone(timer);
+}
+
+void TimerPool::BeDone(TP_TIMER& timer) noexcept
+{
+    delete &timer;
+    if (--timers != 0 || threads == 0)
+        return;
+    Wake(); // they had no end to their waiting while there were timers
+}
+
+// Queues, with the lock
+
+// In a child of the process that used it last it isn't set and doesn't run.
+void TimerPool::Adopt(TP_TIMER& timer) const noexcept
+{
+    if (timer.process == process)
+        return;
+    timer.process = process;
+    timer.place = QueuedTimer::nowhere;
+    timer.running = 0;
+}
+
+void TimerPool::Queue(TP_TIMER& timer, unsigned clock, std::int64_t due) noexcept
+{
+    timer.clock = clock;
+    clocks[clock].queue.Add(timer, due);
+    if (due >= clocks[clock].set)
+        return;
+    clocks[clock].set = due;
+    SetDescriptor(clocks[clock]);
+}
+
+void TimerPool::Unqueue(TP_TIMER& timer) noexcept
+{
+    if (timer.IsQueued())
+        clocks[timer.clock].queue.Remove(timer);
+}
+
+void TimerPool::Requeue(TP_TIMER& timer) noexcept
+{
+    std::int64_t const period = timer.period * ticksInMillisecond;
+    std::int64_t const due = clocks[timer.clock].queue.DueOf(timer);
+    Unqueue(timer);
+    if (period == 0)
+        return;
+    std::int64_t const now = TicksOf(clocks[timer.clock].id);
+    std::int64_t const missed = now > due ? (now - due) / period : 0;
+    Queue(timer, timer.clock, SumOrMost(due, (missed + 1) * period));
+}
+
+bool TimerPool::IsPending(TP_TIMER const& timer) const noexcept
+{
+    return timer.IsQueued() && clocks[timer.clock].queue.DueOf(timer) <= TicksOf(clocks[timer.clock].id);
+}
+
+// The one that has waited longest; null if none is due.
+TP_TIMER* TimerPool::FirstPending() noexcept
+{
+    TP_TIMER* first = nullptr;
+    std::int64_t longest = -1;
+    for (Clock const& clock : clocks)
+    {
+        if (clock.queue.IsEmpty())
+            continue;
+        std::int64_t const late = TicksOf(clock.id) - clock.queue.FirstDue();
+        if (late <= longest)
+            continue;
+        longest = late;
+        first = static_cast<TP_TIMER*>(&clock.queue.First());
+    }
+    return first;
+}
+
+// Sets the descriptors to what is due next, also if that is over.
+void TimerPool::Arrange() noexcept
+{
+    for (Clock& clock : clocks)
+    {
+        std::int64_t const due = clock.queue.IsEmpty() ? never : clock.queue.FirstDue();
+        if (std::exchange(clock.set, due) != due && due != never)
+            SetDescriptor(clock);
+    }
+}
+
+// One idle thread, to look around.
+void TimerPool::Wake() noexcept
+{
+    clocks[monotonic].set = 0;
+    SetDescriptor(clocks[monotonic]);
+}
+
+void TimerPool::SetDescriptor(Clock const& clock) noexcept
+{
+    itimerspec time{};
+    time.it_value = {clock.set / ticksInSecond, clock.set % ticksInSecond * nanosecondsInTick};
+    if (clock.set <= 0)
+        time.it_value = {0, 1}; // zero would unset it
+    SystemCalls::SetTimer(clock.descriptor, TFD_TIMER_ABSTIME, &time);
+}
+
+// Threads
+
+bool TimerPool::Open() noexcept
+{
+    if (poll >= 0)
+        return true;
+    poll = SystemCalls::MakePoll(EPOLL_CLOEXEC);
+    bool isOpen = poll >= 0;
+    for (Clock& clock : clocks)
+    {
+        if (!isOpen)
+            break;
+        clock.descriptor = SystemCalls::MakeTimer(clock.id, TFD_CLOEXEC | TFD_NONBLOCK);
+        // Each time that it is due wakes one thread, once.
+        epoll_event event{EPOLLIN | EPOLLET, {}};
+        isOpen = clock.descriptor >= 0 &&
+                 SystemCalls::ChangePoll(poll, EPOLL_CTL_ADD, clock.descriptor, &event) == 0;
+    }
+    if (isOpen)
+    {
+        for (Clock& clock : clocks)
+            clock.set = never;
+        return true;
+    }
+    FailWithHost(errno);
+    CloseDescriptors();
+    return false;
+}
+
+void TimerPool::CloseDescriptors() noexcept
+{
+    for (int* const descriptor : {&poll, &clocks[realTime].descriptor, &clocks[monotonic].descriptor})
+        if (*descriptor >= 0)
+            SystemCalls::Close(std::exchange(*descriptor, -1));
+}
+
+bool TimerPool::StartThread() noexcept
+{
+    pthread_t thread;
+    if (threads == mostThreads || !Platform::StartThread(thread, Work, this, true))
+        return false;
+    ++threads;
+    ++idle; // to be counted on at once
+    return true;
+}
+
+bool TimerPool::KeepThreads() noexcept
+{
+    while (threads < leastThreads)
+        if (!StartThread())
+            return threads > 0 || FailWith(ERROR_NO_SYSTEM_RESOURCES);
+    return true;
+}
+
+// In a child. Its parent's timers are adopted when they are used.
+void TimerPool::Forget() noexcept
+{
+    ++process;
+    threads = idle = waiters = 0;
+    ::new (static_cast<void*>(&finished)) std::condition_variable; // the old one counts threads that are not there
+    for (Clock& clock : clocks)
+    {
+        clock.queue.Forget();
+        clock.set = never;
+    }
+    CloseDescriptors();
+    ownTimer = nullptr;
+}
+
+void* TimerPool::Work(void* pool) noexcept
+{
+    static_cast<TimerPool*>(pool)->Work();
+    return nullptr;
+}
+
+void TimerPool::Work() noexcept
+{
+    Lock lock(mutex);
+    for (;;)
+    {
+        if (!FirstPending())
+        {
+            if (!BeIdle(lock))
+                return;
+        }
+        else if (MayTake(lock))
+        {
+            --idle;
+            while (TP_TIMER* const timer = FirstPending())
+                Run(lock, *timer);
+            ++idle;
+        }
+    }
+}
+
+// Whether another thread is idle, or can't be. There may be no timer left to take afterwards.
+bool TimerPool::MayTake(Lock& lock) noexcept
+{
+    if (idle > 1)
+        return true;
+    if (threads >= enoughThreads)
+    {
+        // They may be quick, and better without more of them.
+        std::uint64_t const before = begun;
+        lock.unlock();
+        SystemCalls::Sleep(&whileThatIsTooLong);
+        lock.lock();
+        if (begun != before || idle > 1)
+            return idle > 1;
+        enoughThreads *= 2;
+    }
+    StartThread(); // or nobody is, until one of those that are busy has finished
+    return true;
+}
+
+void TimerPool::Run(Lock& lock, TP_TIMER& timer) noexcept
+{
+    Clock& clock = clocks[timer.clock];
+    if (clock.set <= clock.queue.DueOf(timer))
+        clock.set = never; // it was, and has told so
+    Requeue(timer);
+    if (idle != 0)
+        Arrange();
+    ++begun;
+    ++timer.running;
+    lock.unlock();
+    TP_TIMER const* const outer = std::exchange(ownTimer, &timer);
+    timer.callback(nullptr, timer.context, &timer);
+    ownTimer = outer;
+    lock.lock();
+    --timer.running;
+    if (timer.isClosed && timer.running == 0)
+        BeDone(timer);
+    if (waiters != 0)
+        finished.notify_all();
+}
+
+// False when the thread is to end.
+bool TimerPool::BeIdle(Lock& lock) noexcept
+{
+    Arrange();
+    bool const isNeeded = timers != 0 && idle <= leastThreads;
+    lock.unlock();
+    epoll_event event;
+    int const count = SystemCalls::WaitForPoll(poll, &event, 1, isNeeded ? -1 : idleMilliseconds);
+    lock.lock();
+    if (count > 0 || FirstPending() || (timers != 0 && idle <= leastThreads))
+        return true;
+    if (--threads < enoughAtFirst)
+        enoughThreads = enoughAtFirst;
+    if (--idle != 0 && timers == 0)
+        Wake();
+    return false;
+}
+
+} // namespace Brindle::Vok::Platform
