@@ -91,7 +91,7 @@ TP_TIMER* TimerPool::Make(PTP_TIMER_CALLBACK callback, PVOID context) noexcept
             timer->callback = callback;
             timer->context = context;
             timer->process = pool->process;
-            if (!pool->Open() || !pool->KeepThreads())
+            if (!pool->Begin())
                 return nullptr;
             ++pool->timers;
             return timer.release();
@@ -102,12 +102,15 @@ void TimerPool::Set(TP_TIMER& timer, FILETIME const* due, DWORD period) noexcept
 {
     Lock const lock(mutex);
     Adopt(timer);
-    Unqueue(timer);
-    if (!due)
+    if (timer.IsQueued())
+        Drop(timer);
+    if (!due || timer.isClosing)
         return;
     // In a child of a process the first one that is set starts anew. Without the means to it waits for another try.
-    if (threads == 0 && Open() && KeepThreads())
-        Arrange();
+    if (threads == 0)
+        Begin();
+    else if (idle == 0)
+        StartThread(); // there was none to be had before
     timer.period = period;
     auto const [clock, time] = TimeOf(*due);
     Queue(timer, clock, time);
@@ -118,7 +121,10 @@ void TimerPool::Wait(TP_TIMER& timer, bool cancelsPending) noexcept
     Lock lock(mutex);
     Adopt(timer);
     if (cancelsPending && IsPending(timer))
+    {
         Requeue(timer);
+        TellWaiters();
+    }
     ++waiters;
     finished.wait(lock, [&] { return timer.running == 0 && (cancelsPending || !IsPending(timer)); });
     --waiters;
@@ -128,23 +134,18 @@ void TimerPool::Close(TP_TIMER& timer) noexcept
 {
     Lock lock(mutex);
     Adopt(timer);
-    Unqueue(timer);
+    if (timer.IsQueued())
+        Drop(timer);
+    timer.isClosing = true;
     unsigned const own = ownTimer == &timer ? 1 : 0;
     ++waiters;
     finished.wait(lock, [&] { return timer.running == own; });
     --waiters;
     if (own != 0)
-        timer.isClosed = true;
-    else
-        BeDone(timer);
-}
-
-void TimerPool::BeDone(TP_TIMER& timer) noexcept
-{
+        ownTimer = nullptr; // Run knows by this that it has gone
     delete &timer;
-    if (--timers != 0 || threads == 0)
-        return;
-    Wake(); // they had no end to their waiting while there were timers
+    --timers;
+    EndWaiting();
 }
 
 // Queues, with the lock
@@ -163,23 +164,21 @@ void TimerPool::Queue(TP_TIMER& timer, unsigned clock, std::int64_t due) noexcep
 {
     timer.clock = clock;
     clocks[clock].queue.Add(timer, due);
-    if (due >= clocks[clock].set)
-        return;
-    clocks[clock].set = due;
-    SetDescriptor(clocks[clock]);
+    TellBy(clocks[clock], due);
 }
 
-void TimerPool::Unqueue(TP_TIMER& timer) noexcept
+// Others may wait for what it was due for.
+void TimerPool::Drop(TP_TIMER& timer) noexcept
 {
-    if (timer.IsQueued())
-        clocks[timer.clock].queue.Remove(timer);
+    clocks[timer.clock].queue.Remove(timer);
+    TellWaiters();
 }
 
 void TimerPool::Requeue(TP_TIMER& timer) noexcept
 {
     std::int64_t const period = timer.period * ticksInMillisecond;
     std::int64_t const due = clocks[timer.clock].queue.DueOf(timer);
-    Unqueue(timer);
+    clocks[timer.clock].queue.Remove(timer);
     if (period == 0)
         return;
     std::int64_t const now = TicksOf(clocks[timer.clock].id);
@@ -210,22 +209,35 @@ TP_TIMER* TimerPool::FirstPending() noexcept
     return first;
 }
 
-// Sets the descriptors to what is due next, also if that is over.
+// Sees to it that the descriptors tell of what is due next, also if that is over. One that is set to an earlier time, or
+// that has told of one to a thread that is on its way, is good as it is.
 void TimerPool::Arrange() noexcept
 {
     for (Clock& clock : clocks)
-    {
-        std::int64_t const due = clock.queue.IsEmpty() ? never : clock.queue.FirstDue();
-        if (std::exchange(clock.set, due) != due && due != never)
-            SetDescriptor(clock);
-    }
+        if (!clock.queue.IsEmpty())
+            TellBy(clock, clock.queue.FirstDue());
 }
 
-// One idle thread, to look around.
-void TimerPool::Wake() noexcept
+void TimerPool::TellBy(Clock& clock, std::int64_t due) noexcept
 {
-    clocks[monotonic].set = 0;
-    SetDescriptor(clocks[monotonic]);
+    if (due >= clock.set)
+        return;
+    clock.set = due;
+    SetDescriptor(clock);
+}
+
+void TimerPool::TellWaiters() noexcept
+{
+    if (waiters != 0)
+        finished.notify_all();
+}
+
+// Those that are idle without an end must look around once the last timer has gone. One that is idle for a while only
+// sees to that when it ends.
+void TimerPool::EndWaiting() noexcept
+{
+    if (timers == 0 && idle != 0 && idle == idleForEver)
+        TellBy(clocks[monotonic], 0);
 }
 
 void TimerPool::SetDescriptor(Clock const& clock) noexcept
@@ -239,6 +251,20 @@ void TimerPool::SetDescriptor(Clock const& clock) noexcept
 
 // Threads
 
+// What the first timer needs. On failure nothing of it is left.
+bool TimerPool::Begin() noexcept
+{
+    if (!Open())
+        return false;
+    if (KeepThreads())
+    {
+        Arrange();
+        return true;
+    }
+    CloseDescriptors();
+    return false;
+}
+
 bool TimerPool::Open() noexcept
 {
     if (poll >= 0)
@@ -251,16 +277,12 @@ bool TimerPool::Open() noexcept
             break;
         clock.descriptor = SystemCalls::MakeTimer(clock.id, TFD_CLOEXEC | TFD_NONBLOCK);
         // Each time that it is due wakes one thread, once.
-        epoll_event event{EPOLLIN | EPOLLET, {}};
+        epoll_event event{EPOLLIN | EPOLLET, {.ptr = &clock}};
         isOpen = clock.descriptor >= 0 &&
                  SystemCalls::ChangePoll(poll, EPOLL_CTL_ADD, clock.descriptor, &event) == 0;
     }
     if (isOpen)
-    {
-        for (Clock& clock : clocks)
-            clock.set = never;
         return true;
-    }
     FailWithHost(errno);
     CloseDescriptors();
     return false;
@@ -271,6 +293,8 @@ void TimerPool::CloseDescriptors() noexcept
     for (int* const descriptor : {&poll, &clocks[realTime].descriptor, &clocks[monotonic].descriptor})
         if (*descriptor >= 0)
             SystemCalls::Close(std::exchange(*descriptor, -1));
+    for (Clock& clock : clocks)
+        clock.set = never;
 }
 
 bool TimerPool::StartThread() noexcept
@@ -295,13 +319,11 @@ bool TimerPool::KeepThreads() noexcept
 void TimerPool::Forget() noexcept
 {
     ++process;
-    threads = idle = waiters = 0;
+    threads = idle = idleForEver = waiters = 0;
+    enoughThreads = enoughAtFirst;
     ::new (static_cast<void*>(&finished)) std::condition_variable; // the old one counts threads that are not there
     for (Clock& clock : clocks)
-    {
         clock.queue.Forget();
-        clock.set = never;
-    }
     CloseDescriptors();
     ownTimer = nullptr;
 }
@@ -326,7 +348,8 @@ void TimerPool::Work() noexcept
         {
             --idle;
             while (TP_TIMER* const timer = FirstPending())
-                Run(lock, *timer);
+                if (!Run(lock, *timer))
+                    return;
             ++idle;
         }
     }
@@ -352,44 +375,52 @@ bool TimerPool::MayTake(Lock& lock) noexcept
     return true;
 }
 
-void TimerPool::Run(Lock& lock, TP_TIMER& timer) noexcept
+// False in a child process that the callback has made and that has come back from it: the pool there is another one.
+bool TimerPool::Run(Lock& lock, TP_TIMER& timer) noexcept
 {
-    Clock& clock = clocks[timer.clock];
-    if (clock.set <= clock.queue.DueOf(timer))
-        clock.set = never; // it was, and has told so
+    unsigned const before = process;
     Requeue(timer);
     if (idle != 0)
         Arrange();
     ++begun;
     ++timer.running;
     lock.unlock();
-    TP_TIMER const* const outer = std::exchange(ownTimer, &timer);
+    ownTimer = &timer;
     timer.callback(nullptr, timer.context, &timer);
-    ownTimer = outer;
     lock.lock();
-    --timer.running;
-    if (timer.isClosed && timer.running == 0)
-        BeDone(timer);
-    if (waiters != 0)
-        finished.notify_all();
+    if (process != before)
+        return false;
+    if (std::exchange(ownTimer, nullptr))
+        --timer.running;
+    TellWaiters();
+    return true;
 }
 
 // False when the thread is to end.
 bool TimerPool::BeIdle(Lock& lock) noexcept
 {
     Arrange();
-    bool const isNeeded = timers != 0 && idle <= leastThreads;
+    bool const isForEver = IsNeededIdle();
+    idleForEver += isForEver ? 1 : 0;
     lock.unlock();
     epoll_event event;
-    int const count = SystemCalls::WaitForPoll(poll, &event, 1, isNeeded ? -1 : idleMilliseconds);
+    int const count = SystemCalls::WaitForPoll(poll, &event, 1, isForEver ? -1 : idleMilliseconds);
     lock.lock();
-    if (count > 0 || FirstPending() || (timers != 0 && idle <= leastThreads))
+    idleForEver -= isForEver ? 1 : 0;
+    if (count > 0)
+        static_cast<Clock*>(event.data.ptr)->set = never; // it has told
+    if (count > 0 || FirstPending() || IsNeededIdle())
         return true;
     if (--threads < enoughAtFirst)
         enoughThreads = enoughAtFirst;
-    if (--idle != 0 && timers == 0)
-        Wake();
+    --idle;
+    EndWaiting();
     return false;
+}
+
+bool TimerPool::IsNeededIdle() const noexcept
+{
+    return timers != 0 && idle <= leastThreads;
 }
 
 } // namespace Brindle::Vok::Platform

@@ -11,7 +11,6 @@
 #include <Brindle/Platform/Timers.h>
 
 #include <array>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +27,7 @@ struct TP_TIMER : Brindle::Vok::Platform::QueuedTimer
     unsigned clock = 0;  ///< whose queue it is in
     DWORD period = 0;    ///< in milliseconds
     unsigned running = 0;
-    bool isClosed = false; ///< by a callback of its own
+    bool isClosing = false;
 };
 
 namespace Brindle::Vok::Platform
@@ -60,31 +59,34 @@ private:
         clockid_t id;
         int descriptor = -1;
         TimerQueue queue;
-        std::int64_t set = never; ///< what the descriptor is set to, or was before it was due
+        std::int64_t set = never; ///< what the descriptor is set to; it stays until a thread has been told
     };
 
     // All with the lock.
+    bool Begin() noexcept;
     bool Open() noexcept;
     bool StartThread() noexcept;
     bool KeepThreads() noexcept;
     void Forget() noexcept;
     void Adopt(TP_TIMER& timer) const noexcept;
     void Queue(TP_TIMER& timer, unsigned clock, std::int64_t due) noexcept;
-    void Unqueue(TP_TIMER& timer) noexcept;
+    void Drop(TP_TIMER& timer) noexcept;
     bool IsPending(TP_TIMER const& timer) const noexcept;
     void Requeue(TP_TIMER& timer) noexcept;
     TP_TIMER* FirstPending() noexcept;
     void Arrange() noexcept;
-    void Wake() noexcept;
+    static void TellBy(Clock& clock, std::int64_t due) noexcept;
+    void TellWaiters() noexcept;
+    void EndWaiting() noexcept;
     static void SetDescriptor(Clock const& clock) noexcept;
     void CloseDescriptors() noexcept;
-    void Run(Lock& lock, TP_TIMER& timer) noexcept;
-    void BeDone(TP_TIMER& timer) noexcept;
+    bool Run(Lock& lock, TP_TIMER& timer) noexcept;
 
     // A thread.
     static void* Work(void* pool) noexcept;
     void Work() noexcept;
     bool BeIdle(Lock& lock) noexcept;
+    bool IsNeededIdle() const noexcept;
     bool MayTake(Lock& lock) noexcept;
 
     static int const startsAnewInChild;
@@ -97,7 +99,8 @@ private:
     /// So many are started as soon as they are needed; more only when none has begun a callback for a while.
     static constexpr unsigned enoughAtFirst = 8;
     unsigned enoughThreads = enoughAtFirst;
-    unsigned idle = 0;
+    unsigned idle = 0;        ///< those that have been started or woken included
+    unsigned idleForEver = 0; ///< those of them that wait without an end
     unsigned waiters = 0;
     std::uint64_t begun = 0; ///< callbacks
     unsigned process = 0;

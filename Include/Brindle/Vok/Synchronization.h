@@ -21,7 +21,7 @@
 // - is not called any more once the timer's destructor has returned, which waits for it.
 // An empty function is no error, and nothing happens then.
 //
-// A time that is over, an invalid one and one before 1970 are now. Local times follow the system's clock when that is
+// A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000. Local times follow the system's clock when that is
 // set, and so does a FILETIME from 0 on; a negative one is an interval from now on and doesn't, nor does the time count
 // in which the machine sleeps. When a timer runs late, it is by microseconds, and by as long as the host has no
 // processor for it.
