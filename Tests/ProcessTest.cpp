@@ -39,3 +39,10 @@ TEST(Process, ModulesShareOneChannelAndTheirErrors)
                                       "end\n"
                                       "status 0");
 }
+
+TEST(Process, EndsWithoutItsTimers)
+{
+    EXPECT_EQ(OutputOf("ExitWithTimers"), "end\n"
+                                          "late\n"
+                                          "status 0");
+}
