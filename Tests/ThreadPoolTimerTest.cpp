@@ -158,8 +158,8 @@ TEST(ThreadPoolTimer, LogsItsScopesInOrder)
         return lines;
     };
     ThreadPoolTimer* passed = nullptr;
-    auto timer = std::make_unique<ThreadPoolTimer>(
-        [&, logs = std::make_shared<Logs>()](ThreadPoolTimer& timer) { passed = &timer; });
+    auto timer = std::make_unique<ThreadPoolTimer>([&, logs = std::make_shared<Logs>()](ThreadPoolTimer& timer)
+                                                   { passed = &timer; });
     EXPECT_THAT(next(), ElementsAre("created", enter("Impl::Impl"), exit("Impl::Impl"), enter("ThreadPoolTimer"),
                                     exit("ThreadPoolTimer")));
     for (bool const isLocal : {false, true})
@@ -284,9 +284,9 @@ TEST(ThreadPoolTimer, WaitsForARunBeforeAnythingElse)
             std::this_thread::sleep_for(40ms);
             ++ended;
         });
-    std::array<std::function<void()>, 4> const calls{
-        [&] { timer->Cancel(); }, [&] { timer->Start(Due(-36'000'000 * millisecond)); },
-        [&] { timer->Start(Local(2900, 1, 1)); }, [&] { timer.reset(); }};
+    std::array<std::function<void()>, 4> const calls{[&] { timer->Cancel(); },
+                                                     [&] { timer->Start(Due(-36'000'000 * millisecond)); },
+                                                     [&] { timer->Start(Local(2900, 1, 1)); }, [&] { timer.reset(); }};
     int runs = 0;
     for (auto const& call : calls)
     {
@@ -318,7 +318,8 @@ TEST(ThreadPoolTimer, ComesAndGoesOnManyThreads)
                     if (!timer || random() % 8 == 0)
                     {
                         auto life = std::make_shared<int>(42);
-                        timer = std::make_shared<ThreadPoolTimer>([&runs, life](ThreadPoolTimer&) { runs += *life / 42; });
+                        timer =
+                            std::make_shared<ThreadPoolTimer>([&runs, life](ThreadPoolTimer&) { runs += *life / 42; });
                         lock.lock();
                         auto const old = std::exchange(place, timer);
                         lock.unlock();

@@ -155,7 +155,8 @@ VOK_SYSTEM_CALL(ReadLink, ssize_t(char const*, char*, size_t),
 VOK_SYSTEM_CALL(Poll, int(pollfd*, nfds_t, timespec const*),
                 [](pollfd* descriptors, nfds_t count, timespec const* time)
                 { return ::ppoll(descriptors, count, time, nullptr); });
-VOK_SYSTEM_CALL(MakeTimer, int(clockid_t, int), [](clockid_t clock, int flags) { return ::timerfd_create(clock, flags); });
+VOK_SYSTEM_CALL(MakeTimer, int(clockid_t, int),
+                [](clockid_t clock, int flags) { return ::timerfd_create(clock, flags); });
 VOK_SYSTEM_CALL(SetTimer, int(int, int, itimerspec const*),
                 [](int timer, int flags, itimerspec const* time)
                 { return ::timerfd_settime(timer, flags, time, nullptr); });

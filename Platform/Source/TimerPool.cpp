@@ -63,12 +63,12 @@ std::pair<unsigned, std::int64_t> TimeOf(FILETIME const& due) noexcept
 
 // A child has none of the threads, and shares the descriptors with its parent.
 [[maybe_unused]] int const TimerPool::startsAnewInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
-                                                                          []
-                                                                          {
-                                                                              if (pool)
-                                                                                  pool->Forget();
-                                                                              mutex.unlock();
-                                                                          });
+                                                                         []
+                                                                         {
+                                                                             if (pool)
+                                                                                 pool->Forget();
+                                                                             mutex.unlock();
+                                                                         });
 
 TimerPool& TimerPool::Get() noexcept
 {
@@ -209,8 +209,8 @@ TP_TIMER* TimerPool::FirstPending() noexcept
     return first;
 }
 
-// Sees to it that the descriptors tell of what is due next, also if that is over. One that is set to an earlier time, or
-// that has told of one to a thread that is on its way, is good as it is.
+// Sees to it that the descriptors tell of what is due next, also if that is over. One that is set to an earlier time,
+// or that has told of one to a thread that is on its way, is good as it is.
 void TimerPool::Arrange() noexcept
 {
     for (Clock& clock : clocks)
@@ -278,8 +278,7 @@ bool TimerPool::Open() noexcept
         clock.descriptor = SystemCalls::MakeTimer(clock.id, TFD_CLOEXEC | TFD_NONBLOCK);
         // Each time that it is due wakes one thread, once.
         epoll_event event{EPOLLIN | EPOLLET, {.ptr = &clock}};
-        isOpen = clock.descriptor >= 0 &&
-                 SystemCalls::ChangePoll(poll, EPOLL_CTL_ADD, clock.descriptor, &event) == 0;
+        isOpen = clock.descriptor >= 0 && SystemCalls::ChangePoll(poll, EPOLL_CTL_ADD, clock.descriptor, &event) == 0;
     }
     if (isOpen)
         return true;

@@ -1,9 +1,9 @@
 // The one pool of threads that run the callbacks of timers.
 //
 // Idle threads wait for the host's two timer descriptors, one for each clock, which are set to the first time that is
-// due. So setting a timer wakes nobody; the host wakes one idle thread, and that one runs the callback itself. Before it
-// does it sets the descriptors to what is due next, and sees to it that another thread is idle: none ever waits for a
-// callback to end.
+// due. So setting a timer wakes nobody; the host wakes one idle thread, and that one runs the callback itself. Before
+// it does it sets the descriptors to what is due next, and sees to it that another thread is idle: none ever waits for
+// a callback to end.
 #pragma once
 
 #include "TimerQueue.h"
@@ -23,9 +23,9 @@ struct TP_TIMER : Brindle::Vok::Platform::QueuedTimer
 {
     PTP_TIMER_CALLBACK callback;
     PVOID context;
-    unsigned process;    ///< whose pool it was used in last
-    unsigned clock = 0;  ///< whose queue it is in
-    DWORD period = 0;    ///< in milliseconds
+    unsigned process;   ///< whose pool it was used in last
+    unsigned clock = 0; ///< whose queue it is in
+    DWORD period = 0;   ///< in milliseconds
     unsigned running = 0;
     bool isClosing = false;
 };

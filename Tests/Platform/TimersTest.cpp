@@ -266,10 +266,22 @@ TEST(Timers, DueAtTheEndsOfTimeRunAtOnceOrNever)
         bool runs;
     };
     std::list<Timer> timers;
-    for (Case const& each : {Case{0, true}, {1, true}, {year1970 - 1, true}, {year1970, true}, {year1970 + 1, true},
-                             {Now() - hour, true}, {Now() + hour, false}, {greatest, false}, {greatest - 1, false},
-                             {year1970 * 2, false}, {-1, true}, {-2, true}, {-hour, false}, {smallest, false},
-                             {smallest + 1, false}, {smallest / 2, false}})
+    for (Case const& each : {Case{0, true},
+                             {1, true},
+                             {year1970 - 1, true},
+                             {year1970, true},
+                             {year1970 + 1, true},
+                             {Now() - hour, true},
+                             {Now() + hour, false},
+                             {greatest, false},
+                             {greatest - 1, false},
+                             {year1970 * 2, false},
+                             {-1, true},
+                             {-2, true},
+                             {-hour, false},
+                             {smallest, false},
+                             {smallest + 1, false},
+                             {smallest / 2, false}})
         for (DWORD const period : {DWORD{0}, ~DWORD{0}})
         {
             Timer& timer = timers.emplace_back();
@@ -526,7 +538,11 @@ TEST(Timers, InAForkedChildAreThereAndUnset)
                   }),
               0);
     EXPECT_TRUE(set.HasBegun());
+}
 
+#ifndef __SANITIZE_THREAD__ // which doesn't bear the end of a thread that has become the first one
+TEST(Timers, CallbackThatComesBackInAForkedChildEndsIt)
+{
     std::atomic<pid_t> child = -1;
     Timer forks([&](Timer&) { child = ::fork(); });
     forks.Set(0);
@@ -536,6 +552,7 @@ TEST(Timers, InAForkedChildAreThereAndUnset)
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
 }
+#endif
 
 TEST(Timers, FailAndLeaveNothing)
 {
@@ -563,8 +580,10 @@ TEST(Timers, FailAndLeaveNothing)
                       }
                       for (int const place : {1, 2})
                       {
-                          auto const some = [place, count = 0](clockid_t clock, int flags) mutable
-                          { return ++count < place ? SystemCalls::MakeTimer.host(clock, flags) : FailingWith(EMFILE)(); };
+                          auto const some = [place, count = 0](clockid_t clock, int flags) mutable {
+                              return ++count < place ? SystemCalls::MakeTimer.host(clock, flags)
+                                                     : FailingWith(EMFILE)();
+                          };
                           SystemCalls::Redirection const none(SystemCalls::MakeTimer, some);
                           expectFailure(ERROR_TOO_MANY_OPEN_FILES);
                       }

@@ -12,9 +12,10 @@
 //
 // When: each callback runs on a thread of the pool, and for as long as it likes; those of other timers don't wait for
 // it, nor do further ones of its own timer. Up to 500 run at a time. Of those that don't end the eighth begins a
-// millisecond late, and likewise the sixteenth, the thirty-second and so on. Threads are started as they are needed, two
-// with the first timer, and end five seconds after they had something to do; two stay for as long as there are timers.
-// All signals are blocked on them. A callback that throws ends the process, as an exception that leaves a thread does.
+// millisecond late, and likewise the sixteenth, the thirty-second and so on. Threads are started as they are needed,
+// two with the first timer, and end five seconds after they had something to do; two stay for as long as there are
+// timers. All signals are blocked on them. A callback that throws ends the process, as an exception that leaves a
+// thread does.
 //
 // While the process ends nothing waits for callbacks. A child process made by fork has its parent's timers, but none of
 // them is set; a callback that makes one and comes back from it there ends its thread.
