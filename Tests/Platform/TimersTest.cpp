@@ -398,7 +398,7 @@ TEST(Timers, ClosingWaitsAndEndsThem)
     EXPECT_EQ(running.ended, 1);
 
     Timer itself([](Timer& timer) { timer.Close(); });
-    itself.Set(0, 1);
+    itself.Set(0, 1000);
     EXPECT_TRUE(Becomes([&] { return itself.ended == 1; }));
 
     // The handle is copied, as the one that closes forgets its own first.
