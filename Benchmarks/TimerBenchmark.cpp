@@ -142,8 +142,8 @@ private:
     {
         static asio::io_context context;
         static auto const work = asio::make_work_guard(context);
-        if constexpr (hasThread)
-            [[maybe_unused]] static std::thread* const thread = new std::thread([] { context.run(); });
+        if constexpr (hasThread) [[maybe_unused]]
+            static std::thread* const thread = new std::thread([] { context.run(); });
         return context;
     }
 

@@ -84,7 +84,7 @@ TP_TIMER* TimerPool::Make(PTP_TIMER_CALLBACK callback, PVOID context) noexcept
         {
             Lock const lock(mutex);
             if (!pool)
-                pool = new TimerPool; // for as long as the process lives
+                pool = std::make_unique<TimerPool>().release(); // for as long as the process lives
             for (Clock& clock : pool->clocks)
                 clock.queue.Reserve(pool->timers + 1);
             auto timer = std::make_unique<TP_TIMER>();

@@ -21,10 +21,10 @@
 // - is not called any more once the timer's destructor has returned, which waits for it.
 // An empty function is no error, and nothing happens then.
 //
-// A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000. Local times follow the system's clock when that is
-// set, and so does a FILETIME from 0 on; a negative one is an interval from now on and doesn't, nor does the time count
-// in which the machine sleeps. When a timer runs late, it is by microseconds, and by as long as the host has no
-// processor for it.
+// A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000. Local
+// times follow the system's clock when that is set, and so does a FILETIME from 0 on; a negative one is an interval
+// from now on and doesn't, nor does the time count in which the machine sleeps. When a timer runs late, it is by
+// microseconds, and by as long as the host has no processor for it.
 //
 // Cancel doesn't take back what Start has set. It drops a run that is due and hasn't begun, and waits for one that has;
 // a moment that is still to come stays set. To have nothing run any more, destroy the timer, or Start it for a later
