@@ -481,13 +481,14 @@ TEST(Timers, ThatAreDueAtOnceShareFewThreads)
             .emplace_back(
                 [&, counts = i % 100 == 0](Timer&)
                 {
+                    std::this_thread::sleep_for(20us);
                     if (counts)
                         most = std::max(most.load(), ThreadCount());
                 })
             .Set(due);
     for (Timer const& timer : timers)
         ASSERT_TRUE(timer.HasBegun());
-    EXPECT_LE(most - before, 40);
+    EXPECT_LE(most - before, 100);
 }
 
 TEST(Timers, ThreadsEndWhenTheyAreIdle)
