@@ -158,6 +158,7 @@ public:
     /// Leaves no thread to run anything.
     void OccupyAll()
     {
+        Add(); // the threads that the pool begins with
         seam.threadsToStart = 0;
         for (bool all = false; !all;)
         {
