@@ -1,6 +1,7 @@
 #include "TimerPool.h"
 
 #include "HostErrors.h"
+#include "ShortTurns.h"
 #include "SystemCalls.h"
 #include "Threads.h"
 
@@ -335,6 +336,7 @@ void* TimerPool::Work(void* pool) noexcept
 
 void TimerPool::Work() noexcept
 {
+    AskForShortTurns();
     Lock lock(mutex);
     for (;;)
     {
