@@ -1,6 +1,7 @@
 // The tour of the library's main job: it writes one text in every encoding, reads it back, walks a directory, deletes
 // what it made, makes a temporary directory that goes with its owner, does the like with the second generation's
-// objects, watches a directory for a second, takes a path apart, and shows a failure the way a caller sees it.
+// objects, watches a directory for a second, takes a path apart, shows a failure the way a caller sees it, and runs
+// timers.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
@@ -12,11 +13,13 @@
 #include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/PlatformHost.h>
+#include <Brindle/Vok/Synchronization.h>
 
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -197,6 +200,26 @@ void WatchForASecond()
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
 }
 
+/// Five in a row, each due a tenth of a second after it is set.
+void ShowHowLateTimersAre()
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds interval{100};
+    FILETIME due;
+    auto const ticks = static_cast<std::uint64_t>(-10'000 * interval.count()); // negative: from now on
+    due.dwLowDateTime = static_cast<DWORD>(ticks);
+    due.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    for (int i = 0; i < 5; ++i)
+    {
+        std::promise<Clock::time_point> run;
+        ThreadPoolTimer timer([&](ThreadPoolTimer&) { run.set_value(Clock::now()); });
+        auto const begin = Clock::now();
+        timer.Start(due);
+        std::chrono::duration<double, std::micro> const late = run.get_future().get() - begin - interval;
+        std::printf("due in 0.1 s, late by %.0f microseconds\n", late.count());
+    }
+}
+
 void ShowPiece(char const* name, std::wstring const& piece)
 {
     std::printf("  %-24s [%s]\n", name, WideToUtf8(piece).c_str());
@@ -305,7 +328,13 @@ int main(int argc, char** argv)
     }
     try
     {
-        return Run(argv[1], argc == 3 ? argv[2] : R"(\\server\share\Reports\.\drafts\..\2024/summary.final.txt)");
+        int const code =
+            Run(argv[1], argc == 3 ? argv[2] : R"(\\server\share\Reports\.\drafts\..\2024/summary.final.txt)");
+        if (code != 0)
+            return code;
+        std::printf("== Timers, while nobody listens to the log\n");
+        ShowHowLateTimersAre();
+        return 0;
     }
     catch (std::exception const& exception)
     {

@@ -38,6 +38,10 @@ tour_shows_directories() {
             return 1
         }
     done
+    if [[ $(grep --count --line-regexp 'due in 0.1 s, late by [0-9]* microseconds' <<<"$output") != 5 ]]; then
+        echo "the tour doesn't say how late timers are"
+        return 1
+    fi
     if grep --quiet 'not shown' <<<"$output"; then
         echo "the tour went further down"
         return 1
