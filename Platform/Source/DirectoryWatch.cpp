@@ -21,11 +21,6 @@ int AddDirectoryWatch(int descriptor, int directory, char const* suffix, std::ui
     return SystemCalls::AddWatch(descriptor, path, mask);
 }
 
-DWORD CodeOfRefusedWatch(int error) noexcept
-{
-    return error == ENOSPC ? ERROR_NO_SYSTEM_RESOURCES : CodeFromHost(error);
-}
-
 std::shared_ptr<DirectoryWatch> DirectoryWatch::Make(int directory, DWORD filter) noexcept
 {
     std::shared_ptr<Surroundings> surroundings = Surroundings::Get();

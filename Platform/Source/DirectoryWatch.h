@@ -30,7 +30,6 @@ struct ChangeReading
 
 /// The host's watch of a directory that is open, or of its parent ("/.."). Negative with errno set.
 int AddDirectoryWatch(int descriptor, int directory, char const* suffix, std::uint32_t mask) noexcept;
-DWORD CodeOfRefusedWatch(int error) noexcept;
 
 class DirectoryWatch final : public PendingOperation, public std::enable_shared_from_this<DirectoryWatch>
 {

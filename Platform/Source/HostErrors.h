@@ -14,6 +14,12 @@ namespace Brindle::Vok::Platform
 /// on what was tried (EEXIST for a file or a directory, ENOENT for a name or its directory), the caller decides first.
 DWORD CodeFromHost(int error) noexcept;
 
+/// The same for an errno of watching something: a limit of that is no full disk.
+inline DWORD CodeOfRefusedWatch(int error) noexcept
+{
+    return error == ENOSPC ? ERROR_NO_SYSTEM_RESOURCES : CodeFromHost(error);
+}
+
 /// Sets the last error and gives what means failure: false, 0 or null, for `return FailWith(…)`. Cold: callers
 /// are laid out for their success.
 template <class Result = bool>

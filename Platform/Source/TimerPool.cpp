@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -27,12 +28,13 @@ constexpr unsigned monotonic = 1;
 constexpr unsigned leastThreads = 2;
 constexpr unsigned mostThreads = 500;
 constexpr timespec whileThatIsTooLong{0, 1'000'000};
+constexpr std::int64_t mostWaiting = 2 * ticksInMillisecond;
 constexpr int idleMilliseconds = 5000;
 
 // Guards the pool.
 constinit std::mutex mutex;
 constinit TimerPool* pool = nullptr;
-// What the calling thread runs.
+// What the calling thread runs. Null again where that has closed it, so that nobody touches it any more.
 constinit thread_local TP_TIMER const* ownTimer = nullptr;
 
 std::int64_t TicksOf(clockid_t clock) noexcept
@@ -48,16 +50,26 @@ std::int64_t SumOrMost(std::int64_t a, std::int64_t b) noexcept
     return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<std::int64_t>::max() : sum;
 }
 
-/// The clock, and the time on it.
+/// The clock, and the time on it. One that is over is now, also when the clock is set back; it has its turn behind
+/// those that have been due for longer.
 std::pair<unsigned, std::int64_t> TimeOf(FILETIME const& due) noexcept
 {
     auto const ticks = static_cast<std::int64_t>(std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime);
-    if (ticks >= 0)
+    if (ticks >= 0 && ticks - hostEpoch > TicksOf(CLOCK_REALTIME))
         return {realTime, ticks - hostEpoch};
+    if (ticks >= 0)
+        return {monotonic, TicksOf(CLOCK_MONOTONIC)};
     // The smallest number has no opposite; one more is as good.
     std::int64_t const interval = -(ticks + 1);
     // What was cut off the time of now must not make it come early.
     return {monotonic, SumOrMost(SumOrMost(TicksOf(CLOCK_MONOTONIC), 2), interval)};
+}
+
+/// Of the whole process, on all processors that it may use.
+bool AreProcessorsBusy(std::int64_t time, std::int64_t processTime) noexcept
+{
+    static auto const processors = static_cast<std::int64_t>(std::thread::hardware_concurrency());
+    return processTime * 4 >= time * processors * 3;
 }
 
 } // namespace
@@ -88,10 +100,7 @@ TP_TIMER* TimerPool::Make(PTP_TIMER_CALLBACK callback, PVOID context) noexcept
                 pool = std::make_unique<TimerPool>().release(); // for as long as the process lives
             for (Clock& clock : pool->clocks)
                 clock.queue.Reserve(pool->timers + 1);
-            auto timer = std::make_unique<TP_TIMER>();
-            timer->callback = callback;
-            timer->context = context;
-            timer->process = pool->process;
+            auto timer = std::make_unique<TP_TIMER>(callback, context, pool->process);
             if (!pool->Begin())
                 return nullptr;
             ++pool->timers;
@@ -159,13 +168,14 @@ void TimerPool::Adopt(TP_TIMER& timer) const noexcept
     timer.process = process;
     timer.place = QueuedTimer::nowhere;
     timer.running = 0;
+    timer.isClosing = false;
 }
 
 void TimerPool::Queue(TP_TIMER& timer, unsigned clock, std::int64_t due) noexcept
 {
     timer.clock = clock;
     clocks[clock].queue.Add(timer, due);
-    TellBy(clocks[clock], due);
+    ArmFor(clocks[clock], due);
 }
 
 // Others may wait for what it was due for.
@@ -189,7 +199,13 @@ void TimerPool::Requeue(TP_TIMER& timer) noexcept
 
 bool TimerPool::IsPending(TP_TIMER const& timer) const noexcept
 {
-    return timer.IsQueued() && clocks[timer.clock].queue.DueOf(timer) <= TicksOf(clocks[timer.clock].id);
+    return timer.IsQueued() && TimePending(timer) >= 0;
+}
+
+// Of one that is queued; negative before it is due.
+std::int64_t TimerPool::TimePending(TP_TIMER const& timer) const noexcept
+{
+    return TicksOf(clocks[timer.clock].id) - clocks[timer.clock].queue.DueOf(timer);
 }
 
 // The one that has waited longest; null if none is due.
@@ -201,11 +217,12 @@ TP_TIMER* TimerPool::FirstPending() noexcept
     {
         if (clock.queue.IsEmpty())
             continue;
-        std::int64_t const late = TicksOf(clock.id) - clock.queue.FirstDue();
-        if (late <= longest)
+        auto& timer = static_cast<TP_TIMER&>(clock.queue.First());
+        std::int64_t const time = TimePending(timer);
+        if (time <= longest)
             continue;
-        longest = late;
-        first = static_cast<TP_TIMER*>(&clock.queue.First());
+        longest = time;
+        first = &timer;
     }
     return first;
 }
@@ -216,14 +233,14 @@ void TimerPool::Arrange() noexcept
 {
     for (Clock& clock : clocks)
         if (!clock.queue.IsEmpty())
-            TellBy(clock, clock.queue.FirstDue());
+            ArmFor(clock, clock.queue.FirstDue());
 }
 
-void TimerPool::TellBy(Clock& clock, std::int64_t due) noexcept
+void TimerPool::ArmFor(Clock& clock, std::int64_t due) noexcept
 {
-    if (due >= clock.set)
+    if (due >= clock.armedFor || clock.descriptor < 0)
         return;
-    clock.set = due;
+    clock.armedFor = due;
     SetDescriptor(clock);
 }
 
@@ -233,19 +250,19 @@ void TimerPool::TellWaiters() noexcept
         finished.notify_all();
 }
 
-// Those that are idle without an end must look around once the last timer has gone. One that is idle for a while only
-// sees to that when it ends.
+// One that is idle without an end is woken once the last timer has gone, to be idle for a while; when it ends it wakes
+// the next one. Never while another is idle for a while: the host might wake that one, again and again.
 void TimerPool::EndWaiting() noexcept
 {
     if (timers == 0 && idle != 0 && idle == idleForEver)
-        TellBy(clocks[monotonic], 0);
+        ArmFor(clocks[monotonic], 0);
 }
 
 void TimerPool::SetDescriptor(Clock const& clock) noexcept
 {
     itimerspec time{};
-    time.it_value = {clock.set / ticksInSecond, clock.set % ticksInSecond * nanosecondsInTick};
-    if (clock.set <= 0)
+    time.it_value = {clock.armedFor / ticksInSecond, clock.armedFor % ticksInSecond * nanosecondsInTick};
+    if (clock.armedFor <= 0)
         time.it_value = {0, 1}; // zero would unset it
     SystemCalls::SetTimer(clock.descriptor, TFD_TIMER_ABSTIME, &time);
 }
@@ -283,7 +300,7 @@ bool TimerPool::Open() noexcept
     }
     if (isOpen)
         return true;
-    FailWithHost(errno);
+    FailWith(CodeOfRefusedWatch(errno));
     CloseDescriptors();
     return false;
 }
@@ -294,7 +311,7 @@ void TimerPool::CloseDescriptors() noexcept
         if (*descriptor >= 0)
             SystemCalls::Close(std::exchange(*descriptor, -1));
     for (Clock& clock : clocks)
-        clock.set = never;
+        clock.armedFor = never;
 }
 
 bool TimerPool::StartThread() noexcept
@@ -363,17 +380,28 @@ bool TimerPool::MayTake(Lock& lock) noexcept
         return true;
     if (threads >= enoughThreads)
     {
-        // They may be quick, and better without more of them.
-        std::uint64_t const before = begun;
-        lock.unlock();
-        SystemCalls::Sleep(&whileThatIsTooLong);
-        lock.lock();
-        if (begun != before || idle > 1)
+        if (!NeedsMoreThreads(lock) || idle > 1)
             return idle > 1;
         enoughThreads *= 2;
     }
     StartThread(); // or nobody is, until one of those that are busy has finished
     return true;
+}
+
+// Takes a while. They may be quick, and better without more of them, also when they have all processors.
+bool TimerPool::NeedsMoreThreads(Lock& lock) noexcept
+{
+    std::uint64_t const begunBefore = begun;
+    std::int64_t const before = TicksOf(CLOCK_MONOTONIC);
+    std::int64_t const processBefore = TicksOf(CLOCK_PROCESS_CPUTIME_ID);
+    lock.unlock();
+    SystemCalls::Sleep(&whileThatIsTooLong);
+    lock.lock();
+    if (begun == begunBefore)
+        return true;
+    TP_TIMER const* const first = FirstPending();
+    return first && TimePending(*first) > mostWaiting &&
+           !AreProcessorsBusy(TicksOf(CLOCK_MONOTONIC) - before, TicksOf(CLOCK_PROCESS_CPUTIME_ID) - processBefore);
 }
 
 // False in a child process that the callback has made and that has come back from it: the pool there is another one.
@@ -409,7 +437,7 @@ bool TimerPool::BeIdle(Lock& lock) noexcept
     lock.lock();
     idleForEver -= isForEver ? 1 : 0;
     if (count > 0)
-        static_cast<Clock*>(event.data.ptr)->set = never; // it has told
+        static_cast<Clock*>(event.data.ptr)->armedFor = never; // it has told
     if (count > 0 || FirstPending() || IsNeededIdle())
         return true;
     if (--threads < enoughAtFirst)

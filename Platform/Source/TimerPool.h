@@ -18,11 +18,16 @@
 #include <limits>
 #include <mutex>
 
-/// A timer. All of it is guarded by the pool's lock.
+/// A timer. What changes is guarded by the pool's lock.
 struct TP_TIMER : Brindle::Vok::Platform::QueuedTimer
 {
-    PTP_TIMER_CALLBACK callback;
-    PVOID context;
+    TP_TIMER(PTP_TIMER_CALLBACK callback, PVOID context, unsigned process)
+    noexcept : callback(callback), context(context), process(process)
+    {
+    }
+
+    PTP_TIMER_CALLBACK const callback;
+    PVOID const context;
     unsigned process;   ///< whose pool it was used in last
     unsigned clock = 0; ///< whose queue it is in
     DWORD period = 0;   ///< in milliseconds
@@ -59,7 +64,9 @@ private:
         clockid_t id;
         int descriptor = -1;
         TimerQueue queue;
-        std::int64_t set = never; ///< what the descriptor is set to; it stays until a thread has been told
+        /// What the descriptor is set to; or, once that is over, was set to, until a thread has been told of it. So
+        /// nobody sets it to a later time, and each time wakes one thread.
+        std::int64_t armedFor = never;
     };
 
     // All with the lock.
@@ -72,10 +79,11 @@ private:
     void Queue(TP_TIMER& timer, unsigned clock, std::int64_t due) noexcept;
     void Drop(TP_TIMER& timer) noexcept;
     bool IsPending(TP_TIMER const& timer) const noexcept;
+    std::int64_t TimePending(TP_TIMER const& timer) const noexcept;
     void Requeue(TP_TIMER& timer) noexcept;
     TP_TIMER* FirstPending() noexcept;
     void Arrange() noexcept;
-    static void TellBy(Clock& clock, std::int64_t due) noexcept;
+    static void ArmFor(Clock& clock, std::int64_t due) noexcept;
     void TellWaiters() noexcept;
     void EndWaiting() noexcept;
     static void SetDescriptor(Clock const& clock) noexcept;
@@ -88,6 +96,7 @@ private:
     bool BeIdle(Lock& lock) noexcept;
     bool IsNeededIdle() const noexcept;
     bool MayTake(Lock& lock) noexcept;
+    bool NeedsMoreThreads(Lock& lock) noexcept;
 
     static int const startsAnewInChild;
 
@@ -96,10 +105,10 @@ private:
     int poll = -1;
     std::size_t timers = 0;
     unsigned threads = 0;
-    /// So many are started as soon as they are needed; more only when none has begun a callback for a while.
+    /// So many are started as soon as they are needed; more only when they are too slow for what is due.
     static constexpr unsigned enoughAtFirst = 8;
     unsigned enoughThreads = enoughAtFirst;
-    unsigned idle = 0;        ///< those that have been started or woken included
+    unsigned idle = 0;        ///< or about to be: those that have been started or woken, or that think about MayTake
     unsigned idleForEver = 0; ///< those of them that wait without an end
     unsigned waiters = 0;
     std::uint64_t begun = 0; ///< callbacks

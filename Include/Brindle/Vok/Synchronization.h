@@ -14,17 +14,19 @@
 //     timer.Start(midnight);                                       // and again, from another thread, once it has run
 //
 // The function
-// - runs on a thread of the pool, with no lock held, for as long as it likes; no other timer waits for it. All signals
-//   are blocked there;
+// - runs on a thread of the pool, with no lock held and for as long as it likes. It may use other timers, which don't
+//   wait for it: where the pool's threads are busy with what takes long, more are started within milliseconds, up to
+//   500. On Linux all signals are blocked there but those of the thread's own faults, and what it starts inherits that;
 // - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever;
 // - must not throw: that ends the process, as an exception that leaves a thread does;
 // - is not called any more once the timer's destructor has returned, which waits for it.
 // An empty function is no error, and nothing happens then.
 //
-// A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000. Local
-// times follow the system's clock when that is set, and so does a FILETIME from 0 on; a negative one is an interval
-// from now on and doesn't, nor does the time count in which the machine sleeps. When a timer runs late, it is by
-// microseconds, and by as long as the host has no processor for it.
+// A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000 of UTC.
+// Local times follow the system's clock when that is set, and so does a FILETIME from 0 on; a negative one is an
+// interval from now on and doesn't, nor does the time count in which the machine sleeps. When a timer runs late, it is
+// by microseconds; by as long as the host has no processor for it; and by the time that the pool takes for more
+// threads.
 //
 // Cancel doesn't take back what Start has set. It drops a run that is due and hasn't begun, and waits for one that has;
 // a moment that is still to come stays set. To have nothing run any more, destroy the timer, or Start it for a later
@@ -109,7 +111,7 @@ private:
 class ThreadPoolTimer
 {
 public:
-    /// Throws WindowsError with 4, 8 or 1450 when the host has no descriptor, memory or thread for the pool.
+    /// Throws WindowsError with 4, 8 or 1450 when the host has no descriptor, memory, thread or watch for the pool.
     VOK_EXPORT explicit ThreadPoolTimer(std::function<void(ThreadPoolTimer&)> callback);
     /// Drops what is set, and waits for the function if it runs.
     VOK_EXPORT ~ThreadPoolTimer();

@@ -14,7 +14,8 @@ extern "C"
     VOK_PLATFORM_EXPORT int _wcsicmp(wchar_t const* a, wchar_t const* b) noexcept;
 
     /// Seconds since 1970-01-01 UTC of a local time, and brings its fields into their ranges. A negative tm_isdst lets
-    /// the time zone decide; of a time that daylight saving leaves out or repeats it takes either reading. -1 for a
-    /// time before 1970 or behind the year 3000, which stays as it is, and for null.
+    /// the time zone decide; of a time that daylight saving leaves out or repeats it takes either reading, and not
+    /// always the same one. -1 for a time before 1970 or behind the year 3000, both in UTC, which stays as it is, and
+    /// for null.
     VOK_PLATFORM_EXPORT __time64_t _mktime64(struct tm* time) noexcept;
 }

@@ -10,12 +10,16 @@
 // Everything may be called from any thread, also from static destructors. A timer that is closed may not be used any
 // more.
 //
-// When: each callback runs on a thread of the pool, and for as long as it likes; those of other timers don't wait for
-// it, nor do further ones of its own timer. Up to 500 run at a time. Of those that don't end the eighth begins a
-// millisecond late, and likewise the sixteenth, the thirty-second and so on. Threads are started as they are needed,
-// two with the first timer, and end five seconds after they had something to do; two stay for as long as there are
-// timers. All signals are blocked on them. A callback that throws ends the process, as an exception that leaves a
-// thread does.
+// When: each callback runs on a thread of the pool, with no lock held and for as long as it likes. It may do anything
+// with timers, and set and close its own. Those of other timers don't wait for it, nor do further ones of its own
+// timer: up to 500 run at a time. Eight threads are started as they are needed. Twice as many are when these have begun
+// nothing for a millisecond, or when something has been due for two while the processors are not busy, and so on: so
+// the eighth of some callbacks that block begins a millisecond late. Threads end five seconds after they had something
+// to do, but for two, which end within ten seconds after the last timer. A callback that throws ends the process, as an
+// exception that leaves a thread does.
+//
+// On the pool's threads all signals are blocked but those of a fault of the thread's own, and on Linux their turns are
+// short, so that they begin at once. Threads and programs that a callback starts inherit both.
 //
 // While the process ends nothing waits for callbacks. A child process made by fork has its parent's timers, but none of
 // them is set; a callback that makes one and comes back from it there ends its thread.
@@ -36,8 +40,8 @@ extern "C"
 {
     /// A timer that isn't set. There is one pool only: null with ERROR_NOT_SUPPORTED for an environment,
     /// ERROR_INVALID_PARAMETER without a callback, ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY and
-    /// ERROR_NO_SYSTEM_RESOURCES (no thread) when the host lacks what the first one needs. The callback gets the
-    /// context, the timer, and null as its instance.
+    /// ERROR_NO_SYSTEM_RESOURCES (no thread, no watch) when the host lacks what the first one needs. The callback gets
+    /// the context, the timer, and null as its instance.
     VOK_PLATFORM_EXPORT PTP_TIMER WINAPI CreateThreadpoolTimer(PTP_TIMER_CALLBACK callback, PVOID context,
                                                                PTP_CALLBACK_ENVIRON environment) noexcept;
 
