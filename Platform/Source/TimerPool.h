@@ -3,7 +3,7 @@
 // Idle threads wait for the host's two timer descriptors, one for each clock, which are set to the first time that is
 // due. So setting a timer wakes nobody; the host wakes one idle thread, and that one runs the callback itself. Before
 // it does it sets the descriptors to what is due next, and sees to it that another thread is idle: none ever waits for
-// a callback to end.
+// a callback to end, as long as the host has threads.
 #pragma once
 
 #include "TimerQueue.h"

@@ -18,7 +18,7 @@
 //   wait for it: where the pool's threads are busy with what takes long, more are started within milliseconds, up to
 //   500. On Linux all signals are blocked there but those of the thread's own faults, and what it starts inherits that;
 // - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever;
-// - must not throw: that ends the process, as an exception that leaves a thread does;
+// - must not throw nor end its thread: that ends the process;
 // - is not called any more once the timer's destructor has returned, which waits for it.
 // An empty function is no error, and nothing happens then.
 //
@@ -111,7 +111,8 @@ private:
 class ThreadPoolTimer
 {
 public:
-    /// Throws WindowsError with 4, 8 or 1450 when the host has no descriptor, memory, thread or watch for the pool.
+    /// Throws WindowsError with 4, 8 or 1450 when the host has no descriptor, memory, thread or watch for the pool, and
+    /// std::bad_alloc.
     VOK_EXPORT explicit ThreadPoolTimer(std::function<void(ThreadPoolTimer&)> callback);
     /// Drops what is set, and waits for the function if it runs.
     VOK_EXPORT ~ThreadPoolTimer();

@@ -15,14 +15,15 @@
 // timer: up to 500 run at a time. Eight threads are started as they are needed. Twice as many are when these have begun
 // nothing for a millisecond, or when something has been due for two while the processors are not busy, and so on: so
 // the eighth of some callbacks that block begins a millisecond late. Threads end five seconds after they had something
-// to do, but for two, which end within ten seconds after the last timer. A callback that throws ends the process, as an
-// exception that leaves a thread does.
+// to do, but for two, which end within ten seconds after the last timer. A callback that throws, or ends
+// its thread, ends the process. Where the host has no thread left, what is due waits for a callback to end or for the
+// next setting.
 //
 // On the pool's threads all signals are blocked but those of a fault of the thread's own, and on Linux their turns are
 // short, so that they begin at once. Threads and programs that a callback starts inherit both.
 //
-// While the process ends nothing waits for callbacks. A child process made by fork has its parent's timers, but none of
-// them is set; a callback that makes one and comes back from it there ends its thread.
+// The end of the process by itself waits for no callback. A child process made by fork has its parent's timers, but
+// none of them is set; a callback that makes one and comes back from it there ends its thread.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -54,7 +55,7 @@ extern "C"
 
     /// Waits until none of its callbacks runs, one that calls this included: it waits for ever. With `cancelsPending`
     /// one that is due and doesn't run yet is dropped; otherwise it is waited for too. A time that is still to come
-    /// stays set.
+    /// stays set; so this may last as long as a period is shorter than its callback takes.
     VOK_PLATFORM_EXPORT void WINAPI WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL cancelsPending) noexcept;
 
     /// Unsets and frees it. None of its callbacks runs after this or is about to, as it waits for those that run on
