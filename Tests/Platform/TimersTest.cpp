@@ -74,11 +74,11 @@ struct Seam
         };
         SystemCalls::GetTime.replacement = [this](clockid_t clock, timespec* time)
         {
-            bool const isBusy = clock == CLOCK_PROCESS_CPUTIME_ID && areProcessorsBusy;
-            int const result = SystemCalls::GetTime.host(isBusy ? CLOCK_MONOTONIC : clock, time);
+            bool const isOfProcess = clock == CLOCK_PROCESS_CPUTIME_ID;
+            int const result = SystemCalls::GetTime.host(isOfProcess ? CLOCK_MONOTONIC : clock, time);
             time->tv_sec += clock == CLOCK_REALTIME ? ahead.load() / second : 0;
-            if (isBusy)
-                time->tv_sec = time->tv_sec * 1000 + time->tv_nsec / 1'000'000;
+            if (isOfProcess)
+                time->tv_sec = areProcessorsBusy ? time->tv_sec * 1000 + time->tv_nsec / 1'000'000 : 0;
             return result;
         };
         SystemCalls::WaitForPoll.replacement = [this](int poll, epoll_event* events, int count, int milliseconds)
@@ -544,7 +544,7 @@ TEST(Timers, ThatAreDueAtOnceGetThreadsWhereThatHelps)
         for (Timer const& timer : timers)
             ASSERT_TRUE(timer.HasBegun());
         // Some come also when the machine stops all of them for a moment.
-        EXPECT_TRUE(areProcessorsBusy ? most - before < 200 : most - before >= 64) << most - before;
+        EXPECT_TRUE(areProcessorsBusy ? most - before < 200 : most - before >= 32) << most - before;
         seam.areProcessorsBusy = false;
     }
 }
