@@ -17,14 +17,16 @@
 // - runs on a thread of the pool, with no lock held and for as long as it likes. It may use other timers, which don't
 //   wait for it: where the pool's threads are busy with what takes long, more are started within milliseconds, up to
 //   500. On Linux all signals are blocked there but those of the thread's own faults, and what it starts inherits that;
-// - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever;
+// - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever.
+//   They wait when others call them too, who had better not hold a lock that the function takes;
 // - must not throw nor end its thread: that ends the process;
 // - is not called any more once the timer's destructor has returned, which waits for it.
 // An empty function is no error, and nothing happens then.
 //
 // A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000 of UTC.
-// Local times follow the system's clock when that is set, and so does a FILETIME from 0 on; a negative one is an
-// interval from now on and doesn't, nor does the time count in which the machine sleeps. When a timer runs late, it is
+// A FILETIME counts 100 nanoseconds, from 1601 in UTC if it isn't negative. Such a time and a local one follow the
+// system's clock when that is set. A negative one is an interval from now on and doesn't, nor does the time count in
+// which the machine sleeps. When a timer runs late, it is
 // by microseconds; by as long as the host has no processor for it; and by the time that the pool takes for more
 // threads.
 //
