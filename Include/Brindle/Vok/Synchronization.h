@@ -26,9 +26,8 @@
 // A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000 of UTC.
 // A FILETIME counts 100 nanoseconds, from 1601 in UTC if it isn't negative. Such a time and a local one follow the
 // system's clock when that is set. A negative one is an interval from now on and doesn't, nor does the time count in
-// which the machine sleeps. When a timer runs late, it is
-// by microseconds; by as long as the host has no processor for it; and by the time that the pool takes for more
-// threads.
+// which the machine sleeps. When a timer runs late, it is by microseconds; by as long as the host has no processor for
+// it; and by the time that the pool takes for more threads.
 //
 // Cancel doesn't take back what Start has set. It drops a run that is due and hasn't begun, and waits for one that has;
 // a moment that is still to come stays set. To have nothing run any more, destroy the timer, or Start it for a later
