@@ -208,9 +208,18 @@ std::int64_t TimerPool::TimePending(TP_TIMER const& timer) const noexcept
     return TicksOf(clocks[timer.clock].id) - clocks[timer.clock].queue.DueOf(timer);
 }
 
-// The one that has waited longest; null if none is due.
+// The one that has waited longest; null if none is due. Most are intervals, and of many that are due at once all but the
+// first are found without asking the clock.
 TP_TIMER* TimerPool::FirstPending() noexcept
 {
+    Clock const& intervals = clocks[monotonic];
+    if (clocks[realTime].queue.IsEmpty() && !intervals.queue.IsEmpty())
+    {
+        if (intervals.queue.FirstDue() > monotonicTime)
+            monotonicTime = TicksOf(CLOCK_MONOTONIC);
+        bool const isPending = intervals.queue.FirstDue() <= monotonicTime;
+        return isPending ? static_cast<TP_TIMER*>(&intervals.queue.First()) : nullptr;
+    }
     TP_TIMER* first = nullptr;
     std::int64_t longest = -1;
     for (Clock const& clock : clocks)

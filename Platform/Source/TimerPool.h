@@ -102,6 +102,7 @@ private:
 
     std::condition_variable finished;
     std::array<Clock, 2> clocks{Clock(CLOCK_REALTIME), Clock(CLOCK_MONOTONIC)};
+    std::int64_t monotonicTime = 0; ///< or later
     int poll = -1;
     std::size_t timers = 0;
     unsigned threads = 0;
