@@ -208,8 +208,8 @@ std::int64_t TimerPool::TimePending(TP_TIMER const& timer) const noexcept
     return TicksOf(clocks[timer.clock].id) - clocks[timer.clock].queue.DueOf(timer);
 }
 
-// The one that has waited longest; null if none is due. Most are intervals, and of many that are due at once all but the
-// first are found without asking the clock.
+// The one that has waited longest; null if none is due. Most are intervals, and of many that are due at once all but
+// the first are found without asking the clock.
 TP_TIMER* TimerPool::FirstPending() noexcept
 {
     Clock const& intervals = clocks[monotonic];
