@@ -284,10 +284,9 @@ void DirectoryWatch::Complete(DWORD code, DWORD byteCount) noexcept
     looksSinceDelivery = 0;
     ChangeReading const ended = std::exchange(reading, {});
     ended.overlapped->InternalHigh = byteCount;
-    ended.signal->Detach(*this);
     std::atomic_ref(ended.overlapped->Internal)
         .store(code == ERROR_SUCCESS ? 0 : statusOfFailure | code, std::memory_order_release);
-    ended.signal->Set(); // last: the owner may have freed the rest as soon as it sees the status
+    ended.signal->End(*this); // last: the owner may have freed the rest as soon as it sees the status
 }
 
 } // namespace Brindle::Vok::Platform

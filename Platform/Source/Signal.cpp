@@ -393,15 +393,18 @@ void Signal::WakeAllLocked() noexcept
         place->wait->Wake();
 }
 
-void Signal::Detach(PendingOperation const& operation) noexcept
+void Signal::End(PendingOperation const& operation) noexcept
 {
-    std::shared_ptr<PendingOperation> detached; // may be the last one; it goes without the lock
+    std::shared_ptr<PendingOperation> ended; // may be the last one; it goes without the lock
     std::lock_guard const lock(mutex);
     auto const found = std::ranges::find(operations, &operation, &std::shared_ptr<PendingOperation>::get);
-    if (found == operations.end())
-        return;
-    detached = std::move(*found);
-    operations.erase(found);
+    if (found != operations.end())
+    {
+        ended = std::move(*found);
+        operations.erase(found);
+    }
+    count = 1;
+    LetThrough();
 }
 
 void Signal::Enter(Place& place, Wait& wait) noexcept

@@ -72,9 +72,10 @@ public:
     /// False, and nothing changes, when the count would exceed the maximum.
     bool Add(LONG more, LONG& previous) noexcept;
 
-    /// From here until Detach waiting threads carry the operation on. False without memory.
+    /// From here until its end waiting threads carry the operation on. False without memory.
     bool Attach(std::shared_ptr<PendingOperation> operation) noexcept;
-    void Detach(PendingOperation const& operation) noexcept;
+    /// Sets the signal too.
+    void End(PendingOperation const& operation) noexcept;
     /// Lets the waiting threads ask anew what the operations need.
     void WakeAll() noexcept;
 

@@ -100,8 +100,7 @@ public:
         eventfd_t count;
         if (::eventfd_read(descriptor, &count) != 0)
             return; // another thread was faster
-        signal->Detach(*this);
-        signal->Set();
+        signal->End(*this);
     }
 
 private:
