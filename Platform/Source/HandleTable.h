@@ -30,6 +30,7 @@ enum class Kind : std::uint8_t
     search,
     event,
     semaphore,
+    process,
     token,
     registryKey,
     module,

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <ctime>
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -18,6 +19,7 @@
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -186,6 +188,38 @@ VOK_SYSTEM_CALL(ChangeSignalMask, int(int, sigset_t const*, sigset_t*),
 VOK_SYSTEM_CALL(PendingSignals, int(sigset_t*), [](sigset_t* set) { return ::sigpending(set); });
 VOK_SYSTEM_CALL(TakeSignal, int(sigset_t const*, timespec const*),
                 [](sigset_t const* set, timespec const* time) { return ::sigtimedwait(set, nullptr, time); });
+VOK_SYSTEM_CALL(GetUsers, int(uid_t*, uid_t*, uid_t*),
+                [](uid_t* real, uid_t* effective, uid_t* saved) { return ::getresuid(real, effective, saved); });
+VOK_SYSTEM_CALL(GetGroups, int(gid_t*, gid_t*, gid_t*),
+                [](gid_t* real, gid_t* effective, gid_t* saved) { return ::getresgid(real, effective, saved); });
+VOK_SYSTEM_CALL(GetOtherGroups, int(int, gid_t*),
+                [](int size, gid_t* groups) { return ::getgroups(size, groups); });
+// Of the calling thread alone: the C library's functions set those of all threads.
+VOK_SYSTEM_CALL(SetUsers, long(uid_t, uid_t, uid_t),
+                [](uid_t real, uid_t effective, uid_t saved)
+                { return ::syscall(SYS_setresuid, real, effective, saved); });
+VOK_SYSTEM_CALL(SetGroups, long(gid_t, gid_t, gid_t),
+                [](gid_t real, gid_t effective, gid_t saved)
+                { return ::syscall(SYS_setresgid, real, effective, saved); });
+VOK_SYSTEM_CALL(SetOtherGroups, long(size_t, gid_t const*),
+                [](size_t count, gid_t const* groups) { return ::syscall(SYS_setgroups, count, groups); });
+VOK_SYSTEM_CALL(GetCapabilities, long(__user_cap_header_struct*, __user_cap_data_struct*),
+                [](__user_cap_header_struct* header, __user_cap_data_struct* data)
+                { return ::syscall(SYS_capget, header, data); });
+VOK_SYSTEM_CALL(SetCapabilities, long(__user_cap_header_struct*, __user_cap_data_struct const*),
+                [](__user_cap_header_struct* header, __user_cap_data_struct const* data)
+                { return ::syscall(SYS_capset, header, data); });
+VOK_SYSTEM_CALL(ChangeAmbient, int(int, unsigned long),
+                [](int operation, unsigned long capability)
+                { return ::prctl(PR_CAP_AMBIENT, operation, capability, 0UL, 0UL); });
+VOK_SYSTEM_CALL(GetProcess, pid_t(), [] { return ::getpid(); });
+VOK_SYSTEM_CALL(GetSession, pid_t(pid_t), [](pid_t process) { return ::getsid(process); });
+VOK_SYSTEM_CALL(OpenProcess, int(pid_t),
+                [](pid_t process)
+                {
+                    constexpr long pidfdOpen = 434; // by the same number everywhere
+                    return static_cast<int>(::syscall(pidfdOpen, process, 0));
+                });
 VOK_SYSTEM_CALL(GetRandom, ssize_t(void*, size_t, unsigned),
                 [](void* buffer, size_t count, unsigned flags) { return ::getrandom(buffer, count, flags); });
 

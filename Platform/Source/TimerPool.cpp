@@ -5,6 +5,8 @@
 #include "SystemCalls.h"
 #include "Threads.h"
 
+#include <Brindle/Platform/Security.h>
+
 #include <memory>
 #include <new>
 #include <thread>
@@ -362,6 +364,7 @@ void* TimerPool::Work(void* pool) noexcept
 
 void TimerPool::Work() noexcept
 {
+    RevertToSelf(); // whoever starts a thread may be impersonating
     AskForShortTurns();
     Lock lock(mutex);
     for (;;)

@@ -140,6 +140,7 @@ void DirectoryMonitorImpl::Start()
 
 void DirectoryMonitorImpl::Run() noexcept // NOLINT(bugprone-exception-escape): see the declaration
 {
+    RevertToSelf(); // a thread of a host may begin with the impersonation of its maker
     std::vector<HANDLE> handles;
     std::vector<std::unique_ptr<DirInfo>> infos;
     try

@@ -1,6 +1,7 @@
 #include <Brindle/Vok/VokWindows.h>
 
 #include <Brindle/Vok/Log.h>
+#include <Brindle/Vok/UnImpersonator.h>
 
 #include "SeenWhole.h"
 
@@ -110,6 +111,98 @@ std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMi
         return {};
     }
     VOK_THROW_LAST_ERROR("GetEnvironmentVariable [{}] - failed with error", name);
+}
+
+HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access)
+{
+    VOK_ASSERT(processHandle != 0);
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(processHandle, static_cast<DWORD>(access), &token))
+        VOK_THROW_LAST_ERROR(L"OpenProcessToken Failed");
+    return HandleOwner<Detail::NullHandleTraits>(token);
+}
+
+// Sessions
+
+namespace
+{
+
+constexpr DWORD noSession = 0xFFFFFFFF;
+
+unsigned long SessionIdFromToken(void* token, Error& error)
+{
+    DWORD id = noSession;
+    DWORD length = sizeof id;
+    if (!GetTokenInformation(token, TokenSessionId, &id, sizeof id, &length))
+    {
+        VOK_SET_LAST_ERROR(error, "GetTokenInformation");
+        return noSession;
+    }
+    return id;
+}
+
+} // namespace
+
+unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
+{
+    VOK_LOG_SCOPE();
+    DWORD id = noSession;
+    if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
+        return id;
+    if (GetLastError() != ERROR_ACCESS_DENIED)
+    {
+        VOK_SET_LAST_ERROR(error, "ProcessIdToSessionId");
+        return noSession;
+    }
+    VOK_LOG(warning, "ERROR_ACCESS_DENIED - falling back to GetTokenInformation()");
+    if (token != nullptr)
+    {
+        unsigned long const found = SessionIdFromToken(token, error);
+        return error.Failed() ? noSession : found;
+    }
+    UnImpersonator const asProcess;
+    HandleOwner<Detail::NullHandleTraits> process(
+        OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
+    if (!process.IsValid())
+    {
+        VOK_SET_LAST_ERROR(error, "Error, Unable to OpenProcess()");
+        return noSession;
+    }
+    HANDLE processToken = nullptr;
+    if (!OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_QUERY_SOURCE, &processToken))
+    {
+        VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
+        return noSession;
+    }
+    HandleOwner<Detail::NullHandleTraits> owner(processToken);
+    unsigned long const found = SessionIdFromToken(processToken, error);
+    owner.Reset();
+    process.Reset();
+    return error.Failed() ? noSession : found;
+}
+
+unsigned long GetSessionId(unsigned long processId, void* token)
+{
+    Error error;
+    unsigned long const id = GetSessionId(processId, token, error);
+    if (error.Failed())
+        throw Error(error);
+    return id;
+}
+
+unsigned long GetSessionId(void* token)
+{
+    return GetSessionId(GetCurrentProcessId(), token);
+}
+
+unsigned long GetSessionId(void* token, Error& error)
+{
+    return GetSessionId(GetCurrentProcessId(), token, error);
+}
+
+unsigned long GetSessionId(Error& error)
+{
+    return GetSessionId(GetCurrentProcessId(), nullptr, error);
 }
 
 } // namespace Brindle::Vok

@@ -68,6 +68,7 @@ public:
 
     void WaitUntilReady() const { EXPECT_TRUE(Channel(socket).Wait()) << "the child ended early"; }
     void Go() const { Channel(socket).Say(); }
+    pid_t Process() const { return process; }
     void Kill() const { ::kill(process, SIGKILL); }
 
     /// Waits for its end. The exit status, or minus the signal that ended it.

@@ -49,4 +49,20 @@ VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
 /// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
+/// OpenProcessToken: the token of a process, with TOKEN_ rights such as TOKEN_QUERY. Throws WindowsError. A null handle
+/// is reported to the log and then refused by the platform.
+VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access);
+
+/// The session of a process. Where the platform refuses to tell (ERROR_ACCESS_DENIED) that of a token is taken instead,
+/// with a warning in the log: of `token`, opened with TOKEN_QUERY, or if that is null of the process's own, which is
+/// opened without the impersonation of the calling thread. Without a process id it is the calling process's session.
+///
+/// On failure the overloads with Error& give 0xFFFFFFFF and assign; they log nothing. Pass a new Error: with one that
+/// has failed before, what a token tells counts for nothing. The others throw Error itself, with a Win32 code.
+VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token, Error& error);
+VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
+VOK_EXPORT unsigned long GetSessionId(void* token);
+VOK_EXPORT unsigned long GetSessionId(void* token, Error& error);
+VOK_EXPORT unsigned long GetSessionId(Error& error);
+
 } // namespace Brindle::Vok

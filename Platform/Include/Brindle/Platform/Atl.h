@@ -1,13 +1,17 @@
-// The ATL names that the library uses: the string class in both widths, and the exception.
+// The ATL names that the library uses: the string class in both widths, the exception, and the access token.
 //
 //     ATL::CStringW name(L"report");
 //     Show(name.GetString(), name.GetLength());
 #pragma once
 
 #include <Brindle/Platform/ErrorCodes.h>
+#include <Brindle/Platform/Handles.h>
+#include <Brindle/Platform/Security.h>
 #include <Brindle/Platform/Types.h>
 
 #include <cstddef>
+#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -89,6 +93,90 @@ public:
     operator HRESULT() const noexcept { return m_hr; }
 
     HRESULT m_hr;
+};
+
+/// Owner of a token. It belongs to one thread at a time. What fails gives false with the last error set.
+class CAccessToken
+{
+public:
+    CAccessToken() noexcept = default;
+    CAccessToken(CAccessToken const&) = delete;
+    CAccessToken& operator=(CAccessToken const&) = delete;
+    virtual ~CAccessToken() noexcept { CAccessToken::Clear(); }
+
+    /// Null without a token. It stays the object's.
+    HANDLE GetHandle() const noexcept { return m_hToken; }
+
+    /// Closes what the object holds.
+    virtual void Clear() noexcept
+    {
+        if (m_hProfile != nullptr && m_hToken != nullptr)
+            UnloadUserProfile(m_hToken, m_hProfile);
+        m_hProfile = nullptr;
+        if (m_hToken != nullptr)
+            CloseHandle(m_hToken);
+        m_hToken = nullptr;
+        m_pRevert.reset();
+    }
+
+    /// Holds the token with which the calling thread impersonates; a thread of null is the calling one. On failure
+    /// the object keeps what it had.
+    bool GetThreadToken(DWORD desiredAccess, HANDLE thread = nullptr, bool openAsSelf = true) noexcept
+    {
+        HANDLE opened = nullptr;
+        if (!OpenThreadToken(thread != nullptr ? thread : GetCurrentThread(), desiredAccess, openAsSelf, &opened))
+            return false;
+        Clear();
+        m_hToken = opened;
+        return true;
+    }
+
+    bool GetType(TOKEN_TYPE* type) const noexcept
+    {
+        DWORD length = 0;
+        return GetTokenInformation(m_hToken, TokenType, type, sizeof *type, &length) != FALSE;
+    }
+
+    /// Lets the calling thread act as the token's user. False without a token.
+    bool ImpersonateLoggedOnUser() const noexcept
+    {
+        if (m_hToken == nullptr)
+            return false;
+        LookForImpersonation();
+        if (!::ImpersonateLoggedOnUser(m_hToken))
+            return false;
+        m_pRevert.reset(new (std::nothrow) CRevertToSelf);
+        if (m_pRevert)
+            return true;
+        RevertToSelf();
+        return false;
+    }
+
+protected:
+    HANDLE m_hToken = nullptr;
+    HANDLE m_hProfile = nullptr;
+
+private:
+    struct CRevert
+    {
+        virtual ~CRevert() = default;
+        virtual bool Revert() noexcept = 0;
+    };
+
+    struct CRevertToSelf final : CRevert
+    {
+        bool Revert() noexcept override { return ::RevertToSelf() != FALSE; }
+    };
+
+    // Nothing comes of it but the last error.
+    static void LookForImpersonation() noexcept
+    {
+        HANDLE present = nullptr;
+        if (OpenThreadToken(GetCurrentThread(), 0, FALSE, &present))
+            CloseHandle(present);
+    }
+
+    mutable std::unique_ptr<CRevert> m_pRevert;
 };
 
 } // namespace ATL
