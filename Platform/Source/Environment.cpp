@@ -3,6 +3,7 @@
 #include "Ascii.h"
 #include "HostErrors.h"
 #include "Names.h"
+#include "Strings.h"
 #include "Utf.h"
 
 #include <algorithm>
@@ -23,20 +24,6 @@ namespace
 
 // The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
 std::mutex environmentMutex;
-
-std::wstring ToWide(std::string_view text)
-{
-    std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
-    Utf::Utf8ToWide(text.data(), text.size(), wide.data(), wide.size());
-    return wide;
-}
-
-std::string ToHost(std::wstring_view text)
-{
-    std::string host(Utf::Utf8LengthOfWide(text.data(), text.size()), '\0');
-    Utf::WideToUtf8(text.data(), text.size(), host.data(), host.size());
-    return host;
-}
 
 struct Variable
 {
@@ -86,7 +73,7 @@ std::optional<std::wstring> ReadVariable(std::wstring_view name)
 {
     if (!IsNameUsable(name))
         return std::nullopt;
-    auto const hostName = ToHost(name);
+    auto const hostName = ToUtf8(name);
     if (EqualWithoutCase(hostName, "TEMP") || EqualWithoutCase(hostName, "TMP"))
         return ReadTemporaryDirectory(hostName);
     auto const variable = FindVariable(hostName);
@@ -111,15 +98,6 @@ std::wstring Expand(std::wstring_view text)
     return result;
 }
 
-// Whether the text and its terminator were copied.
-bool CopyIfItFits(std::wstring const& text, wchar_t* buffer, DWORD size)
-{
-    if (buffer == nullptr || text.size() >= size)
-        return false;
-    std::copy_n(text.c_str(), text.size() + 1, buffer);
-    return true;
-}
-
 DWORD GetVariable(wchar_t const* name, wchar_t* buffer, DWORD size)
 {
     if (name == nullptr)
@@ -140,7 +118,7 @@ bool SetVariable(std::wstring_view name, wchar_t const* value)
 {
     if (!IsNameUsable(name))
         return FailWith(ERROR_INVALID_PARAMETER);
-    auto hostName = ToHost(name);
+    auto hostName = ToUtf8(name);
     std::lock_guard const lock(environmentMutex);
     auto const variable = FindVariable(hostName);
     if (variable)
@@ -152,7 +130,7 @@ bool SetVariable(std::wstring_view name, wchar_t const* value)
         unsetenv(hostName.c_str());
         return true;
     }
-    if (setenv(hostName.c_str(), ToHost(value).c_str(), 1) != 0)
+    if (setenv(hostName.c_str(), ToUtf8(value).c_str(), 1) != 0)
         return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     return true;
 }

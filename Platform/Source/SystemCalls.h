@@ -9,16 +9,19 @@
 #include <csignal>
 #include <cstdint>
 #include <ctime>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <poll.h>
 #include <pthread.h>
+#include <pwd.h>
 #include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
 #include <sys/resource.h>
@@ -27,6 +30,7 @@
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <sys/types.h>
+#include <sys/utsname.h>
 #include <type_traits>
 #include <unistd.h>
 
@@ -100,6 +104,9 @@ VOK_SYSTEM_CALL(ReadDirectory, long(int, void*, size_t),
 VOK_SYSTEM_CALL(Close, int(int), [](int descriptor) { return ::close(descriptor); });
 VOK_SYSTEM_CALL(Read, ssize_t(int, void*, size_t),
                 [](int descriptor, void* buffer, size_t count) { return ::read(descriptor, buffer, count); });
+VOK_SYSTEM_CALL(ReadAt, ssize_t(int, void*, size_t, off_t),
+                [](int descriptor, void* buffer, size_t count, off_t offset)
+                { return ::pread(descriptor, buffer, count, offset); });
 VOK_SYSTEM_CALL(Write, ssize_t(int, void const*, size_t),
                 [](int descriptor, void const* buffer, size_t count) { return ::write(descriptor, buffer, count); });
 VOK_SYSTEM_CALL(Status, int(int, struct stat*),
@@ -143,6 +150,19 @@ VOK_SYSTEM_CALL(GetWorkingDirectory, char*(char*, size_t),
 VOK_SYSTEM_CALL(GetLimit, int(int, rlimit*),
                 [](int resource, rlimit* limit)
                 { return ::getrlimit(static_cast<__rlimit_resource>(resource), limit); });
+VOK_SYSTEM_CALL(GetHostNames, int(utsname*), [](utsname* names) { return ::uname(names); });
+// Of the calling thread, as the kernel has it.
+VOK_SYSTEM_CALL(GetEffectiveUser, uid_t(), [] { return ::geteuid(); });
+// An errno or zero; no user for a number that nobody has.
+VOK_SYSTEM_CALL(FindUser, int(uid_t, passwd*, char*, size_t, passwd**),
+                [](uid_t number, passwd* user, char* texts, size_t size, passwd** found)
+                { return ::getpwuid_r(number, user, texts, size, found); });
+VOK_SYSTEM_CALL(OpenLibrary, void*(char const*, int), [](char const* name, int mode) { return ::dlopen(name, mode); });
+// Room for that many bytes of a process, private and not used yet.
+VOK_SYSTEM_CALL(ReserveMemory, void*(size_t),
+                [](size_t size)
+                { return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0); });
+VOK_SYSTEM_CALL(ReleaseMemory, int(void*, size_t), [](void* memory, size_t size) { return ::munmap(memory, size); });
 VOK_SYSTEM_CALL(MakeEventDescriptor, int(unsigned, int),
                 [](unsigned count, int flags) { return ::eventfd(count, flags); });
 VOK_SYSTEM_CALL(MakeWatcher, int(int), [](int flags) { return ::inotify_init1(flags); });
@@ -192,8 +212,7 @@ VOK_SYSTEM_CALL(GetUsers, int(uid_t*, uid_t*, uid_t*),
                 [](uid_t* real, uid_t* effective, uid_t* saved) { return ::getresuid(real, effective, saved); });
 VOK_SYSTEM_CALL(GetGroups, int(gid_t*, gid_t*, gid_t*),
                 [](gid_t* real, gid_t* effective, gid_t* saved) { return ::getresgid(real, effective, saved); });
-VOK_SYSTEM_CALL(GetOtherGroups, int(int, gid_t*),
-                [](int size, gid_t* groups) { return ::getgroups(size, groups); });
+VOK_SYSTEM_CALL(GetOtherGroups, int(int, gid_t*), [](int size, gid_t* groups) { return ::getgroups(size, groups); });
 // Of the calling thread alone: the C library's functions set those of all threads.
 VOK_SYSTEM_CALL(SetUsers, long(uid_t, uid_t, uid_t),
                 [](uid_t real, uid_t effective, uid_t saved)

@@ -33,7 +33,9 @@
 #include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Files.h>
 #include <Brindle/Platform/Handles.h>
+#include <Brindle/Platform/Modules.h>
 #include <Brindle/Platform/Security.h>
+#include <Brindle/Platform/System.h>
 #include <Brindle/Platform/Text.h>
 #include <Brindle/Platform/Timers.h>
 #include <Brindle/Platform/Types.h>

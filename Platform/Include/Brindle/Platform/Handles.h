@@ -19,12 +19,13 @@ extern "C"
     /// Ends a search. ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FindClose(HANDLE search) noexcept;
 
-    // Nothing opens what the three that follow close yet, so each of them refuses whatever it is given.
+    /// Releases a library that LoadLibraryW loaded (Modules.h). ERROR_INVALID_HANDLE for anything else.
+    VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
+
+    // Nothing opens what the two that follow close yet, so each of them refuses whatever it is given.
 
     /// Closes a registry key. The status is the code; the last error stays as it was.
     VOK_PLATFORM_EXPORT LSTATUS WINAPI RegCloseKey(HKEY key) noexcept;
-    /// Releases a loaded library. ERROR_INVALID_HANDLE for anything else.
-    VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
     /// Frees an environment block. ERROR_INVALID_PARAMETER for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment) noexcept;
 }
