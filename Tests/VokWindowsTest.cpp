@@ -8,10 +8,94 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <typeinfo>
+#include <vector>
+
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using Brindle::Vok::Testing::TestDrive;
 using Brindle::Vok::Testing::Thrown;
+using Brindle::Vok::Testing::WithoutLine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// What a call gives in the place of the platform's own result.
+struct Answer
+{
+    DWORD result;
+    DWORD code;
+    DWORD size = 0; ///< where the call gives one back
+};
+
+std::vector<Answer> script;  ///< empty for the platform's own calls
+std::vector<DWORD> sizes;    ///< that the calls of the script were given
+HANDLE madeHandle = nullptr; ///< of files and semaphores, unless it is null
+
+template <class Character>
+DWORD Play(Character* buffer, DWORD size, DWORD* newSize = nullptr)
+{
+    Answer const answer = script.front();
+    script.erase(script.begin());
+    sizes.push_back(size);
+    std::fill_n(buffer, buffer ? size : 0, Character('x'));
+    if (newSize)
+        *newSize = answer.size;
+    SetLastError(answer.code);
+    return answer.result;
+}
+
+} // namespace
+
+#define VOK_TEST_REPLACE(condition, replacement, result, name, parameters, arguments)                                  \
+    extern "C" result WINAPI __real_##name parameters noexcept;                                                        \
+    extern "C" result WINAPI __wrap_##name parameters noexcept                                                         \
+    {                                                                                                                  \
+        return condition ? static_cast<result>(replacement) : __real_##name arguments;                                 \
+    }
+
+VOK_TEST_REPLACE(!script.empty(), Play(text, size), DWORD, GetModuleFileNameW,
+                 (HMODULE module, LPWSTR text, DWORD size), (module, text, size))
+VOK_TEST_REPLACE(!script.empty(), Play(text, size), DWORD, GetModuleFileNameA, (HMODULE module, LPSTR text, DWORD size),
+                 (module, text, size))
+VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetComputerNameExW,
+                 (COMPUTER_NAME_FORMAT format, LPWSTR text, LPDWORD size), (format, text, size))
+VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetUserNameW, (LPWSTR text, LPDWORD size),
+                 (text, size))
+VOK_TEST_REPLACE(!script.empty(), Play(text, size), UINT, GetSystemDirectoryW, (LPWSTR text, UINT size), (text, size))
+VOK_TEST_REPLACE(madeHandle, madeHandle, HANDLE, CreateSemaphoreW, (LPSECURITY_ATTRIBUTES a, LONG b, LONG c, LPCWSTR d),
+                 (a, b, c, d))
+VOK_TEST_REPLACE(madeHandle, madeHandle, HANDLE, CreateFileW,
+                 (LPCWSTR a, DWORD b, DWORD c, LPSECURITY_ATTRIBUTES d, DWORD e, DWORD f, HANDLE g),
+                 (a, b, c, d, e, f, g))
+
+namespace
+{
+
+void ExpectError(Error const& error, int code, std::string const& function, std::string const& text)
+{
+    EXPECT_EQ(error.code(), std::error_code(code, std::system_category()));
+    EXPECT_EQ(WithoutLine(error.Message()), "Source/Vok/VokWindows.cpp: Brindle::Vok::" + function + ' ' +
+                                                WindowsErrorToStringA(code) + " (Windows Error " +
+                                                std::to_string(code) + "). " + text);
+}
+
+/// What is thrown is a WindowsError that was logged.
+void ExpectThrow(std::function<void()> const& run, int code, std::string const& function, std::string const& text)
+{
+    LogRecorder const recorder;
+    auto const error = Thrown<WindowsError>(run);
+    ExpectError(error, code, function, text);
+    EXPECT_EQ(recorder.LinesWithFunction().back(),
+              "Brindle::Vok::" + function + ": Throwing last error " + error.Message());
+}
+
+} // namespace
 
 TEST(VokCreateFile, NamesNoFileByAPathWithANul)
 {
@@ -20,9 +104,9 @@ TEST(VokCreateFile, NamesNoFileByAPathWithANul)
     std::wstring const path = drive.Path(L"plain.txt") + std::wstring(L"\0.bak", 5);
     Error const error =
         Thrown<Error>([&] { VokCreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr); });
-    EXPECT_EQ(error.code().value(), ERROR_INVALID_NAME);
     // The text ends at the NUL.
-    EXPECT_TRUE(error.Message().ends_with("CreateFile failed, path[" + WideToUtf8(drive.Path(L"plain.txt")) + "]"));
+    ExpectError(error, ERROR_INVALID_NAME, "VokCreateFile",
+                "CreateFile failed, path[" + WideToUtf8(drive.Path(L"plain.txt")) + "]");
     Error assigned;
     EXPECT_FALSE(VokCreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr, assigned).IsValid());
     EXPECT_EQ(assigned.Message(), error.Message()); // its line too
@@ -35,9 +119,12 @@ TEST(VokCreateFile, SetsTheErrorThatItIsGiven)
     Error error;
     wchar_t const* const none = nullptr;
     EXPECT_FALSE(VokCreateFile(none, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr, error).IsValid());
-    EXPECT_EQ(error.code().value(), ERROR_PATH_NOT_FOUND);
-    EXPECT_TRUE(error.Message().ends_with("CreateFile failed, path[(null)]")) << error.Message();
-    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
+    ExpectError(error, ERROR_PATH_NOT_FOUND, "VokCreateFile", "CreateFile failed, path[(null)]");
+    madeHandle = INVALID_HANDLE_VALUE;
+    SetLastError(ERROR_SUCCESS); // so that there is no failure to throw
+    EXPECT_FALSE(VokCreateFile(L"x", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr).IsValid());
+    madeHandle = nullptr;
+    EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
 namespace
@@ -68,9 +155,8 @@ TEST_F(VokEnvironment, AMissingVariableIsToleratedOrThrown)
     EXPECT_EQ(statements[0].severity, VokLogSeverity::info);
     EXPECT_EQ(statements[0].message, "Environment variable [VOK_TEST] not found");
     EXPECT_STREQ(statements[0].function, "Brindle::Vok::VokGetEnvironmentVariable");
-    WindowsError const error = Thrown<WindowsError>([] { VokGetEnvironmentVariable(L"VOK_TEST", false); });
-    EXPECT_EQ(error.code().value(), ERROR_ENVVAR_NOT_FOUND);
-    EXPECT_TRUE(error.Message().ends_with("GetEnvironmentVariable [VOK_TEST] - failed with error"));
+    ExpectThrow([] { VokGetEnvironmentVariable(L"VOK_TEST", false); }, ERROR_ENVVAR_NOT_FOUND,
+                "VokGetEnvironmentVariable", "GetEnvironmentVariable [VOK_TEST] - failed with error");
 }
 
 TEST_F(VokEnvironment, AnEmptyVariableThrowsWithTheCodeOfSuccess)
@@ -90,4 +176,141 @@ TEST_F(VokEnvironment, ExpansionAroundTheFirstBufferSize)
         Set(text + L"y");
         EXPECT_EQ(VokExpandEnvironmentStrings(L"<%VOK_TEST%>%VOK_NONE%"), L"<" + text + L"y>%VOK_NONE%");
     }
+}
+
+TEST(VokGetModuleFileName, IsWholeAroundTheFirstBufferSize)
+{
+    TestDrive const drive;
+    std::string directory = drive.Host();
+    while (directory.size() < 850)
+        directory += '/' + std::string(50, 'd');
+    std::filesystem::create_directories(directory);
+    auto source = VokGetModuleFileNameA(VokLoadLibrary(L"libanl.so.1").Get()).substr(2);
+    std::ranges::replace(source, '\\', '/');
+    for (std::size_t const length : {1022U, 1023U, 1024U, 1025U})
+    {
+        std::string path = "C:" + directory + '/';
+        path.resize(length, 'x');
+        std::filesystem::copy_file(source, path.substr(2));
+        std::ranges::replace(path, '/', '\\');
+        auto const library = VokLoadLibrary(Utf8ToWide(path).c_str());
+        EXPECT_EQ(VokGetModuleFileName(library.Get()), Utf8ToWide(path));
+        EXPECT_EQ(VokGetModuleFileNameA(library.Get()), path);
+    }
+    ExpectThrow([] { VokGetModuleFileName(reinterpret_cast<HMODULE>(4)); }, ERROR_INVALID_HANDLE,
+                "VokGetModuleFileNameImpl", "GetModuleFileName");
+}
+
+TEST(VokNames, AreAskedForWithTheRightSizes)
+{
+    auto const module = [] { return VokGetModuleFileName(nullptr); };
+    auto const moduleA = [] { return Utf8ToWide(VokGetModuleFileNameA(nullptr)); };
+    auto const computer = [] { return VokGetComputerNameEx(ComputerNameNetBIOS); };
+    auto const system = [] { return VokGetSystemDirectory(); };
+    std::string const systemFunction = "VokGetSystemDirectory";
+    struct
+    {
+        std::function<std::wstring()> run;
+        std::vector<Answer> answers;
+        std::vector<DWORD> sizes;
+        std::size_t length;   ///< of the result
+        std::string function; ///< that fails with the code of the last answer
+        std::string text;
+    } const cases[] = {
+        {module, {{1024, 122}, {16384, 122}}, {1024, 16384}, 16384, "", ""},
+        {moduleA, {{1024, 122}, {16384, 122}}, {1024, 16384}, 16384, "", ""},
+        {module, {{1024, 0}}, {1024}, 1024, "", ""},
+        {module, {{0, 122}}, {1024}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
+        {moduleA, {{1024, 122}, {0, 5}}, {1024, 16384}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
+        {computer, {{0, 234, 7}, {1, 0, 5}}, {0, 7}, 5, "", ""},
+        {computer, {{0, 234, 3}, {0, 234, 4}}, {0, 3}, 0, "VokGetComputerNameEx", "GetComputerNameEx Failed"},
+        {VokGetUserName, {{1, 0, 257}}, {257}, 256, "", ""},
+        {VokGetUserName, {{0, 122, 300}}, {257}, 0, "VokGetUserName", "GetUserName Failed"},
+        {system, {{260, 0}}, {260}, 260, "", ""},
+        {system, {{261, 0}, {261, 0}}, {260, 261}, 261, "", ""},
+        {system, {{0, 0}}, {260}, 0, "", ""}, // without a code there is no failure to throw
+        {system, {{0, 5}}, {260}, 0, systemFunction, "GetSystemDirectory failed"},
+        {system, {{300, 0}, {0, 5}}, {260, 300}, 0, systemFunction, "GetSystemDirectory resized failed"},
+        {system, {{300, 0}, {301, 8}}, {260, 300}, 0, systemFunction, "GetSystemDirectory resized failed"},
+    };
+    for (auto const& each : cases)
+    {
+        LogRecorder const recorder;
+        bool const isNoted = !each.function.empty() && each.function != systemFunction;
+        sizes.clear();
+        script = each.answers;
+        try
+        {
+            EXPECT_EQ(each.run(), std::wstring(each.length, L'x'));
+            EXPECT_EQ(each.function, "");
+        }
+        catch (Error const& error)
+        {
+            ExpectError(error, static_cast<int>(each.answers.back().code), each.function, each.text);
+            EXPECT_EQ(typeid(error), isNoted ? typeid(WindowsError) : typeid(Error));
+        }
+        EXPECT_EQ(sizes, each.sizes);
+        EXPECT_EQ(recorder.Lines().size(), isNoted ? 1U : 0U);
+    }
+}
+
+TEST(VokGetComputerNameEx, AssertsThatTheFirstCallGivesTheSize)
+{
+    LogRecorder recorder;
+    script = {{1, 0, 3}, {1, 0, 2}};
+    EXPECT_EQ(VokGetComputerNameEx(ComputerNameNetBIOS), L"xx");
+    ExpectThrow([] { VokGetComputerNameEx(ComputerNameMax); }, ERROR_INVALID_PARAMETER, "VokGetComputerNameEx",
+                "GetComputerNameEx Failed");
+    EXPECT_THAT(recorder.Lines(),
+                ElementsAre("error: Assertion failed: !ok", "error: Assertion failed: GetLastError() == 234L",
+                            "error: Assertion failed: GetLastError() == 234L", testing::HasSubstr("Throwing")));
+}
+
+TEST(VokNames, AreThePlatforms)
+{
+    wchar_t name[257];
+    DWORD size = 257;
+    EXPECT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size));
+    EXPECT_EQ(VokGetComputerNameEx(ComputerNameDnsFullyQualified), name);
+    EXPECT_TRUE(GetUserNameW(name, &(size = 257)));
+    EXPECT_EQ(VokGetUserName(), name);
+    Error error;
+    EXPECT_EQ(VokGetSystemDirectory(error), L"C:\\usr\\lib");
+    EXPECT_FALSE(error.Failed());
+}
+
+TEST(VokLoadLibrary, ThrowsWhatThePlatformRefuses)
+{
+    TestDrive const drive;
+    drive.Write("text");
+    for (auto const& [name, code] : {std::pair<std::wstring, int>{L"libnone.so", 126}, {drive.Path(L"text"), 193}})
+    {
+        ExpectThrow([&, name = name] { VokLoadLibrary(name.c_str()); }, code, "VokLoadLibrary",
+                    "LoadLibrary Failed [" + WideToUtf8(name) + "]");
+    }
+    ExpectThrow([] { VokLoadLibrary(nullptr); }, 87, "VokLoadLibrary", "LoadLibrary Failed [(null)]");
+}
+
+TEST(VokCreateSemaphore, OverlooksThatTheCallFails)
+{
+    LogRecorder recorder;
+    Error error;
+    auto const semaphore = VokCreateSemaphore(nullptr, 1, 2, nullptr, error);
+    EXPECT_EQ(WaitForSingleObject(semaphore.Get(), 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(semaphore.Get(), 0), DWORD{WAIT_TIMEOUT});
+    for (auto const& [initial, maximum] : {std::pair{2L, 1L}, {0L, 1L << 32 | 1}, {1L << 32, 1L}})
+    {
+        auto const none = VokCreateSemaphore(nullptr, initial, maximum, L"a", error);
+        EXPECT_EQ(none.Get(), nullptr);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    }
+    EXPECT_FALSE(error.Failed());
+    madeHandle = INVALID_HANDLE_VALUE;
+    SetLastError(5);
+    EXPECT_FALSE(VokCreateSemaphore(nullptr, 1, 1, L"a", error).IsValid());
+    ExpectError(error, 5, "VokCreateSemaphore", "CreateSemaphore failed, name[a]");
+    Error const thrown = Thrown<Error>([] { VokCreateSemaphore(nullptr, 1, 1, nullptr); });
+    madeHandle = nullptr;
+    ExpectError(thrown, 5, "VokCreateSemaphore", "CreateSemaphore failed, name[(null)]");
+    EXPECT_THAT(recorder.Lines(), IsEmpty());
 }

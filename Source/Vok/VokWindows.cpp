@@ -6,6 +6,8 @@
 #include "SeenWhole.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 namespace Brindle::Vok
@@ -15,6 +17,13 @@ namespace
 {
 
 using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
+
+// What the throwing overload does that has the other one's error. A failed call without a code has not failed.
+void ThrowIfFailed(Error const& error)
+{
+    if (error.Failed())
+        throw Error(error);
+}
 
 // What the overloads report, with one line for all of them. None makes an Error for a file that opens, or calls another
 // one: that costs as much as a part of the system call.
@@ -46,7 +55,7 @@ FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        throw Error(CreationError(path));
+        ThrowIfFailed(CreationError(path));
     return file;
 }
 
@@ -65,7 +74,7 @@ FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        throw Error(CreationError(path.c_str()));
+        ThrowIfFailed(CreationError(path.c_str()));
     return file;
 }
 
@@ -77,6 +86,35 @@ FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned
     if (!file.IsValid())
         error = CreationError(path.c_str());
     return file;
+}
+
+// No member of the unnamed namespace, as errors carry its name.
+template <class Char, auto getModuleFileName>
+static std::basic_string<Char> VokGetModuleFileNameImpl(HINSTANCE module)
+{
+    constexpr std::size_t firstSize = 1024;
+    constexpr std::size_t lastSize = 16384;
+    std::basic_string<Char> name(firstSize, Char());
+    DWORD count = getModuleFileName(module, name.data(), static_cast<DWORD>(name.size()));
+    if (count == name.size() && GetLastError() == ERROR_INSUFFICIENT_BUFFER)
+    {
+        name.resize(lastSize);
+        count = getModuleFileName(module, name.data(), static_cast<DWORD>(name.size()));
+    }
+    if (count == 0)
+        VOK_THROW_LAST_ERROR("GetModuleFileName");
+    name.resize(count);
+    return name;
+}
+
+std::wstring VokGetModuleFileName(HINSTANCE module)
+{
+    return VokGetModuleFileNameImpl<wchar_t, GetModuleFileNameW>(module);
+}
+
+std::string VokGetModuleFileNameA(HINSTANCE module)
+{
+    return VokGetModuleFileNameImpl<char, GetModuleFileNameA>(module);
 }
 
 std::wstring VokExpandEnvironmentStrings(std::wstring const& text)
@@ -92,6 +130,66 @@ std::wstring VokExpandEnvironmentStrings(std::wstring const& text)
         VOK_THROW_LAST_ERROR("ExpandEnvironmentStrings");
     // The count includes the terminator. A variable that grew between the two calls makes it greater than the buffer.
     return std::wstring(buffer.data(), std::min<std::size_t>(count, buffer.size()) - 1);
+}
+
+std::wstring VokGetComputerNameEx(COMPUTER_NAME_FORMAT format)
+{
+    DWORD size = 0;
+    BOOL ok = GetComputerNameExW(format, nullptr, &size);
+    VOK_ASSERT(!ok);
+    VOK_ASSERT(GetLastError() == ERROR_MORE_DATA);
+    std::vector<wchar_t> buffer(size);
+    ok = GetComputerNameExW(format, buffer.data(), &size);
+    if (!ok)
+        VOK_THROW_LAST_ERROR(L"GetComputerNameEx Failed");
+    return std::wstring(buffer.data(), std::min<std::size_t>(size, buffer.size()));
+}
+
+std::wstring VokGetUserName()
+{
+    wchar_t buffer[257];
+    DWORD size = static_cast<DWORD>(std::size(buffer));
+    if (!GetUserNameW(buffer, &size))
+        VOK_THROW_LAST_ERROR(L"GetUserName Failed");
+    return std::wstring(buffer, size - 1); // the count includes the terminator
+}
+
+std::wstring VokGetSystemDirectory()
+{
+    Error error;
+    std::wstring directory = VokGetSystemDirectory(error);
+    ThrowIfFailed(error);
+    return directory;
+}
+
+std::wstring VokGetSystemDirectory(Error& error)
+{
+    std::vector<wchar_t> buffer(MAX_PATH);
+    UINT count = GetSystemDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+    if (count == 0)
+    {
+        VOK_SET_LAST_ERROR(error, "GetSystemDirectory failed");
+        return {};
+    }
+    if (count > buffer.size())
+    {
+        buffer.resize(count);
+        count = GetSystemDirectoryW(buffer.data(), static_cast<UINT>(buffer.size()));
+        if (count == 0 || count > buffer.size())
+        {
+            VOK_SET_LAST_ERROR(error, "GetSystemDirectory resized failed");
+            return {};
+        }
+    }
+    return std::wstring(buffer.data(), count);
+}
+
+HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const* filename)
+{
+    HandleOwner<Detail::ModuleHandleTraits> module(LoadLibraryW(filename));
+    if (!module.IsValid())
+        VOK_THROW_LAST_ERROR(L"LoadLibrary Failed [{}]", filename);
+    return module;
 }
 
 std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing)
@@ -139,70 +237,98 @@ unsigned long SessionIdFromToken(void* token, Error& error)
         return noSession;
     }
     return id;
-}
-
-} // namespace
-
-unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
-{
-    VOK_LOG_SCOPE();
-    DWORD id = noSession;
-    if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
-        return id;
-    if (GetLastError() != ERROR_ACCESS_DENIED)
+    namespace
     {
-        VOK_SET_LAST_ERROR(error, "ProcessIdToSessionId");
-        return noSession;
+
+    HANDLE CreateSemaphoreOfCounts(SECURITY_ATTRIBUTES* security, long initialCount, long maximumCount,
+                                   wchar_t const* name)
+    {
+        if (std::in_range<LONG>(initialCount) && std::in_range<LONG>(maximumCount))
+            return CreateSemaphoreW(security, static_cast<LONG>(initialCount), static_cast<LONG>(maximumCount), name);
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
     }
-    VOK_LOG(warning, "ERROR_ACCESS_DENIED - falling back to GetTokenInformation()");
-    if (token != nullptr)
+
+    } // namespace
+
+    unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
     {
-        unsigned long const found = SessionIdFromToken(token, error);
+        VOK_LOG_SCOPE();
+        DWORD id = noSession;
+        if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
+            return id;
+        if (GetLastError() != ERROR_ACCESS_DENIED)
+        {
+            VOK_SET_LAST_ERROR(error, "ProcessIdToSessionId");
+            return noSession;
+        }
+        VOK_LOG(warning, "ERROR_ACCESS_DENIED - falling back to GetTokenInformation()");
+        if (token != nullptr)
+        {
+            unsigned long const found = SessionIdFromToken(token, error);
+            return error.Failed() ? noSession : found;
+        }
+        UnImpersonator const asProcess;
+        HandleOwner<Detail::NullHandleTraits> process(
+            OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
+        if (!process.IsValid())
+        {
+            VOK_SET_LAST_ERROR(error, "Error, Unable to OpenProcess()");
+            return noSession;
+        }
+        HANDLE processToken = nullptr;
+        if (!OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_QUERY_SOURCE, &processToken))
+        {
+            VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
+            return noSession;
+        }
+        HandleOwner<Detail::NullHandleTraits> owner(processToken);
+        unsigned long const found = SessionIdFromToken(processToken, error);
+        owner.Reset();
+        process.Reset();
         return error.Failed() ? noSession : found;
     }
-    UnImpersonator const asProcess;
-    HandleOwner<Detail::NullHandleTraits> process(
-        OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
-    if (!process.IsValid())
+
+    unsigned long GetSessionId(unsigned long processId, void* token)
     {
-        VOK_SET_LAST_ERROR(error, "Error, Unable to OpenProcess()");
-        return noSession;
+        Error error;
+        unsigned long const id = GetSessionId(processId, token, error);
+        if (error.Failed())
+            throw Error(error);
+        return id;
     }
-    HANDLE processToken = nullptr;
-    if (!OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_QUERY_SOURCE, &processToken))
+
+    unsigned long GetSessionId(void* token)
     {
-        VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
-        return noSession;
+        return GetSessionId(GetCurrentProcessId(), token);
     }
-    HandleOwner<Detail::NullHandleTraits> owner(processToken);
-    unsigned long const found = SessionIdFromToken(processToken, error);
-    owner.Reset();
-    process.Reset();
-    return error.Failed() ? noSession : found;
-}
 
-unsigned long GetSessionId(unsigned long processId, void* token)
-{
-    Error error;
-    unsigned long const id = GetSessionId(processId, token, error);
-    if (error.Failed())
-        throw Error(error);
-    return id;
-}
+    unsigned long GetSessionId(void* token, Error& error)
+    {
+        return GetSessionId(GetCurrentProcessId(), token, error);
+    }
 
-unsigned long GetSessionId(void* token)
-{
-    return GetSessionId(GetCurrentProcessId(), token);
-}
+    unsigned long GetSessionId(Error & error)
+    {
+        return GetSessionId(GetCurrentProcessId(), nullptr, error);
+        HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES * security, long initialCount,
+                                                                    long maximumCount, wchar_t const* name)
+        {
+            Error error;
+            auto semaphore = VokCreateSemaphore(security, initialCount, maximumCount, name, error);
+            ThrowIfFailed(error);
+            return semaphore;
+        }
 
-unsigned long GetSessionId(void* token, Error& error)
-{
-    return GetSessionId(GetCurrentProcessId(), token, error);
-}
+        HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(
+            SECURITY_ATTRIBUTES * security, long initialCount, long maximumCount, wchar_t const* name, Error& error)
+        {
+            HandleOwner<Detail::InvalidHandleTraits> semaphore(
+                CreateSemaphoreOfCounts(security, initialCount, maximumCount, name));
+            // The call fails with null, which is a handle here: nothing reports that.
+            if (!semaphore.IsValid())
+                VOK_SET_LAST_ERROR(error, L"CreateSemaphore failed, name[{}]", name);
+            return semaphore;
+        }
 
-unsigned long GetSessionId(Error& error)
-{
-    return GetSessionId(GetCurrentProcessId(), nullptr, error);
-}
-
-} // namespace Brindle::Vok
+    } // namespace Brindle::Vok

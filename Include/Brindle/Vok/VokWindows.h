@@ -40,9 +40,33 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring c
                                                                   unsigned long disposition, unsigned long flags,
                                                                   void* templateFile, Error& error);
 
+/// GetModuleFileNameW or GetModuleFileNameA: the path of a loaded module, of the program for null. One that is longer
+/// than 16383 characters comes cut, with a NUL as the 16384th and no failure. The A form gives UTF-8. Throws
+/// WindowsError, ERROR_INVALID_HANDLE for what is no module.
+VOK_EXPORT std::wstring VokGetModuleFileName(HINSTANCE module);
+VOK_EXPORT std::string VokGetModuleFileNameA(HINSTANCE module);
+
 /// ExpandEnvironmentStringsW: the text with each %NAME% replaced by the variable's value. An unknown one stays as it
 /// stands. Throws WindowsError.
 VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
+
+/// GetComputerNameExW. Throws WindowsError, ERROR_INVALID_PARAMETER for a format that there is not; that one is also
+/// logged at error, as a soft assertion on the way to the size.
+VOK_EXPORT std::wstring VokGetComputerNameEx(COMPUTER_NAME_FORMAT format);
+
+/// GetUserNameW: the user as whom the calling thread acts. Throws WindowsError, ERROR_INSUFFICIENT_BUFFER for a name of
+/// more than 256 characters.
+VOK_EXPORT std::wstring VokGetUserName();
+
+/// GetSystemDirectoryW, without a separator at its end. The overload without Error& throws Error itself, not a
+/// WindowsError, and logs nothing. The other one returns an empty text on failure.
+VOK_EXPORT std::wstring VokGetSystemDirectory();
+VOK_EXPORT std::wstring VokGetSystemDirectory(Error& error);
+
+/// LoadLibraryW. The library is released with its owner. Throws WindowsError: ERROR_MOD_NOT_FOUND for a missing library
+/// or one that needs something missing, ERROR_BAD_EXE_FORMAT for a file that isn't one, ERROR_INVALID_PARAMETER for a
+/// null or empty name.
+VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const* filename);
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
 /// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
@@ -64,5 +88,15 @@ VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
 VOK_EXPORT unsigned long GetSessionId(void* token);
 VOK_EXPORT unsigned long GetSessionId(void* token, Error& error);
 VOK_EXPORT unsigned long GetSessionId(Error& error);
+/// CreateSemaphoreW: a semaphore that lets `initialCount` waits pass at first and never more than `maximumCount`.
+/// `security` and `name` may be null. A failure of the call goes unnoticed: neither overload reports it, and the owner
+/// holds null, which IsValid() takes for a handle. So test Get() for null; GetLastError() then has the code, 87 for
+/// counts that are negative, in disorder or beyond 32 bits. Nothing that the call does now makes the overload without
+/// Error& throw, or the other one assign.
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                                       long maximumCount, wchar_t const* name);
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                                       long maximumCount, wchar_t const* name,
+                                                                       Error& error);
 
 } // namespace Brindle::Vok
