@@ -81,8 +81,8 @@ void ExpectError(Error const& error, int code, std::string const& function, std:
 {
     EXPECT_EQ(error.code(), std::error_code(code, std::system_category()));
     EXPECT_EQ(WithoutLine(error.Message()), "Source/Vok/VokWindows.cpp: Brindle::Vok::" + function + ' ' +
-                                                WindowsErrorToStringA(code) + " (Windows Error " +
-                                                std::to_string(code) + "). " + text);
+                                                WindowsErrorToStringA(static_cast<unsigned>(code)) +
+                                                " (Windows Error " + std::to_string(code) + "). " + text);
 }
 
 /// What is thrown is a WindowsError that was logged.
