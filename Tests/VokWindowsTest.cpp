@@ -3,6 +3,7 @@
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
 
+#include <Brindle/Vok/PlatformHost.h>
 #include <Brindle/Vok/VokWindows.h>
 
 #include <gmock/gmock.h>
@@ -313,4 +314,26 @@ TEST(VokCreateSemaphore, OverlooksThatTheCallFails)
     madeHandle = nullptr;
     ExpectError(thrown, 5, "VokCreateSemaphore", "CreateSemaphore failed, name[(null)]");
     EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
+TEST(VokRegOpenKey, GivesTheStatusAndClosesWhatTheResultHeld)
+{
+    TestDrive const drive;
+    drive.Write("key/inner/value");
+    ASSERT_TRUE(Platform::MapRegistry(HKEY_CURRENT_USER, drive.Host()));
+    LogRecorder recorder;
+    HandleOwner<Detail::RegistryHkeyHandleTraits> result;
+    ASSERT_EQ(VokRegOpenKey(HKEY_CURRENT_USER, L"Key", 0, KEY_READ, result), ERROR_SUCCESS);
+    HKEY const first = result.Get();
+    ASSERT_EQ(VokRegOpenKey(first, L"inner", 0, KEY_READ, result), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(first), ERROR_INVALID_HANDLE);
+    HKEY const second = result.Get();
+    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
+
+    EXPECT_EQ(VokRegOpenKey(HKEY_CURRENT_USER, L"none", 0, KEY_READ, result), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(result.Get(), nullptr);
+    EXPECT_EQ(RegCloseKey(second), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(VokRegOpenKey(nullptr, nullptr, 0, KEY_READ, result), ERROR_INVALID_HANDLE);
+    EXPECT_THAT(recorder.Lines(), testing::ElementsAre("error: Opening registry key [none] failed with error [2]",
+                                                       "error: Opening registry key [(null)] failed with error [6]"));
 }

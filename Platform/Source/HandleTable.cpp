@@ -176,16 +176,6 @@ BOOL FindClose(HANDLE search) noexcept
     return HandleTable::Close(search, KindsOf(Kind::search));
 }
 
-LSTATUS RegCloseKey(HKEY key) noexcept
-{
-    using namespace Brindle::Vok::Platform;
-    // A status, and the last error stays as it was.
-    DWORD const lastError = GetLastError();
-    bool const closed = HandleTable::Close(reinterpret_cast<HANDLE>(key), KindsOf(Kind::registryKey));
-    SetLastError(lastError);
-    return closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
-}
-
 BOOL FreeLibrary(HMODULE module) noexcept
 {
     using namespace Brindle::Vok::Platform;

@@ -60,4 +60,15 @@ auto WithoutThrowing(Work work) noexcept -> decltype(work())
     }
 }
 
+/// Does the work of a function that gives its code itself, as WithoutThrowing does: 0, or what the work left as the
+/// last error. The caller's last error stays as it was.
+template <class Work>
+DWORD CodeOfWork(Work work) noexcept
+{
+    DWORD const lastError = GetLastError();
+    DWORD const code = WithoutThrowing(work) ? DWORD{ERROR_SUCCESS} : GetLastError();
+    SetLastError(lastError);
+    return code;
+}
+
 } // namespace Brindle::Vok::Platform

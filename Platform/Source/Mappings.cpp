@@ -4,6 +4,8 @@
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
+#include <Brindle/Platform/Registry.h>
+
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -19,6 +21,9 @@ namespace
 
 // Null where a letter is free. Changed under the mutex; looked up without it, so a new name is released and acquired.
 constinit std::atomic<std::string const*> drives[26];
+
+// By the last digit of their values; some of these belong to no key. Changed and looked up like drives.
+constinit std::atomic<std::string const*> registryRoots[6];
 
 // For all changes, and for looking at the shares.
 constinit std::mutex mutex;
@@ -52,6 +57,11 @@ Mappings& TheMappings()
 std::size_t IndexOf(wchar_t letter)
 {
     return static_cast<std::size_t>(UpperCase(letter) - L'A');
+}
+
+std::size_t IndexOf(HKEY root)
+{
+    return reinterpret_cast<std::uintptr_t>(root) & 0xF;
 }
 
 bool IsShareName(std::wstring_view name)
@@ -162,6 +172,23 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
         });
 }
 
+bool MapRegistry(HKEY root, std::string const& directory)
+{
+    return WithoutThrowing(
+        [&]
+        {
+            if (!IsRegistryRoot(root))
+                return FailWith(ERROR_INVALID_HANDLE);
+            std::string absolute;
+            if (!MakeAbsolute(directory, absolute))
+                return false;
+            std::lock_guard const lock(mutex);
+            std::string const& known = *TheMappings().directories.insert(std::move(absolute)).first;
+            registryRoots[IndexOf(root)].store(&known, std::memory_order_release);
+            return true;
+        });
+}
+
 bool FindDrive(wchar_t letter, std::string_view& directory) noexcept
 {
     if (UpperCase(letter) == L'C')
@@ -196,6 +223,21 @@ bool FindShare(std::wstring_view server, std::wstring_view share, std::string_vi
             }
             return FailWith(serverKnown ? ERROR_BAD_NET_NAME : ERROR_BAD_NETPATH);
         });
+}
+
+bool IsRegistryRoot(HKEY key) noexcept
+{
+    return key == HKEY_CLASSES_ROOT || key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE || key == HKEY_USERS ||
+           key == HKEY_CURRENT_CONFIG;
+}
+
+bool FindRegistryRoot(HKEY root, std::string_view& directory) noexcept
+{
+    std::string const* const mapped = registryRoots[IndexOf(root)].load(std::memory_order_acquire);
+    if (!mapped)
+        return FailWith(ERROR_FILE_NOT_FOUND);
+    directory = *mapped;
+    return true;
 }
 
 } // namespace Brindle::Vok::Platform

@@ -211,6 +211,18 @@ std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMi
     VOK_THROW_LAST_ERROR("GetEnvironmentVariable [{}] - failed with error", name);
 }
 
+long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
+                   HandleOwner<Detail::RegistryHkeyHandleTraits>& result)
+{
+    HKEY opened = nullptr;
+    LSTATUS const status =
+        RegOpenKeyExW(key, subkey, static_cast<DWORD>(options), static_cast<REGSAM>(access), &opened);
+    result.Reset(opened); // also with the null of a failure
+    if (status != ERROR_SUCCESS)
+        VOK_LOG(error, "Opening registry key [{}] failed with error [{}]", subkey, status);
+    return status;
+}
+
 HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access)
 {
     VOK_ASSERT(processHandle != 0);

@@ -34,6 +34,7 @@
 #include <Brindle/Platform/Files.h>
 #include <Brindle/Platform/Handles.h>
 #include <Brindle/Platform/Modules.h>
+#include <Brindle/Platform/Registry.h>
 #include <Brindle/Platform/Security.h>
 #include <Brindle/Platform/System.h>
 #include <Brindle/Platform/Text.h>

@@ -1,4 +1,4 @@
-// What only the stand-in for the platform has: the host directories behind drives and shares.
+// What only the stand-in for the platform has: the host directories behind drives, shares and registry roots.
 //
 //     if (!Brindle::Vok::Platform::MapDrive(L'T', "/srv/test-data"))
 //         std::cerr << Brindle::Vok::WindowsErrorToStringA(GetLastError());    // of Error.h

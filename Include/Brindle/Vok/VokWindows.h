@@ -73,6 +73,12 @@ VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const*
 /// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
+/// RegOpenKeyExW. Gives its status, 0 for success, and throws none; a failure is logged at error. `result` holds the
+/// opened key, or null after a failure: a key that it held before is closed in either case. A null or empty `subkey`
+/// means the key itself, and `options` is 0 or REG_OPTION_OPEN_LINK.
+VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
+                              HandleOwner<Detail::RegistryHkeyHandleTraits>& result);
+
 /// OpenProcessToken: the token of a process, with TOKEN_ rights such as TOKEN_QUERY. Throws WindowsError. A null handle
 /// is reported to the log and then refused by the platform.
 VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access);

@@ -22,10 +22,8 @@ extern "C"
     /// Releases a library that LoadLibraryW loaded (Modules.h). ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
 
-    // Nothing opens what the two that follow close yet, so each of them refuses whatever it is given.
+    // Nothing opens what the next one closes yet, so it refuses whatever it is given.
 
-    /// Closes a registry key. The status is the code; the last error stays as it was.
-    VOK_PLATFORM_EXPORT LSTATUS WINAPI RegCloseKey(HKEY key) noexcept;
     /// Frees an environment block. ERROR_INVALID_PARAMETER for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment) noexcept;
 }

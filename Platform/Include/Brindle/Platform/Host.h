@@ -1,9 +1,11 @@
-// What only the stand-in has: which host directories stand behind drives and shares, and tokens of the host's users. C:
-// is the host's root from the start. Each function gives false or null with the last error set on failure. All may be
-// called from any thread; a path that is being looked up meanwhile sees the mapping before or after the call.
+// What only the stand-in has: which host directories stand behind drives, shares and registry roots, and tokens of the
+// host's users. C: is the host's root from the start. Each function gives false or null with the last error set on
+// failure. All may be called from any thread; a path that is being looked up meanwhile sees the mapping before or after
+// the call.
 //
 //     MapDrive(L'D', "/srv/data");                      // D:\x is /srv/data/x from here on
 //     MapShare(L"server", L"share", "/srv/share");      // and \\server\share\x is /srv/share/x
+//     MapRegistry(HKEY_LOCAL_MACHINE, "/srv/machine");  // and its key x is /srv/machine/x
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -27,6 +29,11 @@ VOK_PLATFORM_EXPORT bool UnmapDrive(wchar_t letter);
 /// again replaces its directory. Fails with ERROR_INVALID_NAME for an empty name, one with a separator, and a
 /// server "." or "?".
 VOK_PLATFORM_EXPORT bool MapShare(std::wstring const& server, std::wstring const& share, std::string const& directory);
+
+/// Puts a host directory behind a predefined registry key; each key below the root is a directory below that one.
+/// Mapping a root again replaces its directory, and keys that are open stay where they are. Fails with
+/// ERROR_INVALID_HANDLE for what is no predefined key, and for directories as MapDrive does.
+VOK_PLATFORM_EXPORT bool MapRegistry(HKEY root, std::string const& directory);
 
 /// A token of a user of the host with the groups that the host's databases give him, a primary one with all rights, to
 /// be closed with CloseHandle. It takes no password and no privilege: to impersonate with it does (Security.h). Fails

@@ -1,0 +1,198 @@
+#include <Brindle/Platform/ErrorCodes.h>
+#include <Brindle/Platform/Handles.h>
+#include <Brindle/Platform/Host.h>
+#include <Brindle/Platform/Registry.h>
+
+#include "Support/ChildProcess.h"
+#include "Support/HostFaults.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+
+using namespace Brindle::Vok::Platform;
+using namespace Brindle::Vok::Testing;
+
+namespace
+{
+
+constexpr DWORD untouched = 4711;
+
+class Registry : public testing::Test
+{
+protected:
+    Registry()
+    {
+        for (char const* const name : {"root/One/two/*", "root/one", "root/TWO", "root/Two", "outside"})
+            std::filesystem::create_directories(drive.Host(name));
+        drive.Write("root/file");
+        std::filesystem::create_directory_symlink(drive.Host("outside"), drive.Host("root/link"));
+        std::filesystem::create_directory_symlink("one", drive.Host("root/ONE"));
+        EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, drive.Host("root")));
+    }
+
+    /// The status, and in `place` the name of the directory behind the key.
+    LSTATUS Open(HKEY key, wchar_t const* subkey, REGSAM access = KEY_READ, DWORD options = 0)
+    {
+        auto opened = reinterpret_cast<HKEY>(&place);
+        SetLastError(untouched);
+        LSTATUS const status = RegOpenKeyExW(key, subkey, options, access, &opened);
+        EXPECT_EQ(GetLastError(), untouched);
+        EXPECT_EQ(opened == nullptr, status != ERROR_SUCCESS);
+        place.clear();
+        if (status == ERROR_SUCCESS)
+        {
+            int directory = -1;
+            SystemCalls::Redirection const look(SystemCalls::Open,
+                                                [&](int from, auto... rest)
+                                                {
+                                                    directory = directory < 0 ? from : directory;
+                                                    return SystemCalls::Open.host(from, rest...);
+                                                });
+            HKEY again = nullptr;
+            EXPECT_EQ(RegOpenKeyExW(opened, nullptr, 0, KEY_READ, &again), ERROR_SUCCESS);
+            if (opened != key)
+                place = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(directory)).filename();
+            EXPECT_EQ(RegCloseKey(again), ERROR_SUCCESS);
+            EXPECT_EQ(RegCloseKey(opened), ERROR_SUCCESS);
+            EXPECT_EQ(GetLastError(), untouched);
+        }
+        return status;
+    }
+
+    TestDrive drive;
+    std::string place;
+};
+
+TEST_F(Registry, KeysAreDirectoriesBelowTheMappedOne)
+{
+    struct
+    {
+        wchar_t const* name;
+        LSTATUS status;
+        char const* place;
+    } const cases[] = {
+        {L"one", ERROR_SUCCESS, "one"},
+        {L"One\\two", ERROR_SUCCESS, "two"},
+        {L"oNe", ERROR_SUCCESS, "One"}, // the first of those that are directories
+        {L"tWO", ERROR_SUCCESS, "TWO"},
+        {L"Two\\\\", ERROR_SUCCESS, "Two"},
+        {L"One\\\\TWO\\*", ERROR_SUCCESS, "*"},
+        {nullptr, ERROR_SUCCESS, ""},
+        {L"", ERROR_SUCCESS, ""},
+        {L"one\\none", ERROR_FILE_NOT_FOUND, ""},
+        {L"none\\one", ERROR_FILE_NOT_FOUND, ""},
+        {L"One/two", ERROR_FILE_NOT_FOUND, ""},
+        {L"file", ERROR_FILE_NOT_FOUND, ""},
+        {L"\xD800", ERROR_FILE_NOT_FOUND, ""},
+        {L"\\one", ERROR_BAD_PATHNAME, ""},
+        // No way out.
+        {L"link", ERROR_FILE_NOT_FOUND, ""},
+        {L"LINK", ERROR_FILE_NOT_FOUND, ""},
+        {L"..\\outside", ERROR_FILE_NOT_FOUND, ""},
+        {L"one\\.", ERROR_FILE_NOT_FOUND, ""},
+    };
+    for (auto const& c : cases)
+    {
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, c.name), c.status) << c.name;
+        EXPECT_EQ(place, c.place);
+    }
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, std::wstring(300, L'x').c_str()), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Open(HKEY_USERS, L"one"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Open(HKEY_USERS, nullptr), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Registry, AKeyStaysWhereItIsWhenItsRootIsMappedAnew)
+{
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"One", 0, KEY_READ, &key), ERROR_SUCCESS);
+    std::filesystem::rename(drive.Host("root/One"), drive.Host("outside/moved"));
+    EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, drive.Host("outside")));
+    EXPECT_EQ(Open(key, L"TWO"), ERROR_SUCCESS);
+    EXPECT_EQ(Open(key, L""), ERROR_SUCCESS);
+    EXPECT_EQ(place, "moved");
+    EXPECT_EQ(Open(key, L".."), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"Moved"), ERROR_SUCCESS);
+    EXPECT_FALSE(CloseHandle(reinterpret_cast<HANDLE>(key)));
+    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+    EXPECT_EQ(Open(key, L"two"), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(Registry, RightsAndOptionsAreChecked)
+{
+    struct
+    {
+        REGSAM access;
+        DWORD options;
+        LSTATUS status;
+    } const cases[] = {
+        {0, 0, ERROR_SUCCESS},
+        {KEY_READ | KEY_WOW64_64KEY, REG_OPTION_OPEN_LINK, ERROR_SUCCESS},
+        {0x82000000, 0, ERROR_SUCCESS}, // GENERIC_READ and MAXIMUM_ALLOWED
+        {KEY_WRITE, 0, ERROR_ACCESS_DENIED},
+        {KEY_QUERY_VALUE | KEY_SET_VALUE, 0, ERROR_ACCESS_DENIED},
+        {KEY_CREATE_LINK, 0, ERROR_ACCESS_DENIED},
+        {KEY_ALL_ACCESS, 0, ERROR_ACCESS_DENIED},
+        {0x40000000, 0, ERROR_ACCESS_DENIED},
+        {KEY_READ | KEY_WOW64_32KEY | KEY_WOW64_64KEY, 0, ERROR_INVALID_PARAMETER},
+        {KEY_READ, 1, ERROR_INVALID_PARAMETER},
+    };
+    for (auto const& c : cases)
+        for (wchar_t const* const name : {L"one", L""})
+            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, name, c.access, c.options), c.status) << c.access << ' ' << c.options;
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"none", KEY_WRITE), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"one", 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
+    for (std::uintptr_t const value :
+         {std::uintptr_t{0}, std::uintptr_t{0x80000002}, std::uintptr_t{~0U} << 32, ~std::uintptr_t{0}})
+        EXPECT_EQ(Open(reinterpret_cast<HKEY>(value), L"one"), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(Registry, TheHostsRightsCountToo)
+{
+    ::chmod(drive.Host().c_str(), 0711);
+    ::chmod(drive.Host("root/one").c_str(), 0711);
+    ::chmod(drive.Host("root/One").c_str(), 0700);
+    RunAsOrdinaryUser(
+        [this]
+        {
+            ::chmod(drive.Host("root/one").c_str(), 0311); // by the owner himself
+            ::chmod(drive.Host("root/One").c_str(), 0600);
+            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_ACCESS_DENIED);
+            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"One\\two"), ERROR_ACCESS_DENIED);
+            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"two"), ERROR_SUCCESS);
+        });
+    for (char const* const name : {"root/one", "root/One"})
+        ::chmod(drive.Host(name).c_str(), 0700);
+}
+
+TEST_F(Registry, HostFailuresComeAsTheirCodes)
+{
+    {
+        int calls = 0;
+        SystemCalls::Redirection const full(
+            SystemCalls::Open, [&](auto... arguments)
+            { return calls++ == 1 ? FailingWith(EMFILE)() : SystemCalls::Open.host(arguments...); });
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_TOO_MANY_OPEN_FILES);
+    }
+    SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"oNe"), ERROR_IO_DEVICE);
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_SUCCESS);
+}
+
+TEST_F(Registry, OnlyPredefinedKeysAreMapped)
+{
+    auto const codeOf = [](HKEY key, std::string const& directory)
+    { return MapRegistry(key, directory) ? DWORD{ERROR_SUCCESS} : GetLastError(); };
+    EXPECT_EQ(codeOf(nullptr, drive.Host()), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, drive.Host("none")), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, drive.Host("root/file")), DWORD{ERROR_DIRECTORY});
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_SUCCESS);
+    EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, "/"), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"TMP"), ERROR_SUCCESS);
+}
+
+} // namespace
