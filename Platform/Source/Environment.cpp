@@ -3,6 +3,7 @@
 #include "Ascii.h"
 #include "HostErrors.h"
 #include "Names.h"
+#include "ProcessEnvironment.h"
 #include "Strings.h"
 #include "Utf.h"
 
@@ -55,18 +56,10 @@ bool IsNameUsable(std::wstring_view name)
     return !name.empty() && name.find(L'=') == name.npos && Utf::IsValidWide(name.data(), name.size());
 }
 
-// The directory for temporary files in Windows syntax. A variable that is empty counts as one that is not set.
-std::wstring ReadTemporaryDirectory(std::string_view name)
+char const* ValueOf(std::string_view name)
 {
-    std::string_view const other = EqualWithoutCase(name, "TEMP") ? "TMP" : "TEMP";
-    for (auto const candidate : {name, other})
-    {
-        auto const variable = FindVariable(candidate);
-        if (!variable || *variable->value == '\0')
-            continue;
-        return *variable->value == '/' ? WindowsPathFromHost(variable->value) : ToWide(variable->value);
-    }
-    return L"C:\\tmp";
+    auto const variable = FindVariable(name);
+    return variable ? variable->value : nullptr;
 }
 
 std::optional<std::wstring> ReadVariable(std::wstring_view name)
@@ -74,10 +67,12 @@ std::optional<std::wstring> ReadVariable(std::wstring_view name)
     if (!IsNameUsable(name))
         return std::nullopt;
     auto const hostName = ToUtf8(name);
-    if (EqualWithoutCase(hostName, "TEMP") || EqualWithoutCase(hostName, "TMP"))
-        return ReadTemporaryDirectory(hostName);
-    auto const variable = FindVariable(hostName);
-    return variable ? std::optional(ToWide(variable->value)) : std::nullopt;
+    char const* const value = ValueOf(hostName);
+    if (EqualWithoutCase(hostName, "TEMP"))
+        return TemporaryDirectoryFrom(value, ValueOf("TMP"));
+    if (EqualWithoutCase(hostName, "TMP"))
+        return TemporaryDirectoryFrom(value, ValueOf("TEMP"));
+    return value ? std::optional(ToWide(value)) : std::nullopt;
 }
 
 std::wstring Expand(std::wstring_view text)
@@ -148,6 +143,36 @@ DWORD GiveExpanded(wchar_t const* text, wchar_t* buffer, DWORD size)
 }
 
 } // namespace
+
+std::optional<std::string> ReadHostVariable(std::string_view name)
+{
+    std::lock_guard const lock(environmentMutex);
+    auto const variable = FindVariable(name);
+    return variable && variable->name == name && *variable->value != '\0' ? std::optional<std::string>(variable->value)
+                                                                          : std::nullopt;
+}
+
+std::vector<std::pair<std::string, std::string>> ReadHostVariables()
+{
+    std::lock_guard const lock(environmentMutex);
+    std::vector<std::pair<std::string, std::string>> variables;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+    {
+        std::string_view const text(*entry);
+        auto const end = text.find('=');
+        if (end != 0 && end != text.npos)
+            variables.emplace_back(text.substr(0, end), text.substr(end + 1));
+    }
+    return variables;
+}
+
+std::wstring TemporaryDirectoryFrom(char const* own, char const* other)
+{
+    for (char const* const value : {own, other})
+        if (value != nullptr && *value != '\0')
+            return *value == '/' ? WindowsPathFromHost(value) : ToWide(value);
+    return L"C:\\tmp";
+}
 
 } // namespace Brindle::Vok::Platform
 

@@ -181,9 +181,3 @@ BOOL FreeLibrary(HMODULE module) noexcept
     using namespace Brindle::Vok::Platform;
     return HandleTable::Close(reinterpret_cast<HANDLE>(module), KindsOf(Kind::module));
 }
-
-BOOL DestroyEnvironmentBlock(LPVOID) noexcept
-{
-    // Nothing makes a block yet, so none can be given back.
-    return Brindle::Vok::Platform::FailWith(ERROR_INVALID_PARAMETER);
-}

@@ -1,6 +1,7 @@
 #include <Brindle/Platform/Environment.h>
 #include <Brindle/Platform/ErrorCodes.h>
 
+#include "Support/HostVariable.h"
 #include "Support/OpenHandle.h"
 
 #include <gtest/gtest.h>
@@ -12,36 +13,10 @@
 #include <thread>
 
 using Brindle::Vok::Testing::CodeOf;
+using Brindle::Vok::Testing::HostVariable;
 
 namespace
 {
-
-/// Sets or removes a variable of the host for one scope.
-class HostVariable
-{
-public:
-    HostVariable(std::string name, char const* value) : name(std::move(name))
-    {
-        if (char const* const found = getenv(this->name.c_str()))
-            previous = found;
-        Set(value);
-    }
-    ~HostVariable() { Set(previous ? previous->c_str() : nullptr); }
-    HostVariable(HostVariable const&) = delete;
-    HostVariable& operator=(HostVariable const&) = delete;
-
-    void Set(char const* value) const
-    {
-        if (value != nullptr)
-            setenv(name.c_str(), value, 1);
-        else
-            unsetenv(name.c_str());
-    }
-
-private:
-    std::string name;
-    std::optional<std::string> previous;
-};
 
 /// The value, asked for in the platform's two calls.
 std::wstring Get(wchar_t const* name)

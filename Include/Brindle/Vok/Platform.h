@@ -36,10 +36,12 @@
 #include <Brindle/Platform/Modules.h>
 #include <Brindle/Platform/Registry.h>
 #include <Brindle/Platform/Security.h>
+#include <Brindle/Platform/Shell.h>
 #include <Brindle/Platform/System.h>
 #include <Brindle/Platform/Text.h>
 #include <Brindle/Platform/Timers.h>
 #include <Brindle/Platform/Types.h>
+#include <Brindle/Platform/UserEnvironment.h>
 #include <Brindle/Platform/Waits.h>
 
 /// PlatformHost.h has something to offer.

@@ -21,9 +21,4 @@ extern "C"
 
     /// Releases a library that LoadLibraryW loaded (Modules.h). ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
-
-    // Nothing opens what the next one closes yet, so it refuses whatever it is given.
-
-    /// Frees an environment block. ERROR_INVALID_PARAMETER for anything else.
-    VOK_PLATFORM_EXPORT BOOL WINAPI DestroyEnvironmentBlock(LPVOID environment) noexcept;
 }

@@ -1,0 +1,212 @@
+#include "UserDirs.h"
+
+#include "Support/HostFaults.h"
+#include "Support/HostVariable.h"
+#include "Support/KernelIdentity.h"
+#include "Support/TestDrive.h"
+
+#include <Brindle/Vok/Platform.h>
+#include <Brindle/Vok/PlatformHost.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+
+using namespace Brindle::Vok::Platform;
+using namespace Brindle::Vok::Testing;
+
+TEST(UserDirs, LinesOfAnotherFormCountAsNone)
+{
+    struct
+    {
+        char const* file;
+        char const* expected;
+    } const cases[] = {
+        {"", "none"},
+        {"XDG_A_DIR=\"$HOME/a\"", "/h/a"},
+        {"XDG_A_DIR=\"$HOME/a\"\nXDG_A_DIR=\"/b\"\n", "/b"},
+        {"XDG_A_DIR=\"/b\"\nXDG_A_DIR=\"bad\"\nXDG_AB_DIR=\"/c\"\n#XDG_A_DIR=\"/d\"\n", "/b"},
+        {" \tXDG_A_DIR = \"$HOME\" # home\r\n", "/h"},
+        {"XDG_A_DIR=\"$HOME/\"", "/h/"},
+        {R"(XDG_A_DIR="/a\"b\\\$c#")", "/a\"b\\$c#"},
+        {"XDG_A_DIR=\"/a\\\nb\"", "none"},
+        {"XDG_A_DIR=\"$HOMER/a\"", "none"},
+        {"XDG_A_DIR=\"/a", "none"},
+        {"XDG_A_DIR=\"/a\" b", "none"},
+        {"XDG_A_DIR=/a", "none"},
+        {"XDG_A_DIR \"/a\"", "none"},
+        {"export XDG_A_DIR=\"/a\"", "none"},
+    };
+    for (auto const& c : cases)
+        EXPECT_EQ(FindUserDirectory(c.file, "XDG_A_DIR", "/h").value_or("none"), c.expected) << c.file;
+    EXPECT_FALSE(FindUserDirectory(std::string("XDG_A_DIR=\"/a\0b\"", 16), "XDG_A_DIR", "/h"));
+}
+
+namespace
+{
+
+constexpr DWORD unverified = KF_FLAG_DONT_VERIFY;
+
+/// The path, or the code as text.
+std::wstring Find(GUID const& id, DWORD flags, HANDLE token = nullptr)
+{
+    constexpr DWORD untouched = 4711;
+    wchar_t before;
+    PWSTR path = &before;
+    SetLastError(untouched);
+    HRESULT const result = SHGetKnownFolderPath(id, flags, token, &path);
+    EXPECT_EQ(GetLastError(), untouched);
+    EXPECT_EQ(result == S_OK, path != nullptr);
+    std::wstring text = path ? path : std::to_wstring(result & 0xFFFF) + (result >> 16 == -0x7FF9 ? L"" : L"!");
+    CoTaskMemFree(path);
+    return text;
+}
+
+class KnownFolders : public testing::Test
+{
+protected:
+    KnownFolders() { std::filesystem::create_directory(drive.Host("h")); }
+
+    std::wstring Windows(std::string const& name) const
+    {
+        std::wstring text = L"C:";
+        for (char const unit : drive.Host(name))
+            text += unit == '/' ? L'\\' : static_cast<wchar_t>(unit);
+        return text;
+    }
+
+    TestDrive drive;
+    HostVariable const home{"HOME", drive.Host("h/").c_str()};
+    HostVariable const configuration{"XDG_CONFIG_HOME", nullptr};
+    HostVariable const data{"XDG_DATA_HOME", nullptr};
+    HostVariable const cache{"XDG_CACHE_HOME", nullptr};
+    HostVariable const machine{"XDG_CONFIG_DIRS", nullptr};
+};
+
+struct TokenOwner
+{
+    ~TokenOwner() { CloseHandle(handle); }
+    HANDLE handle;
+};
+
+HANDLE OwnToken(DWORD access)
+{
+    HANDLE token = nullptr;
+    EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, &token));
+    return token;
+}
+
+} // namespace
+
+TEST_F(KnownFolders, FollowTheVariablesAndTheFileOfUserDirectories)
+{
+    drive.Write("h/.config/user-dirs.dirs", "XDG_MUSIC_DIR=\"/never\"");
+    drive.Write("c/user-dirs.dirs", "XDG_MUSIC_DIR=\"/m:\"\nXDG_VIDEOS_DIR=\"$HOME/v/\"\nXDG_DESKTOP_DIR=\"$HOME\"\n");
+    std::wstring const h = Windows("h");
+    struct
+    {
+        GUID id;
+        std::wstring byDefault;
+        std::wstring withVariables;
+    } const cases[] = {
+        {FOLDERID_Profile, h, h},
+        {FOLDERID_RoamingAppData, h + L"\\.config", Windows("c")},
+        {FOLDERID_Startup, h + L"\\.config\\autostart", Windows("c") + L"\\autostart"},
+        {FOLDERID_LocalAppData, h + L"\\.local\\share", L"C:\\d"},
+        {FOLDERID_InternetCache, h + L"\\.cache", h + L"\\.cache"}, // a relative path counts as none
+        {FOLDERID_ProgramData, L"C:\\etc\\xdg", L"C:\\e"},
+        {FOLDERID_CommonStartup, L"C:\\etc\\xdg\\autostart", L"C:\\e\\autostart"},
+        {FOLDERID_Desktop, h + L"\\Desktop", h},
+        {FOLDERID_Documents, h, h},
+        {FOLDERID_Music, h, L"C:\\m\uF03A"},
+        {FOLDERID_Videos, h, h + L"\\v"},
+        {FOLDERID_System, L"C:\\usr\\lib", L"C:\\usr\\lib"},
+    };
+    configuration.Set((drive.Host() + "//c/").c_str());
+    data.Set("/d");
+    cache.Set("relative");
+    machine.Set("relative::/e/:/f");
+    for (auto const& c : cases)
+    {
+        EXPECT_EQ(Find(c.id, unverified), c.withVariables);
+        EXPECT_EQ(Find(c.id, unverified | KF_FLAG_DEFAULT_PATH | KF_FLAG_NOT_PARENT_RELATIVE), c.byDefault);
+    }
+}
+
+TEST_F(KnownFolders, AreLookedForOrMade)
+{
+    std::wstring const data = Windows("h") + L"\\.local\\share";
+    EXPECT_EQ(Find(FOLDERID_LocalAppData, 0), L"2");
+    mode_t const before = ::umask(0);
+    EXPECT_EQ(Find(FOLDERID_LocalAppData, KF_FLAG_CREATE), data);
+    ::umask(before);
+    EXPECT_EQ(Find(FOLDERID_LocalAppData, 0), data);
+    for (char const* const made : {"h/.local", "h/.local/share"})
+    {
+        struct stat status;
+        ASSERT_EQ(::stat(drive.Host(made).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0700U);
+    }
+    drive.Write("h/.config");
+    EXPECT_EQ(Find(FOLDERID_RoamingAppData, 0), L"3");
+    EXPECT_EQ(Find(FOLDERID_Startup, KF_FLAG_CREATE), L"3");
+    SystemCalls::Redirection const full(SystemCalls::MakeDirectory, FailingWith(ENOSPC));
+    EXPECT_EQ(Find(FOLDERID_InternetCache, KF_FLAG_CREATE), L"112");
+}
+
+TEST_F(KnownFolders, WrongArgumentsAndHostFailuresHaveTheirCodes)
+{
+    EXPECT_EQ(SHGetKnownFolderPath(FOLDERID_Profile, 0, nullptr, nullptr), E_INVALIDARG);
+    EXPECT_EQ(Find(FOLDERID_Profile, 1), L"87");
+    EXPECT_EQ(Find(FOLDERID_Profile, KF_FLAG_NOT_PARENT_RELATIVE), L"87");
+    EXPECT_EQ(Find(FOLDERID_ProgramFiles, unverified), L"2");
+    EXPECT_EQ(Find(GUID{}, KF_FLAG_CREATE), L"2");
+    // The file is one that can't be read, then there is none that counts.
+    drive.Write("h/.config/user-dirs.dirs", "XDG_MUSIC_DIR=\"/m\"");
+    {
+        SystemCalls::Redirection const full(SystemCalls::Open, FailingWith(EMFILE));
+        EXPECT_EQ(Find(FOLDERID_Music, unverified), L"4");
+        EXPECT_EQ(Find(FOLDERID_Profile, 0), Windows("h"));
+    }
+    std::filesystem::remove(drive.Host("h/.config/user-dirs.dirs"));
+    ASSERT_EQ(::mkfifo(drive.Host("h/.config/user-dirs.dirs").c_str(), 0600), 0);
+    EXPECT_EQ(Find(FOLDERID_Music, unverified), Windows("h"));
+}
+
+TEST_F(KnownFolders, ATokenNeedsItsRights)
+{
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE)}.handle), Windows("h"));
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_QUERY)}.handle), L"5");
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_IMPERSONATE)}.handle), L"5");
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, INVALID_HANDLE_VALUE), L"6"); // the platform's user that others are made from
+}
+
+TEST_F(KnownFolders, OfAnotherUserAreFoundAndMadeAsThatUser)
+{
+    VOK_NEEDS_SUPERUSER();
+    configuration.Set("/c");
+    TokenOwner const process{OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE)};
+    TokenOwner const nobody{OpenUserToken("nobody")};
+    auto const expectHomeOfNobody = [](HANDLE token)
+    {
+        EXPECT_EQ(Find(FOLDERID_RoamingAppData, unverified, token), L"C:\\nonexistent\\.config");
+        EXPECT_EQ(Find(FOLDERID_Desktop, unverified, token), L"C:\\nonexistent\\Desktop");
+        EXPECT_EQ(Find(FOLDERID_Profile, 0, token), L"2");
+        EXPECT_EQ(Find(FOLDERID_Profile, KF_FLAG_CREATE, token), L"5"); // the superuser could
+    };
+    KernelIdentity const before;
+    expectHomeOfNobody(nobody.handle);
+    EXPECT_EQ(KernelIdentity(), before);
+
+    ASSERT_TRUE(ImpersonateLoggedOnUser(nobody.handle));
+    KernelIdentity const meanwhile;
+    expectHomeOfNobody(nullptr);
+    std::wstring const found = Find(FOLDERID_RoamingAppData, unverified, process.handle);
+    KernelIdentity const after;
+    ASSERT_TRUE(RevertToSelf());
+    EXPECT_EQ(found, L"C:\\c");
+    EXPECT_EQ(after, meanwhile);
+    EXPECT_EQ(KernelIdentity(), before);
+}
