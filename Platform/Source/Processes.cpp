@@ -1,10 +1,11 @@
 #include "Processes.h"
 
 #include "HostErrors.h"
-#include "SystemCalls.h"
+#include "ReadOnlyFile.h"
 
 #include <Brindle/Platform/Security.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -59,23 +60,18 @@ bool MayLookInto(pid_t process) noexcept
     return errno == ENOENT ? FailWith(ERROR_ACCESS_DENIED) : FailWithHost(errno); // hidden, if it hasn't ended
 }
 
-bool ReadWhole(char const* path, std::string& text)
+/// The host tells the size of no such file.
+bool ReadStatus(pid_t process, std::string& text)
 {
-    int const file = Uninterrupted([&] { return SystemCalls::Open(AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0); });
-    if (file < 0)
-        return FailWithHost(errno);
-    std::size_t length = 0;
-    ssize_t count = 1;
+    ReadOnlyFile const file(StatusPath(process, "status").text);
+    ssize_t count = file.IsOpen() ? 1 : -1;
     while (count > 0)
     {
-        text.resize(length + 4096);
-        count = Uninterrupted([&] { return SystemCalls::Read(file, text.data() + length, text.size() - length); });
-        length += count > 0 ? static_cast<std::size_t>(count) : 0;
+        char part[4096];
+        count = file.ReadAt(static_cast<off_t>(text.size()), part, sizeof part);
+        text.append(part, static_cast<std::size_t>(std::max(count, ssize_t{0})));
     }
-    int const error = errno;
-    SystemCalls::Close(file);
-    text.resize(length);
-    return count == 0 || FailWithHost(error);
+    return count == 0 || FailWithHost(errno);
 }
 
 /// The numbers of the line that begins with the name.
@@ -113,9 +109,8 @@ bool ParseIdentity(std::string_view status, Identity& identity)
 bool FindIdentityOfOther(ProcessObject const& object, ProcessIdentity& found)
 {
     std::string status;
-    if (!MayLookInto(object.process) || !ReadWhole(StatusPath(object.process, "status").text, status) ||
-        !ParseIdentity(status, found.identity) || !FindSession(static_cast<DWORD>(object.process), found.session) ||
-        object.HasEnded())
+    if (!MayLookInto(object.process) || !ReadStatus(object.process, status) || !ParseIdentity(status, found.identity) ||
+        !FindSession(static_cast<DWORD>(object.process), found.session) || object.HasEnded())
         return FailWith(object.HasEnded() ? ERROR_ACCESS_DENIED : GetLastError());
     return true;
 }

@@ -3,17 +3,13 @@
 #include "HandleTable.h"
 #include "HostErrors.h"
 #include "Processes.h"
-#include "SystemCalls.h"
+#include "Users.h"
 
 #include <Brindle/Platform/Host.h>
 #include <Brindle/Platform/Security.h>
 
-#include <algorithm>
 #include <cstring>
-#include <grp.h>
 #include <memory>
-#include <optional>
-#include <pwd.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -83,42 +79,6 @@ bool FindImpersonated(HANDLE thread, ProcessIdentity& found)
     return FindThreadIdentity(found.identity) && FindOwnSession(found.session);
 }
 
-// A user of the host's database
-
-/// Calls a look-up with more room for as long as it asks for more. 0, or an errno.
-template <class Call>
-int WithRoom(std::vector<char>& room, Call call)
-{
-    room.resize(1024);
-    int error = call();
-    for (; error == ERANGE || error == EINTR; error = call())
-        if (error == ERANGE)
-            room.resize(room.size() * 2);
-    return error;
-}
-
-bool FindUser(std::string const& name, Identity& identity)
-{
-    passwd entry;
-    passwd* found = nullptr;
-    std::vector<char> room;
-    int const error =
-        WithRoom(room, [&] { return ::getpwnam_r(name.c_str(), &entry, room.data(), room.size(), &found); });
-    // The databases report a missing user in ways of their own.
-    if (!found)
-        return FailWith(error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM
-                            ? ERROR_NO_SUCH_USER
-                            : CodeFromHost(error));
-    identity = {entry.pw_uid, entry.pw_gid, {}};
-    int count = 32;
-    do
-        identity.groups.resize(static_cast<std::size_t>(count));
-    while (::getgrouplist(name.c_str(), identity.group, identity.groups.data(), &count) < 0);
-    identity.groups.resize(static_cast<std::size_t>(count));
-    std::ranges::sort(identity.groups);
-    return true;
-}
-
 // What a token tells
 
 template <class Value>
@@ -164,11 +124,11 @@ HANDLE OpenUserToken(std::string const& user)
     return WithoutThrowing(
         [&]() -> HANDLE
         {
+            User found;
             ProcessIdentity whose;
-            if (user.find('\0') != user.npos)
-                return FailWith<HANDLE>(ERROR_NO_SUCH_USER);
-            if (!FindUser(user, whose.identity) || !FindOwnSession(whose.session))
+            if (!FindUser(user, found) || !FindOwnSession(whose.session))
                 return nullptr;
+            whose.identity = {found.number, found.group, FindGroupsOf(found)};
             return MakeToken(whose, TokenPrimary, static_cast<DWORD>(TOKEN_ALL_ACCESS));
         });
 }

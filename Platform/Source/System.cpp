@@ -2,10 +2,11 @@
 
 #include "Ascii.h"
 #include "HostErrors.h"
+#include "HostFile.h"
 #include "Names.h"
-#include "ReadOnlyFile.h"
 #include "Strings.h"
 #include "SystemCalls.h"
+#include "Users.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,24 +44,11 @@ std::string_view DomainInLine(std::string_view line, std::string_view host) noex
     return {};
 }
 
-// Empty for a file that can't be read to its end: it tells nothing then.
-std::string ReadHosts()
-{
-    ReadOnlyFile const file("/etc/hosts");
-    std::string text;
-    char part[4096];
-    ssize_t count = file.IsOpen() ? 1 : -1;
-    while (count > 0)
-    {
-        count = file.ReadAt(static_cast<off_t>(text.size()), part, sizeof part);
-        text.append(part, static_cast<std::size_t>(std::max(count, ssize_t{0})));
-    }
-    return count == 0 ? text : std::string();
-}
-
 std::string FindDomain(std::string_view host)
 {
-    std::string const hosts = ReadHosts();
+    std::string hosts;
+    if (!ReadSettings("/etc/hosts", hosts))
+        return {};
     std::string_view rest = hosts;
     while (!host.empty() && !rest.empty())
     {
@@ -111,34 +99,14 @@ bool GiveComputerName(COMPUTER_NAME_FORMAT format, wchar_t* buffer, DWORD* size)
     return fits || FailWith(ERROR_MORE_DATA);
 }
 
-// False with the last error set.
-bool FindUserName(std::wstring& name)
-{
-    std::string texts(1024, '\0');
-    passwd user;
-    passwd* found = nullptr;
-    int error;
-    while ((error = SystemCalls::FindUser(SystemCalls::GetEffectiveUser(), &user, texts.data(), texts.size(),
-                                          &found)) == ERANGE ||
-           error == EINTR)
-        if (error == ERANGE)
-            texts.resize(2 * texts.size());
-    // The C library also says so by these when there is no database at all.
-    if (!found && (error == 0 || error == ENOENT || error == ESRCH))
-        return FailWith(ERROR_NO_SUCH_USER);
-    if (!found)
-        return FailWithHost(error);
-    name = ToWide(found->pw_name);
-    return true;
-}
-
 bool GiveUserName(wchar_t* buffer, DWORD* size)
 {
     if (!size)
         return FailWith(ERROR_INVALID_PARAMETER);
-    std::wstring name;
-    if (!FindUserName(name))
+    User user;
+    if (!FindUser(SystemCalls::GetEffectiveUser(), user))
         return false;
+    std::wstring const name = ToWide(user.name);
     bool const fits = CopyIfItFits(name, buffer, *size);
     *size = static_cast<DWORD>(name.size() + 1);
     return fits || FailWith(ERROR_INSUFFICIENT_BUFFER);

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <linux/capability.h>
 #include <poll.h>
 #include <pthread.h>
@@ -157,6 +158,12 @@ VOK_SYSTEM_CALL(GetEffectiveUser, uid_t(), [] { return ::geteuid(); });
 VOK_SYSTEM_CALL(FindUser, int(uid_t, passwd*, char*, size_t, passwd**),
                 [](uid_t number, passwd* user, char* texts, size_t size, passwd** found)
                 { return ::getpwuid_r(number, user, texts, size, found); });
+VOK_SYSTEM_CALL(FindUserNamed, int(char const*, passwd*, char*, size_t, passwd**),
+                [](char const* name, passwd* entry, char* texts, size_t size, passwd** found)
+                { return ::getpwnam_r(name, entry, texts, size, found); });
+VOK_SYSTEM_CALL(FindGroupsOf, int(char const*, gid_t, gid_t*, int*),
+                [](char const* user, gid_t group, gid_t* groups, int* count)
+                { return ::getgrouplist(user, group, groups, count); });
 VOK_SYSTEM_CALL(OpenLibrary, void*(char const*, int), [](char const* name, int mode) { return ::dlopen(name, mode); });
 // Room for that many bytes of a process, private and not used yet.
 VOK_SYSTEM_CALL(ReserveMemory, void*(size_t),

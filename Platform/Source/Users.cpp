@@ -3,19 +3,23 @@
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace Brindle::Vok::Platform
 {
+namespace
+{
 
-bool FindUser(uid_t number, User& user)
+/// Makes a user of what `find` puts into an entry, with its texts in a buffer that grows until they fit.
+template <class Find>
+bool FindEntry(Find find, User& user)
 {
     std::string texts(1024, '\0');
     passwd entry;
     passwd* found = nullptr;
     int error;
-    while ((error = SystemCalls::FindUser(number, &entry, texts.data(), texts.size(), &found)) == ERANGE ||
-           error == EINTR)
+    while ((error = find(&entry, texts.data(), texts.size(), &found)) == ERANGE || error == EINTR)
         if (error == ERANGE)
             texts.resize(2 * texts.size());
     // The C library also says so by these when there is no database at all.
@@ -23,8 +27,34 @@ bool FindUser(uid_t number, User& user)
         return FailWith(ERROR_NO_SUCH_USER);
     if (!found)
         return FailWithHost(error);
-    user = {entry.pw_name, *entry.pw_dir == '/' ? entry.pw_dir : "/", entry.pw_shell};
+    user = {entry.pw_uid, entry.pw_gid, entry.pw_name, *entry.pw_dir == '/' ? entry.pw_dir : "/", entry.pw_shell};
     return true;
+}
+
+} // namespace
+
+bool FindUser(uid_t number, User& user)
+{
+    return FindEntry([=](auto... into) { return SystemCalls::FindUser(number, into...); }, user);
+}
+
+bool FindUser(std::string const& name, User& user)
+{
+    if (name.find('\0') != name.npos)
+        return FailWith(ERROR_NO_SUCH_USER);
+    return FindEntry([&](auto... into) { return SystemCalls::FindUserNamed(name.c_str(), into...); }, user);
+}
+
+std::vector<gid_t> FindGroupsOf(User const& user)
+{
+    std::vector<gid_t> groups;
+    int count = 32;
+    do
+        groups.resize(static_cast<std::size_t>(count));
+    while (SystemCalls::FindGroupsOf(user.name.c_str(), user.group, groups.data(), &count) < 0);
+    groups.resize(static_cast<std::size_t>(count));
+    std::ranges::sort(groups);
+    return groups;
 }
 
 } // namespace Brindle::Vok::Platform

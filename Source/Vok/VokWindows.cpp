@@ -211,6 +211,39 @@ std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMi
     VOK_THROW_LAST_ERROR("GetEnvironmentVariable [{}] - failed with error", name);
 }
 
+namespace
+{
+
+HANDLE CreateSemaphoreOfCounts(SECURITY_ATTRIBUTES* security, long initialCount, long maximumCount, wchar_t const* name)
+{
+    if (std::in_range<LONG>(initialCount) && std::in_range<LONG>(maximumCount))
+        return CreateSemaphoreW(security, static_cast<LONG>(initialCount), static_cast<LONG>(maximumCount), name);
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+}
+
+} // namespace
+
+HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                            long maximumCount, wchar_t const* name)
+{
+    Error error;
+    auto semaphore = VokCreateSemaphore(security, initialCount, maximumCount, name, error);
+    ThrowIfFailed(error);
+    return semaphore;
+}
+
+HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                            long maximumCount, wchar_t const* name, Error& error)
+{
+    HandleOwner<Detail::InvalidHandleTraits> semaphore(
+        CreateSemaphoreOfCounts(security, initialCount, maximumCount, name));
+    // The call fails with null, which is a handle here: nothing reports that.
+    if (!semaphore.IsValid())
+        VOK_SET_LAST_ERROR(error, L"CreateSemaphore failed, name[{}]", name);
+    return semaphore;
+}
+
 long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
                    HandleOwner<Detail::RegistryHkeyHandleTraits>& result)
 {
@@ -249,98 +282,70 @@ unsigned long SessionIdFromToken(void* token, Error& error)
         return noSession;
     }
     return id;
-    namespace
-    {
+}
 
-    HANDLE CreateSemaphoreOfCounts(SECURITY_ATTRIBUTES* security, long initialCount, long maximumCount,
-                                   wchar_t const* name)
+} // namespace
+
+unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
+{
+    VOK_LOG_SCOPE();
+    DWORD id = noSession;
+    if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
+        return id;
+    if (GetLastError() != ERROR_ACCESS_DENIED)
     {
-        if (std::in_range<LONG>(initialCount) && std::in_range<LONG>(maximumCount))
-            return CreateSemaphoreW(security, static_cast<LONG>(initialCount), static_cast<LONG>(maximumCount), name);
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
+        VOK_SET_LAST_ERROR(error, "ProcessIdToSessionId");
+        return noSession;
     }
-
-    } // namespace
-
-    unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
+    VOK_LOG(warning, "ERROR_ACCESS_DENIED - falling back to GetTokenInformation()");
+    if (token != nullptr)
     {
-        VOK_LOG_SCOPE();
-        DWORD id = noSession;
-        if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
-            return id;
-        if (GetLastError() != ERROR_ACCESS_DENIED)
-        {
-            VOK_SET_LAST_ERROR(error, "ProcessIdToSessionId");
-            return noSession;
-        }
-        VOK_LOG(warning, "ERROR_ACCESS_DENIED - falling back to GetTokenInformation()");
-        if (token != nullptr)
-        {
-            unsigned long const found = SessionIdFromToken(token, error);
-            return error.Failed() ? noSession : found;
-        }
-        UnImpersonator const asProcess;
-        HandleOwner<Detail::NullHandleTraits> process(
-            OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
-        if (!process.IsValid())
-        {
-            VOK_SET_LAST_ERROR(error, "Error, Unable to OpenProcess()");
-            return noSession;
-        }
-        HANDLE processToken = nullptr;
-        if (!OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_QUERY_SOURCE, &processToken))
-        {
-            VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
-            return noSession;
-        }
-        HandleOwner<Detail::NullHandleTraits> owner(processToken);
-        unsigned long const found = SessionIdFromToken(processToken, error);
-        owner.Reset();
-        process.Reset();
+        unsigned long const found = SessionIdFromToken(token, error);
         return error.Failed() ? noSession : found;
     }
-
-    unsigned long GetSessionId(unsigned long processId, void* token)
+    UnImpersonator const asProcess;
+    HandleOwner<Detail::NullHandleTraits> process(
+        OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
+    if (!process.IsValid())
     {
-        Error error;
-        unsigned long const id = GetSessionId(processId, token, error);
-        if (error.Failed())
-            throw Error(error);
-        return id;
+        VOK_SET_LAST_ERROR(error, "Error, Unable to OpenProcess()");
+        return noSession;
     }
-
-    unsigned long GetSessionId(void* token)
+    HANDLE processToken = nullptr;
+    if (!OpenProcessToken(process.Get(), TOKEN_QUERY | TOKEN_QUERY_SOURCE, &processToken))
     {
-        return GetSessionId(GetCurrentProcessId(), token);
+        VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
+        return noSession;
     }
+    HandleOwner<Detail::NullHandleTraits> owner(processToken);
+    unsigned long const found = SessionIdFromToken(processToken, error);
+    owner.Reset();
+    process.Reset();
+    return error.Failed() ? noSession : found;
+}
 
-    unsigned long GetSessionId(void* token, Error& error)
-    {
-        return GetSessionId(GetCurrentProcessId(), token, error);
-    }
+unsigned long GetSessionId(unsigned long processId, void* token)
+{
+    Error error;
+    unsigned long const id = GetSessionId(processId, token, error);
+    if (error.Failed())
+        throw Error(error);
+    return id;
+}
 
-    unsigned long GetSessionId(Error & error)
-    {
-        return GetSessionId(GetCurrentProcessId(), nullptr, error);
-        HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES * security, long initialCount,
-                                                                    long maximumCount, wchar_t const* name)
-        {
-            Error error;
-            auto semaphore = VokCreateSemaphore(security, initialCount, maximumCount, name, error);
-            ThrowIfFailed(error);
-            return semaphore;
-        }
+unsigned long GetSessionId(void* token)
+{
+    return GetSessionId(GetCurrentProcessId(), token);
+}
 
-        HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(
-            SECURITY_ATTRIBUTES * security, long initialCount, long maximumCount, wchar_t const* name, Error& error)
-        {
-            HandleOwner<Detail::InvalidHandleTraits> semaphore(
-                CreateSemaphoreOfCounts(security, initialCount, maximumCount, name));
-            // The call fails with null, which is a handle here: nothing reports that.
-            if (!semaphore.IsValid())
-                VOK_SET_LAST_ERROR(error, L"CreateSemaphore failed, name[{}]", name);
-            return semaphore;
-        }
+unsigned long GetSessionId(void* token, Error& error)
+{
+    return GetSessionId(GetCurrentProcessId(), token, error);
+}
 
-    } // namespace Brindle::Vok
+unsigned long GetSessionId(Error& error)
+{
+    return GetSessionId(GetCurrentProcessId(), nullptr, error);
+}
+
+} // namespace Brindle::Vok

@@ -73,6 +73,17 @@ VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const*
 /// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
+/// CreateSemaphoreW: a semaphore that lets `initialCount` waits pass at first and never more than `maximumCount`.
+/// `security` and `name` may be null. A failure of the call goes unnoticed: neither overload reports it, and the owner
+/// holds null, which IsValid() takes for a handle. So test Get() for null; GetLastError() then has the code, 87 for
+/// counts that are negative, in disorder or beyond 32 bits. Nothing that the call does now makes the overload without
+/// Error& throw, or the other one assign.
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                                       long maximumCount, wchar_t const* name);
+VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
+                                                                       long maximumCount, wchar_t const* name,
+                                                                       Error& error);
+
 /// RegOpenKeyExW. Gives its status, 0 for success, and throws none; a failure is logged at error. `result` holds the
 /// opened key, or null after a failure: a key that it held before is closed in either case. A null or empty `subkey`
 /// means the key itself, and `options` is 0 or REG_OPTION_OPEN_LINK.
@@ -94,15 +105,5 @@ VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
 VOK_EXPORT unsigned long GetSessionId(void* token);
 VOK_EXPORT unsigned long GetSessionId(void* token, Error& error);
 VOK_EXPORT unsigned long GetSessionId(Error& error);
-/// CreateSemaphoreW: a semaphore that lets `initialCount` waits pass at first and never more than `maximumCount`.
-/// `security` and `name` may be null. A failure of the call goes unnoticed: neither overload reports it, and the owner
-/// holds null, which IsValid() takes for a handle. So test Get() for null; GetLastError() then has the code, 87 for
-/// counts that are negative, in disorder or beyond 32 bits. Nothing that the call does now makes the overload without
-/// Error& throw, or the other one assign.
-VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
-                                                                       long maximumCount, wchar_t const* name);
-VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
-                                                                       long maximumCount, wchar_t const* name,
-                                                                       Error& error);
 
 } // namespace Brindle::Vok
