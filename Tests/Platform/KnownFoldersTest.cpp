@@ -24,19 +24,15 @@ TEST(UserDirs, LinesOfAnotherFormCountAsNone)
         char const* file;
         char const* expected;
     } const cases[] = {
-        {"", "none"},
         {"XDG_A_DIR=\"$HOME/a\"", "/h/a"},
         {"XDG_A_DIR=\"$HOME/a\"\nXDG_A_DIR=\"/b\"\n", "/b"},
         {"XDG_A_DIR=\"/b\"\nXDG_A_DIR=\"bad\"\nXDG_AB_DIR=\"/c\"\n#XDG_A_DIR=\"/d\"\n", "/b"},
         {" \tXDG_A_DIR = \"$HOME\" # home\r\n", "/h"},
-        {"XDG_A_DIR=\"$HOME/\"", "/h/"},
         {R"(XDG_A_DIR="/a\"b\\\$c#")", "/a\"b\\$c#"},
-        {"XDG_A_DIR=\"/a\\\nb\"", "none"},
         {"XDG_A_DIR=\"$HOMER/a\"", "none"},
         {"XDG_A_DIR=\"/a", "none"},
         {"XDG_A_DIR=\"/a\" b", "none"},
         {"XDG_A_DIR=/a", "none"},
-        {"XDG_A_DIR \"/a\"", "none"},
         {"export XDG_A_DIR=\"/a\"", "none"},
     };
     for (auto const& c : cases)
@@ -113,13 +109,11 @@ TEST_F(KnownFolders, FollowTheVariablesAndTheFileOfUserDirectories)
     } const cases[] = {
         {FOLDERID_Profile, h, h},
         {FOLDERID_RoamingAppData, h + L"\\.config", Windows("c")},
-        {FOLDERID_Startup, h + L"\\.config\\autostart", Windows("c") + L"\\autostart"},
         {FOLDERID_LocalAppData, h + L"\\.local\\share", L"C:\\d"},
         {FOLDERID_InternetCache, h + L"\\.cache", h + L"\\.cache"}, // a relative path counts as none
         {FOLDERID_ProgramData, L"C:\\etc\\xdg", L"C:\\e"},
         {FOLDERID_CommonStartup, L"C:\\etc\\xdg\\autostart", L"C:\\e\\autostart"},
         {FOLDERID_Desktop, h + L"\\Desktop", h},
-        {FOLDERID_Documents, h, h},
         {FOLDERID_Music, h, L"C:\\m\uF03A"},
         {FOLDERID_Videos, h, h + L"\\v"},
         {FOLDERID_System, L"C:\\usr\\lib", L"C:\\usr\\lib"},

