@@ -2,7 +2,7 @@
 // directories.
 //
 //     PWSTR path = nullptr;
-//     if (SUCCEEDED(SHGetKnownFolderPath(FOLDERID_Documents, KF_FLAG_DEFAULT, nullptr, &path)))
+//     if (SHGetKnownFolderPath(FOLDERID_Documents, KF_FLAG_DEFAULT, nullptr, &path) == S_OK)
 //         …                                                        // C:\home\user\Documents
 //     CoTaskMemFree(path);
 //
@@ -96,7 +96,7 @@ extern "C"
     ///     0x80070006, 0x80070005        `token` is no token, or lacks TOKEN_QUERY or TOKEN_IMPERSONATE
     ///     E_OUTOFMEMORY                 memory is short
     ///
-    /// and the host's other failures as 0x8007 and their Win32 codes. The last error means nothing afterwards.
+    /// and the host's other failures as 0x8007 and their Win32 codes. The last error stays as it was.
     VOK_PLATFORM_EXPORT HRESULT WINAPI SHGetKnownFolderPath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token,
                                                             PWSTR* path) noexcept;
 }
