@@ -1,5 +1,6 @@
 // The checked forms of platform calls.
 #include "Support/LogRecorder.h"
+#include "Support/PortableExecutableBuilder.h"
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
 
@@ -126,6 +127,63 @@ TEST(VokCreateFile, SetsTheErrorThatItIsGiven)
     EXPECT_FALSE(VokCreateFile(L"x", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr).IsValid());
     madeHandle = nullptr;
     EXPECT_THAT(recorder.Lines(), IsEmpty());
+}
+
+namespace
+{
+
+/// While it is set, the data can't be had of a file whose size was told.
+bool dataAreMissing = false;
+
+} // namespace
+
+extern "C" BOOL WINAPI __real_GetFileVersionInfoW(LPCWSTR, DWORD, DWORD, LPVOID) noexcept;
+extern "C" BOOL WINAPI __wrap_GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data) noexcept
+{
+    if (!dataAreMissing)
+        return __real_GetFileVersionInfoW(path, handle, size, data);
+    SetLastError(ERROR_READ_FAULT);
+    return FALSE;
+}
+
+TEST(VokGetFileVersionInfo, GivesTheResourceOrThrowsItsCodeWithoutAText)
+{
+    LogRecorder recorder;
+    TestDrive const drive;
+    std::string const info = Testing::VersionInfo(3, 4);
+    drive.Write("x.dll", Testing::BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    drive.Write("x.txt", "text");
+    EXPECT_EQ(VokGetFileVersionInfo(drive.Path(L"x.dll")), std::vector<unsigned char>(info.begin(), info.end()));
+    struct
+    {
+        std::wstring name;
+        int code;
+        char const* text;
+        bool failsLater;
+    } const cases[] = {
+        {L"none.dll", ERROR_FILE_NOT_FOUND, "The file was not found. (Windows Error 2).", false},
+        {L"x.txt", ERROR_RESOURCE_DATA_NOT_FOUND, "The file holds no resources. (Windows Error 1812).", false},
+        {std::wstring(L"x.dll\0", 6), ERROR_INVALID_NAME, "The name or its syntax is wrong. (Windows Error 123).",
+         false},
+        {L"x.dll", ERROR_READ_FAULT, "Reading from the device failed. (Windows Error 30).", true},
+    };
+    for (auto const& c : cases)
+    {
+        dataAreMissing = c.failsLater;
+        WindowsError const thrown = Thrown<WindowsError>([&] { VokGetFileVersionInfo(drive.Path(c.name)); });
+        Error assigned;
+        EXPECT_THAT(VokGetFileVersionInfo(drive.Path(c.name), assigned), testing::IsEmpty());
+        dataAreMissing = false;
+        for (Error const& error : {Error(thrown), assigned})
+        {
+            EXPECT_EQ(error.code(), std::error_code(c.code, std::system_category()));
+            EXPECT_EQ(Testing::WithoutLine(error.Message()),
+                      std::string("Source/Vok/VokWindows.cpp: Brindle::Vok::VokGetFileVersionInfo ") + c.text);
+            EXPECT_TRUE(error.Failed());
+        }
+        EXPECT_EQ(assigned.Message(), thrown.Message()); // its line too
+    }
+    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
 }
 
 namespace

@@ -211,6 +211,27 @@ std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMi
     VOK_THROW_LAST_ERROR("GetEnvironmentVariable [{}] - failed with error", name);
 }
 
+std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path)
+{
+    WindowsError error;
+    std::vector<unsigned char> data = VokGetFileVersionInfo(path, error);
+    if (error.Failed())
+        throw WindowsError(error);
+    return data;
+}
+
+std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path, Error& error)
+{
+    DWORD const size = Detail::IsSeenWhole(path) ? GetFileVersionInfoSizeW(path.c_str(), nullptr) : 0;
+    std::vector<unsigned char> data(size);
+    if (size == 0 || !GetFileVersionInfoW(path.c_str(), 0, size, data.data()))
+    {
+        VOK_SET_LAST_ERROR(error, "");
+        return {};
+    }
+    return data;
+}
+
 namespace
 {
 

@@ -15,6 +15,7 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 #include <userenv.h>
+#include <winver.h>
 
 #ifdef Vok2_EXPORTS
 #define VOK_EXPORT __declspec(dllexport)
@@ -42,6 +43,7 @@
 #include <Brindle/Platform/Timers.h>
 #include <Brindle/Platform/Types.h>
 #include <Brindle/Platform/UserEnvironment.h>
+#include <Brindle/Platform/Versions.h>
 #include <Brindle/Platform/Waits.h>
 
 /// PlatformHost.h has something to offer.

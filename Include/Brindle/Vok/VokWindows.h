@@ -13,6 +13,7 @@
 #include <Brindle/Vok/Platform.h>
 
 #include <string>
+#include <vector>
 
 namespace Brindle::Vok
 {
@@ -72,6 +73,12 @@ VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const*
 /// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
 /// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
+
+/// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. The overload
+/// without Error& throws WindowsError and logs nothing; the other one gives nothing on failure. The message ends at the
+/// system's text and code. A path with a NUL in it names no file and fails with ERROR_INVALID_NAME.
+VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path);
+VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path, Error& error);
 
 /// CreateSemaphoreW: a semaphore that lets `initialCount` waits pass at first and never more than `maximumCount`.
 /// `security` and `name` may be null. A failure of the call goes unnoticed: neither overload reports it, and the owner

@@ -1,0 +1,181 @@
+#include <Brindle/Platform/Versions.h>
+
+#include "Support/HostFaults.h"
+#include "Support/OpenHandle.h"
+#include "Support/PortableExecutableBuilder.h"
+#include "Support/TestDrive.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sys/stat.h>
+#include <utility>
+
+using namespace Brindle::Vok::Platform;
+using namespace Brindle::Vok::Testing;
+
+namespace
+{
+
+std::string const info = VersionInfo(1, 2);
+
+/// The data, and the code of the call that failed. Both calls must agree.
+std::pair<std::string, DWORD> Version(std::wstring const& path)
+{
+    DWORD handle = 1;
+    DWORD size = 0;
+    DWORD const code = CodeOf([&] { return (size = GetFileVersionInfoSizeW(path.c_str(), &handle)) != 0; });
+    EXPECT_EQ(handle, 0U);
+    std::string data(std::max(size, DWORD{1}), '\0');
+    EXPECT_EQ(CodeOf([&] { return GetFileVersionInfoW(path.c_str(), 7, size, data.data()); }), code);
+    data.resize(size);
+    return {data, code};
+}
+
+std::pair<std::string, DWORD> VersionOf(std::string const& file)
+{
+    TestDrive const drive;
+    drive.Write("x.dll", file);
+    return Version(drive.Path(L"x.dll"));
+}
+
+constexpr DWORD noData = ERROR_RESOURCE_DATA_NOT_FOUND;
+constexpr DWORD badImage = ERROR_BAD_EXE_FORMAT;
+constexpr DWORD badData = ERROR_INVALID_DATA;
+
+TEST(Versions, AreFoundByTypeNameAndLanguage)
+{
+    std::map<std::uint32_t, std::string> many;
+    for (std::uint32_t language = 100; language < 300; ++language)
+        many[language] = "no";
+    auto withNeutral = many;
+    withNeutral[0] = "neutral";
+    struct
+    {
+        Resources resources;
+        std::string data;
+        DWORD code;
+    } const cases[] = {
+        {{{16, {{1, {{0, info}}}}}}, info, 0},
+        {{{3, {{1, {{0, "icon"}}}}}, {16, {{1, {{1033, info}}}}}, {24, {{1, {{0, "manifest"}}}}}}, info, 0},
+        {{{16, {{1, {{1031, "first"}, {1033, "second"}}}}}}, "first", 0},
+        {{{16, {{1, withNeutral}}}}, "neutral", 0},
+        {{{16, {{0, {{0, "other"}}}, {1, {{9, "usual"}}}}}}, "usual", 0},
+        {{{16, {{5, {{0, "first"}}}, {7, {{0, "second"}}}}}}, "first", 0},
+        {{{3, {{1, {{0, "icon"}}}}}}, "", ERROR_RESOURCE_TYPE_NOT_FOUND},
+        {{{16, {}}}, "", ERROR_RESOURCE_NAME_NOT_FOUND},
+        {{{16, {{1, {}}}}}, "", ERROR_RESOURCE_LANG_NOT_FOUND},
+        {{{16, {{1, {{0, ""}}}}}}, "", noData},
+    };
+    for (bool const is64Bit : {false, true})
+        for (auto const& c : cases)
+            EXPECT_EQ(VersionOf(BuildImage({.is64Bit = is64Bit, .resources = c.resources})), std::pair(c.data, c.code));
+}
+
+TEST(Versions, AreRefusedWithoutOneAndInDamagedImages)
+{
+    std::string const good = BuildImage({.resources = {{16, {{1, {{0, info}}}}}}});
+    auto const with = [&](std::size_t at, std::uint64_t value, std::size_t size = 4)
+    {
+        std::string image = good;
+        Put(image, at, value, size);
+        return image;
+    };
+    std::pair<std::string, DWORD> const cases[] = {
+        {good, 0},
+        {"", noData},
+        {"MZ", noData},
+        {std::string(200, 'x'), noData},
+        {BuildImage({.hasResources = false}), noData},
+        {good.substr(0, Place::peHeader + 25), noData},
+        {with(0x3C, 0xFFFFFFFF), noData},
+        {with(Place::peHeader, 0x454E, 2), noData},
+        {with(Place::tableCount, 2), noData},
+        {with(Place::resourceTable, 0), noData},
+        {with(Place::kind, 0x107, 2), badImage},
+        {with(Place::optionalSize, 111, 2), badImage},
+        {with(Place::optionalSize, 135, 2), badImage},
+        {good.substr(0, Place::kind + 30), badImage},
+        {good.substr(0, Place::resourceTable), badImage},
+        {good.substr(0, Place::resourceSection + 39), badImage},
+        {with(Place::sectionCount, 0, 2), badData},
+        {with(Place::resourceTable, 0x1FFF), badData},
+        {with(Place::resourceSection + 12, 0x2001), badData},
+        {with(Place::resourceSection + 16, 15), badData},
+        {with(Place::resourceSection + 16, 16 + 7), badData},
+        {with(Place::resourceSection + 16, Place::data - Place::resources + info.size() - 1), badData},
+        {with(Place::resourceSection + 20, 0xFFFFFFFF), badData},
+        {with(Place::resources + 12, 0xFFFFFFFF), badData},
+        {with(Place::resources + 20, 24), badData},
+        {with(Place::resources + 20, 0xFFFFFFFF), badData},
+        {with(Place::resources + 16, 0x80000010), ERROR_RESOURCE_TYPE_NOT_FOUND},
+        {with(Place::resources + 20, 0x80000000), badData}, // a directory in itself
+        {with(Place::languageDirectory + 20, 0x80000000), badData},
+        {with(Place::languageDirectory + 20, 0x7FFFFFFF), badData},
+        {with(Place::dataEntry, 0x1000 + info.size()), 0},
+        {with(Place::dataEntry, 0x17FF), badData},
+        {with(Place::dataEntry, 0xFFFFFFFF), badData},
+        {with(Place::dataEntry + 4, 0xFFFFFFFF), badData},
+        {good.substr(0, Place::data + info.size() - 1), badData},
+        {good.substr(0, Place::dataEntry + 1), badData},
+    };
+    for (std::size_t row = 0; row < std::size(cases); ++row)
+        EXPECT_EQ(VersionOf(cases[row].first).second, cases[row].second) << "row " << row;
+}
+
+TEST(Versions, AreCutToTheBufferAndReachNoFurther)
+{
+    TestDrive const drive;
+    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    std::wstring const path = drive.Path(L"x.exe");
+    for (std::size_t const size : {0U, 1U, 91U, 92U, 100U})
+    {
+        std::string buffer(120, '#');
+        EXPECT_EQ(CodeOf([&] { return GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(size), buffer.data()); }),
+                  0U);
+        std::string const copied = info.substr(0, size);
+        EXPECT_EQ(buffer, copied + std::string(120 - copied.size(), '#'));
+    }
+    EXPECT_EQ(GetFileVersionInfoSizeW(path.c_str(), nullptr), info.size());
+    EXPECT_EQ(CodeOf([&] { return GetFileVersionInfoW(path.c_str(), 0, 8, nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Versions, OfWhatIsNoPlainFile)
+{
+    TestDrive const drive;
+    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(Version(drive.Path(L"none.dll")).second, DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Version(drive.Path(L"none\\x.dll")).second, DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(CodeOf([] { return GetFileVersionInfoSizeW(nullptr, nullptr); }), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(Version(drive.Path(L"")).second, DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Version(drive.Path(L"fifo")).second, noData);
+    OpenHandle const holder = Open(drive.Path(L"x.exe"), GENERIC_READ);
+    EXPECT_EQ(Version(drive.Path(L"x.exe")).second, DWORD{ERROR_SHARING_VIOLATION});
+}
+
+TEST(Versions, CarryOnAndReportTheHostsFaults)
+{
+    TestDrive const drive;
+    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    std::wstring const path = drive.Path(L"x.exe");
+    {
+        SystemCalls::Redirection const slow(
+            SystemCalls::ReadAt,
+            [isInterrupted = false](int descriptor, void* buffer, size_t count, off_t offset) mutable -> ssize_t
+            {
+                isInterrupted = !isInterrupted;
+                return isInterrupted ? FailingWith(EINTR)()
+                                     : ::pread(descriptor, buffer, std::min<size_t>(count, 3), offset);
+            });
+        EXPECT_EQ(Version(path), std::pair(info, DWORD{0}));
+    }
+    {
+        SystemCalls::Redirection const broken(SystemCalls::ReadAt, FailingWith(EIO));
+        EXPECT_EQ(Version(path).second, DWORD{ERROR_IO_DEVICE});
+    }
+    SystemCalls::Redirection const cut(SystemCalls::ReadAt, [](auto...) { return 0; });
+    EXPECT_EQ(Version(path).second, DWORD{ERROR_HANDLE_EOF});
+}
+
+} // namespace
