@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 namespace Brindle::Vok::Testing
 {
@@ -74,13 +75,13 @@ std::size_t PutDirectory(std::string& bytes, Children const& children, Leaf cons
     bytes.resize(begin + 16 + 8 * children.size());
     Put(bytes, begin + 14, children.size(), 2);
     std::size_t entry = begin + 16;
-    for (auto const& [number, child] : children)
+    for (auto const& child : children)
     {
-        Put(bytes, entry, number);
-        if constexpr (requires { leaf(child); })
-            Put(bytes, entry + 4, leaf(child));
+        Put(bytes, entry, child.first);
+        if constexpr (std::is_same_v<typename Children::mapped_type, std::string>)
+            Put(bytes, entry + 4, leaf(child.second));
         else
-            Put(bytes, entry + 4, PutDirectory(bytes, child, leaf) | 0x8000'0000U);
+            Put(bytes, entry + 4, PutDirectory(bytes, child.second, leaf) | 0x8000'0000U);
         entry += 8;
     }
     return begin;
@@ -116,7 +117,7 @@ inline std::string BuildImage(ImageShape const& shape)
     for (auto const& [name, place, size] :
          {std::tuple(".text", Place::code, std::size_t{0x800}), std::tuple(".rsrc", Place::resources, section.size())})
     {
-        Put(image, at, 0, 40);
+        image.resize(at + 40);
         image.replace(at, 5, name);
         Put(image, at + 8, size);
         Put(image, at + 12, 2 * place);
