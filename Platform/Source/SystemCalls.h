@@ -118,6 +118,8 @@ VOK_SYSTEM_CALL(StatusAt, int(int, char const*, struct stat*, int),
 VOK_SYSTEM_CALL(ExtendedStatusAt, int(int, char const*, int, unsigned, struct statx*),
                 [](int directory, char const* path, int flags, unsigned mask, struct statx* status)
                 { return ::statx(directory, path, flags, mask, status); });
+VOK_SYSTEM_CALL(CheckAccess, int(char const*, int),
+                [](char const* path, int mode) { return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS); });
 VOK_SYSTEM_CALL(StatusOfFileSystem, int(int, struct statfs*),
                 [](int descriptor, struct statfs* status) { return ::fstatfs(descriptor, status); });
 VOK_SYSTEM_CALL(LockWhole, int(int, int), [](int descriptor, int operation) { return ::flock(descriptor, operation); });

@@ -26,6 +26,7 @@
 
 #else
 
+#include <Brindle/Platform/Associations.h>
 #include <Brindle/Platform/Atl.h>
 #include <Brindle/Platform/CRuntime.h>
 #include <Brindle/Platform/Changes.h>

@@ -1,0 +1,19 @@
+// The checked form of the query for what is associated with a kind of file.
+//
+//     std::wstring const program = VokAssocQueryString(ASSOCF_NONE, ASSOCSTR_EXECUTABLE, L".txt", L"");
+#pragma once
+
+#include <Brindle/Vok/Error.h>
+#include <Brindle/Vok/Platform.h>
+
+#include <string>
+
+namespace Brindle::Vok
+{
+
+/// AssocQueryStringW: `assoc` is an extension such as ".txt", `extra` a verb or empty. Empty when nothing is
+/// associated, and also when the text can't be had after its size was told. Throws ComError for every other answer to
+/// the question for the size, S_OK included: its Failed() is then false. May be called from any thread.
+VOK_EXPORT std::wstring VokAssocQueryString(unsigned long flags, ASSOCSTR str, std::wstring assoc, std::wstring extra);
+
+} // namespace Brindle::Vok

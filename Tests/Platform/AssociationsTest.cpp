@@ -1,0 +1,216 @@
+#include <Brindle/Platform/Associations.h>
+#include <Brindle/Platform/ErrorCodes.h>
+
+#include "MimeFiles.h"
+#include "Support/HostFaults.h"
+#include "Support/OpenHandle.h"
+#include "Support/TestDesktop.h"
+
+#include <gtest/gtest.h>
+
+using namespace Brindle::Vok::Platform;
+using namespace Brindle::Vok::Testing;
+
+namespace
+{
+
+constexpr HRESULT noAssociation = static_cast<HRESULT>(0x80070483);
+
+/// The text, or its failure's code.
+std::wstring Ask(ASSOCSTR kind, wchar_t const* association, wchar_t const* verb = nullptr, ASSOCF flags = 0)
+{
+    wchar_t buffer[500];
+    DWORD size = 500;
+    HRESULT result = S_OK;
+    EXPECT_EQ(CodeOf(
+                  [&]
+                  {
+                      result = AssocQueryStringW(flags, kind, association, verb, buffer, &size);
+                      return true;
+                  }),
+              0U);
+    if (result != S_OK)
+        return result == noAssociation ? L"none" : L"error " + std::to_wstring(result & 0xFFFF);
+    EXPECT_EQ(size, wcslen(buffer) + 1);
+    return buffer;
+}
+
+TEST(Globs, FitNames)
+{
+    std::tuple<char const*, char const*, bool> const cases[] = {
+        {".txt", "*.txt", true},  {".txt", "*.tx", false}, {".txt", "*.TXT", false},
+        {"", "*", true},          {"", "?", false},        {"", "", true},
+        {"aab", "a*ab", true},    {"aXbXc", "*X*c", true}, {"aXbXc", "*X*d", false},
+        {"\xC3\xA9", "?", true},  {"\xC3", "?", true},     {"\xC3\xA9", "??", false},
+        {".3", ".[1-9]", true},   {".0", ".[1-9]", false}, {".0", ".[!1-9]", true},
+        {"]", "[]]", true},       {"-", "[a-]", true},     {"[a", "[a", true},
+        {"a", "[]", false},       {"b", "[^a]", true},     {"\xC3\xA9", "[\xC3\xA0-\xC3\xAF]", true},
+        {"a\xFF", "a\xFE", false}};
+    for (auto const& [name, pattern, fits] : cases)
+        EXPECT_EQ(MatchesGlob(name, pattern, false), fits) << name << ' ' << pattern;
+    EXPECT_TRUE(MatchesGlob("A.b", "*.[B-C]", true));
+    EXPECT_FALSE(MatchesGlob(std::string(100000, 'a'), "*a*a*a*a*a*a*b", false)); // in no time
+}
+
+TEST(Globs, RankByCaseWeightAndLength)
+{
+    struct
+    {
+        char const* name;
+        std::vector<char const*> files;
+        char const* type;
+    } const cases[] = {
+        {".txt", {"50:a/b:*.txt"}, "a/b"},
+        {".TXT", {"50:a/b:*.txt\n"}, "a/b"},
+        {".TXT", {"50:a/b:*.txt:cs"}, ""},
+        {".txt", {"50:a/b:*.txt:x,cs:more"}, "a/b"},
+        {".C", {"80:text/c:*.c\n50:text/c++:*.C:cs"}, "text/c++"},
+        {".gz", {"50:a/a:*.gz\n60:a/b:*.g*\n"}, "a/b"},
+        {".tar.gz", {"50:a/a:*.gz\n50:a/b:*.tar.gz\n50:a/c:*.tar.g?"}, "a/b"},
+        {".x", {"50:a/a:*.x", "50:a/b:*.x"}, "a/a"},
+        {".x", {"50:a/a:*.x", "60:a/b:*.x"}, "a/b"},
+        {".x", {"0:a/b:__NOGLOBS__\n50:a/b:*.y", "60:a/b:*.x\n50:a/c:*.x"}, "a/c"},
+        {".x", {"# 50:a/a:*.x\nx:a/a:*.x\n:a/a:*.x\n50:a/a:\n50:none:*.x\n50\n-1:a/a:*.x"}, ""},
+    };
+    for (auto const& c : cases)
+    {
+        TypeSearch search(c.name);
+        for (char const* file : c.files)
+            search.Add(file, TypeSearch::Form::globs2);
+        EXPECT_EQ(search.Type(), c.type) << c.name << ' ' << c.files[0];
+    }
+    TypeSearch search(".a:b");
+    search.Add("# comment\na/b:*.a:b\r\n", TypeSearch::Form::globs);
+    EXPECT_EQ(search.Type(), "a/b");
+}
+
+class Associations : public testing::Test
+{
+protected:
+    Associations()
+    {
+        desktop.AddProgram("edit");
+        for (char const* const name : {"a", "b", "c"})
+            desktop.AddEntry(std::string("share/applications/") + name + ".desktop", name, "edit %f");
+        desktop.drive.Write("share/mime/globs", "text/old:*.old\n");
+        desktop.drive.Write("local/mime/globs2", "50:text/plain:*.txt\n");
+    }
+
+    void Associate(std::string const& file, std::string const& lines) { desktop.drive.Write(file, lines); }
+
+    TestDesktop desktop;
+    std::string const systemList = "share/applications/mimeapps.list";
+};
+
+TEST_F(Associations, TakeTheFirstApplicationThatCanBeStarted)
+{
+    std::string const defaults = "[Default Applications]\ntext/plain=";
+    std::string const added = "[Added Associations]\ntext/plain=";
+    std::string const removed = "[Removed Associations]\ntext/plain=";
+    desktop.AddEntry("share/applications/gone.desktop", "gone", "missing %f");
+    desktop.AddEntry("share/applications/open.desktop", "open", "\"edit");
+    desktop.AddEntry("share/applications/tried.desktop", "tried", "edit\nTryExec=missing");
+    desktop.AddEntry("share/applications/link.desktop", "link", "edit\nType=Link");
+    desktop.AddEntry("local/applications/masked.desktop", "masked", "edit\nHidden=true");
+    desktop.AddEntry("share/applications/masked.desktop", "masked", "edit");
+    desktop.AddEntry("share/applications/vendor/x-y.desktop", "nested", "edit");
+    using Files = std::vector<std::pair<std::string, std::string>>;
+    std::pair<Files, wchar_t const*> const cases[] = {
+        {{{systemList, defaults + "a.desktop"}}, L"a"},
+        {{{systemList, "text/plain=a.desktop\n[X]\ntext/plain=a.desktop"}}, L"none"},
+        {{{systemList, added + "b.desktop\n" + defaults + "none.desktop;;a.desktop;"}}, L"a"},
+        {{{systemList, defaults + "gone.desktop;open.desktop;tried.desktop;link.desktop;masked.desktop"}}, L"none"},
+        {{{systemList, defaults + "../applications/a.desktop;a;vendor-x-y.desktop"}}, L"nested"},
+        {{{systemList, defaults + "a.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"b"},
+        {{{"home/.config/mimeapps.list", defaults + "c.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"c"},
+        {{{"etc/two-mimeapps.list", defaults + "b.desktop"}, {"etc/mimeapps.list", defaults + "a.desktop"}}, L"b"},
+        {{{"etc/two-mimeapps.list", added + "b.desktop"}}, L"none"},
+        {{{"user:data/applications/mimeapps.list", added + "b.desktop"}, {systemList, added + "a.desktop"}}, L"b"},
+        {{{"etc/mimeapps.list", removed + "a.desktop"}, {systemList, defaults + "a.desktop"}}, L"none"},
+        {{{systemList, removed + "b.desktop"},
+          {"share/applications/mimeinfo.cache", "[MIME Cache]\ntext/plain=b.desktop;c.desktop;"}},
+         L"c"},
+    };
+    for (auto const& [files, name] : cases)
+    {
+        for (auto const& [file, lines] : files)
+            Associate(file, lines);
+        EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".TXT"), name) << files[0].second;
+        for (auto const& [file, lines] : files)
+            std::filesystem::remove(desktop.drive.Host(file));
+    }
+    Associate("home/.config/mimeapps.list", defaults + "a.desktop");
+    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L"text/plain", L"Open"), L"a");
+    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".txt", nullptr, ASSOCF_NOUSERSETTINGS), L"none");
+}
+
+TEST_F(Associations, GiveCommandsProgramsAndTypes)
+{
+    Associate(systemList, "[Default Applications]\ntext/plain=x.desktop");
+    std::wstring const program = desktop.Program(L"edit");
+    std::pair<char const*, std::wstring> const commands[] = {
+        {"edit", L""},
+        {"edit %f", L" \"%1\""},
+        {"edit --new %U", L" --new \"%1\""},
+        {"\"edit\" \"a \\\\\"b\\\\\\\\\" \"\" c", L" \"a \\\"b\\\\\" \"\" c"},
+        {"edit %i %d %c 100%% --name=%u", L" --icon pic \"The Editor\" 100% \"--name=%1\""},
+    };
+    for (auto const& [exec, arguments] : commands)
+    {
+        desktop.AddEntry("share/applications/x.desktop", "The\\sEditor\nName[tr]=other\nIcon=pic", exec);
+        EXPECT_EQ(Ask(ASSOCSTR_COMMAND, L".txt"), L'"' + program + L'"' + arguments) << exec;
+    }
+    EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"open"), program);
+    EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"print"), L"none");
+    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYDOCNAME, L".txt"), L"none");
+    EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
+    EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".old"), L"text/old");
+    for (wchar_t const* const unknown : {L"", L".", L"txt", L".\xD800", L".none"})
+        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, unknown), L"none");
+}
+
+TEST_F(Associations, KeepTheRulesOfTheBuffer)
+{
+    wchar_t buffer[] = L"##################";
+    auto const ask = [&](wchar_t* out, DWORD& size, ASSOCF flags = 0)
+    { return AssocQueryStringW(flags, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, out, &size); };
+    DWORD size = 0;
+    EXPECT_EQ(ask(nullptr, size), S_FALSE);
+    EXPECT_EQ(std::exchange(size, 10), 11U);
+    EXPECT_EQ(ask(buffer, size, ASSOCF_NOTRUNCATE), E_POINTER);
+    EXPECT_EQ(std::exchange(size, 0), 11U);
+    EXPECT_EQ(ask(buffer, size), E_POINTER);
+    EXPECT_STREQ(buffer, L"##################");
+    size = 10;
+    EXPECT_EQ(ask(buffer, size), E_POINTER);
+    EXPECT_STREQ(buffer, L"text/plai");
+    EXPECT_EQ(ask(buffer, size), S_OK);
+    EXPECT_STREQ(buffer, L"text/plain");
+    std::tuple<ASSOCF, int, wchar_t const*, DWORD*, HRESULT> const cases[] = {
+        {0, ASSOCSTR_COMMAND, nullptr, &size, E_INVALIDARG},
+        {0, ASSOCSTR_COMMAND, L".txt", nullptr, E_INVALIDARG},
+        {0, 0, L".txt", &size, E_INVALIDARG},
+        {0, ASSOCSTR_MAX, L".txt", &size, E_INVALIDARG},
+        {0x80000000, 1, L".txt", &size, E_INVALIDARG},
+        {ASSOCF_INIT_BYEXENAME, 1, L".txt", &size, E_NOTIMPL},
+        {0, ASSOCSTR_COMMAND, L".txt", &size, noAssociation}};
+    for (auto const& [flags, kind, association, place, result] : cases)
+        EXPECT_EQ(AssocQueryStringW(flags, static_cast<ASSOCSTR>(kind), association, nullptr, buffer, place), result);
+    EXPECT_EQ(size, 11U);
+}
+
+TEST_F(Associations, AreNotInventedWhenTheHostFails)
+{
+    {
+        SystemCalls::Redirection const slow(SystemCalls::Read, Halting(SystemCalls::Read, 3));
+        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
+    }
+    {
+        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
+        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 4");
+    }
+    SystemCalls::Redirection const broken(SystemCalls::Read, FailingWith(EIO));
+    EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 1117");
+}
+
+} // namespace
