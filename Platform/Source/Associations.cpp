@@ -46,6 +46,11 @@ std::string HostText(std::wstring_view text)
     return host;
 }
 
+std::string Below(std::string directory, std::string_view name)
+{
+    return directory.append(1, '/').append(name);
+}
+
 class Descriptor
 {
 public:
@@ -225,7 +230,7 @@ private:
     {
         // Those of one desktop have nothing but defaults.
         for (std::string const& name : desktop.names)
-            if (auto const file = files.Read(directory + '/' + name + "-mimeapps.list"))
+            if (auto const file = files.Read(Below(directory, name).append("-mimeapps.list")))
                 AddUnlessRemoved(ReadMimeApplications(*file, type).defaults, defaults);
         if (auto const file = files.Read(directory + "/mimeapps.list"))
         {
@@ -273,7 +278,7 @@ private:
                 std::string variant = name;
                 if (dash != 0)
                     variant[dash] = '/';
-                file = directory + "/applications/" + variant;
+                file = Below(Below(directory, "applications"), variant);
                 if (auto text = files.Read(file))
                     return text;
             }
@@ -286,7 +291,7 @@ private:
         if (name.find('/') != name.npos)
             return name[0] == '/' && files.IsProgram(name) ? name : std::string();
         for (std::string const& directory : ReadDirectories("PATH", "/bin:/usr/bin"))
-            if (std::string path = directory + '/' + name; !name.empty() && files.IsProgram(path))
+            if (std::string path = Below(directory, name); !name.empty() && files.IsProgram(path))
                 return path;
         return {};
     }

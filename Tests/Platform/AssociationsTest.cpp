@@ -96,7 +96,7 @@ protected:
         desktop.drive.Write("local/mime/globs2", "50:text/plain:*.txt\n");
     }
 
-    void Associate(std::string const& file, std::string const& lines) { desktop.drive.Write(file, lines); }
+    void Associate(std::string const& file, std::string const& lines) const { desktop.drive.Write(file, lines); }
 
     TestDesktop desktop;
     std::string const systemList = "share/applications/mimeapps.list";
@@ -148,6 +148,7 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
 {
     Associate(systemList, "[Default Applications]\ntext/plain=x.desktop");
     std::wstring const program = desktop.Program(L"edit");
+    std::wstring const quoted = L'"' + program + L'"';
     std::pair<char const*, std::wstring> const commands[] = {
         {"edit", L""},
         {"edit %f", L" \"%1\""},
@@ -158,7 +159,7 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
     for (auto const& [exec, arguments] : commands)
     {
         desktop.AddEntry("share/applications/x.desktop", "The\\sEditor\nName[tr]=other\nIcon=pic", exec);
-        EXPECT_EQ(Ask(ASSOCSTR_COMMAND, L".txt"), L'"' + program + L'"' + arguments) << exec;
+        EXPECT_EQ(Ask(ASSOCSTR_COMMAND, L".txt"), quoted + arguments) << exec;
     }
     EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"open"), program);
     EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"print"), L"none");
