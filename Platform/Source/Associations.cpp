@@ -2,11 +2,13 @@
 
 #include "Ascii.h"
 #include "DesktopEntry.h"
-#include "ProcessEnvironment.h"
 #include "HostErrors.h"
 #include "KeyFile.h"
 #include "MimeFiles.h"
 #include "Names.h"
+#include "ProcessEnvironment.h"
+#include "ReadOnlyFile.h"
+#include "Strings.h"
 #include "SystemCalls.h"
 #include "Utf.h"
 
@@ -32,39 +34,10 @@ constexpr ASSOCF knownFlags = 0x3FFF;
 // No name on a host's disk is longer, in bytes.
 constexpr std::size_t longestName = 255;
 
-std::wstring WideText(std::string_view text)
-{
-    std::wstring wide(Utf::WideLengthOfUtf8(text.data(), text.size()), L'\0');
-    Utf::Utf8ToWide(text.data(), text.size(), wide.data(), wide.size());
-    return wide;
-}
-
-std::string HostText(std::wstring_view text)
-{
-    std::string host(Utf::Utf8LengthOfWide(text.data(), text.size()), '\0');
-    Utf::WideToUtf8(text.data(), text.size(), host.data(), host.size());
-    return host;
-}
-
 std::string Below(std::string directory, std::string_view name)
 {
     return directory.append(1, '/').append(name);
 }
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int value) noexcept : value(value) {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor()
-    {
-        if (value >= 0)
-            SystemCalls::Close(value);
-    }
-
-    int const value;
-};
 
 // Looks at files that may be missing. A failure that says nothing about a file is kept: what is found in spite of it
 // may be wrong.
@@ -74,30 +47,19 @@ public:
     // Nothing for a file that is missing, may not be read or is no plain file.
     std::optional<std::string> Read(std::string const& path)
     {
-        // Of a FIFO and a device too nothing is waited for.
-        Descriptor const file(Uninterrupted(
-            [&]
-            { return SystemCalls::Open(AT_FDCWD, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0); }));
+        ReadOnlyFile const file(path.c_str());
         struct stat status;
-        if (file.value < 0 || SystemCalls::Status(file.value, &status) != 0)
+        if (!file.IsOpen() || SystemCalls::Status(file.Descriptor(), &status) != 0)
             return Note(errno);
         // Lists as long as that were made by nobody.
         constexpr off_t most = 64 << 20;
         if (!S_ISREG(status.st_mode) || status.st_size > most)
             return std::nullopt;
         std::string text(static_cast<std::size_t>(status.st_size), '\0');
-        std::size_t done = 0;
-        while (done < text.size())
-        {
-            ssize_t const count =
-                Uninterrupted([&] { return SystemCalls::Read(file.value, &text[done], text.size() - done); });
-            if (count < 0)
-                return Note(errno);
-            if (count == 0)
-                break;
-            done += static_cast<std::size_t>(count);
-        }
-        text.resize(done);
+        ssize_t const count = file.ReadAt(0, text.data(), text.size());
+        if (count < 0)
+            return Note(errno);
+        text.resize(static_cast<std::size_t>(count));
         return text;
     }
 
@@ -192,7 +154,7 @@ public:
     {
         if (!Utf::IsValidWide(association.data(), association.size()))
             return {};
-        std::string const text = HostText(association);
+        std::string const text = ToUtf8(association);
         if (text.size() > longestName)
             return {};
         if (!text.starts_with('.'))
@@ -348,7 +310,7 @@ std::wstring CommandOf(Application const& application)
     AppendQuoted(WindowsPathFromHost(application.program), command);
     auto const append = [&](std::string_view word)
     {
-        std::wstring const wide = WideText(word);
+        std::wstring const wide = ToWide(word);
         command += L' ';
         if (word.empty() || word.find("%1") != word.npos || word.find_first_of(" \t\n\"") != word.npos)
             AppendQuoted(wide, command);
@@ -387,9 +349,9 @@ HRESULT Find(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::ws
     if (application)
         text = kind == ASSOCSTR_COMMAND      ? CommandOf(*application)
                : kind == ASSOCSTR_EXECUTABLE ? WindowsPathFromHost(application->program)
-                                             : WideText(application->entry.name);
+                                             : ToWide(application->entry.name);
     else if (!wantsApplication)
-        text = WideText(type);
+        text = ToWide(type);
     return text.empty() ? noAssociation : S_OK;
 }
 
