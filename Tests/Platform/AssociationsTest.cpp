@@ -203,14 +203,14 @@ TEST_F(Associations, KeepTheRulesOfTheBuffer)
 TEST_F(Associations, AreNotInventedWhenTheHostFails)
 {
     {
-        SystemCalls::Redirection const slow(SystemCalls::Read, Halting(SystemCalls::Read, 3));
+        SystemCalls::Redirection const slow(SystemCalls::ReadAt, Halting(SystemCalls::ReadAt, 3));
         EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
     }
     {
         SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
         EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 4");
     }
-    SystemCalls::Redirection const broken(SystemCalls::Read, FailingWith(EIO));
+    SystemCalls::Redirection const broken(SystemCalls::ReadAt, FailingWith(EIO));
     EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 1117");
 }
 

@@ -26,10 +26,11 @@ inline auto FailingWith(int error)
 template <class Call>
 auto Halting(Call const& call, std::size_t most)
 {
-    return [&call, most, interrupted = false](int descriptor, auto* buffer, std::size_t count) mutable -> ssize_t
+    return [&call, most, interrupted = false](int descriptor, auto* buffer, std::size_t count,
+                                              auto... offset) mutable -> ssize_t
     {
         interrupted = !interrupted;
-        return interrupted ? FailingWith(EINTR)() : call.host(descriptor, buffer, std::min(count, most));
+        return interrupted ? FailingWith(EINTR)() : call.host(descriptor, buffer, std::min(count, most), offset...);
     };
 }
 
