@@ -1,7 +1,7 @@
 // The tour of the library's main job: it writes one text in every encoding, reads it back, walks a directory, deletes
 // what it made, makes a temporary directory that goes with its owner, does the like with the second generation's
-// objects, watches a directory for a second, takes a path apart, shows a failure the way a caller sees it, and runs
-// timers.
+// objects, watches a directory for a second, tells who runs it and where, is another user for a step if it may, takes a
+// path apart, shows a failure the way a caller sees it, and runs timers.
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
@@ -14,6 +14,9 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/PlatformHost.h>
 #include <Brindle/Vok/Synchronization.h>
+#include <Brindle/Vok/UnImpersonator.h>
+#include <Brindle/Vok/VokShlobj.h>
+#include <Brindle/Vok/VokWindows.h>
 
 #include <chrono>
 #include <cstdint>
@@ -225,6 +228,57 @@ void ShowPiece(char const* name, std::wstring const& piece)
     std::printf("  %-24s [%s]\n", name, WideToUtf8(piece).c_str());
 }
 
+// Who runs this, and where
+
+void ShowWhoAndWhere()
+{
+    ShowPiece("user", VokGetUserName());
+    ShowPiece("computer", VokGetComputerNameEx(ComputerNameDnsHostname));
+    ShowPiece("session", std::to_wstring(GetSessionId(nullptr)));
+    ShowPiece("program", VokGetModuleFileName(nullptr));
+    ShowPiece("system directory", VokGetSystemDirectory());
+    struct
+    {
+        char const* name;
+        GUID const& id;
+    } const folders[] = {
+        {"profile", FOLDERID_Profile},
+        {"documents", FOLDERID_Documents},
+        {"application data", FOLDERID_LocalAppData},
+        {"machine's settings", FOLDERID_ProgramData},
+    };
+    for (auto const& folder : folders)
+        ShowPiece(folder.name, VokSHGetKnownFolderPath(folder.id, KF_FLAG_DONT_VERIFY, nullptr));
+}
+
+void TryToWrite(Path const& path)
+{
+    Error error;
+    VokCreateFile(path.ToString(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr, error);
+    std::printf("%s writes: %s\n", WideToUtf8(VokGetUserName()).c_str(),
+                error.Failed() ? WindowsErrorToStringA(static_cast<unsigned long>(error.code().value())).c_str()
+                               : "yes");
+}
+
+/// One thread takes on another identity for a step, and in the middle its own again. The caller's is back at the end.
+void BeAnotherUser(std::string const& user)
+{
+    std::unique_ptr<V2::IDirectory> const temporary = V2::MakeFileSystem()->MakeTempDirectory();
+    Path const file = Path::Join(temporary->Path(), L"file.txt");
+    HandleOwner<Detail::NullHandleTraits> const token(Platform::OpenUserToken(user));
+    ImpersonationSaver saver;
+    bool const isOther = ImpersonateLoggedOnUser(token.Get()) != FALSE;
+    if (!isOther)
+        std::printf("not as %s: %s\n", user.c_str(), WindowsErrorToStringA(GetLastError()).c_str());
+    saver.SetImpersonationOccurred(isOther ? 1 : 0);
+    TryToWrite(file);
+    if (isOther)
+    {
+        UnImpersonator const asProcess;
+        TryToWrite(file);
+    }
+}
+
 void ShowPieces(Path const& path)
 {
     ShowPiece("path", path.ToString());
@@ -308,6 +362,10 @@ int Run(std::string const& directory, Path const& path)
     ShowSecondGeneration();
     std::printf("== A directory that is watched for a second\n");
     WatchForASecond();
+    std::printf("== Who runs this, and where\n");
+    ShowWhoAndWhere();
+    std::printf("== One step as another user\n");
+    BeAnotherUser("nobody");
     std::printf("== A path and its pieces\n");
     ShowPieces(path);
     std::printf("== A path that does not exist\n");

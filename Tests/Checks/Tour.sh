@@ -18,7 +18,10 @@ refused() {
 
 # Kinds, sizes and names are those of the entries; the temporary directory and its tree are there and then gone.
 tour_shows_directories() {
-    local given=$1/given temporary=$1/temporary output line
+    local given=$1/given temporary=$1/temporary output line user step
+    user=$(id --user --name)
+    step="not as nobody: The caller lacks a privilege that this needs."
+    ((EUID != 0)) || step="nobody writes: Access is denied."
     mkdir -p "$given/sub/not shown"
     printf 12345 >"$given/five bytes"
     chmod 444 "$given/five bytes"
@@ -32,7 +35,7 @@ tour_shows_directories() {
         'C:TEMP\{GUID} exists: no' 'utf8-with-mark.txt: 10 bytes, Grüße' 'utf16-with-mark.txt: 12 bytes, Grüße' \
         'utf16.txt: 10 bytes, Grüße' ' file, read-only 10 utf16.txt' ' file 12 utf16-with-mark.txt' ' directory sub' \
         'read-only utf16.txt deleted: yes; left of utf16*:' 'added C:TEMP\{GUID}\seen.txt' \
-        'removed C:TEMP\{GUID}\seen.txt'; do
+        'removed C:TEMP\{GUID}\seen.txt' " user [$user]" ' system directory [C:\usr\lib]' "$step" "$user writes: yes"; do
         grep --quiet --line-regexp --fixed-strings -- "$line" <<<"$output" || {
             echo "the tour doesn't print \"$line\""
             return 1
