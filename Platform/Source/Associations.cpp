@@ -1,16 +1,18 @@
 #include <Brindle/Platform/Associations.h>
 
 #include "Ascii.h"
-#include "DesktopEntry.h"
+#include "AssociatedApplication.h"
 #include "HostErrors.h"
-#include "KeyFile.h"
+#include "HostFile.h"
+#include "Identity.h"
+#include "Lines.h"
 #include "MimeFiles.h"
 #include "Names.h"
 #include "ProcessEnvironment.h"
-#include "ReadOnlyFile.h"
 #include "Strings.h"
 #include "SystemCalls.h"
 #include "Utf.h"
+#include "XdgDirectories.h"
 
 #include <algorithm>
 #include <new>
@@ -25,7 +27,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr HRESULT noAssociation = static_cast<HRESULT>(0x80070000U | ERROR_NO_ASSOCIATION);
+constexpr HRESULT noAssociation = HRESULT_FROM_WIN32(ERROR_NO_ASSOCIATION);
 
 constexpr ASSOCF unsupportedFlags =
     ASSOCF_INIT_BYEXENAME | ASSOCF_INIT_DEFAULTTOFOLDER | ASSOCF_INIT_FIXED_PROGID | ASSOCF_IS_PROTOCOL;
@@ -47,80 +49,57 @@ public:
     // Nothing for a file that is missing, may not be read or is no plain file.
     std::optional<std::string> Read(std::string const& path)
     {
-        ReadOnlyFile const file(path.c_str());
-        struct stat status;
-        if (!file.IsOpen() || SystemCalls::Status(file.Descriptor(), &status) != 0)
-            return Note(errno);
-        // Lists as long as that were made by nobody.
-        constexpr off_t most = 64 << 20;
-        if (!S_ISREG(status.st_mode) || status.st_size > most)
-            return std::nullopt;
-        std::string text(static_cast<std::size_t>(status.st_size), '\0');
-        ssize_t const count = file.ReadAt(0, text.data(), text.size());
-        if (count < 0)
-            return Note(errno);
-        text.resize(static_cast<std::size_t>(count));
+        constexpr off_t most = 64 << 20; // lists as long as that were made by nobody
+        std::optional<std::string> text;
+        if (!ReadSettings(path, text, most))
+            code = GetLastError();
         return text;
     }
 
     bool IsProgram(std::string const& path)
     {
         struct stat status;
-        bool const isThere = SystemCalls::StatusAt(AT_FDCWD, path.c_str(), &status, 0) == 0;
-        if (isThere && (!S_ISREG(status.st_mode) || SystemCalls::CheckAccess(path.c_str(), X_OK) == 0))
-            return S_ISREG(status.st_mode);
-        Note(errno);
+        if (SystemCalls::StatusAt(AT_FDCWD, path.c_str(), &status, 0) == 0)
+        {
+            if (!S_ISREG(status.st_mode))
+                return false;
+            if (SystemCalls::CheckAccess(path.c_str(), X_OK) == 0)
+                return true;
+        }
+        constexpr int absences[] = {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG};
+        if (std::ranges::find(absences, errno) == std::end(absences))
+            code = CodeFromHost(errno);
         return false;
     }
 
     DWORD code = ERROR_SUCCESS;
-
-private:
-    std::nullopt_t Note(int error) noexcept
-    {
-        constexpr int absences[] = {ENOENT, ENOTDIR, EACCES, ELOOP, ENAMETOOLONG};
-        if (std::ranges::find(absences, error) == std::end(absences))
-            code = CodeFromHost(error);
-        return std::nullopt;
-    }
 };
 
-// The directories of a variable. Relative ones don't count.
-std::vector<std::string> ReadDirectories(char const* variable, std::string const& defaults)
-{
-    std::string const value = ReadHostVariable(variable).value_or("");
-    std::string_view rest = value.empty() ? defaults : value;
-    std::vector<std::string> directories;
-    while (!rest.empty())
-        if (std::string_view const directory = TakePart(rest, ':'); directory.starts_with('/'))
-            directories.emplace_back(directory);
-    return directories;
-}
-
-// The one directory of a variable, or one below the user's own.
-std::vector<std::string> ReadUserDirectory(char const* variable, char const* usual)
-{
-    std::string directory = ReadHostVariable(variable).value_or("");
-    if (!directory.starts_with('/'))
-        directory = ReadHostVariable("HOME").value_or("") + usual;
-    return directory == usual || !directory.starts_with('/') ? std::vector<std::string>() : std::vector{directory};
-}
-
-// Where lists and descriptions are, the user's first.
+// Where lists and descriptions are, those of the calling thread's user first.
 struct Desktop
 {
-    explicit Desktop(bool withUser)
+    // False with the last error set.
+    bool Find(bool withUser)
     {
+        Identity thread;
+        XdgDirectories user;
+        if (withUser && (!FindThreadIdentity(thread) || !FindXdgDirectories(thread.user, true, user)))
+        {
+            if (GetLastError() != ERROR_NO_SUCH_USER)
+                return false;
+            withUser = false; // nothing can be his
+        }
         if (withUser)
         {
-            config = ReadUserDirectory("XDG_CONFIG_HOME", "/.config");
-            data = ReadUserDirectory("XDG_DATA_HOME", "/.local/share");
+            config = {user.config};
+            data = {user.data};
         }
-        Append(config, ReadDirectories("XDG_CONFIG_DIRS", "/etc/xdg"));
-        Append(data, ReadDirectories("XDG_DATA_DIRS", "/usr/local/share:/usr/share"));
+        Append(config, FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg"));
+        Append(data, FindListedDirectories("XDG_DATA_DIRS", "/usr/local/share:/usr/share"));
         AppendList(ReadHostVariable("XDG_CURRENT_DESKTOP").value_or(""), ':', names);
         for (std::string& name : names)
             std::ranges::transform(name, name.begin(), LowerCase<char>);
+        return true;
     }
 
     static void Append(std::vector<std::string>& target, std::vector<std::string> const& source)
@@ -133,19 +112,14 @@ struct Desktop
     std::vector<std::string> names;
 };
 
-// An application that can be started.
-struct Application
-{
-    DesktopEntry entry;
-    std::string file;
-    std::string program;
-    std::vector<std::string> words;
-};
-
 class Lookup
 {
 public:
-    explicit Lookup(ASSOCF flags) : desktop((flags & ASSOCF_NOUSERSETTINGS) == 0) {}
+    explicit Lookup(ASSOCF flags)
+    {
+        if (!desktop.Find((flags & ASSOCF_NOUSERSETTINGS) == 0))
+            files.code = GetLastError();
+    }
 
     DWORD Code() const noexcept { return files.code; }
 
@@ -158,7 +132,7 @@ public:
         if (text.size() > longestName)
             return {};
         if (!text.starts_with('.'))
-            return text.find('/') != text.npos ? text : std::string();
+            return {};
         TypeSearch search(text);
         for (std::string const& directory : desktop.data)
         {
@@ -170,7 +144,7 @@ public:
         return search.Type();
     }
 
-    std::optional<Application> FindApplication(std::string const& type)
+    std::optional<AssociatedApplication> FindApplication(std::string const& type)
     {
         for (std::string const& directory : desktop.config)
             AddLists(directory, type);
@@ -211,9 +185,9 @@ private:
                 target.push_back(name);
     }
 
-    std::optional<Application> Load(std::string const& name)
+    std::optional<AssociatedApplication> Load(std::string const& name)
     {
-        Application application;
+        AssociatedApplication application;
         std::optional<std::string> const text = ReadEntry(name, application.file);
         if (!text)
             return std::nullopt;
@@ -252,86 +226,20 @@ private:
     {
         if (name.find('/') != name.npos)
             return name[0] == '/' && files.IsProgram(name) ? name : std::string();
-        for (std::string const& directory : ReadDirectories("PATH", "/bin:/usr/bin"))
+        for (std::string const& directory : FindListedDirectories("PATH", "/bin:/usr/bin"))
             if (std::string path = Below(directory, name); !name.empty() && files.IsProgram(path))
                 return path;
         return {};
     }
 
     HostFiles files;
-    Desktop const desktop;
+    Desktop desktop;
     std::vector<std::string> defaults;
     std::vector<std::string> associated;
     std::vector<std::string> removed;
 };
 
-// As the platform's command lines want it: backslashes count only in front of a quote.
-void AppendQuoted(std::wstring_view word, std::wstring& command)
-{
-    command += L'"';
-    std::size_t backslashes = 0;
-    for (wchar_t const unit : word)
-    {
-        if (unit == L'"')
-            command.append(backslashes + 1, L'\\');
-        backslashes = unit == L'\\' ? backslashes + 1 : 0;
-        command += unit;
-    }
-    command.append(backslashes, L'\\').append(1, L'"');
-}
-
-// A word with its field codes replaced. The file that is to be opened is %1.
-std::string Expand(std::string_view word, Application const& application)
-{
-    std::string text;
-    for (std::size_t at = 0; at < word.size(); ++at)
-    {
-        if (word[at] != '%' || at + 1 == word.size())
-        {
-            text += word[at];
-            continue;
-        }
-        char const code = word[++at];
-        if (std::string_view("fFuU").find(code) != std::string_view::npos)
-            text += "%1";
-        else if (code == 'c')
-            text += application.entry.name;
-        else if (code == 'k')
-            text += application.file;
-        else if (code == '%')
-            text += '%';
-    }
-    return text;
-}
-
-std::wstring CommandOf(Application const& application)
-{
-    std::wstring command;
-    AppendQuoted(WindowsPathFromHost(application.program), command);
-    auto const append = [&](std::string_view word)
-    {
-        std::wstring const wide = ToWide(word);
-        command += L' ';
-        if (word.empty() || word.find("%1") != word.npos || word.find_first_of(" \t\n\"") != word.npos)
-            AppendQuoted(wide, command);
-        else
-            command += wide;
-    };
-    for (auto word = application.words.begin() + 1; word != application.words.end(); ++word)
-    {
-        std::string const expanded = Expand(*word, application);
-        if (*word == "%i" && !application.entry.icon.empty())
-        {
-            append("--icon");
-            append(application.entry.icon);
-        }
-        else if (word->empty() || !expanded.empty())
-            append(expanded);
-    }
-    return command;
-}
-
-HRESULT Find(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::wstring_view verb, std::wstring& text)
+HRESULT FindAssociation(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::wstring_view verb, std::wstring& text)
 {
     bool const wantsApplication =
         kind == ASSOCSTR_COMMAND || kind == ASSOCSTR_EXECUTABLE || kind == ASSOCSTR_FRIENDLYAPPNAME;
@@ -341,11 +249,11 @@ HRESULT Find(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::ws
         return noAssociation;
     Lookup lookup(flags);
     std::string const type = lookup.FindType(association);
-    std::optional<Application> application;
+    std::optional<AssociatedApplication> application;
     if (wantsApplication && !type.empty())
         application = lookup.FindApplication(type);
     if (lookup.Code() != ERROR_SUCCESS)
-        return static_cast<HRESULT>(0x80070000U | lookup.Code());
+        return HRESULT_FROM_WIN32(lookup.Code());
     if (application)
         text = kind == ASSOCSTR_COMMAND      ? CommandOf(*application)
                : kind == ASSOCSTR_EXECUTABLE ? WindowsPathFromHost(application->program)
@@ -376,7 +284,7 @@ HRESULT Query(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR 
     try
     {
         std::wstring text;
-        HRESULT const result = Find(flags, kind, assoc, extra ? extra : L"", text);
+        HRESULT const result = FindAssociation(flags, kind, assoc, extra ? extra : L"", text);
         return result == S_OK ? Give(text, flags, out, *size) : result;
     }
     catch (std::bad_alloc const&)
@@ -390,5 +298,8 @@ HRESULT Query(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR 
 
 HRESULT AssocQueryStringW(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR out, LPDWORD size) noexcept
 {
-    return Brindle::Vok::Platform::Query(flags, kind, assoc, extra, out, size);
+    DWORD const lastError = GetLastError();
+    HRESULT const result = Brindle::Vok::Platform::Query(flags, kind, assoc, extra, out, size);
+    SetLastError(lastError);
+    return result;
 }

@@ -13,6 +13,7 @@
 #include <limits>
 #include <mutex>
 #include <optional>
+#include <pthread.h>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -24,7 +25,11 @@ namespace
 {
 
 // The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
-std::mutex environmentMutex;
+constinit std::mutex environmentMutex;
+
+// A child must not wait for a thread that it doesn't have.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { environmentMutex.lock(); }, [] { environmentMutex.unlock(); }, [] { environmentMutex.unlock(); });
 
 struct Variable
 {

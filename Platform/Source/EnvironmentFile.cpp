@@ -1,6 +1,7 @@
 #include "EnvironmentFile.h"
 
 #include "Ascii.h"
+#include "Lines.h"
 
 #include <algorithm>
 
@@ -8,14 +9,6 @@ namespace Brindle::Vok::Platform
 {
 namespace
 {
-
-constexpr std::string_view blanks = " \t\r";
-
-std::string_view Trimmed(std::string_view text) noexcept
-{
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
-}
 
 bool IsName(std::string_view text) noexcept
 {
@@ -38,13 +31,11 @@ std::vector<std::pair<std::string, std::string>> ParseEnvironmentFile(std::strin
     std::vector<std::pair<std::string, std::string>> variables;
     while (!file.empty())
     {
-        std::size_t const end = std::min(file.find('\n'), file.size());
-        std::string_view line = Trimmed(file.substr(0, end));
-        file.remove_prefix(std::min(end + 1, file.size()));
-        line = Trimmed(line.substr(0, line.find('#')));
+        std::string_view line = TakePart(file, '\n');
+        line = WithoutBlanks(line.substr(0, line.find('#')));
         constexpr std::string_view prefix = "export";
         if (line.starts_with(prefix) && line.find_first_of(blanks) == prefix.size())
-            line = Trimmed(line.substr(prefix.size()));
+            line = WithoutBlanks(line.substr(prefix.size()));
         std::size_t const equals = line.find('=');
         if (equals == line.npos || !IsName(line.substr(0, equals)) || line.find('\0') != line.npos)
             continue;

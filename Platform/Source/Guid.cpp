@@ -10,11 +10,6 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-HRESULT ResultOf(DWORD code)
-{
-    return static_cast<HRESULT>(0x80070000U | code);
-}
-
 // Fills the bytes from the kernel's random source, carrying on short calls.
 HRESULT FillRandom(void* memory, std::size_t size)
 {
@@ -23,9 +18,9 @@ HRESULT FillRandom(void* memory, std::size_t size)
     {
         auto const count = Uninterrupted([&] { return SystemCalls::GetRandom(bytes, size, 0); });
         if (count < 0)
-            return ResultOf(CodeFromHost(errno));
+            return HRESULT_FROM_WIN32(CodeFromHost(errno));
         if (count == 0)
-            return ResultOf(ERROR_HANDLE_EOF);
+            return HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
         bytes += count;
         size -= static_cast<std::size_t>(count);
     }

@@ -175,9 +175,3 @@ BOOL FindClose(HANDLE search) noexcept
     using namespace Brindle::Vok::Platform;
     return HandleTable::Close(search, KindsOf(Kind::search));
 }
-
-BOOL FreeLibrary(HMODULE module) noexcept
-{
-    using namespace Brindle::Vok::Platform;
-    return HandleTable::Close(reinterpret_cast<HANDLE>(module), KindsOf(Kind::module));
-}

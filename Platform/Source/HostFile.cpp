@@ -8,8 +8,6 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-constexpr off_t mostOfFile = off_t{1} << 20;
-
 bool CountsAsNone(int error) noexcept
 {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG || error == EACCES ||
@@ -23,22 +21,36 @@ Descriptor OpenHost(int directory, char const* path, int flags) noexcept
     return Descriptor(Uninterrupted([&] { return SystemCalls::Open(directory, path, flags | O_CLOEXEC, 0); }));
 }
 
-bool ReadSettings(std::string const& path, std::string& content)
+bool ReadSettings(std::string const& path, std::optional<std::string>& content, off_t most)
 {
-    content.clear();
+    content.reset();
     ReadOnlyFile const file(path.c_str());
     if (!file.IsOpen())
         return CountsAsNone(errno) || FailWithHost(errno);
     struct stat status;
     if (SystemCalls::Status(file.Descriptor(), &status) != 0)
         return FailWithHost(errno);
-    if (!S_ISREG(status.st_mode) || status.st_size > mostOfFile)
+    if (!S_ISREG(status.st_mode) || status.st_size > most)
         return true;
-    content.resize(static_cast<std::size_t>(status.st_size));
-    ssize_t const count = file.ReadAt(0, content.data(), content.size());
+    content.emplace(static_cast<std::size_t>(status.st_size), '\0');
+    ssize_t const count = file.ReadAt(0, content->data(), content->size());
     if (count < 0)
         return FailWithHost(errno);
-    content.resize(static_cast<std::size_t>(count));
+    content->resize(static_cast<std::size_t>(count));
+    return true;
+}
+
+bool ReadWorkingDirectory(std::string& directory)
+{
+    for (std::size_t size = 256;; size *= 2)
+    {
+        directory.resize(size);
+        if (SystemCalls::GetWorkingDirectory(directory.data(), size))
+            break;
+        if (errno != ERANGE)
+            return FailWithHost(errno);
+    }
+    directory.resize(directory.find('\0'));
     return true;
 }
 

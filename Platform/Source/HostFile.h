@@ -3,6 +3,7 @@
 
 #include "SystemCalls.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -38,8 +39,11 @@ private:
 /// Opens with O_CLOEXEC, again for as long as a signal interrupts it. None with errno set.
 Descriptor OpenHost(int directory, char const* path, int flags) noexcept;
 
-/// Reads a plain file as a whole. What isn't there, isn't a plain file, has more than 1 MiB or may not be read counts
-/// as an empty one; anything else is false with the last error set. May throw std::bad_alloc.
-bool ReadSettings(std::string const& path, std::string& content);
+/// Reads a plain file as a whole. Nothing for what isn't there, isn't a plain file, has more than `most` bytes or may
+/// not be read; anything else is false with the last error set. May throw std::bad_alloc.
+bool ReadSettings(std::string const& path, std::optional<std::string>& content, off_t most = off_t{1} << 20);
+
+/// False with the last error set. May throw std::bad_alloc.
+bool ReadWorkingDirectory(std::string& directory);
 
 } // namespace Brindle::Vok::Platform

@@ -3,6 +3,7 @@
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <exception>
 #include <iterator>
 #include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <utility>
 
 namespace Brindle::Vok::Platform
 {
@@ -21,6 +25,8 @@ struct Ids
     unsigned real;
     unsigned effective;
     unsigned saved;
+    /// What files are reached as: the effective one, unless the host has set it apart.
+    unsigned fileSystem;
 
     bool operator==(Ids const&) const = default;
     bool IncludesSuperuser() const noexcept { return real == 0 || effective == 0 || saved == 0; }
@@ -35,6 +41,14 @@ struct Capabilities
         return std::memcmp(halves, other.halves, sizeof halves) == 0;
     }
     bool ArePermitted() const noexcept { return (halves[0].permitted | halves[1].permitted) != 0; }
+    bool HasPermitted(Capabilities const& other) const noexcept
+    {
+        return halves[0].permitted == other.halves[0].permitted && halves[1].permitted == other.halves[1].permitted;
+    }
+    bool IsPermitted(unsigned capability) const noexcept
+    {
+        return (halves[capability / 32].permitted >> capability % 32 & 1) != 0;
+    }
 };
 
 struct Credentials
@@ -44,6 +58,18 @@ struct Credentials
     std::vector<gid_t> otherGroups;
     Capabilities capabilities;
     std::uint64_t ambient;
+    int secureBits;
+
+    /// What tells that a thread impersonates: the kernel hands it on to the threads that this one makes. It keeps
+    /// capabilities from becoming ambient, of which there are none meanwhile.
+    static constexpr int mark = SECBIT_NO_CAP_AMBIENT_RAISE;
+
+    bool IsMarked() const noexcept { return (secureBits & mark) != 0; }
+    bool CanBeMarked() const noexcept
+    {
+        return !IsMarked() && (secureBits & SECBIT_NO_CAP_AMBIENT_RAISE_LOCKED) == 0 &&
+               capabilities.IsPermitted(CAP_SETPCAP);
+    }
 
     bool operator==(Credentials const&) const = default;
 };
@@ -63,11 +89,16 @@ constinit thread_local Credentials const* own = nullptr;
 
 // Reading
 
+constexpr unsigned noId = 0xFFFFFFFF;
+
 bool ReadIds(Ids& users, Ids& groups) noexcept
 {
-    return (SystemCalls::GetUsers(&users.real, &users.effective, &users.saved) == 0 &&
-            SystemCalls::GetGroups(&groups.real, &groups.effective, &groups.saved) == 0) ||
-           FailWithHost(errno);
+    if (SystemCalls::GetUsers(&users.real, &users.effective, &users.saved) != 0 ||
+        SystemCalls::GetGroups(&groups.real, &groups.effective, &groups.saved) != 0)
+        return FailWithHost(errno);
+    users.fileSystem = static_cast<unsigned>(SystemCalls::SetFileSystemUser(noId)); // sets none and gives the present one
+    groups.fileSystem = static_cast<unsigned>(SystemCalls::SetFileSystemGroup(noId));
+    return true;
 }
 
 bool ReadOtherGroups(std::vector<gid_t>& groups)
@@ -105,16 +136,29 @@ std::uint64_t ReadAmbient(Capabilities const& capabilities) noexcept
     return ambient;
 }
 
+bool ReadSecureBits(int& bits) noexcept
+{
+    bits = SystemCalls::GetSecureBits();
+    return bits >= 0 || FailWithHost(errno);
+}
+
 bool Read(Credentials& credentials)
 {
     if (!ReadIds(credentials.users, credentials.groups) || !ReadOtherGroups(credentials.otherGroups) ||
         !ReadCapabilities(credentials.capabilities))
         return false;
     credentials.ambient = ReadAmbient(credentials.capabilities);
-    return true;
+    return ReadSecureBits(credentials.secureBits);
 }
 
 // The process's own
+
+KnownCredentials const* FindEqual(KnownCredentials const* from, Credentials const& wanted) noexcept
+{
+    while (from && !(from->credentials == wanted))
+        from = from->older;
+    return from;
+}
 
 /// Of a thread that acts as the process. Null with the last error set.
 Credentials const* Publish()
@@ -124,8 +168,8 @@ Credentials const* Publish()
         return nullptr;
     fresh->older = newest.load(std::memory_order_acquire);
     do
-        if (fresh->older && fresh->older->credentials == fresh->credentials)
-            return &fresh->older->credentials;
+        if (KnownCredentials const* const equal = FindEqual(fresh->older, fresh->credentials))
+            return &equal->credentials;
     while (!newest.compare_exchange_weak(fresh->older, fresh.get(), std::memory_order_acq_rel));
     return &fresh.release()->credentials;
 }
@@ -135,25 +179,46 @@ unsigned WayBack(Ids const& users) noexcept
     return users.IncludesSuperuser() ? 0 : users.effective;
 }
 
-/// What a thread goes back to that was made by one that impersonates. Null for any other, and when it can't be told.
-Credentials const* FindInherited() noexcept
+/// Whether a thread that acts as the process may have become what another one is now.
+bool MayLeadTo(Credentials const& process, Credentials const& present) noexcept
 {
-    KnownCredentials const* const known = newest.load(std::memory_order_acquire);
-    Ids users;
-    Ids groups;
-    if (!known || !ReadIds(users, groups))
-        return nullptr;
-    Credentials const& process = known->credentials;
-    if (users == process.users && groups == process.groups)
-        return nullptr;
-    bool const isAsActAsLeaves = users.real == users.effective && users.saved == WayBack(process.users) &&
-                                 groups.real == groups.effective && groups.saved == process.groups.effective;
-    return isAsActAsLeaves ? &process : nullptr;
+    bool const areUsersSuch = present.users == process.users || (present.users.real == present.users.effective &&
+                                                                 present.users.saved == WayBack(process.users));
+    bool const areGroupsSuch = present.groups == process.groups || (present.groups.real == present.groups.effective &&
+                                                                    present.groups.saved == process.groups.effective);
+    // Without a mark the ids alone tell, so they must be other ones.
+    bool const isTold = process.CanBeMarked() ? present.IsMarked()
+                                              : present.users != process.users || present.groups != process.groups;
+    return isTold && areUsersSuch && areGroupsSuch && present.capabilities.HasPermitted(process.capabilities);
 }
 
-Credentials const* FindOwn() noexcept
+/// Finds what a thread goes back to that was made by one that impersonates, null for any other. False with the last
+/// error set, ERROR_ACCESS_DENIED where it may have come from several: it is not to get what its maker didn't have.
+bool FindInherited(Credentials const*& inherited) noexcept
 {
-    return own ? own : FindInherited();
+    inherited = nullptr;
+    KnownCredentials const* known = newest.load(std::memory_order_acquire);
+    if (!known)
+        return true;
+    Credentials present{};
+    if (!ReadIds(present.users, present.groups) || !ReadCapabilities(present.capabilities) ||
+        !ReadSecureBits(present.secureBits))
+        return false;
+    for (; known; known = known->older)
+    {
+        if (!MayLeadTo(known->credentials, present))
+            continue;
+        if (inherited)
+            return FailWith(ERROR_ACCESS_DENIED);
+        inherited = &known->credentials;
+    }
+    return true;
+}
+
+bool FindOwn(Credentials const*& found) noexcept
+{
+    found = own;
+    return own || FindInherited(found);
 }
 
 // Changing
@@ -175,6 +240,13 @@ bool Raise(Capabilities capabilities) noexcept
 
 // The changes. What is equal in both isn't asked of the kernel, as the right to set it may be missing.
 
+/// The calls that set the file-system ids don't tell.
+bool IsSet(int present, unsigned wanted) noexcept
+{
+    errno = EPERM;
+    return static_cast<unsigned>(present) == wanted;
+}
+
 bool SetOtherGroups(Credentials const& from, Credentials const& to) noexcept
 {
     return from.otherGroups == to.otherGroups ||
@@ -183,16 +255,33 @@ bool SetOtherGroups(Credentials const& from, Credentials const& to) noexcept
 
 bool SetGroups(Credentials const& from, Credentials const& to) noexcept
 {
-    return from.groups == to.groups ||
-           SystemCalls::SetGroups(to.groups.real, to.groups.effective, to.groups.saved) == 0;
+    if (from.groups == to.groups)
+        return true;
+    if (SystemCalls::SetGroups(to.groups.real, to.groups.effective, to.groups.saved) != 0)
+        return false;
+    if (to.groups.fileSystem != to.groups.effective)
+        SystemCalls::SetFileSystemGroup(to.groups.fileSystem);
+    return IsSet(SystemCalls::SetFileSystemGroup(noId), to.groups.fileSystem);
 }
 
 bool SetUsers(Credentials const& from, Credentials const& to) noexcept
 {
-    return from.users == to.users || SystemCalls::SetUsers(to.users.real, to.users.effective, to.users.saved) == 0;
+    if (from.users == to.users)
+        return true;
+    if (SystemCalls::SetUsers(to.users.real, to.users.effective, to.users.saved) != 0)
+        return false;
+    if (to.users.fileSystem != to.users.effective && Raise(to.capabilities))
+        SystemCalls::SetFileSystemUser(to.users.fileSystem);
+    return IsSet(SystemCalls::SetFileSystemUser(noId), to.users.fileSystem);
 }
 
-bool (*const changes[])(Credentials const& from, Credentials const& to) noexcept = {SetOtherGroups, SetGroups,
+bool SetSecureBits(Credentials const& from, Credentials const& to) noexcept
+{
+    return from.secureBits == to.secureBits || SystemCalls::SetSecureBits(to.secureBits) == 0;
+}
+
+// The user comes last, as a change of that lowers the capabilities.
+bool (*const changes[])(Credentials const& from, Credentials const& to) noexcept = {SetSecureBits, SetOtherGroups, SetGroups,
                                                                                     SetUsers};
 
 void SetAmbient(std::uint64_t from, std::uint64_t to) noexcept
@@ -208,12 +297,46 @@ bool Refuse(int error) noexcept
 {
     if (error == EAGAIN)
         return FailWith(ERROR_NO_SYSTEM_RESOURCES);
-    return error == EPERM ? FailWith(ERROR_PRIVILEGE_NOT_HELD) : FailWithHost(error);
+    // The latter for an id that the process's namespace doesn't have.
+    return error == EPERM || error == EINVAL ? FailWith(ERROR_PRIVILEGE_NOT_HELD) : FailWithHost(error);
 }
+
+/// One thread at a time changes, as some of what is kept belongs to the process.
+constinit std::mutex changing;
+
+// A child must not wait for a thread that it doesn't have.
+[[maybe_unused]] int const keepsOrderInChild =
+    pthread_atfork([] { changing.lock(); }, [] { changing.unlock(); }, [] { changing.unlock(); });
+
+/// Keeps what the kernel takes away with every change of ids: that the process may be dumped and traced by those who
+/// have its rights, and the signal that the thread gets when its parent ends.
+class KeptSettings
+{
+public:
+    KeptSettings() noexcept : lock(changing), isDumpable(SystemCalls::GetDumpable() == 1)
+    {
+        SystemCalls::GetDeathSignal(&deathSignal);
+    }
+    ~KeptSettings()
+    {
+        if (isDumpable)
+            SystemCalls::SetDumpable(1);
+        if (deathSignal != 0)
+            SystemCalls::SetDeathSignal(deathSignal);
+    }
+    KeptSettings(KeptSettings const&) = delete;
+    KeptSettings& operator=(KeptSettings const&) = delete;
+
+private:
+    std::lock_guard<std::mutex> lock;
+    bool isDumpable;
+    int deathSignal = 0;
+};
 
 /// All or nothing: when one change is refused, those before it are taken back.
 bool Change(Credentials const& from, Credentials const& to) noexcept
 {
+    KeptSettings const kept;
     if (!Raise(from.capabilities))
         return Refuse(errno);
     std::size_t made = 0;
@@ -225,7 +348,8 @@ bool Change(Credentials const& from, Credentials const& to) noexcept
         return true;
     }
     int const error = errno;
-    bool isTakenBack = Raise(from.capabilities); // a change of the user lowers them
+    made = std::min(made + 1, std::size(changes)); // the one that failed may be half made
+    bool isTakenBack = Raise(from.capabilities);   // a change of the user lowers them
     for (std::size_t change = 0; change < made; ++change)
         isTakenBack = isTakenBack && changes[change](to, from);
     if (!isTakenBack || !Establish(from.capabilities))
@@ -233,17 +357,50 @@ bool Change(Credentials const& from, Credentials const& to) noexcept
     return Refuse(error);
 }
 
+/// The process's own ids stay as they are.
+Ids MakeIds(unsigned id, unsigned wayBack, Ids const& process) noexcept
+{
+    return id == process.effective ? process : Ids{id, id, wayBack, id};
+}
+
 Credentials MakeCredentials(Identity const& identity, Credentials const& process)
 {
-    Credentials made{.users = {identity.user, identity.user, WayBack(process.users)},
-                     .groups = {identity.group, identity.group, process.groups.effective},
+    Credentials made{.users = MakeIds(identity.user, WayBack(process.users), process.users),
+                     .groups = MakeIds(identity.group, process.groups.effective, process.groups),
                      .otherGroups = identity.groups,
                      .capabilities = process.capabilities,
-                     .ambient = 0};
+                     .ambient = 0,
+                     .secureBits = process.secureBits | (process.CanBeMarked() ? Credentials::mark : 0)};
     if (identity.user != process.users.effective)
         for (__user_cap_data_struct& half : made.capabilities.halves)
             half.effective = 0;
     return made;
+}
+
+/// The kernel may let a thread go where it wouldn't let it come back from.
+bool IsThereAWayBack(Credentials const& process, Credentials const& other) noexcept
+{
+    bool const areUsersOther = process.users != other.users;
+    bool const areGroupsOther = process.groups != other.groups || process.otherGroups != other.otherGroups;
+    // From the superuser's ids to others it would take the capabilities away for good.
+    bool const losesAll = other.users.effective == 0 && !process.users.IncludesSuperuser();
+    return (!areUsersOther || (process.capabilities.IsPermitted(CAP_SETUID) && !losesAll)) &&
+           (!areGroupsOther || process.capabilities.IsPermitted(CAP_SETGID));
+}
+
+/// Also tells what the thread was and what it is now.
+bool ActAs(Identity const& identity, Credentials& present, Credentials& changed)
+{
+    Credentials const* process;
+    if (!FindOwn(process) || (!process && !(process = Publish())) || !Read(present))
+        return false;
+    changed = MakeCredentials(identity, *process);
+    if (!IsThereAWayBack(*process, changed))
+        return FailWith(ERROR_PRIVILEGE_NOT_HELD);
+    if (!Change(present, changed))
+        return false;
+    own = process;
+    return true;
 }
 
 } // namespace
@@ -261,45 +418,69 @@ bool FindThreadIdentity(Identity& identity)
 
 bool FindProcessIdentity(Identity& identity)
 {
-    Credentials const* const process = FindOwn();
+    Credentials const* process;
+    if (!FindOwn(process))
+        return false;
     if (!process)
         return FindThreadIdentity(identity);
     identity = {process->users.effective, process->groups.effective, process->otherGroups};
     return true;
 }
 
-bool IsImpersonating()
+bool FindImpersonated(Identity& identity)
 {
-    return FindOwn() != nullptr;
+    Credentials const* process;
+    if (!FindOwn(process))
+        return false;
+    return process ? FindThreadIdentity(identity) : FailWith(ERROR_NO_TOKEN);
 }
 
 bool ActAs(Identity const& identity)
 {
-    Credentials const* process = FindOwn();
-    if (!process)
-        process = Publish();
     Credentials present;
-    if (!process || !Read(present))
-        return false;
-    // The kernel would take the capabilities away for good on the way back from the superuser.
-    if (identity.user == 0 && !process->users.IncludesSuperuser())
-        return FailWith(ERROR_PRIVILEGE_NOT_HELD);
-    if (!Change(present, MakeCredentials(identity, *process)))
-        return false;
-    own = process;
-    return true;
+    Credentials changed;
+    return ActAs(identity, present, changed);
+}
+
+bool IsActing() noexcept
+{
+    return own != nullptr;
 }
 
 bool ActAsProcess()
 {
-    Credentials const* const process = FindOwn();
-    if (!process)
-        return true;
+    Credentials const* process;
     Credentials present;
-    if (!Read(present) || !Change(present, *process))
+    if (!FindOwn(process))
+        return false;
+    if (process && (!Read(present) || !Change(present, *process)))
         return false;
     own = nullptr;
     return true;
+}
+
+struct ActingAs::Way
+{
+    Credentials before;
+    Credentials meanwhile;
+    Credentials const* ownBefore;
+};
+
+ActingAs::ActingAs(Identity const& identity)
+{
+    auto made = std::make_unique<Way>();
+    made->ownBefore = own;
+    if (ActAs(identity, made->before, made->meanwhile))
+        way = std::move(made);
+}
+
+ActingAs::~ActingAs()
+{
+    if (!way)
+        return;
+    if (!Change(way->meanwhile, way->before))
+        std::terminate();
+    own = way->ownBefore;
 }
 
 } // namespace Brindle::Vok::Platform

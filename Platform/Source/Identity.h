@@ -3,9 +3,12 @@
 //
 // A thread that impersonates has the other user and group as its real and effective ones, the other's supplementary
 // groups, and no capability in effect. The way back is kept where no access check looks: in the saved user (the
-// superuser if the process has that, otherwise its effective user), the saved group and the permitted capabilities.
+// superuser if the process has that, otherwise its effective user), the saved group and the permitted capabilities. A
+// mark in the kernel's credentials tells such a thread and those that it makes from all others, where the process has
+// the capability to set it (CAP_SETPCAP); elsewhere the ids have to tell.
 #pragma once
 
+#include <memory>
 #include <sys/types.h>
 #include <vector>
 
@@ -26,16 +29,37 @@ bool FindThreadIdentity(Identity& identity);
 /// That of the process, also while the calling thread impersonates.
 bool FindProcessIdentity(Identity& identity);
 
-/// Whether the calling thread impersonates, or its maker did when it made it.
-bool IsImpersonating();
+/// Whom the calling thread impersonates, or its maker did when it made it. False with ERROR_NO_TOKEN for nobody.
+bool FindImpersonated(Identity& identity);
 
 /// Lets the calling thread act as somebody, whom it may act as already. False with ERROR_PRIVILEGE_NOT_HELD or another
 /// code, and the thread acts as before. Where the kernel refuses that too, the process is ended: no thread goes on with
 /// one user's rights beside another one's.
 bool ActAs(Identity const& identity);
 
+/// Whether the calling thread has begun to act as somebody and not gone back.
+bool IsActing() noexcept;
+
 /// The same for the process's own identity. Succeeds on a thread that doesn't impersonate. The ambient capabilities of
 /// the process come back only as far as the kernel allows, as having fewer is safe.
 bool ActAsProcess();
+
+/// Lets the calling thread act as somebody for its own life, and then as before. Where the kernel refuses that the
+/// process is ended.
+class ActingAs
+{
+public:
+    explicit ActingAs(Identity const& identity);
+    ~ActingAs();
+    ActingAs(ActingAs const&) = delete;
+    ActingAs& operator=(ActingAs const&) = delete;
+
+    /// False with the last error set, and the thread acts as before.
+    bool IsInForce() const noexcept { return way != nullptr; }
+
+private:
+    struct Way;
+    std::unique_ptr<Way> way;
+};
 
 } // namespace Brindle::Vok::Platform

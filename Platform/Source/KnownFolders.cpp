@@ -3,20 +3,17 @@
 #include "HostErrors.h"
 #include "HostFile.h"
 #include "Names.h"
-#include "ProcessEnvironment.h"
 #include "SystemCalls.h"
 #include "Tokens.h"
 #include "UserDirs.h"
-#include "Users.h"
+#include "XdgDirectories.h"
 
 #include <Brindle/Platform/Com.h>
 #include <Brindle/Platform/System.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace Brindle::Vok::Platform
 {
@@ -37,7 +34,7 @@ struct Folder
 {
     KNOWNFOLDERID id;
     Base base;
-    /// What follows the base, or its name in user-dirs.dirs.
+    // What follows the base, or its name in user-dirs.dirs.
     char const* name;
 };
 
@@ -62,87 +59,47 @@ constexpr Folder folders[] = {
 constexpr DWORD knownFlags = KF_FLAG_SIMPLE_IDLIST | KF_FLAG_NOT_PARENT_RELATIVE | KF_FLAG_DEFAULT_PATH | KF_FLAG_INIT |
                              KF_FLAG_NO_ALIAS | KF_FLAG_DONT_UNEXPAND | KF_FLAG_DONT_VERIFY | KF_FLAG_CREATE;
 
-// A user, and whether the process's variables are his.
-class Owner
+std::string const& DirectoryOf(Base base, XdgDirectories const& user) noexcept
 {
-public:
-    Owner(uid_t user, bool isOfProcess, bool takesDefaults) noexcept
-        : user(user), isOfProcess(isOfProcess), takesDefaults(takesDefaults)
+    switch (base)
     {
+    case Base::configuration:
+        return user.config;
+    case Base::data:
+        return user.data;
+    case Base::cache:
+        return user.cache;
+    default:
+        return user.home;
     }
+}
 
-    /// False with the last error set.
-    bool Find(Folder const& folder, std::string& path)
+bool FindInUserDirs(Folder const& folder, XdgDirectories const& user, bool takesSettings, std::string& path)
+{
+    std::optional<std::string> file;
+    if (takesSettings && !ReadSettings(user.config + "/user-dirs.dirs", file))
+        return false;
+    path = FindUserDirectory(file.value_or(""), folder.name, user.home)
+               .value_or(folder.id == FOLDERID_Desktop ? user.home + "/Desktop" : user.home);
+    return true;
+}
+
+bool FindFolder(Folder const& folder, uid_t user, bool takesSettings, std::string& path)
+{
+    if (folder.base == Base::ofMachine)
     {
-        if (folder.base == Base::ofMachine)
-        {
-            path = MachineDirectory() + folder.name;
-            return true;
-        }
-        if (!FindHome())
-            return false;
-        if (folder.base == Base::userDirectories)
-            return FindUserDirs(folder, path);
-        path = (folder.base == Base::home            ? home
-                : folder.base == Base::configuration ? BaseDirectory("XDG_CONFIG_HOME", "/.config")
-                : folder.base == Base::data          ? BaseDirectory("XDG_DATA_HOME", "/.local/share")
-                                                     : BaseDirectory("XDG_CACHE_HOME", "/.cache")) +
-               folder.name;
+        path = takesSettings ? FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg")[0] : "/etc/xdg";
+        path += folder.name;
         return true;
     }
-
-private:
-    std::optional<std::string> Variable(std::string_view name) const
-    {
-        auto value = isOfProcess && !takesDefaults ? ReadHostVariable(name) : std::nullopt;
-        return value && value->starts_with('/') ? value : std::nullopt;
-    }
-
-    std::string BaseDirectory(std::string_view variable, std::string_view belowHome) const
-    {
-        return Variable(variable).value_or(home + std::string(belowHome));
-    }
-
-    // The first of the list that is absolute.
-    std::string MachineDirectory() const
-    {
-        auto const list = takesDefaults ? std::nullopt : ReadHostVariable("XDG_CONFIG_DIRS");
-        for (std::string_view rest = list ? std::string_view(*list) : std::string_view(); !rest.empty();)
-        {
-            std::size_t const end = std::min(rest.find(':'), rest.size());
-            if (rest.starts_with('/'))
-                return std::string(rest.substr(0, end));
-            rest.remove_prefix(std::min(end + 1, rest.size()));
-        }
-        return "/etc/xdg";
-    }
-
-    bool FindHome()
-    {
-        auto const ofProcess = isOfProcess ? ReadHostVariable("HOME") : std::nullopt;
-        User entry;
-        bool const isKnown = ofProcess && ofProcess->starts_with('/');
-        if (!isKnown && !FindUser(user, entry))
-            return false;
-        home = isKnown ? *ofProcess : entry.home;
-        return true;
-    }
-
-    bool FindUserDirs(Folder const& folder, std::string& path) const
-    {
-        std::string file;
-        if (!takesDefaults && !ReadSettings(BaseDirectory("XDG_CONFIG_HOME", "/.config") + "/user-dirs.dirs", file))
-            return false;
-        path = FindUserDirectory(file, folder.name, home)
-                   .value_or(folder.id == FOLDERID_Desktop ? home + "/Desktop" : home);
-        return true;
-    }
-
-    uid_t const user;
-    bool const isOfProcess;
-    bool const takesDefaults;
-    std::string home;
-};
+    XdgDirectories directories;
+    if (!FindXdgDirectories(user, takesSettings, directories))
+        return false;
+    if (folder.base == Base::userDirectories)
+        return FindInUserDirs(folder, directories, takesSettings, path);
+    path = DirectoryOf(folder.base, directories) + folder.name;
+    return true;
+}
 
 bool FindStatus(std::string const& path, struct stat& status) noexcept
 {
@@ -177,13 +134,10 @@ bool Provide(std::string const& path, DWORD flags, mode_t mode)
     return S_ISDIR(status.st_mode) || FailWith(ERROR_PATH_NOT_FOUND);
 }
 
-bool FindForThread(Folder const& folder, DWORD flags, uid_t user, std::string& path)
+// For a user that the calling thread acts as.
+bool ProvideFolder(Folder const& folder, DWORD flags, uid_t user, std::string& path)
 {
-    Identity process;
-    if (!FindProcessIdentity(process))
-        return false;
-    Owner owner(user, user == process.user, (flags & KF_FLAG_DEFAULT_PATH) != 0);
-    if (!owner.Find(folder, path))
+    if (!FindFolder(folder, user, (flags & KF_FLAG_DEFAULT_PATH) == 0, path))
         return false;
     while (path.size() > 1 && path.ends_with('/'))
         path.pop_back();
@@ -191,23 +145,18 @@ bool FindForThread(Folder const& folder, DWORD flags, uid_t user, std::string& p
     return Provide(path, flags, folder.base == Base::ofMachine ? 0755 : 0700);
 }
 
-// Lets the thread be the token's user while it looks at what is his, and makes it for him.
-bool FindForToken(Folder const& folder, DWORD flags, HANDLE token, std::string& path)
+// The thread is the token's user while it looks at what is his and makes it for him. Other groups alone don't count:
+// what belongs to a user, the user can reach.
+bool ProvideForToken(Folder const& folder, DWORD flags, HANDLE token, std::string& path)
 {
-    Identity before;
     Identity wanted;
-    if (!FindIdentityOfToken(token, TOKEN_QUERY | TOKEN_IMPERSONATE, wanted) || !FindThreadIdentity(before))
+    Identity present;
+    if (!FindIdentityOfToken(token, TOKEN_QUERY | TOKEN_IMPERSONATE, wanted) || !FindThreadIdentity(present))
         return false;
-    if (wanted.user == before.user)
-        return FindForThread(folder, flags, wanted.user, path);
-    bool const wasImpersonating = IsImpersonating();
-    if (!ActAs(wanted))
-        return false;
-    DWORD const code = CodeOfWork([&] { return FindForThread(folder, flags, wanted.user, path); });
-    // A thread never goes on with rights that its caller doesn't know of.
-    if (!(wasImpersonating ? ActAs(before) : ActAsProcess()))
-        std::abort();
-    return code == ERROR_SUCCESS || FailWith(code);
+    if (wanted.user == present.user)
+        return ProvideFolder(folder, flags, wanted.user, path);
+    ActingAs const owner(wanted);
+    return owner.IsInForce() && ProvideFolder(folder, flags, wanted.user, path);
 }
 
 bool FindPath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, std::string& path)
@@ -217,9 +166,9 @@ bool FindPath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, std::string& path)
     if (folder == end)
         return FailWith(ERROR_FILE_NOT_FOUND);
     if (token)
-        return FindForToken(*folder, flags, token, path);
+        return ProvideForToken(*folder, flags, token, path);
     Identity thread;
-    return FindThreadIdentity(thread) && FindForThread(*folder, flags, thread.user, path);
+    return FindThreadIdentity(thread) && ProvideFolder(*folder, flags, thread.user, path);
 }
 
 bool GivePath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR& given)
@@ -260,5 +209,5 @@ HRESULT SHGetKnownFolderPath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWS
     DWORD const code = CodeOfWork([&] { return GivePath(id, flags, token, *path); });
     if (code == ERROR_NOT_ENOUGH_MEMORY)
         return E_OUTOFMEMORY;
-    return code == ERROR_SUCCESS ? S_OK : static_cast<HRESULT>(0x80070000U | code);
+    return HRESULT_FROM_WIN32(code);
 }

@@ -2,6 +2,7 @@
 
 #include "Ascii.h"
 #include "HostErrors.h"
+#include "HostFile.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Registry.h>
@@ -75,20 +76,6 @@ bool IsServerName(std::wstring_view name)
     return IsShareName(name) && name != L"." && name != L"?";
 }
 
-bool WorkingDirectory(std::string& directory)
-{
-    for (std::size_t size = 256;; size *= 2)
-    {
-        directory.resize(size);
-        if (SystemCalls::GetWorkingDirectory(directory.data(), size))
-            break;
-        if (errno != ERANGE)
-            return FailWithHost(errno);
-    }
-    directory.resize(directory.find('\0'));
-    return true;
-}
-
 // Absolute, so that it stays the same when the working directory changes, and without a separator at the end.
 bool MakeAbsolute(std::string const& directory, std::string& absolute)
 {
@@ -104,7 +91,7 @@ bool MakeAbsolute(std::string const& directory, std::string& absolute)
     absolute.clear();
     if (directory.front() != '/')
     {
-        if (!WorkingDirectory(absolute))
+        if (!ReadWorkingDirectory(absolute))
             return false;
         absolute += '/';
     }
@@ -233,6 +220,8 @@ bool IsRegistryRoot(HKEY key) noexcept
 
 bool FindRegistryRoot(HKEY root, std::string_view& directory) noexcept
 {
+    if (!IsRegistryRoot(root))
+        return FailWith(ERROR_INVALID_HANDLE);
     std::string const* const mapped = registryRoots[IndexOf(root)].load(std::memory_order_acquire);
     if (!mapped)
         return FailWith(ERROR_FILE_NOT_FOUND);

@@ -126,6 +126,9 @@ void TypeSearch::Add(std::string_view file, Form form)
 
 void TypeSearch::AddPattern(std::string_view type, std::string_view pattern, std::uint32_t weight, bool isCaseSensitive)
 {
+    constexpr std::size_t longestPattern = 1024; // names are shorter, and an open `[` costs a look through all of it
+    if (pattern.size() > longestPattern)
+        return;
     bool const isExact = MatchesGlob(name, pattern, false);
     if (pattern.empty() || (!isExact && (isCaseSensitive || !MatchesGlob(name, pattern, true))))
         return;

@@ -2,6 +2,7 @@
 
 #include "HandleTable.h"
 #include "HostErrors.h"
+#include "HostFile.h"
 #include "LibraryFile.h"
 #include "Names.h"
 #include "Strings.h"
@@ -47,34 +48,6 @@ private:
 
 constexpr char const* executableLink = "/proc/self/exe";
 
-// Gives what a link holds, or the working directory, or false with the last error set. `read` writes into a buffer and
-// gives the length, which is the buffer's when that is too small.
-bool ReadGrowing(std::string& text, auto read)
-{
-    for (std::size_t size = 512;; size *= 2)
-    {
-        text.resize(size);
-        ssize_t const count = read(text.data(), size);
-        if (count < 0)
-            return FailWithHost(errno);
-        if (static_cast<std::size_t>(count) == size)
-            continue;
-        text.resize(static_cast<std::size_t>(count));
-        return true;
-    }
-}
-
-bool ReadWorkingDirectory(std::string& path)
-{
-    return ReadGrowing(path,
-                       [](char* buffer, std::size_t size) -> ssize_t
-                       {
-                           if (SystemCalls::GetWorkingDirectory(buffer, size))
-                               return static_cast<ssize_t>(std::char_traits<char>::length(buffer));
-                           return errno == ERANGE ? static_cast<ssize_t>(size) : -1;
-                       });
-}
-
 bool IsExecutable(char const* path) noexcept
 {
     struct stat own;
@@ -86,9 +59,15 @@ bool IsExecutable(char const* path) noexcept
 
 bool ReadExecutable(std::string& path)
 {
-    if (!ReadGrowing(path, [](char* buffer, std::size_t size)
-                     { return SystemCalls::ReadLink(executableLink, buffer, size); }))
-        return false;
+    ssize_t count = 512;
+    do
+    {
+        path.resize(2 * static_cast<std::size_t>(count));
+        count = SystemCalls::ReadLink(executableLink, path.data(), path.size());
+        if (count < 0)
+            return FailWithHost(errno);
+    } while (static_cast<std::size_t>(count) == path.size()); // it may have been cut
+    path.resize(static_cast<std::size_t>(count));
     // The host says so behind the path of a file that is gone. A file may also really be called like that.
     constexpr std::string_view mark = " (deleted)";
     if (path.ends_with(mark) && !IsExecutable(path.c_str()))
@@ -181,7 +160,7 @@ Loaded OpenLibrary(char const* name) noexcept
     return Loaded(SystemCalls::OpenLibrary(name, RTLD_NOW | RTLD_LOCAL));
 }
 
-Loaded LoadPath(std::wstring_view text)
+Loaded LoadPath(std::wstring_view text, std::string& name)
 {
     HostPath path;
     if (!FindPath(text, path))
@@ -189,7 +168,15 @@ Loaded LoadPath(std::wstring_view text)
     LibraryFile const file = ExamineLibrary(path.Text());
     if (file.code != ERROR_SUCCESS)
         return FailWith<Loaded>(file.code);
-    Loaded loaded = OpenLibrary(path.Text());
+    // The loader would replace $LIB and the like by what they stand for, and load another file.
+    bool const hasVariable = path.View().find('$') != path.View().npos;
+    Descriptor const opened = hasVariable ? OpenHost(AT_FDCWD, path.Text(), O_RDONLY) : Descriptor();
+    if (hasVariable && !opened)
+        return FailWith<Loaded>(CodeFromHost(errno));
+    if (hasVariable)
+        name = path.View();
+    Loaded loaded =
+        OpenLibrary(hasVariable ? ("/proc/self/fd/" + std::to_string(opened.Get())).c_str() : path.Text());
     return loaded ? std::move(loaded) : FailWith<Loaded>(CodeOfRefusal(file, errno));
 }
 
@@ -209,13 +196,17 @@ HANDLE LoadModule(std::wstring_view name)
 {
     if (name.empty())
         return FailWith<HANDLE>(ERROR_INVALID_PARAMETER);
-    Loaded loaded = name.find_first_of(L"\\/:") == name.npos ? LoadBareName(name) : LoadPath(name);
+    std::string path; // that of a file which the loader knows by another name
+    Loaded loaded = name.find_first_of(L"\\/:") == name.npos ? LoadBareName(name) : LoadPath(name, path);
     if (!loaded)
         return nullptr;
     link_map const* map = nullptr;
     if (::dlinfo(loaded.get(), RTLD_DI_LINKMAP, &map) != 0)
         return FailWith<HANDLE>(ERROR_MOD_NOT_FOUND);
-    std::string path = map->l_name;
+    if (path.empty())
+        path = map->l_name;
+    if (path.find('/') == path.npos) // the kernel's own, which is no file
+        return FailWith<HANDLE>(ERROR_MOD_NOT_FOUND);
     if (!MakeAbsolute(path))
         return nullptr;
     auto object = HandleTable::Make<ModuleObject>(std::move(loaded), std::move(path));
@@ -270,6 +261,11 @@ HMODULE LoadLibraryW(LPCWSTR name) noexcept
 {
     return reinterpret_cast<HMODULE>(
         WithoutThrowing([=] { return LoadModule(name ? std::wstring_view(name) : std::wstring_view()); }));
+}
+
+BOOL FreeLibrary(HMODULE module) noexcept
+{
+    return HandleTable::Close(reinterpret_cast<HANDLE>(module), KindsOf(Kind::module));
 }
 
 DWORD GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size) noexcept

@@ -1,6 +1,7 @@
 #include "Processes.h"
 
 #include "HostErrors.h"
+#include "HostFile.h"
 #include "ReadOnlyFile.h"
 
 #include <Brindle/Platform/Security.h>
@@ -35,16 +36,16 @@ public:
     {
         pollfd ended{descriptor, POLLIN, 0};
         timespec const atOnce{};
-        return Uninterrupted([&] { return SystemCalls::Poll(&ended, 1, &atOnce); }) != 0;
+        return Uninterrupted([&] { return SystemCalls::Poll(&ended, 1, &atOnce); }) > 0;
     }
 
     pid_t process = 0;
     int descriptor = -1; // none for the calling process
 };
 
-struct StatusPath
+struct ProcPath
 {
-    StatusPath(pid_t process, char const* name) noexcept
+    ProcPath(pid_t process, char const* name) noexcept
     {
         std::snprintf(text, sizeof text, "/proc/%d/%s", process, name);
     }
@@ -55,7 +56,7 @@ struct StatusPath
 bool MayLookInto(pid_t process) noexcept
 {
     char target[64];
-    if (SystemCalls::ReadLink(StatusPath(process, "ns/pid").text, target, sizeof target) >= 0)
+    if (SystemCalls::ReadLink(ProcPath(process, "ns/pid").text, target, sizeof target) >= 0)
         return true;
     return errno == ENOENT ? FailWith(ERROR_ACCESS_DENIED) : FailWithHost(errno); // hidden, if it hasn't ended
 }
@@ -63,7 +64,7 @@ bool MayLookInto(pid_t process) noexcept
 /// The host tells the size of no such file.
 bool ReadStatus(pid_t process, std::string& text)
 {
-    ReadOnlyFile const file(StatusPath(process, "status").text);
+    ReadOnlyFile const file(ProcPath(process, "status").text);
     ssize_t count = file.IsOpen() ? 1 : -1;
     while (count > 0)
     {
@@ -106,18 +107,19 @@ bool ParseIdentity(std::string_view status, Identity& identity)
     return true;
 }
 
-bool FindIdentityOfOther(ProcessObject const& object, ProcessIdentity& found)
+bool FindSubjectOfOther(ProcessObject const& object, TokenSubject& found)
 {
     std::string status;
-    if (!MayLookInto(object.process) || !ReadStatus(object.process, status) || !ParseIdentity(status, found.identity) ||
-        !FindSession(static_cast<DWORD>(object.process), found.session) || object.HasEnded())
-        return FailWith(object.HasEnded() ? ERROR_ACCESS_DENIED : GetLastError());
-    return true;
+    bool const isFound = MayLookInto(object.process) && ReadStatus(object.process, status) &&
+                         ParseIdentity(status, found.identity) &&
+                         FindSession(static_cast<DWORD>(object.process), found.session);
+    // Whatever was found may be another one's with the same number then.
+    return object.HasEnded() ? FailWith(ERROR_ACCESS_DENIED) : isFound;
 }
 
 } // namespace
 
-bool FindIdentityOfProcess(HANDLE process, ProcessIdentity& found)
+bool FindSubjectOfProcess(HANDLE process, TokenSubject& found)
 {
     pid_t const self = SystemCalls::GetProcess();
     if (process != GetCurrentProcess())
@@ -126,18 +128,33 @@ bool FindIdentityOfProcess(HANDLE process, ProcessIdentity& found)
         if (!object)
             return false;
         if (object->process != self || object->descriptor >= 0)
-            return FindIdentityOfOther(*object, found);
+            return FindSubjectOfOther(*object, found);
     }
     return FindSession(static_cast<DWORD>(self), found.session) && FindProcessIdentity(found.identity);
 }
+
+namespace
+{
+
+// The host gives threads numbers too, and answers most questions about them.
+bool IsThread(pid_t process) noexcept
+{
+    Descriptor const opened(SystemCalls::OpenProcess(process));
+    return !opened && errno == EINVAL;
+}
+
+} // namespace
 
 bool FindSession(DWORD processId, DWORD& session) noexcept
 {
     if (processId == 0 || processId > INT_MAX)
         return FailWith(ERROR_INVALID_PARAMETER);
-    pid_t const found = SystemCalls::GetSession(static_cast<pid_t>(processId));
+    auto const process = static_cast<pid_t>(processId);
+    pid_t const found = SystemCalls::GetSession(process);
     if (found < 0)
         return errno == ESRCH ? FailWith(ERROR_INVALID_PARAMETER) : FailWithHost(errno);
+    if (process != SystemCalls::GetProcess() && IsThread(process))
+        return FailWith(ERROR_INVALID_PARAMETER);
     session = static_cast<DWORD>(found);
     return true;
 }

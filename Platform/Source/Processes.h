@@ -7,8 +7,8 @@
 namespace Brindle::Vok::Platform
 {
 
-/// Whom a process acts as, and its session.
-struct ProcessIdentity
+/// What a token holds: whom somebody acts as, and the session.
+struct TokenSubject
 {
     Identity identity;
     DWORD session;
@@ -16,7 +16,7 @@ struct ProcessIdentity
 
 /// False with ERROR_INVALID_HANDLE for what isn't a process, ERROR_ACCESS_DENIED for one that has ended or that the
 /// calling thread may not look into. May throw std::bad_alloc.
-bool FindIdentityOfProcess(HANDLE process, ProcessIdentity& found);
+bool FindSubjectOfProcess(HANDLE process, TokenSubject& found);
 
 /// The session of a process that is there. False with ERROR_INVALID_PARAMETER or ERROR_ACCESS_DENIED.
 bool FindSession(DWORD processId, DWORD& session) noexcept;

@@ -35,7 +35,6 @@ public:
 constexpr int keyFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW;
 constexpr REGSAM bothViews = KEY_WOW64_32KEY | KEY_WOW64_64KEY;
 constexpr REGSAM rightsToRead = KEY_READ | SYNCHRONIZE | GENERIC_READ | GENERIC_EXECUTE;
-constexpr REGSAM maximumAllowed = 0x02000000;
 
 // A file or a link where a key is looked for is no key.
 bool FailOnKey(int error) noexcept
@@ -101,7 +100,7 @@ private:
 
 bool IsAllowed(int directory, REGSAM access) noexcept
 {
-    if ((access & ~(rightsToRead | bothViews | maximumAllowed)) != 0)
+    if ((access & ~(rightsToRead | bothViews | MAXIMUM_ALLOWED)) != 0)
         return FailWith(ERROR_ACCESS_DENIED);
     return OpenHost(directory, ".", O_RDONLY | O_DIRECTORY) || FailOnKey(errno);
 }

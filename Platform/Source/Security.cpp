@@ -44,7 +44,7 @@ bool GrantRights(DWORD asked, DWORD& granted) noexcept
     return (asked & ~(all | maximum)) == 0 || FailWith(ERROR_ACCESS_DENIED);
 }
 
-HANDLE MakeToken(ProcessIdentity const& whose, TOKEN_TYPE type, DWORD access)
+HANDLE MakeToken(TokenSubject const& whose, TOKEN_TYPE type, DWORD access)
 {
     auto token =
         HandleTable::Make<TokenObject>(std::make_unique<Identity const>(whose.identity), type, whose.session, access);
@@ -56,7 +56,7 @@ template <class Find>
 bool OpenToken(Find find, TOKEN_TYPE type, DWORD access, HANDLE* token)
 {
     DWORD granted = 0;
-    ProcessIdentity whose;
+    TokenSubject whose;
     if (!find(whose) || !GrantRights(access, granted))
         return false;
     if (!token)
@@ -70,13 +70,11 @@ bool FindOwnSession(DWORD& session) noexcept
     return FindSession(GetCurrentProcessId(), session);
 }
 
-bool FindImpersonated(HANDLE thread, ProcessIdentity& found)
+bool FindImpersonatedBy(HANDLE thread, TokenSubject& found)
 {
     if (thread != GetCurrentThread())
         return FailWith(ERROR_INVALID_HANDLE);
-    if (!IsImpersonating())
-        return FailWith(ERROR_NO_TOKEN);
-    return FindThreadIdentity(found.identity) && FindOwnSession(found.session);
+    return FindImpersonated(found.identity) && FindOwnSession(found.session);
 }
 
 // What a token tells
@@ -125,10 +123,12 @@ HANDLE OpenUserToken(std::string const& user)
         [&]() -> HANDLE
         {
             User found;
-            ProcessIdentity whose;
-            if (!FindUser(user, found) || !FindOwnSession(whose.session))
+            TokenSubject whose;
+            if (!FindUser(user, found) || !FindGroupsOf(found, whose.identity.groups) ||
+                !FindOwnSession(whose.session))
                 return nullptr;
-            whose.identity = {found.number, found.group, FindGroupsOf(found)};
+            whose.identity.user = found.number;
+            whose.identity.group = found.group;
             return MakeToken(whose, TokenPrimary, static_cast<DWORD>(TOKEN_ALL_ACCESS));
         });
 }
@@ -156,14 +156,14 @@ HANDLE GetCurrentThread() noexcept
 BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    auto const find = [&](ProcessIdentity& found) { return FindIdentityOfProcess(process, found); };
+    auto const find = [&](TokenSubject& found) { return FindSubjectOfProcess(process, found); };
     return WithoutThrowing([&] { return OpenToken(find, TokenPrimary, access, token); });
 }
 
 BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL, PHANDLE token) noexcept
 {
     using namespace Brindle::Vok::Platform;
-    auto const find = [&](ProcessIdentity& found) { return FindImpersonated(thread, found); };
+    auto const find = [&](TokenSubject& found) { return FindImpersonatedBy(thread, found); };
     return WithoutThrowing([&] { return OpenToken(find, TokenImpersonation, access, token); });
 }
 

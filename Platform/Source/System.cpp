@@ -3,6 +3,7 @@
 #include "Ascii.h"
 #include "HostErrors.h"
 #include "HostFile.h"
+#include "Lines.h"
 #include "Names.h"
 #include "Strings.h"
 #include "SystemCalls.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,16 +21,6 @@ namespace
 {
 
 constexpr std::size_t longestNetBiosName = 15;
-
-// Takes the first word away from a line; empty when there is none.
-std::string_view TakeWord(std::string_view& line) noexcept
-{
-    constexpr std::string_view blanks = " \t\r";
-    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
-    std::string_view const word = line.substr(0, line.find_first_of(blanks));
-    line.remove_prefix(word.size());
-    return word;
-}
 
 // The domain in a line "address name.domain name …" that has the host's bare name too.
 std::string_view DomainInLine(std::string_view line, std::string_view host) noexcept
@@ -44,45 +36,53 @@ std::string_view DomainInLine(std::string_view line, std::string_view host) noex
     return {};
 }
 
-std::string FindDomain(std::string_view host)
+// Empty when neither the name nor the host's list tells it. False with the last error set.
+bool FindDomain(std::string_view name, std::string& domain)
 {
-    std::string hosts;
-    if (!ReadSettings("/etc/hosts", hosts))
-        return {};
-    std::string_view rest = hosts;
-    while (!host.empty() && !rest.empty())
+    if (std::size_t const dot = name.find('.'); dot != name.npos)
     {
-        std::string_view const line = rest.substr(0, rest.find('\n'));
-        if (std::string_view const domain = DomainInLine(line, host); !domain.empty())
-            return std::string(domain);
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        domain = name.substr(dot + 1);
+        return true;
     }
-    return {};
+    std::optional<std::string> hosts;
+    if (!ReadSettings("/etc/hosts", hosts))
+        return false;
+    domain.clear();
+    std::string_view rest = hosts ? std::string_view(*hosts) : std::string_view();
+    while (!name.empty() && domain.empty() && !rest.empty())
+        domain = DomainInLine(TakePart(rest, '\n'), name);
+    return true;
 }
 
-std::wstring ComputerName(COMPUTER_NAME_FORMAT format, std::string_view name)
+// False with the last error set.
+bool FindComputerName(COMPUTER_NAME_FORMAT format, std::string_view name, std::wstring& found)
 {
-    std::size_t const dot = std::min(name.find('.'), name.size());
-    std::string_view const host = name.substr(0, dot);
-    auto const domain = [&] { return dot < name.size() ? std::string(name.substr(dot + 1)) : FindDomain(host); };
+    std::string_view const host = name.substr(0, name.find('.'));
+    std::string domain;
     switch (format)
     {
     case ComputerNameNetBIOS:
     case ComputerNamePhysicalNetBIOS:
-    {
-        std::wstring text = ToWide(host).substr(0, longestNetBiosName);
-        std::ranges::transform(text, text.begin(), UpperCase<wchar_t>);
-        return text;
-    }
+        found = ToWide(host).substr(0, longestNetBiosName);
+        if (!found.empty() && found.back() >= 0xD800 && found.back() <= 0xDBFF)
+            found.pop_back(); // the other half was cut off
+        std::ranges::transform(found, found.begin(), UpperCase<wchar_t>);
+        return true;
     case ComputerNameDnsHostname:
     case ComputerNamePhysicalDnsHostname:
-        return ToWide(host);
+        found = ToWide(host);
+        return true;
     case ComputerNameDnsDomain:
     case ComputerNamePhysicalDnsDomain:
-        return ToWide(domain());
+        if (!FindDomain(name, domain))
+            return false;
+        found = ToWide(domain);
+        return true;
     default:
-        std::string const found = domain();
-        return ToWide(found.empty() ? std::string(host) : std::string(host) + '.' + found);
+        if (!FindDomain(name, domain))
+            return false;
+        found = ToWide(domain.empty() ? std::string(host) : std::string(host) + '.' + domain);
+        return true;
     }
 }
 
@@ -93,7 +93,9 @@ bool GiveComputerName(COMPUTER_NAME_FORMAT format, wchar_t* buffer, DWORD* size)
     utsname names;
     if (SystemCalls::GetHostNames(&names) != 0)
         return FailWithHost(errno);
-    std::wstring const name = ComputerName(format, names.nodename);
+    std::wstring name;
+    if (!FindComputerName(format, names.nodename, name))
+        return false;
     bool const fits = CopyIfItFits(name, buffer, *size);
     *size = static_cast<DWORD>(name.size() + (fits ? 0 : 1));
     return fits || FailWith(ERROR_MORE_DATA);

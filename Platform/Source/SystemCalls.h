@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
+#include <linux/securebits.h>
 #include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
@@ -240,6 +241,21 @@ VOK_SYSTEM_CALL(SetCapabilities, long(__user_cap_header_struct*, __user_cap_data
 VOK_SYSTEM_CALL(ChangeAmbient, int(int, unsigned long),
                 [](int operation, unsigned long capability)
                 { return ::prctl(PR_CAP_AMBIENT, operation, capability, 0UL, 0UL); });
+VOK_SYSTEM_CALL(SetFileSystemUser, int(uid_t),
+                [](uid_t user) { return static_cast<int>(::syscall(SYS_setfsuid, user)); });
+VOK_SYSTEM_CALL(SetFileSystemGroup, int(gid_t),
+                [](gid_t group) { return static_cast<int>(::syscall(SYS_setfsgid, group)); });
+VOK_SYSTEM_CALL(GetDumpable, int(), [] { return ::prctl(PR_GET_DUMPABLE, 0UL, 0UL, 0UL, 0UL); });
+VOK_SYSTEM_CALL(SetDumpable, int(int),
+                [](int is) { return ::prctl(PR_SET_DUMPABLE, static_cast<unsigned long>(is), 0UL, 0UL, 0UL); });
+VOK_SYSTEM_CALL(GetDeathSignal, int(int*),
+                [](int* signal) { return ::prctl(PR_GET_PDEATHSIG, signal, 0UL, 0UL, 0UL); });
+VOK_SYSTEM_CALL(SetDeathSignal, int(int),
+                [](int signal)
+                { return ::prctl(PR_SET_PDEATHSIG, static_cast<unsigned long>(signal), 0UL, 0UL, 0UL); });
+VOK_SYSTEM_CALL(GetSecureBits, int(), [] { return ::prctl(PR_GET_SECUREBITS, 0UL, 0UL, 0UL, 0UL); });
+VOK_SYSTEM_CALL(SetSecureBits, int(int),
+                [](int bits) { return ::prctl(PR_SET_SECUREBITS, static_cast<unsigned long>(bits), 0UL, 0UL, 0UL); });
 VOK_SYSTEM_CALL(GetProcess, pid_t(), [] { return ::getpid(); });
 VOK_SYSTEM_CALL(GetSession, pid_t(pid_t), [](pid_t process) { return ::getsid(process); });
 VOK_SYSTEM_CALL(OpenProcess, int(pid_t),

@@ -1,12 +1,14 @@
 #include "TimerPool.h"
 
 #include "HostErrors.h"
+#include "Identity.h"
 #include "ShortTurns.h"
 #include "SystemCalls.h"
 #include "Threads.h"
 
 #include <Brindle/Platform/Security.h>
 
+#include <exception>
 #include <memory>
 #include <new>
 #include <thread>
@@ -72,6 +74,15 @@ bool AreProcessorsBusy(std::int64_t time, std::int64_t processTime) noexcept
 {
     static auto const processors = static_cast<std::int64_t>(std::thread::hardware_concurrency());
     return processTime * 4 >= time * processors * 3;
+}
+
+/// A thread of the pool belongs to the process, whoever started it and whatever its last function left behind.
+void BeTheProcess() noexcept
+{
+    while (!RevertToSelf() && GetLastError() == ERROR_NOT_ENOUGH_MEMORY)
+        SystemCalls::Sleep(&whileThatIsTooLong);
+    if (IsActing())
+        std::terminate(); // the next function would run as somebody
 }
 
 } // namespace
@@ -364,7 +375,7 @@ void* TimerPool::Work(void* pool) noexcept
 
 void TimerPool::Work() noexcept
 {
-    RevertToSelf(); // whoever starts a thread may be impersonating
+    BeTheProcess();
     AskForShortTurns();
     Lock lock(mutex);
     for (;;)
@@ -428,6 +439,8 @@ bool TimerPool::Run(Lock& lock, TP_TIMER& timer) noexcept
     lock.unlock();
     ownTimer = &timer;
     timer.callback(nullptr, timer.context, &timer);
+    if (IsActing())
+        BeTheProcess();
     lock.lock();
     if (process != before)
         return false;

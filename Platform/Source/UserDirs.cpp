@@ -1,5 +1,7 @@
 #include "UserDirs.h"
 
+#include "Lines.h"
+
 #include <algorithm>
 
 namespace Brindle::Vok::Platform
@@ -9,7 +11,7 @@ namespace
 
 void SkipBlanks(std::string_view& text) noexcept
 {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\r"), text.size()));
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
 }
 
 bool Skip(std::string_view& text, std::string_view expected) noexcept
@@ -68,10 +70,8 @@ std::optional<std::string> FindUserDirectory(std::string_view file, std::string_
     std::optional<std::string> last;
     while (!file.empty())
     {
-        std::size_t const end = std::min(file.find('\n'), file.size());
-        if (auto directory = DirectoryInLine(file.substr(0, end), name, home))
+        if (auto directory = DirectoryInLine(TakePart(file, '\n'), name, home))
             last = std::move(directory);
-        file.remove_prefix(std::min(end + 1, file.size()));
     }
     return last;
 }

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <string_view>
@@ -60,10 +61,10 @@ void Put(std::map<Text, Text, LessWithoutCase>& variables, Text name, Text value
 
 bool AddSystem(HostVariables& variables)
 {
-    std::string file;
+    std::optional<std::string> file;
     if (!ReadSettings("/etc/environment", file))
         return false;
-    for (auto& [name, value] : ParseEnvironmentFile(file))
+    for (auto& [name, value] : ParseEnvironmentFile(file.value_or("")))
         Put(variables, std::move(name), std::move(value));
     return true;
 }

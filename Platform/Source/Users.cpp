@@ -11,6 +11,12 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
+/// What the look-ups meet on their way without saying so: they find nobody then, or too few groups.
+bool IsShortage(int error) noexcept
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
+}
+
 /// Makes a user of what `find` puts into an entry, with its texts in a buffer that grows until they fit.
 template <class Find>
 bool FindEntry(Find find, User& user)
@@ -18,10 +24,13 @@ bool FindEntry(Find find, User& user)
     std::string texts(1024, '\0');
     passwd entry;
     passwd* found = nullptr;
+    errno = 0;
     int error;
     while ((error = find(&entry, texts.data(), texts.size(), &found)) == ERANGE || error == EINTR)
         if (error == ERANGE)
             texts.resize(2 * texts.size());
+    if (!found && IsShortage(errno))
+        return FailWithHost(errno);
     // The C library also says so by these when there is no database at all.
     if (!found && (error == 0 || error == ENOENT || error == ESRCH))
         return FailWith(ERROR_NO_SUCH_USER);
@@ -45,16 +54,24 @@ bool FindUser(std::string const& name, User& user)
     return FindEntry([&](auto... into) { return SystemCalls::FindUserNamed(name.c_str(), into...); }, user);
 }
 
-std::vector<gid_t> FindGroupsOf(User const& user)
+bool FindGroupsOf(User const& user, std::vector<gid_t>& groups)
 {
-    std::vector<gid_t> groups;
     int count = 32;
-    do
+    for (;;)
+    {
         groups.resize(static_cast<std::size_t>(count));
-    while (SystemCalls::FindGroupsOf(user.name.c_str(), user.group, groups.data(), &count) < 0);
+        errno = 0;
+        int const result = SystemCalls::FindGroupsOf(user.name.c_str(), user.group, groups.data(), &count);
+        if (IsShortage(errno))
+            return FailWithHost(errno);
+        if (result >= 0)
+            break;
+        if (static_cast<std::size_t>(count) <= groups.size()) // it wanted no room for more
+            return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    }
     groups.resize(static_cast<std::size_t>(count));
     std::ranges::sort(groups);
-    return groups;
+    return true;
 }
 
 } // namespace Brindle::Vok::Platform

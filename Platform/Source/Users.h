@@ -22,7 +22,8 @@ struct User
 bool FindUser(uid_t number, User& user);
 bool FindUser(std::string const& name, User& user);
 
-/// The groups that the databases give a user, his own among them, sorted. May throw std::bad_alloc.
-std::vector<gid_t> FindGroupsOf(User const& user);
+/// The groups that the databases give a user, his own among them, sorted. False with the last error set. May throw
+/// std::bad_alloc.
+bool FindGroupsOf(User const& user, std::vector<gid_t>& groups);
 
 } // namespace Brindle::Vok::Platform

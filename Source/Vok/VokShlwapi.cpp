@@ -8,7 +8,7 @@ namespace Brindle::Vok
 
 std::wstring VokAssocQueryString(unsigned long flags, ASSOCSTR str, std::wstring assoc, std::wstring extra)
 {
-    constexpr auto noAssociation = static_cast<HRESULT>(0x80070000U | ERROR_NO_ASSOCIATION);
+    constexpr auto noAssociation = HRESULT_FROM_WIN32(ERROR_NO_ASSOCIATION);
     wchar_t const* const extraText = extra.empty() ? nullptr : extra.c_str();
     DWORD size = 0;
     HRESULT const sizeResult =

@@ -311,7 +311,8 @@ unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
 {
     VOK_LOG_SCOPE();
     DWORD id = noSession;
-    if (ProcessIdToSessionId(static_cast<DWORD>(processId), &id))
+    // No process has a number of more than 32 bits, or 0.
+    if (ProcessIdToSessionId(std::in_range<DWORD>(processId) ? static_cast<DWORD>(processId) : 0, &id))
         return id;
     if (GetLastError() != ERROR_ACCESS_DENIED)
     {
@@ -322,10 +323,10 @@ unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
     if (token != nullptr)
     {
         unsigned long const found = SessionIdFromToken(token, error);
-        return error.Failed() ? noSession : found;
+        return error.Failed() ? noSession : found; // required: also if it had failed before
     }
     UnImpersonator const asProcess;
-    HandleOwner<Detail::NullHandleTraits> process(
+    HandleOwner<Detail::NullHandleTraits> const process(
         OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId)));
     if (!process.IsValid())
     {
@@ -338,10 +339,8 @@ unsigned long GetSessionId(unsigned long processId, void* token, Error& error)
         VOK_SET_LAST_ERROR(error, "Unable to OpenThreadToken()"); // required: though it is a process's
         return noSession;
     }
-    HandleOwner<Detail::NullHandleTraits> owner(processToken);
+    HandleOwner<Detail::NullHandleTraits> const owner(processToken);
     unsigned long const found = SessionIdFromToken(processToken, error);
-    owner.Reset();
-    process.Reset();
     return error.Failed() ? noSession : found;
 }
 
@@ -349,8 +348,7 @@ unsigned long GetSessionId(unsigned long processId, void* token)
 {
     Error error;
     unsigned long const id = GetSessionId(processId, token, error);
-    if (error.Failed())
-        throw Error(error);
+    ThrowIfFailed(error);
     return id;
 }
 

@@ -140,7 +140,9 @@ TEST_F(Associations, TakeTheFirstApplicationThatCanBeStarted)
             std::filesystem::remove(desktop.drive.Host(file));
     }
     Associate("home/.config/mimeapps.list", defaults + "a.desktop");
-    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L"text/plain", L"Open"), L"a");
+    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".txt", L"Open"), L"a");
+    for (wchar_t const* const none : {L"text/plain", L"/tmp/a.txt", L"txt", L""})
+        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, none), L"none");
     EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".txt", nullptr, ASSOCF_NOUSERSETTINGS), L"none");
 }
 

@@ -1,6 +1,7 @@
 #include <Brindle/Platform/Environment.h>
 #include <Brindle/Platform/ErrorCodes.h>
 
+#include "Support/ChildProcess.h"
 #include "Support/HostVariable.h"
 #include "Support/OpenHandle.h"
 
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <thread>
 
+using Brindle::Vok::Testing::ChildProcess;
 using Brindle::Vok::Testing::CodeOf;
 using Brindle::Vok::Testing::HostVariable;
 
@@ -152,6 +154,17 @@ TEST(EnvironmentVariables, MayBeUsedByManyThreads)
     };
     std::thread other(use, L"VOK_TEST_1");
     use(L"VOK_TEST_2");
+    // Children are made while the other one is at it.
+    for (int i = 0; i < 20; ++i)
+    {
+        ChildProcess child(
+            [](auto const&)
+            {
+                ::alarm(10);
+                return Get(L"TEMP").empty() ? 1 : 0;
+            });
+        EXPECT_EQ(child.Join(), 0);
+    }
     other.join();
 }
 

@@ -9,6 +9,7 @@
 #include <windows.h>
 
 #include <atlbase.h>
+#include <atlsecurity.h>
 #include <atlstr.h>
 #include <comdef.h>
 #include <objbase.h>

@@ -13,6 +13,8 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/Platform.h>
 
+#include <utility>
+
 namespace Brindle::Vok
 {
 
@@ -34,7 +36,7 @@ public:
     void AttachForeign(HANDLE token) noexcept
     {
         Clear();
-        m_hToken = token;
+        Attach(token);
         ownsToken = token == nullptr;
     }
 
@@ -45,10 +47,8 @@ public:
 private:
     void ForgetForeign() noexcept
     {
-        if (ownsToken)
-            return;
-        m_hToken = nullptr;
-        ownsToken = true;
+        if (!std::exchange(ownsToken, true))
+            Detach();
     }
 
     bool ownsToken = true;

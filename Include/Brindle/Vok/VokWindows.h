@@ -71,7 +71,8 @@ VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const*
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
 /// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
-/// that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
+/// that exists and is empty throws a WindowsError of code 0, whose Failed() is false. One that another thread changes
+/// meanwhile may come with more NULs behind it, or as NULs alone.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
 /// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. The overload

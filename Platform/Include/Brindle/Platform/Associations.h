@@ -1,7 +1,7 @@
 // Which program opens files of a kind, as the host's desktop has it: the kind from the shared MIME database, the
-// program from mimeapps.list and mimeinfo.cache, its command from its .desktop file. The directories are those of
-// XDG_CONFIG_HOME, XDG_CONFIG_DIRS, XDG_DATA_HOME and XDG_DATA_DIRS, and XDG_CURRENT_DESKTOP names lists that come
-// first.
+// program from mimeapps.list and mimeinfo.cache, its command from its .desktop file. The directories are those of the
+// calling thread's user (XDG_CONFIG_HOME and XDG_DATA_HOME if that is the process's own, see Shell.h), XDG_CONFIG_DIRS
+// and XDG_DATA_DIRS, and XDG_CURRENT_DESKTOP names lists that come first.
 //
 //     wchar_t program[MAX_PATH];
 //     DWORD size = MAX_PATH;
@@ -65,14 +65,15 @@ enum ASSOCSTR : int
 
 extern "C"
 {
-    /// `assoc` is an extension with its dot, or a MIME type. `extra` is the verb; only "open", null and empty have an
-    /// association. `*size` is in characters with the terminator, going in and coming out. S_OK; S_FALSE for a null
-    /// `out`, with the size that is needed; E_POINTER for a buffer that is too small, with that size, and as much of
-    /// the text as fits unless ASSOCF_NOTRUNCATE is set. No association is 0x80070483, and `*size` stays then and at
-    /// every other failure: E_INVALIDARG for a null `assoc` or `size` and for a kind or flags that don't exist,
-    /// E_NOTIMPL for program names, folders, ProgIDs and protocols (ASSOCF_INIT_BYEXENAME, ASSOCF_INIT_DEFAULTTOFOLDER,
-    /// ASSOCF_INIT_FIXED_PROGID, ASSOCF_IS_PROTOCOL), E_OUTOFMEMORY, and 0x8007 with a Win32 code where the host fails.
-    /// ASSOCF_NOUSERSETTINGS leaves out the user's own directories; the other flags change nothing.
+    /// `assoc` is an extension with its dot; for anything else there is no association. `extra` is the verb; only
+    /// "open", null and empty have an association. `*size` is in characters with the terminator, going in and coming
+    /// out. S_OK; S_FALSE for a null `out`, with the size that is needed; E_POINTER for a buffer that is too small,
+    /// with that size, and as much of the text as fits unless ASSOCF_NOTRUNCATE is set. No association is 0x80070483,
+    /// and `*size` stays then and at every other failure: E_INVALIDARG for a null `assoc` or `size` and for a kind or
+    /// flags that don't exist, E_NOTIMPL for program names, folders, ProgIDs and protocols (ASSOCF_INIT_BYEXENAME,
+    /// ASSOCF_INIT_DEFAULTTOFOLDER, ASSOCF_INIT_FIXED_PROGID, ASSOCF_IS_PROTOCOL), E_OUTOFMEMORY, and 0x8007 with a
+    /// Win32 code where the host fails. ASSOCF_NOUSERSETTINGS leaves out the user's own directories; the other flags
+    /// change nothing.
     VOK_PLATFORM_EXPORT HRESULT WINAPI AssocQueryStringW(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra,
                                                          LPWSTR out, LPDWORD size) noexcept;
 }

@@ -107,6 +107,17 @@ public:
     /// Null without a token. It stays the object's.
     HANDLE GetHandle() const noexcept { return m_hToken; }
 
+    /// An empty object takes a token over.
+    void Attach(HANDLE token) noexcept { m_hToken = token; }
+
+    /// Gives the token to the caller, who closes it, and is empty then.
+    HANDLE Detach() noexcept
+    {
+        HANDLE const token = std::exchange(m_hToken, nullptr);
+        Clear();
+        return token;
+    }
+
     /// Closes what the object holds.
     virtual void Clear() noexcept
     {
@@ -140,10 +151,8 @@ public:
     /// Lets the calling thread act as the token's user. False without a token.
     bool ImpersonateLoggedOnUser() const noexcept
     {
-        if (m_hToken == nullptr)
-            return false;
         LookForImpersonation();
-        if (!::ImpersonateLoggedOnUser(m_hToken))
+        if (m_hToken == nullptr || !::ImpersonateLoggedOnUser(m_hToken))
             return false;
         m_pRevert.reset(new (std::nothrow) CRevertToSelf);
         if (m_pRevert)
@@ -152,11 +161,8 @@ public:
         return false;
     }
 
-protected:
-    HANDLE m_hToken = nullptr;
-    HANDLE m_hProfile = nullptr;
-
 private:
+    // How to end the impersonation. Required to be made, though nobody asks for it here.
     struct CRevert
     {
         virtual ~CRevert() = default;
@@ -168,7 +174,7 @@ private:
         bool Revert() noexcept override { return ::RevertToSelf() != FALSE; }
     };
 
-    // Nothing comes of it but the last error.
+    // Required, though nothing comes of it but the last error.
     static void LookForImpersonation() noexcept
     {
         HANDLE present = nullptr;
@@ -176,6 +182,8 @@ private:
             CloseHandle(present);
     }
 
+    HANDLE m_hToken = nullptr;
+    HANDLE m_hProfile = nullptr; // nothing loads one
     mutable std::unique_ptr<CRevert> m_pRevert;
 };
 

@@ -117,6 +117,13 @@
 #define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000EU))
 #define E_INVALIDARG (static_cast<HRESULT>(0x80070057U))
 
+/// The HRESULT of a Win32 code; 0 and what is an HRESULT already stay themselves.
+constexpr HRESULT HRESULT_FROM_WIN32(DWORD code) noexcept
+{
+    return static_cast<HRESULT>(code) <= 0 ? static_cast<HRESULT>(code)
+                                           : static_cast<HRESULT>(0x80070000U | (code & 0xFFFFU));
+}
+
 extern "C"
 {
     /// Code of the calling thread's last failed call. A call that succeeds leaves it alone.

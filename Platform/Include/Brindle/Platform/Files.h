@@ -89,13 +89,13 @@ struct WIN32_FIND_DATAW
 };
 using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
 
-enum FINDEX_INFO_LEVELS
+enum FINDEX_INFO_LEVELS : int
 {
     FindExInfoStandard,
     FindExInfoBasic
 };
 
-enum FINDEX_SEARCH_OPS
+enum FINDEX_SEARCH_OPS : int
 {
     FindExSearchNameMatch,
     FindExSearchLimitToDirectories ///< a hint, which nothing here follows

@@ -18,7 +18,4 @@ extern "C"
 
     /// Ends a search. ERROR_INVALID_HANDLE for anything else.
     VOK_PLATFORM_EXPORT BOOL WINAPI FindClose(HANDLE search) noexcept;
-
-    /// Releases a library that LoadLibraryW loaded (Modules.h). ERROR_INVALID_HANDLE for anything else.
-    VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
 }

@@ -11,7 +11,8 @@
 // What is not guaranteed:
 // - One value for one library: each LoadLibraryW gives a handle of its own, and FreeLibrary takes back that one. The
 //   library stays while any of them is open.
-// - That a library which needs a damaged one is refused: the host's loader looks into those by itself.
+// - That a damaged library is refused: only its headers are looked at, and the loader may end the process over what
+//   comes behind them. Those that a library needs, and bare names, the loader looks into by itself.
 #pragma once
 
 #include <Brindle/Platform/Types.h>
@@ -24,6 +25,9 @@ extern "C"
     /// something missing, ERROR_BAD_EXE_FORMAT for a file that is no library of this machine or was cut short,
     /// ERROR_ACCESS_DENIED for one that may not be read and for a directory, ERROR_NOT_ENOUGH_MEMORY.
     VOK_PLATFORM_EXPORT HMODULE WINAPI LoadLibraryW(LPCWSTR name) noexcept;
+
+    /// Releases a loaded library. ERROR_INVALID_HANDLE for anything else.
+    VOK_PLATFORM_EXPORT BOOL WINAPI FreeLibrary(HMODULE module) noexcept;
 
     /// The absolute path of a loaded library, or of the program for null. The count without the terminator. A longer
     /// path is cut: the result is `size` then, the buffer ends in a NUL and the last error is

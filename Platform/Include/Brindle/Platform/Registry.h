@@ -15,12 +15,11 @@ using REGSAM = DWORD;
 using PHKEY = HKEY*;
 
 // The platform's own values: 32 bits whose sign goes on.
-#define VOK_PREDEFINED_KEY(number) (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(number))))
-#define HKEY_CLASSES_ROOT VOK_PREDEFINED_KEY(0x80000000U)
-#define HKEY_CURRENT_USER VOK_PREDEFINED_KEY(0x80000001U)
-#define HKEY_LOCAL_MACHINE VOK_PREDEFINED_KEY(0x80000002U)
-#define HKEY_USERS VOK_PREDEFINED_KEY(0x80000003U)
-#define HKEY_CURRENT_CONFIG VOK_PREDEFINED_KEY(0x80000005U)
+#define HKEY_CLASSES_ROOT (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000000U))))
+#define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000001U))))
+#define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000002U))))
+#define HKEY_USERS (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000003U))))
+#define HKEY_CURRENT_CONFIG (reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(0x80000005U))))
 
 #define KEY_QUERY_VALUE 0x0001U
 #define KEY_SET_VALUE 0x0002U

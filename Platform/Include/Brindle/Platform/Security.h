@@ -11,13 +11,14 @@
 //
 // A token holds a host's user with group and supplementary groups, as they were when it was opened. Impersonation
 // changes the kernel's credentials of the calling thread: real and effective user and group, the supplementary groups,
-// and no capability stays in effect unless the user is the process's own. Only the saved ids and the permitted
-// capabilities lead back, so the thread can't signal or trace the process's owner meanwhile.
+// and no capability stays in effect unless the user is the process's own, whose ids stay as they are. Only the saved ids
+// and the permitted capabilities lead back, so the thread can't signal or trace the process's owner meanwhile. But the
+// impersonated user can signal that thread by its number, and so end the process: impersonate for short steps.
 //
 // The host gives a new thread the credentials of its maker. A thread that was started by one that impersonates
-// impersonates too, until it calls RevertToSelf. The threads that the platform itself starts run as the process, but
-// those that help with a search, which act as the searcher. A host that changes the user of the whole process
-// does so while no thread impersonates.
+// impersonates too, until it calls RevertToSelf. The threads that the platform itself starts run as the process (or, if
+// the kernel refused that, with no more rights than their maker had), but those that help with a search, which act as
+// the searcher. A host that changes the user of the whole process does so while no thread impersonates.
 //
 // All functions may be called from any thread.
 #pragma once
@@ -25,7 +26,6 @@
 #include <Brindle/Platform/Types.h>
 
 #define STANDARD_RIGHTS_REQUIRED 0x000F0000L
-#define MAXIMUM_ALLOWED 0x02000000L
 
 #define PROCESS_QUERY_INFORMATION 0x0400
 #define PROCESS_QUERY_LIMITED_INFORMATION 0x1000
@@ -43,13 +43,13 @@
 
 using PHANDLE = HANDLE*;
 
-enum TOKEN_INFORMATION_CLASS
+enum TOKEN_INFORMATION_CLASS : int
 {
     TokenType = 8,
     TokenSessionId = 12
 };
 
-enum TOKEN_TYPE
+enum TOKEN_TYPE : int
 {
     TokenPrimary = 1,
     TokenImpersonation = 2
@@ -73,7 +73,8 @@ extern "C"
     /// and for a null argument; ERROR_ACCESS_DENIED where the kernel refuses.
     VOK_PLATFORM_EXPORT BOOL WINAPI ProcessIdToSessionId(DWORD processId, DWORD* sessionId) noexcept;
 
-    /// The token of a process, its real self also while the calling thread impersonates: TokenPrimary.
+    /// The token of a process: TokenPrimary. Of the calling one it is its real self also while a thread impersonates; of
+    /// another one it is whom its first thread acts as.
     /// ERROR_INVALID_HANDLE for what isn't a process; ERROR_ACCESS_DENIED for a right that tokens don't have, for
     /// a process that has ended, and as OpenProcess for one that the calling thread may not look into.
     /// A `token` of null is ERROR_NOACCESS. Closed by CloseHandle, as all tokens.

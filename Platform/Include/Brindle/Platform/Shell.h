@@ -13,8 +13,8 @@
 //     RoamingAppData, Startup                             XDG_CONFIG_HOME or .config, and autostart below it
 //     LocalAppData                                        XDG_DATA_HOME or .local/share
 //     InternetCache                                       XDG_CACHE_HOME or .cache
-//     ProgramData, CommonStartup                          the first of XDG_CONFIG_DIRS or /etc/xdg, and autostart below
-//     it System                                              what GetSystemDirectoryW gives
+//     ProgramData, CommonStartup                          the first of XDG_CONFIG_DIRS or /etc/xdg, and autostart there
+//     System                                              what GetSystemDirectoryW gives
 //
 // All others are unknown here. The user is the one that the calling thread acts as; for the process's own user HOME and
 // the XDG variables count, for anybody else the home that the host's database of users has and what is below it alone.

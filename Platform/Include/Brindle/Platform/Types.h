@@ -41,6 +41,9 @@ using LPBOOL = BOOL*;
 using LPDWORD = DWORD*;
 using LPLONG = LONG*;
 
+/// The access right that stands for all that can be had.
+#define MAXIMUM_ALLOWED 0x02000000L
+
 using HANDLE = void*;
 using HLOCAL = HANDLE;
 using HINSTANCE = struct HINSTANCE__*;
