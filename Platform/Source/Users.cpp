@@ -1,20 +1,40 @@
 #include "Users.h"
 
 #include "HostErrors.h"
+#include "HostFile.h"
+#include "Lines.h"
 #include "SystemCalls.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <system_error>
 
 namespace Brindle::Vok::Platform
 {
 namespace
 {
 
-/// What the look-ups meet on their way without saying so: they find nobody then, or too few groups.
-bool IsShortage(int error) noexcept
+/// The look-ups of the C library don't tell what they ran short of: they find nobody then, or too few groups. So the
+/// host's own lists are asked too. Nothing for one that isn't there.
+bool ReadList(char const* path, std::optional<std::string>& list)
 {
-    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
+    constexpr off_t most = 64 << 20;
+    return ReadSettings(path, list, most);
+}
+
+/// Whether a line of the list of groups, "name:password:number:user,user", says that somebody is in a group.
+bool IsListed(std::string_view line, std::string_view user, gid_t& group)
+{
+    TakePart(line, ':');
+    TakePart(line, ':');
+    std::string_view const number = TakePart(line, ':');
+    auto const [end, error] = std::from_chars(number.data(), number.data() + number.size(), group);
+    std::vector<std::string> users;
+    AppendList(line, ',', users);
+    return error == std::errc() && std::ranges::find(users, user) != users.end();
 }
 
 /// Makes a user of what `find` puts into an entry, with its texts in a buffer that grows until they fit.
@@ -24,13 +44,13 @@ bool FindEntry(Find find, User& user)
     std::string texts(1024, '\0');
     passwd entry;
     passwd* found = nullptr;
-    errno = 0;
     int error;
     while ((error = find(&entry, texts.data(), texts.size(), &found)) == ERANGE || error == EINTR)
         if (error == ERANGE)
             texts.resize(2 * texts.size());
-    if (!found && IsShortage(errno))
-        return FailWithHost(errno);
+    std::optional<std::string> list;
+    if (!found && !ReadList("/etc/passwd", list))
+        return false;
     // The C library also says so by these when there is no database at all.
     if (!found && (error == 0 || error == ENOENT || error == ESRCH))
         return FailWith(ERROR_NO_SUCH_USER);
@@ -60,17 +80,23 @@ bool FindGroupsOf(User const& user, std::vector<gid_t>& groups)
     for (;;)
     {
         groups.resize(static_cast<std::size_t>(count));
-        errno = 0;
-        int const result = SystemCalls::FindGroupsOf(user.name.c_str(), user.group, groups.data(), &count);
-        if (IsShortage(errno))
-            return FailWithHost(errno);
-        if (result >= 0)
+        if (SystemCalls::FindGroupsOf(user.name.c_str(), user.group, groups.data(), &count) >= 0)
             break;
         if (static_cast<std::size_t>(count) <= groups.size()) // it wanted no room for more
             return FailWith(ERROR_NOT_ENOUGH_MEMORY);
     }
     groups.resize(static_cast<std::size_t>(count));
     std::ranges::sort(groups);
+    std::optional<std::string> list;
+    if (!ReadList("/etc/group", list))
+        return false;
+    std::string_view rest = list ? std::string_view(*list) : std::string_view();
+    while (!rest.empty())
+    {
+        gid_t group = 0;
+        if (IsListed(TakePart(rest, '\n'), user.name, group) && !std::ranges::binary_search(groups, group))
+            return FailWith(ERROR_NO_SYSTEM_RESOURCES); // the look-up can't have read that list
+    }
     return true;
 }
 

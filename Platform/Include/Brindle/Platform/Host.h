@@ -37,7 +37,7 @@ VOK_PLATFORM_EXPORT bool MapRegistry(HKEY root, std::string const& directory);
 
 /// A token of a user of the host with the groups that the host's databases give him, a primary one with all rights, to
 /// be closed with CloseHandle. It takes no password and no privilege: to impersonate with it does (Security.h). Fails
-/// with ERROR_NO_SUCH_USER.
+/// with ERROR_NO_SUCH_USER, and where the databases couldn't be read whole with another code.
 VOK_PLATFORM_EXPORT HANDLE OpenUserToken(std::string const& user);
 
 } // namespace Brindle::Vok::Platform
