@@ -4,6 +4,8 @@
 // Names must be told in the order of the events, each exactly once; in each stretch between two of them all that was
 // modified must be told after its last modification, and nothing else. Only an overflow, of the host or of a buffer
 // that can't hold the next record, stands for anything else.
+#include "Require.h"
+
 #include "ChangeQueue.h"
 #include "Names.h"
 
@@ -13,8 +15,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -32,14 +32,6 @@ using std::chrono::nanoseconds;
 
 constexpr int ownWatch = 1;
 constexpr int otherWatch = 2;
-
-void Require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 class Input
 {

@@ -1,6 +1,8 @@
 // Reads any bytes as each of the desktop's files. Up to the first two line ends stand a name and a type, behind them
 // the file. Matching is held against a plain recursion, a file in two pieces against the whole one, and what is found
 // must stand in the file; words that are quoted anew come back.
+#include "Require.h"
+
 #include "Ascii.h"
 #include "DesktopEntry.h"
 #include "KeyFile.h"
@@ -9,8 +11,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,14 +19,6 @@ using namespace Brindle::Vok::Platform;
 
 namespace
 {
-
-void Require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 /// Of ASCII texts without sets, which are not long.
 bool FitsPlainly(std::string_view name, std::string_view pattern, bool ignoresCase)

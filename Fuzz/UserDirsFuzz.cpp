@@ -1,12 +1,12 @@
 // Parses user-dirs.dirs and /etc/environment. What comes out must be an absolute path, or a name and a value of one
 // line; lines must count alone; and what a writer lays down must come back.
+#include "Require.h"
+
 #include "EnvironmentFile.h"
 #include "UserDirs.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,14 +19,6 @@ namespace
 using Directory = std::optional<std::string>;
 
 constexpr std::string_view name = "XDG_A_DIR";
-
-void Require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 Directory Find(std::string_view file)
 {

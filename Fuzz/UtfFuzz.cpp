@@ -1,11 +1,12 @@
 // Holds each converter against the character functions, in both directions, with buffers of exactly the size that is
 // needed, and of one less.
+#include "Require.h"
+
 #include "Utf.h"
 #include "UtfConverters.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -13,12 +14,6 @@ namespace Utf = Brindle::Vok::Platform::Utf;
 
 namespace
 {
-
-void Require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 std::wstring ExpectedWide(std::string const& text)
 {

@@ -1,5 +1,7 @@
 // Looks for the version resource in images that are damaged in any way. What is read must be bytes of the image, few of
 // them in all, and what is found must be the image's too; one byte less than where it ends holds no such resource.
+#include "Require.h"
+
 #include "PortableExecutable.h"
 
 #include <Brindle/Platform/ErrorCodes.h>
@@ -7,22 +9,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <span>
 
 using namespace Brindle::Vok::Platform;
 
 namespace
 {
-
-void Require(bool holds, char const* what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 class Bytes final : public ImageBytes
 {

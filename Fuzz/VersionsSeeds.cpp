@@ -9,17 +9,6 @@
 
 using namespace Brindle::Vok::Testing;
 
-namespace
-{
-
-std::string With(std::string image, std::size_t at, std::uint64_t value, std::size_t size = 4)
-{
-    Put(image, at, value, size);
-    return image;
-}
-
-} // namespace
-
 int main(int count, char** arguments)
 {
     if (count != 2)
@@ -38,10 +27,10 @@ int main(int count, char** arguments)
         {"ManyResources", BuildImage({.resources = many})},
         {"NoResources", BuildImage({.hasResources = false})},
         {"NoVersion", BuildImage({.resources = {{3, {{1, {{0, "icon"}}}}}}})},
-        {"DirectoryInItself", With(good, Place::resources + 20, 0x80000000)},
+        {"DirectoryInItself", With(good, Place::rootEntry, 0x80000000)},
         {"ManySections", With(good, Place::sectionCount, 0xFFFF, 2)},
-        {"ManyEntries", With(good, Place::resources + 12, 0xFFFFFFFF)},
-        {"DataAtTheEnd", With(good, Place::dataEntry + 4, 0xFFFFFFFF)},
+        {"ManyEntries", With(good, Place::rootCount, 0xFFFFFFFF)},
+        {"DataAtTheEnd", With(good, Place::dataSize, 0xFFFFFFFF)},
         {"HeadersAlone", good.substr(0, Place::resourceSection + 40)},
     };
     std::filesystem::create_directories(arguments[1]);

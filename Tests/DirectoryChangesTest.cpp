@@ -62,6 +62,9 @@ TEST(DirectoryChanges, AreToldInTheirOrder)
         Lines expected;
     };
     std::string const longest(255, 'n');
+    Lines burst;
+    for (int i = 0; i < 10'000; ++i)
+        burst.push_back("added " + std::to_string(i));
     for (Row const& row :
          std::vector<Row>{
              {"written and deleted",
@@ -89,6 +92,7 @@ TEST(DirectoryChanges, AreToldInTheirOrder)
                               RENAME_EXCHANGE);
               },
               {"added a", "renamedOldName a", "renamedNewName old", "renamedOldName old", "renamedNewName a"}},
+             {"moved out", [](auto& drive) { fs::rename(drive.Host("in/old"), drive.Host("out/b")); }, {"removed old"}},
              {"moved out and in",
               [](auto& drive)
               {
@@ -99,6 +103,13 @@ TEST(DirectoryChanges, AreToldInTheirOrder)
              {"linked",
               [](auto& drive) { fs::create_hard_link(drive.Host("in/old"), drive.Host("in/l")); },
               {"added l"}},
+             {"a burst",
+              [&](auto& drive)
+              {
+                  for (std::string const& line : burst)
+                      Make(drive.Host("in/" + line.substr(6)));
+              },
+              burst},
              {"truncated", [](auto& drive) { fs::resize_file(drive.Host("in/old"), 0); }, {"modified old"}},
              {"only its mode", [](auto& drive) { ::chmod(drive.Host("in/old").c_str(), 0600); }, {}},
              {"below and directories",
@@ -126,6 +137,7 @@ TEST(DirectoryChanges, AreToldInTheirOrder)
         fs::create_directory(drive.Host("in/sub"));
         WatchedDirectory watched(drive.Path(L"in"));
         row.run(drive);
+        EXPECT_EQ(watched.Until(row.expected.size()), row.expected); // also when nothing follows
         Make(drive.Host("in/end"));
         Lines expected = row.expected;
         expected.emplace_back("added end");
@@ -232,20 +244,6 @@ TEST(DirectoryChanges, AreNotLostToTrafficAroundTheDirectory)
     EXPECT_EQ(recorder.Until("overflow").back(), "overflow"); // its end is still seen
 }
 
-TEST(DirectoryChanges, OfABurstAreAllTold)
-{
-    TestDrive const drive("/dev/shm");
-    WatchedDirectory watched(drive.Path());
-    Lines expected;
-    for (int i = 0; i < 10'000; ++i)
-    {
-        std::string const name = "file" + std::to_string(i);
-        Make(drive.Host(name));
-        expected.push_back("added " + name);
-    }
-    EXPECT_TRUE(watched.Until(10'000) == expected);
-}
-
 TEST(DirectoryChanges, ThatDidNotFitAreSaidToBeLost)
 {
     if (MostEventsInQueue() > 100'000)
@@ -323,9 +321,6 @@ TEST(DirectoryChanges, KeepTheTwoNamesOfARenamingTogether)
     TestDrive const drive("/dev/shm");
     drive.Write("in/name0");
     drive.Write("out/x");
-    std::mutex mutex;
-    std::map<std::string, std::chrono::steady_clock::time_point> movedOut;
-    std::chrono::nanoseconds longest{0};
     std::string oldName;
     int pairs = 0;
     int removed = 0;
@@ -348,9 +343,7 @@ TEST(DirectoryChanges, KeepTheTwoNamesOfARenamingTogether)
             else if (change.action == DirectoryAction::removed)
             {
                 ++removed;
-                std::lock_guard const lock(mutex);
                 EXPECT_EQ(name.front(), 'm');
-                longest = std::max(longest, std::chrono::steady_clock::now() - movedOut[name]);
             }
             else if (name == "end")
                 ended.set_value();
@@ -364,10 +357,7 @@ TEST(DirectoryChanges, KeepTheTwoNamesOfARenamingTogether)
             {
                 std::string const name = "m" + std::to_string(moved);
                 Make(drive.Host("in/" + name));
-                std::unique_lock lock(mutex);
                 fs::rename(drive.Host("in/" + name), drive.Host("out/" + name));
-                movedOut[name] = std::chrono::steady_clock::now();
-                lock.unlock();
                 if (moved % 8 == 0)
                     std::this_thread::sleep_for(100us);
             }
@@ -384,8 +374,6 @@ TEST(DirectoryChanges, KeepTheTwoNamesOfARenamingTogether)
     ended.get_future().wait_for(10s);
     EXPECT_EQ(pairs, 10'000);
     EXPECT_EQ(removed, moved);
-    EXPECT_LT(longest, 500ms);
-    RecordProperty("longestNanoseconds", std::to_string(longest.count()));
 }
 
 TEST(DirectoryChanges, LeaveNothingToAChildProcess)

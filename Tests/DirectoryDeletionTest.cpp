@@ -8,8 +8,6 @@
 
 #include "Vok/DeletionGuard.h"
 
-#include <Brindle/Vok/VokWindows.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -22,7 +20,6 @@ using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -69,17 +66,8 @@ TEST_F(DirectoryDeletion, StopsAtAFileThatAnotherProcessHolds)
     } const cases[] = {{L"d\\held", "DeleteFileW [" + Text(L"d\\held") + "]"}, {L"d\\s\\t\\held", ""}};
     for (auto const& each : cases)
     {
-        ChildProcess holder(
-            [&](ChildProcess::Channel& channel)
-            {
-                Path const path = drive.Path(each.held);
-                fileSystem->VokCreateDirectory(path.Parent());
-                auto const held =
-                    VokCreateFile(path.ToString(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, 0, nullptr);
-                channel.Ready();
-                return channel.Wait() ? 0 : 1;
-            });
-        holder.WaitUntilReady();
+        fileSystem->VokCreateDirectory(Path(drive.Path(each.held)).Parent());
+        HoldingProcess holder([&] { return Open(drive.Path(each.held), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW); });
         EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, each.text));
         holder.Go();
         EXPECT_EQ(holder.Join(), 0);
@@ -241,10 +229,9 @@ TEST_F(DirectoryDeletion, WithoutDescriptorsStopsAndLosesNothing)
     {
         ASSERT_LT(openings, 100);
         drive.Write("d/1/2/file");
-        auto const exhaust = [&, count = 0](auto... arguments) mutable
-        { return count++ < openings ? SystemCalls::Open.host(arguments...) : FailingWith(EMFILE)(); };
         {
-            SystemCalls::Redirection const exhausting(SystemCalls::Open, exhaust);
+            SystemCalls::Redirection const exhausting(SystemCalls::Open,
+                                                      FailingAt(SystemCalls::Open, openings, EMFILE, always));
             message = DeletionMessage(drive.Path(L"d"));
         }
         EXPECT_EQ(OpenDescriptors(), descriptors);

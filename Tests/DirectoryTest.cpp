@@ -1,17 +1,15 @@
 // Directories of the first generation, on a real disk: questions, what a service sees, creation, temporary ones.
 #include "Support/Directories.h"
 #include "Support/HostFaults.h"
+#include "Support/HostVariable.h"
 #include "Support/OpenHandle.h"
 
 #include "Vok/FileSystemImpl.h"
-
-#include <cstdlib>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -127,9 +125,8 @@ TEST_F(Directories, TheRealServiceAsksItselfForParentsAndDeletions)
     service->VokCreateDirectory(drive.Path(L"a\\b\\c"));
     EXPECT_THAT(service->calls, ElementsAre(Text(L"a\\b\\c"), Text(L"a\\b"), Text(L"a")));
     EXPECT_THROW(service->DeleteDirectory(drive.Path(L"a")), std::runtime_error);
-    ::setenv("TEMP", drive.Host("tmp").c_str(), 1);
+    HostVariable const temp("TEMP", drive.Host("tmp").c_str());
     std::string const path = service->MakeTempDirectory().Path().ToStringA(); // whose end throws to nobody
-    ::unsetenv("TEMP");
     EXPECT_EQ(service->calls.at(3), path);
     // What somebody else made between the two attempts is an error.
     service->madeMeanwhile = drive.Host("x/y");
@@ -151,7 +148,7 @@ TEST_F(Directories, CreationMakesParentsAndNamesWhatFails)
 
 TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
 {
-    ::setenv("TEMP", drive.Host("tmp").c_str(), 1);
+    HostVariable const temp("TEMP", drive.Host("tmp").c_str());
     LogRecorder const recorder(VokLogSeverity::info);
     {
         TempDirectory first = fileSystem->MakeTempDirectory();
@@ -175,7 +172,6 @@ TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
     }
     std::string const statement = "info: Deleting directory that doesn't exist [" + Text(L"t") + "]";
     EXPECT_THAT(recorder.Lines(), ElementsAre(statement, statement));
-    ::unsetenv("TEMP");
 }
 
 TEST_F(Directories, ATemporaryOneThatStaysIsLogged)

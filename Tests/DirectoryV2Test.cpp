@@ -8,7 +8,6 @@ using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {

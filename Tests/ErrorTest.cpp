@@ -10,8 +10,7 @@
 #include <utility>
 
 using namespace Brindle::Vok;
-using Brindle::Vok::Testing::LogRecorder;
-using Brindle::Vok::Testing::Thrown;
+using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

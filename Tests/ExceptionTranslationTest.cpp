@@ -11,8 +11,7 @@
 #include <string_view>
 
 using namespace Brindle::Vok;
-using Brindle::Vok::Testing::ErrorInformation;
-using Brindle::Vok::Testing::LogRecorder;
+using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

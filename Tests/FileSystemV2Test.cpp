@@ -1,8 +1,8 @@
 // The second generation's service, and what its objects of every kind have in common.
 #include "Support/ChildProcess.h"
+#include "Support/HostVariable.h"
 #include "Support/ObjectsV2.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 using namespace Brindle::Vok;
@@ -11,7 +11,6 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -55,13 +54,7 @@ TEST_F(Objects, ThrowFromEveryQuestionWhatKeepsThemFromAnswering)
 {
     std::filesystem::create_symlink("/dev/null", drive.Host("device"));
     drive.Write("held");
-    ChildProcess const holder(
-        [&](ChildProcess::Channel const& channel)
-        {
-            OpenHandle const held = Open(drive.Path(L"held"), GENERIC_READ);
-            return channel.Ready(), channel.Wait() ? 0 : 1;
-        });
-    holder.WaitUntilReady();
+    HoldingProcess const holder([&] { return Open(drive.Path(L"held"), GENERIC_READ); });
     for (std::size_t i = 0; i < 3; ++i)
     {
         drive.Write("d/file");
@@ -198,8 +191,7 @@ TEST_F(Objects, RefuseATextThatIsNoPathAndAWholeDrive)
 class ServiceV2 : public ObjectTests
 {
 protected:
-    ServiceV2() { ::setenv("TEMP", WideToUtf8(drive.Path(L"tmp")).c_str(), 1); }
-    ~ServiceV2() override { ::unsetenv("TEMP"); }
+    HostVariable const temp{"TEMP", WideToUtf8(drive.Path(L"tmp")).c_str()};
 };
 
 TEST_F(ServiceV2, LivesAsLongAsItsObjectsAndMustBeShared)

@@ -1,5 +1,6 @@
 // Whole files of the second generation: reading, writing and deletion.
 #include "Support/ObjectsV2.h"
+#include "Support/Replacement.h"
 
 #include "Vok/WholeFile.h"
 
@@ -10,7 +11,6 @@ using namespace Brindle::Vok::Testing;
 using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -27,15 +27,8 @@ constexpr auto windows = LineEndingPolicy::Windows;
 
 } // namespace
 
-extern "C" BOOL WINAPI __real_WriteFile(HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) noexcept;
-extern "C" BOOL WINAPI __wrap_WriteFile(HANDLE file, LPCVOID buffer, DWORD count, LPDWORD transferred,
-                                        LPOVERLAPPED overlapped) noexcept
-{
-    BOOL const result = __real_WriteFile(file, buffer, count, transferred, overlapped);
-    if (transferred != nullptr)
-        *transferred -= shortfall;
-    return result;
-}
+VOK_TEST_REPLACE(shortfall != 0, (__real_WriteFile(a, b, c, d, e), *d -= shortfall, TRUE), BOOL, WriteFile,
+                 (HANDLE a, LPCVOID b, DWORD c, LPDWORD d, LPOVERLAPPED e), (a, b, c, d, e))
 
 namespace
 {
@@ -172,9 +165,8 @@ TEST_F(FileV2, TellsWhyItCannotBeWritten)
     ExpectNotOpened<Error>(writeBytes(L"none\\file"), 3, L"none\\file");
     auto const expect = [&](int successes, std::string const& function, std::string const& text, auto write)
     {
-        auto const fill = [&](auto... arguments)
-        { return successes-- > 0 ? SystemCalls::Write.host(arguments...) : FailingWith(ENOSPC)(); };
-        SystemCalls::Redirection const full(SystemCalls::Write, fill);
+        SystemCalls::Redirection const full(SystemCalls::Write,
+                                            FailingAt(SystemCalls::Write, successes, ENOSPC, always));
         ExpectThrown<WindowsError>(write, ERROR_DISK_FULL, function, text);
     };
     LogRecorder const recorder;

@@ -8,7 +8,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 TEST(Guid, HasOneTextForm)
 {

@@ -1,18 +1,18 @@
-// Saving, stopping and restoring the impersonation of a thread, and the session that a process runs in.
+// Saving, stopping and restoring the impersonation of a thread.
 #include "SystemCalls.h"
 
 #include <Brindle/Vok/DirectoryMonitor.h>
 #include <Brindle/Vok/PlatformHost.h>
 #include <Brindle/Vok/Synchronization.h>
 #include <Brindle/Vok/UnImpersonator.h>
-#include <Brindle/Vok/VokWindows.h>
+#include <Brindle/Vok/VokAccessToken.h>
 
-#include "Support/ChildProcess.h"
 #include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
 #include "Support/LogRecorder.h"
+#include "Support/OwnImpersonation.h"
+#include "Support/Replacement.h"
 #include "Support/TestDrive.h"
-#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,100 +24,73 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Brindle::Vok::Platform::SystemCalls;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace
 {
 
-/// What OpenThreadToken gives in the place of the platform's own result; nothing lets it through.
-std::function<std::optional<DWORD>(DWORD access, BOOL openAsSelf)> refuseThreadToken;
+/// The code with which OpenThreadToken fails; 0 lets it through.
+std::function<DWORD(DWORD access, BOOL openAsSelf)> refuseThreadToken;
 /// What GetTokenInformation tells as the type, or the code with which it fails to.
 std::optional<TOKEN_TYPE> tokenType;
 DWORD tokenTypeCode = 0;
 int reversions = 0;
 int impersonations = 0;
 
+bool Refuses(DWORD access, BOOL openAsSelf)
+{
+    DWORD const code = refuseThreadToken ? refuseThreadToken(access, openAsSelf) : 0;
+    return code != 0 && (SetLastError(code), true);
+}
+
+BOOL TellType(void* information)
+{
+    if (tokenTypeCode != 0)
+        return SetLastError(tokenTypeCode), FALSE;
+    *static_cast<TOKEN_TYPE*>(information) = *tokenType;
+    return TRUE;
+}
+
 } // namespace
 
-extern "C" BOOL WINAPI __real_OpenThreadToken(HANDLE, DWORD, BOOL, PHANDLE) noexcept;
-extern "C" BOOL WINAPI __wrap_OpenThreadToken(HANDLE thread, DWORD access, BOOL openAsSelf, PHANDLE token) noexcept
-{
-    std::optional<DWORD> const code = refuseThreadToken ? refuseThreadToken(access, openAsSelf) : std::nullopt;
-    return code ? SetLastError(*code), FALSE : __real_OpenThreadToken(thread, access, openAsSelf, token);
-}
-
-extern "C" BOOL WINAPI __real_GetTokenInformation(HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, DWORD*) noexcept;
-extern "C" BOOL WINAPI __wrap_GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS informationClass,
-                                                  LPVOID information, DWORD length, DWORD* returnLength) noexcept
-{
-    if (informationClass == TokenType && tokenTypeCode != 0)
-        return SetLastError(tokenTypeCode), FALSE;
-    BOOL const succeeded = __real_GetTokenInformation(token, informationClass, information, length, returnLength);
-    if (succeeded && informationClass == TokenType && tokenType)
-        *static_cast<TOKEN_TYPE*>(information) = *tokenType;
-    return succeeded;
-}
-
-extern "C" BOOL WINAPI __real_RevertToSelf() noexcept;
-extern "C" BOOL WINAPI __wrap_RevertToSelf() noexcept
-{
-    ++reversions;
-    return __real_RevertToSelf();
-}
-
-extern "C" BOOL WINAPI __real_ImpersonateLoggedOnUser(HANDLE) noexcept;
-extern "C" BOOL WINAPI __wrap_ImpersonateLoggedOnUser(HANDLE token) noexcept
-{
-    ++impersonations;
-    return __real_ImpersonateLoggedOnUser(token);
-}
+VOK_TEST_REPLACE(Refuses(access, openAsSelf), FALSE, BOOL, OpenThreadToken,
+                 (HANDLE a, DWORD access, BOOL openAsSelf, PHANDLE d), (a, access, openAsSelf, d))
+VOK_TEST_REPLACE(kind == TokenType && (tokenType || tokenTypeCode != 0), TellType(information), BOOL,
+                 GetTokenInformation, (HANDLE a, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD d, DWORD* e),
+                 (a, kind, information, d, e))
+VOK_TEST_REPLACE(++reversions < 0, FALSE, BOOL, RevertToSelf, (), ())
+VOK_TEST_REPLACE(++impersonations < 0, FALSE, BOOL, ImpersonateLoggedOnUser, (HANDLE a), (a))
 
 namespace
 {
 
-constexpr char const* impersonatesAgain = "info: Reverting back to saved impersonation state";
-constexpr char const* hasImpersonated = "info: Succeeded to revert with ImpersonateLoggedOnUser";
+constexpr DWORD query = TOKEN_QUERY;
+constexpr DWORD impersonation = TOKEN_QUERY | TOKEN_IMPERSONATE;
+constexpr DWORD duplication = TOKEN_QUERY | TOKEN_DUPLICATE;
+constexpr DWORD self = 0x100; ///< added to the rights that are asked for as self
 constexpr char const* leavesAlone = "info: Not reverting as no impersonation occurred";
 
-bool Impersonates()
+struct ReplacedImpersonationTests : ImpersonationTests
 {
-    HANDLE token = nullptr;
-    return OpenThreadToken(GetCurrentThread(), 0, FALSE, &token) && CloseHandle(token);
-}
+    ~ReplacedImpersonationTests() override { LetThrough(); }
 
-/// Threads impersonate with the process's own token here, which everybody may, so most of this runs without privileges.
-struct ImpersonationTests : testing::Test
-{
-    ImpersonationTests() { OpenProcessToken(GetCurrentProcess(), MAXIMUM_ALLOWED, &token); }
-    ~ImpersonationTests() override
+    void Impersonate() const
+    {
+        ImpersonationTests::Impersonate();
+        reversions = impersonations = 0;
+    }
+    static void LetThrough()
     {
         refuseThreadToken = nullptr;
         tokenType.reset();
         tokenTypeCode = 0;
-        EXPECT_TRUE(RevertToSelf());
-        EXPECT_TRUE(CloseHandle(token));
     }
-
-    void Impersonate() const
-    {
-        ASSERT_TRUE(ImpersonateLoggedOnUser(token));
-        reversions = impersonations = 0;
-    }
-
-    HANDLE token = nullptr;
 };
 
-struct VokAccessTokens : ImpersonationTests
-{
-};
-struct ImpersonationSavers : ImpersonationTests
-{
-};
-struct UnImpersonators : ImpersonationTests
-{
-};
+using VokAccessTokens = ReplacedImpersonationTests;
+using ImpersonationSavers = ReplacedImpersonationTests;
+using UnImpersonators = ReplacedImpersonationTests;
 
 } // namespace
 
@@ -129,13 +102,13 @@ TEST_F(VokAccessTokens, CaptureTheThreadsImpersonation)
     EXPECT_EQ(captured.GetHandle(), nullptr); // not impersonating
     Impersonate();
     std::vector<DWORD> rights;
-    refuseThreadToken = [&](DWORD access, BOOL openAsSelf) -> std::optional<DWORD>
+    refuseThreadToken = [&](DWORD access, BOOL openAsSelf)
     {
         EXPECT_FALSE(openAsSelf);
-        return rights.push_back(access), std::nullopt;
+        return rights.push_back(access), 0;
     };
     EXPECT_TRUE(captured.GetCurrentTokenForImpersonation());
-    EXPECT_THAT(rights, ElementsAre(8U, 12U));
+    EXPECT_THAT(rights, ElementsAre(query, impersonation));
     EXPECT_TRUE(RevertToSelf());
     EXPECT_TRUE(captured.ImpersonateLoggedOnUser());
     captured.Clear(); // the impersonation stays
@@ -153,28 +126,21 @@ TEST_F(VokAccessTokens, LogWhyNothingIsCaptured)
         std::optional<TOKEN_TYPE> type;
         DWORD typeCode;
         bool isCaptured;
-        std::vector<DWORD> rights; // asked for, 0x100 more as self
+        std::vector<DWORD> rights; // asked for
         std::vector<std::string> lines;
     };
     std::string const asSelf = "warning: Error Failed to GetThreadToken Error [5]. Trying as self...";
+    std::string const neither = "error: Failed to GetThreadToken() as the current process. Error: [7]";
+    std::string const failed = "error: Error Failed to Get";
+    auto const unknown = static_cast<TOKEN_TYPE>(3);
     for (auto const& [codes, type, typeCode, isCaptured, rights, lines] :
-         {Case{{5, 0, 0}, {}, 0, true, {8, 0x108, 0x10C}, {asSelf}},
-          Case{{5, 7},
-               {},
-               0,
-               false,
-               {8, 0x108},
-               {asSelf, "error: Failed to GetThreadToken() as the current process. Error: [7]"}},
-          Case{{0, 6}, {}, 0, false, {8, 12}, {"error: Error Failed to GetThreadToken impersonate Error [6]"}},
-          Case{{0, 0}, TokenPrimary, 0, true, {8, 10}, {}},
-          Case{{0, 6}, TokenPrimary, 0, false, {8, 10}, {"error: Error Failed to GetThreadToken primary Error [6]"}},
-          Case{{0},
-               static_cast<TOKEN_TYPE>(3),
-               0,
-               false,
-               {8},
-               {"error: Error Failed to GetThreadToken. unknown type Error [77]"}},
-          Case{{0}, {}, 24, false, {8}, {"error: Error Failed to GetType Error [24]"}}})
+         {Case{{5, 0, 0}, {}, 0, true, {query, self + query, self + impersonation}, {asSelf}},
+          Case{{5, 7}, {}, 0, false, {query, self + query}, {asSelf, neither}},
+          Case{{0, 6}, {}, 0, false, {query, impersonation}, {failed + "ThreadToken impersonate Error [6]"}},
+          Case{{0, 0}, TokenPrimary, 0, true, {query, duplication}, {}},
+          Case{{0, 6}, TokenPrimary, 0, false, {query, duplication}, {failed + "ThreadToken primary Error [6]"}},
+          Case{{0}, unknown, 0, false, {query}, {failed + "ThreadToken. unknown type Error [77]"}},
+          Case{{0}, {}, 24, false, {query}, {failed + "Type Error [24]"}}})
     {
         Impersonate();
         VokAccessToken captured;
@@ -184,11 +150,10 @@ TEST_F(VokAccessTokens, LogWhyNothingIsCaptured)
         std::vector<DWORD> asked;
         tokenType = type;
         tokenTypeCode = typeCode;
-        refuseThreadToken = [&](DWORD access, BOOL openAsSelf) -> std::optional<DWORD>
+        refuseThreadToken = [&](DWORD access, BOOL openAsSelf)
         {
-            DWORD const code = codes[std::min(asked.size(), codes.size() - 1)];
-            asked.push_back(access + (openAsSelf ? 0x100 : 0));
-            return code != 0 ? std::optional(code) : std::nullopt;
+            asked.push_back(access + (openAsSelf ? self : 0));
+            return codes[std::min(asked.size(), codes.size()) - 1];
         };
         SetLastError(77);
         EXPECT_EQ(captured.GetCurrentTokenForImpersonation(), isCaptured);
@@ -198,9 +163,7 @@ TEST_F(VokAccessTokens, LogWhyNothingIsCaptured)
         EXPECT_EQ(recorder.Lines(), lines);
         for (LogStatement const& statement : recorder.Statements())
             EXPECT_STREQ(statement.function, "Brindle::Vok::VokAccessToken::GetCurrentTokenForImpersonation");
-        refuseThreadToken = nullptr;
-        tokenType.reset();
-        tokenTypeCode = 0;
+        LetThrough();
     }
 }
 
@@ -252,77 +215,38 @@ TEST_F(ImpersonationSavers, RevertByWhatIsReported)
     }
 }
 
-TEST_F(ImpersonationSavers, PutTheImpersonationBack)
-{
-    Impersonate();
-    LogRecorder const recorder;
-    {
-        ImpersonationSaver const saver;
-        EXPECT_TRUE(saver.WasImpersonating());
-        EXPECT_TRUE(RevertToSelf());
-        EXPECT_FALSE(Impersonates());
-        reversions = 0;
-    }
-    EXPECT_TRUE(Impersonates());
-    EXPECT_EQ(reversions, 1);
-    EXPECT_EQ(impersonations, 1);
-    EXPECT_THAT(recorder.Lines(), ElementsAre(impersonatesAgain, hasImpersonated));
-    EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::ImpersonationSaver::~ImpersonationSaver");
-}
-
-TEST_F(ImpersonationSavers, HaveNothingToPutBackIfItCouldNotBeCaptured)
-{
-    Impersonate();
-    refuseThreadToken = [](DWORD, BOOL) { return std::optional<DWORD>(5); };
-    {
-        ImpersonationSaver const saver;
-        EXPECT_FALSE(saver.WasImpersonating());
-        refuseThreadToken = nullptr;
-    }
-    EXPECT_FALSE(Impersonates());
-}
-
 TEST_F(ImpersonationSavers, NestAlsoWhenAnExceptionPasses)
 {
     VOK_NEEDS_SUPERUSER();
     KernelIdentity const process;
-    HANDLE const daemon = Platform::OpenUserToken("daemon");
-    HANDLE const somebody = Platform::OpenUserToken("nobody");
-    try
+    OpenHandle const daemon(Platform::OpenUserToken("daemon"));
+    OpenHandle const somebody(Platform::OpenUserToken("nobody"));
     {
         ImpersonationSaver const outer;
-        EXPECT_TRUE(ImpersonateLoggedOnUser(daemon));
+        EXPECT_TRUE(ImpersonateLoggedOnUser(daemon.Get()));
         KernelIdentity const asDaemon;
-        try
+        auto const fail = [&]
         {
             ImpersonationSaver const inner;
-            EXPECT_TRUE(ImpersonateLoggedOnUser(somebody));
+            EXPECT_TRUE(ImpersonateLoggedOnUser(somebody.Get()));
             {
                 UnImpersonator const asProcess;
                 EXPECT_EQ(KernelIdentity(), process);
             }
             EXPECT_EQ(KernelIdentity().user, 65534U);
             throw 1;
-        }
-        catch (int)
-        {
-            EXPECT_EQ(KernelIdentity(), asDaemon);
-            throw;
-        }
+        };
+        EXPECT_THROW(fail(), int);
+        EXPECT_EQ(KernelIdentity(), asDaemon);
     }
-    catch (int)
-    {
-        EXPECT_EQ(KernelIdentity(), process);
-    }
-    EXPECT_TRUE(CloseHandle(daemon));
-    EXPECT_TRUE(CloseHandle(somebody));
+    EXPECT_EQ(KernelIdentity(), process);
 }
 
 TEST_F(ImpersonationSavers, LogWhatTheKernelRefusesAndGoOn)
 {
     VOK_NEEDS_SUPERUSER();
-    HANDLE const daemon = Platform::OpenUserToken("daemon");
-    EXPECT_TRUE(ImpersonateLoggedOnUser(daemon));
+    OpenHandle const daemon(Platform::OpenUserToken("daemon"));
+    EXPECT_TRUE(ImpersonateLoggedOnUser(daemon.Get()));
     KernelIdentity const impersonated;
     LogRecorder const recorder;
     {
@@ -340,7 +264,6 @@ TEST_F(ImpersonationSavers, LogWhatTheKernelRefusesAndGoOn)
                             cannotRevert, impersonatesAgain, cannotImpersonate, hasImpersonated, // required
                             impersonatesAgain, hasImpersonated));
     EXPECT_EQ(KernelIdentity(), impersonated);
-    EXPECT_TRUE(CloseHandle(daemon));
 }
 
 TEST_F(UnImpersonators, StopAnImpersonationForTheirScope)
@@ -359,16 +282,18 @@ TEST_F(UnImpersonators, StopAnImpersonationForTheirScope)
     }
     EXPECT_TRUE(Impersonates());
     EXPECT_EQ(reversions, 2);
+    EXPECT_EQ(impersonations, 1);
     EXPECT_THAT(recorder.Lines(),
                 ElementsAre("trace: [ENTER]", "trace: [EXIT]", "trace: [ENTER]", "info: Impersonation stopped",
                             "trace: [EXIT]", impersonatesAgain, hasImpersonated));
-    EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::UnImpersonator::UnImpersonator");
+    EXPECT_STREQ(recorder.Statements().front().function, "Brindle::Vok::UnImpersonator::UnImpersonator");
+    EXPECT_STREQ(recorder.Statements().back().function, "Brindle::Vok::ImpersonationSaver::~ImpersonationSaver");
 }
 
 TEST_F(UnImpersonators, LeaveTheThreadAsTheProcessIfTheTokenCouldNotBeCaptured)
 {
     Impersonate();
-    refuseThreadToken = [](DWORD, BOOL) { return std::optional<DWORD>(5); };
+    refuseThreadToken = [](auto...) { return DWORD{5}; };
     {
         UnImpersonator const asProcess;
         refuseThreadToken = nullptr;
@@ -382,9 +307,7 @@ TEST(Impersonation, IsNotForTheThreadOfAMonitor)
     VOK_NEEDS_SUPERUSER();
     TestDrive const drive;
     KernelIdentity const process;
-    HANDLE const daemon = Platform::OpenUserToken("daemon");
-    EXPECT_TRUE(ImpersonateLoggedOnUser(daemon));
-    EXPECT_TRUE(CloseHandle(daemon));
+    EXPECT_TRUE(ImpersonateLoggedOnUser(OpenHandle(Platform::OpenUserToken("daemon")).Get()));
     Event told(L"", true);
     KernelIdentity seen;
     auto const monitor = MakeDirectoryMonitorFactory()->MakeDirectoryMonitor( // of a directory that is closed to daemon
@@ -398,167 +321,4 @@ TEST(Impersonation, IsNotForTheThreadOfAMonitor)
     drive.Write("new");
     EXPECT_EQ(told.WaitOrTimeout(10'000), EventWaitResult::signalled);
     EXPECT_EQ(seen, process);
-}
-
-// Sessions
-
-namespace
-{
-
-struct SessionIds : ImpersonationTests
-{
-    static constexpr unsigned long none = 0xFFFFFFFF;
-    unsigned long const own = static_cast<unsigned long>(::getsid(0));
-    std::string const falls = "warning: ERROR_ACCESS_DENIED - falling back to GetTokenInformation()";
-
-    /// The kernel refuses to tell the session of any process at the first time.
-    SystemCalls::Redirection<pid_t(pid_t)> RefuseOnce() const
-    {
-        return {SystemCalls::GetSession, [refuses = true](pid_t process) mutable {
-                    return std::exchange(refuses, false) ? FailingWith(EPERM)() : SystemCalls::GetSession.host(process);
-                }};
-    }
-};
-
-} // namespace
-
-TEST_F(SessionIds, AreTheHosts)
-{
-    LogRecorder const recorder;
-    Error error;
-    EXPECT_EQ(GetSessionId(error), own);
-    EXPECT_EQ(GetSessionId(nullptr, error), own);
-    EXPECT_EQ(GetSessionId(nullptr), own);
-    EXPECT_EQ(GetSessionId(static_cast<unsigned long>(::getpid()), nullptr), own);
-    EXPECT_FALSE(error.Failed());
-    EXPECT_EQ(recorder.LinesWithFunction(),
-              std::vector<std::string>({"Brindle::Vok::GetSessionId: [ENTER]", "Brindle::Vok::GetSessionId: [EXIT]",
-                                        "Brindle::Vok::GetSessionId: [ENTER]", "Brindle::Vok::GetSessionId: [EXIT]",
-                                        "Brindle::Vok::GetSessionId: [ENTER]", "Brindle::Vok::GetSessionId: [EXIT]",
-                                        "Brindle::Vok::GetSessionId: [ENTER]", "Brindle::Vok::GetSessionId: [EXIT]"}));
-}
-
-TEST_F(SessionIds, OfAProcessThatIsNotThereAreAFailure)
-{
-    ChildProcess child([](auto const&) { return 0; });
-    auto const ended = static_cast<unsigned long>(child.Process());
-    EXPECT_EQ(child.Join(), 0);
-    LogRecorder const recorder;
-    Error error;
-    EXPECT_EQ(GetSessionId(ended, token, error), none);
-    std::string const message =
-        "Source/Vok/VokWindows.cpp: Brindle::Vok::GetSessionId A parameter is wrong. (Windows Error 87). "
-        "ProcessIdToSessionId";
-    EXPECT_EQ(WithoutLine(error.Message()), message);
-    EXPECT_TRUE(error.Failed());
-    Error const thrown = Thrown<Error>([&] { GetSessionId(ended, token); });
-    EXPECT_EQ(thrown.code(), std::error_code(87, std::system_category()));
-    EXPECT_EQ(WithoutLine(thrown.Message()), message);
-    EXPECT_THAT(recorder.Lines(), ElementsAre("trace: [ENTER]", "trace: [EXIT]", "trace: [ENTER]", "trace: [EXIT]"));
-}
-
-TEST_F(SessionIds, ComeFromATokenWhereThePlatformRefuses)
-{
-    Impersonate();
-    LogRecorder const recorder(VokLogSeverity::info);
-    Error error;
-    {
-        auto const refusal = RefuseOnce();
-        EXPECT_EQ(GetSessionId(token, error), own);
-    }
-    EXPECT_THAT(recorder.Lines(), ElementsAre(falls)); // nothing of impersonation
-    EXPECT_EQ(reversions, 0);
-    {
-        auto const refusal = RefuseOnce();
-        EXPECT_EQ(GetSessionId(error), own);
-    }
-    EXPECT_THAT(recorder.Lines(),
-                ElementsAre(falls, falls, "info: Impersonation stopped", impersonatesAgain, hasImpersonated));
-    EXPECT_TRUE(Impersonates());
-    EXPECT_FALSE(error.Failed());
-    Error failed = WindowsError(1, nullptr, 0, nullptr, "");
-    auto const refusal = RefuseOnce();
-    EXPECT_EQ(GetSessionId(token, failed), none); // required: it had failed before
-}
-
-TEST_F(SessionIds, TellWhatTheWayRoundFailedAt)
-{
-    struct Case
-    {
-        HANDLE token;
-        int openError; // of the host's opening of the process
-        DWORD code;
-        std::string text;
-    };
-    HANDLE blind = nullptr;
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_DUPLICATE, &blind));
-    ChildProcess const other([](auto const& channel) { return channel.Wait() ? 0 : 1; });
-    std::string const body =
-        "Source/Vok/VokWindows.cpp: Brindle::Vok::GetSessionId Access is denied. (Windows Error 5). ";
-    std::string const ofToken = "Source/Vok/VokWindows.cpp: Brindle::Vok::`anonymous-namespace'::SessionIdFromToken "
-                                "Access is denied. (Windows Error 5). ";
-    for (auto const& [given, openError, code, message] :
-         {Case{blind, 0, 5, ofToken + "GetTokenInformation"},
-          Case{nullptr, EACCES, 5, body + "Error, Unable to OpenProcess()"},
-          Case{nullptr, 0, 5, body + "Unable to OpenThreadToken()"}})
-    {
-        Impersonate();
-        Error error;
-        {
-            SystemCalls::Redirection const session(
-                SystemCalls::GetSession, [&](pid_t process)
-                { return process == other.Process() ? FailingWith(EPERM)() : SystemCalls::GetSession.host(process); });
-            SystemCalls::Redirection const process(
-                SystemCalls::OpenProcess, [error = openError](pid_t id)
-                { return error != 0 ? FailingWith(error)() : SystemCalls::OpenProcess.host(id); });
-            EXPECT_EQ(GetSessionId(static_cast<unsigned long>(other.Process()), given, error), none);
-            EXPECT_EQ(WithoutLine(error.Message()), message);
-            EXPECT_EQ(error.code().value(), static_cast<int>(code));
-        }
-        EXPECT_TRUE(Impersonates());
-    }
-    EXPECT_TRUE(CloseHandle(blind));
-}
-
-TEST_F(SessionIds, OfAnotherUsersProcessAreTakenAsTheProcess)
-{
-    VOK_NEEDS_SUPERUSER();
-    ChildProcess const other(
-        [](ChildProcess::Channel const& channel)
-        {
-            EXPECT_GT(::setsid(), 0);
-            channel.Ready();
-            return channel.Wait() ? 0 : 1;
-        });
-    other.WaitUntilReady();
-    HANDLE const daemon = Platform::OpenUserToken("daemon");
-    EXPECT_TRUE(ImpersonateLoggedOnUser(daemon)); // who may not look into it
-    KernelIdentity const impersonated;
-    auto const id = static_cast<unsigned long>(other.Process());
-    {
-        auto const refusal = RefuseOnce();
-        EXPECT_EQ(GetSessionId(id, nullptr), id);
-    }
-    EXPECT_EQ(KernelIdentity(), impersonated);
-    EXPECT_TRUE(RevertToSelf()); // who may end it
-    EXPECT_TRUE(CloseHandle(daemon));
-}
-
-TEST_F(ImpersonationTests, VokOpenProcessTokenChecksItsProcess)
-{
-    LogRecorder const recorder;
-    TOKEN_TYPE type{};
-    VokAccessToken opened;
-    HandleOwner<Detail::NullHandleTraits> const owner = VokOpenProcessToken(GetCurrentProcess(), TOKEN_QUERY);
-    opened.AttachForeign(owner.Get());
-    EXPECT_TRUE(opened.GetType(&type));
-    EXPECT_EQ(type, TokenPrimary);
-    EXPECT_THAT(recorder.Lines(), IsEmpty());
-    WindowsError const error = Thrown<WindowsError>([] { VokOpenProcessToken(nullptr, TOKEN_QUERY); });
-    EXPECT_EQ(error.code(), std::error_code(6, std::system_category()));
-    EXPECT_EQ(WithoutLine(error.Message()),
-              "Source/Vok/VokWindows.cpp: Brindle::Vok::VokOpenProcessToken The handle is "
-              "not valid. (Windows Error 6). OpenProcessToken Failed");
-    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Assertion failed: processHandle != 0",
-                                              "error: Throwing last error " + error.Message()));
 }

@@ -2,6 +2,7 @@
 #include <Brindle/Vok/Overlapped.h>
 
 #include "Support/OpenHandle.h"
+#include "Support/Replacement.h"
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
 
@@ -33,31 +34,12 @@ std::function<BOOL()> getResult;
 
 } // namespace
 
-extern "C" HANDLE WINAPI __real_CreateEventW(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) noexcept;
-extern "C" HANDLE WINAPI __wrap_CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
-                                             LPCWSTR name) noexcept
-{
-    return createEvent ? createEvent(name) : __real_CreateEventW(security, manualReset, initialState, name);
-}
-
-extern "C" DWORD WINAPI __real_WaitForSingleObject(HANDLE, DWORD) noexcept;
-extern "C" DWORD WINAPI __wrap_WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept
-{
-    return waitResult ? *waitResult : __real_WaitForSingleObject(object, milliseconds);
-}
-
-extern "C" BOOL WINAPI __real_CancelIoEx(HANDLE, LPOVERLAPPED) noexcept;
-extern "C" BOOL WINAPI __wrap_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) noexcept
-{
-    return cancel ? cancel() : __real_CancelIoEx(file, overlapped);
-}
-
-extern "C" BOOL WINAPI __real_GetOverlappedResult(HANDLE, LPOVERLAPPED, LPDWORD, BOOL) noexcept;
-extern "C" BOOL WINAPI __wrap_GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred,
-                                                  BOOL wait) noexcept
-{
-    return getResult ? getResult() : __real_GetOverlappedResult(file, overlapped, transferred, wait);
-}
+VOK_TEST_REPLACE(createEvent, createEvent(d), HANDLE, CreateEventW,
+                 (LPSECURITY_ATTRIBUTES a, BOOL b, BOOL c, LPCWSTR d), (a, b, c, d))
+VOK_TEST_REPLACE(waitResult, *waitResult, DWORD, WaitForSingleObject, (HANDLE a, DWORD b), (a, b))
+VOK_TEST_REPLACE(cancel, cancel(), BOOL, CancelIoEx, (HANDLE a, LPOVERLAPPED b), (a, b))
+VOK_TEST_REPLACE(getResult, getResult(), BOOL, GetOverlappedResult, (HANDLE a, LPOVERLAPPED b, LPDWORD c, BOOL d),
+                 (a, b, c, d))
 
 namespace
 {

@@ -2,7 +2,9 @@
 #include <Brindle/Vok/Synchronization.h>
 
 #include "Support/Directories.h"
+#include "Support/HostVariable.h"
 #include "Support/LogRecorder.h"
+#include "Support/Replacement.h"
 #include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
@@ -32,35 +34,17 @@ namespace
 
 /// What the calls of a thread give or get in the place of the platform's own.
 thread_local std::function<PTP_TIMER(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)> create;
+thread_local std::function<void(BOOL cancelsPending)> await;
 thread_local std::function<void(std::int64_t due, DWORD period, DWORD windowLength)> set;
 
 } // namespace
 
-extern "C" PTP_TIMER WINAPI __real_CreateThreadpoolTimer(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON) noexcept;
-extern "C" PTP_TIMER WINAPI __wrap_CreateThreadpoolTimer(PTP_TIMER_CALLBACK callback, PVOID context,
-                                                         PTP_CALLBACK_ENVIRON environment) noexcept
-{
-    return create ? create(callback, context, environment)
-                  : __real_CreateThreadpoolTimer(callback, context, environment);
-}
-
-extern "C" void WINAPI __real_WaitForThreadpoolTimerCallbacks(PTP_TIMER, BOOL) noexcept;
-extern "C" void WINAPI __wrap_WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL cancelsPending) noexcept
-{
-    EXPECT_EQ(cancelsPending, TRUE);
-    __real_WaitForThreadpoolTimerCallbacks(timer, cancelsPending);
-}
-
-extern "C" void WINAPI __real_SetThreadpoolTimer(PTP_TIMER, LPFILETIME, DWORD, DWORD) noexcept;
-extern "C" void WINAPI __wrap_SetThreadpoolTimer(PTP_TIMER timer, LPFILETIME due, DWORD period,
-                                                 DWORD windowLength) noexcept
-{
-    if (set)
-        set(static_cast<std::int64_t>(std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime), period,
-            windowLength);
-    else
-        __real_SetThreadpoolTimer(timer, due, period, windowLength);
-}
+VOK_TEST_REPLACE(create, create(a, b, c), PTP_TIMER, CreateThreadpoolTimer,
+                 (PTP_TIMER_CALLBACK a, PVOID b, PTP_CALLBACK_ENVIRON c), (a, b, c))
+VOK_TEST_REPLACE(await, await(b), void, WaitForThreadpoolTimerCallbacks, (PTP_TIMER a, BOOL b), (a, b))
+VOK_TEST_REPLACE(set,
+                 set(static_cast<std::int64_t>(std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime), c, d),
+                 void, SetThreadpoolTimer, (PTP_TIMER a, LPFILETIME due, DWORD c, DWORD d), (a, due, c, d))
 
 namespace
 {
@@ -74,33 +58,12 @@ FILETIME Due(std::int64_t ticks)
     return {static_cast<DWORD>(bits), static_cast<DWORD>(bits >> 32)};
 }
 
-template <class Value>
-bool Reaches(std::atomic<Value> const& number, Value wanted)
+/// The zone of a scope; the next one that asks for local time takes back what was set before.
+struct TimeZone
 {
-    for (int i = 0; i < 20'000 && number < wanted; ++i)
-        std::this_thread::sleep_for(1ms);
-    return number >= wanted;
-}
+    explicit TimeZone(char const* zone) : variable("TZ", zone) { ::tzset(); }
 
-class TimeZone
-{
-public:
-    explicit TimeZone(char const* zone)
-    {
-        if (char const* const old = std::getenv("TZ"))
-            before = old;
-        Set(zone);
-    }
-    ~TimeZone() { Set(before.empty() ? nullptr : before.c_str()); }
-
-private:
-    static void Set(char const* zone)
-    {
-        zone ? ::setenv("TZ", zone, 1) : ::unsetenv("TZ");
-        ::tzset();
-    }
-
-    std::string before;
+    HostVariable const variable;
 };
 
 std::tm Local(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, int isDst = 0)
@@ -147,6 +110,11 @@ TEST(ThreadPoolTimer, LogsItsScopesInOrder)
         return __real_CreateThreadpoolTimer(callback, context, environment);
     };
     set = [](auto...) { VOK_LOG(trace, "set"); };
+    await = [](BOOL cancelsPending)
+    {
+        EXPECT_TRUE(cancelsPending);
+        VOK_LOG(trace, "waited");
+    };
     struct Logs
     {
         ~Logs() { VOK_LOG(trace, "gone"); }
@@ -172,18 +140,25 @@ TEST(ThreadPoolTimer, LogsItsScopesInOrder)
     for (bool const isLocal : {false, true})
     {
         isLocal ? timer->Start(Local(2030, 1, 1)) : timer->Start(Due(-1));
-        EXPECT_THAT(next(), ElementsAre(enter("Start"), enter("Impl::Start"), enter("Impl::Cancel"),
+        EXPECT_THAT(next(), ElementsAre(enter("Start"), enter("Impl::Start"), enter("Impl::Cancel"), "waited",
                                         exit("Impl::Cancel"), "set", exit("Impl::Start"), exit("Start")));
     }
     timer->Cancel();
-    EXPECT_THAT(next(), ElementsAre(enter("Cancel"), enter("Impl::Cancel"), exit("Impl::Cancel"), exit("Cancel")));
+    EXPECT_THAT(next(), ElementsAre(enter("Cancel"), enter("Impl::Cancel"), "waited", exit("Impl::Cancel"),
+                                    exit("Cancel"))); // which doesn't unset it
     expire();
     EXPECT_EQ(passed, timer.get());
     EXPECT_THAT(next(), ElementsAre(enter("Impl::TimerCallback"), enter("Impl::OnTimer"), exit("Impl::OnTimer"),
                                     exit("Impl::TimerCallback")));
     timer.reset();
-    EXPECT_THAT(next(), ElementsAre(enter("~ThreadPoolTimer"), exit("~ThreadPoolTimer"), enter("Impl::~Impl"),
-                                    enter("Impl::Cancel"), exit("Impl::Cancel"), exit("Impl::~Impl"), "gone"));
+    EXPECT_THAT(next(),
+                ElementsAre(enter("~ThreadPoolTimer"), exit("~ThreadPoolTimer"), enter("Impl::~Impl"),
+                            enter("Impl::Cancel"), "waited", exit("Impl::Cancel"), exit("Impl::~Impl"), "gone"));
+    {
+        ThreadPoolTimer const empty(nullptr);
+        expire(); // nothing to call
+    }
+    next();
 
     create = [](auto...) { return SetLastError(ERROR_NO_SYSTEM_RESOURCES), nullptr; };
     WindowsError const error = Thrown<WindowsError>([] { ThreadPoolTimer(nullptr); });
@@ -197,6 +172,7 @@ TEST(ThreadPoolTimer, LogsItsScopesInOrder)
     EXPECT_EQ(lines.back(), name + "Impl::Impl: [EXCEPTION EXIT]");
     create = nullptr;
     set = nullptr;
+    await = nullptr;
 }
 
 TEST(ThreadPoolTimer, TakesLocalTimesAsTheZoneHasThem)
@@ -243,63 +219,6 @@ TEST(ThreadPoolTimer, TakesLocalTimesAsTheZoneHasThem)
     EXPECT_EQ(right.tm_mon, 1);
     EXPECT_EQ(right.tm_mday, 1);
     EXPECT_EQ(_mktime64(nullptr), -1);
-}
-
-TEST(ThreadPoolTimer, RunsOnceForEachStart)
-{
-    std::atomic<int> runs = 0;
-    std::atomic<std::thread::id> thread;
-    std::atomic<ThreadPoolTimer*> passed = nullptr;
-    ThreadPoolTimer timer(
-        [&](ThreadPoolTimer& timer)
-        {
-            passed = &timer;
-            thread = std::this_thread::get_id();
-            ++runs;
-        });
-    ThreadPoolTimer empty(nullptr);
-    empty.Start(Due(0));
-    timer.Start(Due(-36'000'000 * millisecond));
-    timer.Start(Due(-millisecond));
-    EXPECT_TRUE(Reaches(runs, 1));
-    EXPECT_EQ(passed, &timer);
-    EXPECT_NE(thread.load(), std::this_thread::get_id());
-    std::time_t const now = std::time(nullptr);
-    std::tm soon;
-    ::localtime_r(&now, &soon);
-    timer.Start(soon);
-    EXPECT_TRUE(Reaches(runs, 2));
-    timer.Start(Local(1500, 1, 1));
-    EXPECT_TRUE(Reaches(runs, 3));
-
-    timer.Start(Due(-200 * millisecond));
-    timer.Cancel(); // which doesn't unset it
-    EXPECT_EQ(runs, 3);
-    EXPECT_TRUE(Reaches(runs, 4));
-}
-
-TEST(ThreadPoolTimer, WaitsForARunBeforeAnythingElse)
-{
-    std::atomic<int> begun = 0;
-    std::atomic<int> ended = 0;
-    auto timer = std::make_unique<ThreadPoolTimer>(
-        [&](ThreadPoolTimer&)
-        {
-            ++begun;
-            std::this_thread::sleep_for(40ms);
-            ++ended;
-        });
-    std::array<std::function<void()>, 4> const calls{[&] { timer->Cancel(); },
-                                                     [&] { timer->Start(Due(-36'000'000 * millisecond)); },
-                                                     [&] { timer->Start(Local(2900, 1, 1)); }, [&] { timer.reset(); }};
-    int runs = 0;
-    for (auto const& call : calls)
-    {
-        timer->Start(Due(0));
-        EXPECT_TRUE(Reaches(begun, ++runs));
-        call();
-        EXPECT_EQ(ended, runs);
-    }
 }
 
 TEST(ThreadPoolTimer, ComesAndGoesOnManyThreads)

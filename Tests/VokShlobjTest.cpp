@@ -83,6 +83,9 @@ TEST(VokSHGetKnownFolderPath, FaultsOnceTheErrorThatItIsGivenIsSet)
                 return 3;
             }
         });
-    constexpr int toldBySanitizer = 1;
-    EXPECT_THAT(child.Join(), AnyOf(faulted, toldBySanitizer, -SIGABRT));
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    EXPECT_THAT(child.Join(), AnyOf(faulted, 1, -SIGABRT)); // a sanitizer may tell first
+#else
+    EXPECT_EQ(child.Join(), faulted);
+#endif
 }

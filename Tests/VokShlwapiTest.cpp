@@ -1,5 +1,6 @@
 // The checked form of the query for associations.
 #include "Support/LogRecorder.h"
+#include "Support/Replacement.h"
 #include "Support/TestDesktop.h"
 #include "Support/Thrown.h"
 
@@ -21,12 +22,9 @@ std::function<HRESULT(LPCWSTR, LPWSTR, LPDWORD)> standIn;
 
 } // namespace
 
-extern "C" HRESULT WINAPI __real_AssocQueryStringW(ASSOCF, ASSOCSTR, LPCWSTR, LPCWSTR, LPWSTR, LPDWORD) noexcept;
-extern "C" HRESULT WINAPI __wrap_AssocQueryStringW(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra,
-                                                   LPWSTR out, LPDWORD size) noexcept
-{
-    return standIn ? standIn(extra, out, size) : __real_AssocQueryStringW(flags, kind, assoc, extra, out, size);
-}
+VOK_TEST_REPLACE(standIn, standIn(extra, out, size), HRESULT, AssocQueryStringW,
+                 (ASSOCF a, ASSOCSTR b, LPCWSTR c, LPCWSTR extra, LPWSTR out, LPDWORD size),
+                 (a, b, c, extra, out, size))
 
 namespace
 {

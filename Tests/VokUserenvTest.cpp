@@ -41,6 +41,4 @@ TEST(VokCreateEnvironmentBlock, ThrowsOrSetsTheLastError)
     EXPECT_EQ(VokCreateEnvironmentBlock(INVALID_HANDLE_VALUE, false, error).Get(), nullptr);
     EXPECT_EQ(error.code(), std::error_code(6, std::system_category()));
     EXPECT_EQ(WithoutLine(error.Message()), failure);
-    EXPECT_NE(error.Message(), thrown.Message()); // a line of its own
-    EXPECT_EQ(recorder.Lines().size(), 1U);
 }

@@ -1,6 +1,7 @@
 // The checked forms of platform calls.
 #include "Support/LogRecorder.h"
 #include "Support/PortableExecutableBuilder.h"
+#include "Support/Replacement.h"
 #include "Support/TestDrive.h"
 #include "Support/Thrown.h"
 
@@ -17,10 +18,7 @@
 #include <vector>
 
 using namespace Brindle::Vok;
-using Brindle::Vok::Testing::LogRecorder;
-using Brindle::Vok::Testing::TestDrive;
-using Brindle::Vok::Testing::Thrown;
-using Brindle::Vok::Testing::WithoutLine;
+using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -38,14 +36,14 @@ struct Answer
 std::vector<Answer> script;  ///< empty for the platform's own calls
 std::vector<DWORD> sizes;    ///< that the calls of the script were given
 HANDLE madeHandle = nullptr; ///< of files and semaphores, unless it is null
+bool dataAreMissing = false; ///< of a file whose size of version data was told
 
-template <class Character>
-DWORD Play(Character* buffer, DWORD size, DWORD* newSize = nullptr)
+DWORD Play(wchar_t* buffer, DWORD size, DWORD* newSize = nullptr)
 {
     Answer const answer = script.front();
     script.erase(script.begin());
     sizes.push_back(size);
-    std::fill_n(buffer, buffer ? size : 0, Character('x'));
+    std::fill_n(buffer, buffer ? size : 0, L'x');
     if (newSize)
         *newSize = answer.size;
     SetLastError(answer.code);
@@ -54,17 +52,8 @@ DWORD Play(Character* buffer, DWORD size, DWORD* newSize = nullptr)
 
 } // namespace
 
-#define VOK_TEST_REPLACE(condition, replacement, result, name, parameters, arguments)                                  \
-    extern "C" result WINAPI __real_##name parameters noexcept;                                                        \
-    extern "C" result WINAPI __wrap_##name parameters noexcept                                                         \
-    {                                                                                                                  \
-        return condition ? static_cast<result>(replacement) : __real_##name arguments;                                 \
-    }
-
 VOK_TEST_REPLACE(!script.empty(), Play(text, size), DWORD, GetModuleFileNameW,
                  (HMODULE module, LPWSTR text, DWORD size), (module, text, size))
-VOK_TEST_REPLACE(!script.empty(), Play(text, size), DWORD, GetModuleFileNameA, (HMODULE module, LPSTR text, DWORD size),
-                 (module, text, size))
 VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetComputerNameExW,
                  (COMPUTER_NAME_FORMAT format, LPWSTR text, LPDWORD size), (format, text, size))
 VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetUserNameW, (LPWSTR text, LPDWORD size),
@@ -75,6 +64,8 @@ VOK_TEST_REPLACE(madeHandle, madeHandle, HANDLE, CreateSemaphoreW, (LPSECURITY_A
 VOK_TEST_REPLACE(madeHandle, madeHandle, HANDLE, CreateFileW,
                  (LPCWSTR a, DWORD b, DWORD c, LPSECURITY_ATTRIBUTES d, DWORD e, DWORD f, HANDLE g),
                  (a, b, c, d, e, f, g))
+VOK_TEST_REPLACE(dataAreMissing, (SetLastError(ERROR_READ_FAULT), FALSE), BOOL, GetFileVersionInfoW,
+                 (LPCWSTR a, DWORD b, DWORD c, LPVOID d), (a, b, c, d))
 
 namespace
 {
@@ -129,30 +120,12 @@ TEST(VokCreateFile, SetsTheErrorThatItIsGiven)
     EXPECT_THAT(recorder.Lines(), IsEmpty());
 }
 
-namespace
-{
-
-/// While it is set, the data can't be had of a file whose size was told.
-bool dataAreMissing = false;
-
-} // namespace
-
-extern "C" BOOL WINAPI __real_GetFileVersionInfoW(LPCWSTR, DWORD, DWORD, LPVOID) noexcept;
-extern "C" BOOL WINAPI __wrap_GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data) noexcept
-{
-    if (!dataAreMissing)
-        return __real_GetFileVersionInfoW(path, handle, size, data);
-    SetLastError(ERROR_READ_FAULT);
-    return FALSE;
-}
-
 TEST(VokGetFileVersionInfo, GivesTheResourceOrThrowsItsCodeWithoutAText)
 {
     LogRecorder recorder;
     TestDrive const drive;
-    std::string const info = Testing::VersionInfo(3, 4);
-    drive.Write("x.dll", Testing::BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
-    drive.Write("x.txt", "text");
+    std::string const info = VersionInfo(3, 4);
+    drive.Write("x.dll", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
     EXPECT_EQ(VokGetFileVersionInfo(drive.Path(L"x.dll")), std::vector<unsigned char>(info.begin(), info.end()));
     struct
     {
@@ -162,7 +135,6 @@ TEST(VokGetFileVersionInfo, GivesTheResourceOrThrowsItsCodeWithoutAText)
         bool failsLater;
     } const cases[] = {
         {L"none.dll", ERROR_FILE_NOT_FOUND, "The file was not found. (Windows Error 2).", false},
-        {L"x.txt", ERROR_RESOURCE_DATA_NOT_FOUND, "The file holds no resources. (Windows Error 1812).", false},
         {std::wstring(L"x.dll\0", 6), ERROR_INVALID_NAME, "The name or its syntax is wrong. (Windows Error 123).",
          false},
         {L"x.dll", ERROR_READ_FAULT, "Reading from the device failed. (Windows Error 30).", true},
@@ -177,7 +149,7 @@ TEST(VokGetFileVersionInfo, GivesTheResourceOrThrowsItsCodeWithoutAText)
         for (Error const& error : {Error(thrown), assigned})
         {
             EXPECT_EQ(error.code(), std::error_code(c.code, std::system_category()));
-            EXPECT_EQ(Testing::WithoutLine(error.Message()),
+            EXPECT_EQ(WithoutLine(error.Message()),
                       std::string("Source/Vok/VokWindows.cpp: Brindle::Vok::VokGetFileVersionInfo ") + c.text);
             EXPECT_TRUE(error.Failed());
         }
@@ -248,13 +220,12 @@ TEST(VokGetModuleFileName, IsWholeAroundTheFirstBufferSize)
     std::ranges::replace(source, '\\', '/');
     for (std::size_t const length : {1022U, 1023U, 1024U, 1025U})
     {
-        std::string path = "C:" + directory + '/';
-        path.resize(length, 'x');
-        std::filesystem::copy_file(source, path.substr(2));
-        std::ranges::replace(path, '/', '\\');
-        auto const library = VokLoadLibrary(Utf8ToWide(path).c_str());
-        EXPECT_EQ(VokGetModuleFileName(library.Get()), Utf8ToWide(path));
-        EXPECT_EQ(VokGetModuleFileNameA(library.Get()), path);
+        std::string const host = directory + '/' + std::string(length - directory.size() - 3, 'x');
+        std::filesystem::copy_file(source, host);
+        std::wstring const path = OfHost(host);
+        auto const library = VokLoadLibrary(path.c_str());
+        EXPECT_EQ(VokGetModuleFileName(library.Get()), path);
+        EXPECT_EQ(VokGetModuleFileNameA(library.Get()), WideToUtf8(path));
     }
     ExpectThrow([] { VokGetModuleFileName(reinterpret_cast<HMODULE>(4)); }, ERROR_INVALID_HANDLE,
                 "VokGetModuleFileNameImpl", "GetModuleFileName");
@@ -263,7 +234,6 @@ TEST(VokGetModuleFileName, IsWholeAroundTheFirstBufferSize)
 TEST(VokNames, AreAskedForWithTheRightSizes)
 {
     auto const module = [] { return VokGetModuleFileName(nullptr); };
-    auto const moduleA = [] { return Utf8ToWide(VokGetModuleFileNameA(nullptr)); };
     auto const computer = [] { return VokGetComputerNameEx(ComputerNameNetBIOS); };
     auto const system = [] { return VokGetSystemDirectory(); };
     std::string const systemFunction = "VokGetSystemDirectory";
@@ -277,10 +247,9 @@ TEST(VokNames, AreAskedForWithTheRightSizes)
         std::string text;
     } const cases[] = {
         {module, {{1024, 122}, {16384, 122}}, {1024, 16384}, 16384, "", ""},
-        {moduleA, {{1024, 122}, {16384, 122}}, {1024, 16384}, 16384, "", ""},
         {module, {{1024, 0}}, {1024}, 1024, "", ""},
         {module, {{0, 122}}, {1024}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
-        {moduleA, {{1024, 122}, {0, 5}}, {1024, 16384}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
+        {module, {{1024, 122}, {0, 5}}, {1024, 16384}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
         {computer, {{0, 234, 7}, {1, 0, 5}}, {0, 7}, 5, "", ""},
         {computer, {{0, 234, 3}, {0, 234, 4}}, {0, 3}, 0, "VokGetComputerNameEx", "GetComputerNameEx Failed"},
         {VokGetUserName, {{1, 0, 257}}, {257}, 256, "", ""},
@@ -331,8 +300,6 @@ TEST(VokNames, AreThePlatforms)
     DWORD size = 257;
     EXPECT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size));
     EXPECT_EQ(VokGetComputerNameEx(ComputerNameDnsFullyQualified), name);
-    EXPECT_TRUE(GetUserNameW(name, &(size = 257)));
-    EXPECT_EQ(VokGetUserName(), name);
     Error error;
     EXPECT_EQ(VokGetSystemDirectory(error), L"C:\\usr\\lib");
     EXPECT_FALSE(error.Failed());
@@ -340,13 +307,7 @@ TEST(VokNames, AreThePlatforms)
 
 TEST(VokLoadLibrary, ThrowsWhatThePlatformRefuses)
 {
-    TestDrive const drive;
-    drive.Write("text");
-    for (auto const& [name, code] : {std::pair<std::wstring, int>{L"libnone.so", 126}, {drive.Path(L"text"), 193}})
-    {
-        ExpectThrow([&, name = name] { VokLoadLibrary(name.c_str()); }, code, "VokLoadLibrary",
-                    "LoadLibrary Failed [" + WideToUtf8(name) + "]");
-    }
+    ExpectThrow([] { VokLoadLibrary(L"libnone.so"); }, 126, "VokLoadLibrary", "LoadLibrary Failed [libnone.so]");
     ExpectThrow([] { VokLoadLibrary(nullptr); }, 87, "VokLoadLibrary", "LoadLibrary Failed [(null)]");
 }
 

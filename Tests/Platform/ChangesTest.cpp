@@ -22,7 +22,6 @@
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using namespace std::chrono_literals;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -191,8 +190,8 @@ TEST_F(Changes, AreNotTakenByAChild)
                 GetOverlappedResult(directory.Get(), &overlapped, &unused, FALSE);
         });
     for (int round = 0; round < 50; ++round)
-        EXPECT_EQ(ChildProcess(
-                      [&](ChildProcess::Channel const&)
+        EXPECT_EQ(InChild(
+                      [&]
                       {
                           EXPECT_EQ(CodeOf([&] { return CancelIoEx(directory.Get(), nullptr); }), ERROR_NOT_FOUND);
                           EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT);
@@ -200,9 +199,7 @@ TEST_F(Changes, AreNotTakenByAChild)
                           EXPECT_TRUE(Read(directory, &own));
                           directory.Close();
                           event.Close();
-                          return testing::Test::HasFailure() ? 1 : 0;
-                      })
-                      .Join(),
+                      }),
                   0);
     isOver = true;
     asking.join();
@@ -291,14 +288,7 @@ TEST_F(Changes, LeaveNothingBehindWhenTheHostRefuses)
     std::size_t const before = OpenDescriptors();
     auto const failing = [&](auto& call, int nth, int error, DWORD expected)
     {
-        SystemCalls::Redirection const redirection(call,
-                                                   [&, calls = 0](auto... arguments) mutable
-                                                   {
-                                                       if (++calls != nth)
-                                                           return call.host(arguments...);
-                                                       errno = error;
-                                                       return -1;
-                                                   });
+        SystemCalls::Redirection const redirection(call, FailingAt(call, nth - 1, error));
         EXPECT_EQ(codeNow(), expected) << nth;
         EXPECT_EQ(OpenDescriptors(), before);
     };
@@ -320,14 +310,7 @@ TEST_F(Changes, LeaveNothingBehindWhenTheHostRefuses)
     EXPECT_EQ(CodeOf([&] { return CancelIoEx(directory.Get(), nullptr); }), ERROR_SUCCESS);
     // Only the directory's end isn't seen where its parent can't be read.
     OpenHandle const other = OpenDirectory();
-    SystemCalls::Redirection const unreadable(SystemCalls::AddWatch,
-                                              [calls = 0](int watcher, char const* path, std::uint32_t mask) mutable
-                                              {
-                                                  if (++calls != 2)
-                                                      return SystemCalls::AddWatch.host(watcher, path, mask);
-                                                  errno = EACCES;
-                                                  return -1;
-                                              });
+    SystemCalls::Redirection const unreadable(SystemCalls::AddWatch, FailingAt(SystemCalls::AddWatch, 1, EACCES));
     EXPECT_TRUE(Read(other, &overlapped));
 }
 

@@ -12,9 +12,7 @@
 namespace
 {
 
-using Brindle::Vok::Testing::ErrorInformation;
-using Brindle::Vok::Testing::FailingWith;
-namespace SystemCalls = Brindle::Vok::Platform::SystemCalls;
+using namespace Brindle::Vok::Testing;
 
 TEST(Identifiers, SurviveShortAndInterruptedReadsOfTheRandomSource)
 {

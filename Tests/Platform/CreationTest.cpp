@@ -44,17 +44,6 @@ TEST(Creation, IsNotLostToAnOpeningThatComesInBetween)
     }
 }
 
-TEST(Creation, LeavesNoMarkBehind)
-{
-    TestDrive const drive;
-    mode_t const mask = ::umask(0);
-    ::umask(mask);
-    ASSERT_TRUE(Open(drive.Path(L"new"), GENERIC_WRITE, 0, CREATE_NEW));
-    EXPECT_EQ(ModeOf(drive.Host("new")), 0666 & ~mask);
-    ASSERT_TRUE(Open(drive.Path(L"fixed"), GENERIC_WRITE, 0, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY));
-    EXPECT_EQ(ModeOf(drive.Host("fixed")), 0444 & ~mask);
-}
-
 TEST(Creation, ThatDiedKeepsNobodyOut)
 {
     TestDrive const drive;
@@ -64,12 +53,7 @@ TEST(Creation, ThatDiedKeepsNobodyOut)
     for (time_t const age : {0, 10})
     {
         int pauses = 0;
-        SystemCalls::Redirection sleep(SystemCalls::Sleep,
-                                       [&](timespec const*)
-                                       {
-                                           ++pauses;
-                                           return 0;
-                                       });
+        SystemCalls::Redirection const sleep(SystemCalls::Sleep, [&](auto...) { return ++pauses, 0; });
         SystemCalls::Redirection time(SystemCalls::GetTime,
                                       [&](clockid_t clock, timespec* now)
                                       {

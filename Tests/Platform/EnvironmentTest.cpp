@@ -13,9 +13,7 @@
 #include <string_view>
 #include <thread>
 
-using Brindle::Vok::Testing::ChildProcess;
-using Brindle::Vok::Testing::CodeOf;
-using Brindle::Vok::Testing::HostVariable;
+using namespace Brindle::Vok::Testing;
 
 namespace
 {

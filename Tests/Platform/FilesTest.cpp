@@ -10,7 +10,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -156,6 +155,7 @@ TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
 TEST_F(Files, TransfersMoveThePositionAndEndAtTheEnd)
 {
     OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
+    EXPECT_EQ(Mode("file"), 0644U);
     EXPECT_EQ(WriteCode(file, "first "), "0:6");
     EXPECT_EQ(WriteCode(file, ""), "0:0");
     EXPECT_EQ(WriteCode(file, "second"), "0:6");
@@ -250,10 +250,7 @@ TEST_F(Files, FailuresOfTheHostWhileOpeningLeakNothing)
         EXPECT_EQ(CodeOf([&] { return DeleteFileW(drive.Path(L"file").c_str()); }), 4U);
     }
     {
-        int calls = 0;
-        auto const open = [&](int directory, char const* path, int flags, mode_t mode)
-        { return ++calls < 3 ? FailingWith(EINTR)() : SystemCalls::Open.host(directory, path, flags, mode); };
-        SystemCalls::Redirection const interrupted(SystemCalls::Open, open);
+        SystemCalls::Redirection const interrupted(SystemCalls::Open, FailingAt(SystemCalls::Open, 0, EINTR, 2));
         EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 0U);
     }
     {

@@ -3,6 +3,7 @@
 #include "Support/HostFaults.h"
 #include "Support/HostVariable.h"
 #include "Support/KernelIdentity.h"
+#include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 
 #include <Brindle/Vok/Platform.h>
@@ -65,13 +66,7 @@ class KnownFolders : public testing::Test
 protected:
     KnownFolders() { std::filesystem::create_directory(drive.Host("h")); }
 
-    std::wstring Windows(std::string const& name) const
-    {
-        std::wstring text = L"C:";
-        for (char const unit : drive.Host(name))
-            text += unit == '/' ? L'\\' : static_cast<wchar_t>(unit);
-        return text;
-    }
+    std::wstring Windows(std::string const& name) const { return OfHost(drive.Host(name)); }
 
     TestDrive drive;
     HostVariable const home{"HOME", drive.Host("h/").c_str()};
@@ -80,19 +75,6 @@ protected:
     HostVariable const cache{"XDG_CACHE_HOME", nullptr};
     HostVariable const machine{"XDG_CONFIG_DIRS", nullptr};
 };
-
-struct TokenOwner
-{
-    ~TokenOwner() { CloseHandle(handle); }
-    HANDLE handle;
-};
-
-HANDLE OwnToken(DWORD access)
-{
-    HANDLE token = nullptr;
-    EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, &token));
-    return token;
-}
 
 } // namespace
 
@@ -157,7 +139,7 @@ TEST_F(KnownFolders, WrongArgumentsAndHostFailuresHaveTheirCodes)
     EXPECT_EQ(Find(FOLDERID_Profile, KF_FLAG_NOT_PARENT_RELATIVE), L"87");
     EXPECT_EQ(Find(FOLDERID_ProgramFiles, unverified), L"2");
     EXPECT_EQ(Find(GUID{}, KF_FLAG_CREATE), L"2");
-    // The file is one that can't be read, then there is none that counts.
+    // EMFILE is a failure, a FIFO is no file.
     drive.Write("h/.config/user-dirs.dirs", "XDG_MUSIC_DIR=\"/m\"");
     {
         SystemCalls::Redirection const full(SystemCalls::Open, FailingWith(EMFILE));
@@ -171,18 +153,18 @@ TEST_F(KnownFolders, WrongArgumentsAndHostFailuresHaveTheirCodes)
 
 TEST_F(KnownFolders, ATokenNeedsItsRights)
 {
-    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE)}.handle), Windows("h"));
-    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_QUERY)}.handle), L"5");
-    EXPECT_EQ(Find(FOLDERID_Profile, 0, TokenOwner{OwnToken(TOKEN_IMPERSONATE)}.handle), L"5");
-    EXPECT_EQ(Find(FOLDERID_Profile, 0, INVALID_HANDLE_VALUE), L"6"); // the platform's user that others are made from
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE).Get()), Windows("h"));
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, OwnToken(TOKEN_QUERY).Get()), L"5");
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, OwnToken(TOKEN_IMPERSONATE).Get()), L"5");
+    EXPECT_EQ(Find(FOLDERID_Profile, 0, INVALID_HANDLE_VALUE), L"6");
 }
 
 TEST_F(KnownFolders, OfAnotherUserAreFoundAndMadeAsThatUser)
 {
     VOK_NEEDS_SUPERUSER();
     configuration.Set("/c");
-    TokenOwner const process{OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE)};
-    TokenOwner const nobody{OpenUserToken("nobody")};
+    OpenHandle const process = OwnToken(TOKEN_QUERY | TOKEN_IMPERSONATE);
+    OpenHandle const nobody(OpenUserToken("nobody"));
     auto const expectHomeOfNobody = [](HANDLE token)
     {
         EXPECT_EQ(Find(FOLDERID_RoamingAppData, unverified, token), L"C:\\nonexistent\\.config");
@@ -191,13 +173,13 @@ TEST_F(KnownFolders, OfAnotherUserAreFoundAndMadeAsThatUser)
         EXPECT_EQ(Find(FOLDERID_Profile, KF_FLAG_CREATE, token), L"5"); // the superuser could
     };
     KernelIdentity const before;
-    expectHomeOfNobody(nobody.handle);
+    expectHomeOfNobody(nobody.Get());
     EXPECT_EQ(KernelIdentity(), before);
 
-    ASSERT_TRUE(ImpersonateLoggedOnUser(nobody.handle));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(nobody.Get()));
     KernelIdentity const meanwhile;
     expectHomeOfNobody(nullptr);
-    std::wstring const found = Find(FOLDERID_RoamingAppData, unverified, process.handle);
+    std::wstring const found = Find(FOLDERID_RoamingAppData, unverified, process.Get());
     KernelIdentity const after;
     ASSERT_TRUE(RevertToSelf());
     EXPECT_EQ(found, L"C:\\c");

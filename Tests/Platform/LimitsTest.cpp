@@ -25,50 +25,37 @@ DWORD CodeOfWriting(HANDLE file, DWORD count)
 TEST(Limits, OfAFilesSizeAreErrorsAndNoSignals)
 {
     TestDrive const drive;
-    ChildProcess child(
-        [&](ChildProcess::Channel& channel)
-        {
-            OpenHandle const openedBefore = Open(drive.Path(L"before"), GENERIC_WRITE, 0, CREATE_NEW);
-            rlimit const limit{1000, 1000};
-            EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-            OpenHandle const file = Open(drive.Path(L"after"), GENERIC_WRITE, 0, CREATE_NEW);
-            EXPECT_EQ(CodeOfWriting(file.Get(), 1000), ERROR_SUCCESS);
-            EXPECT_EQ(CodeOfWriting(file.Get(), 1), ERROR_FILE_TOO_LARGE);
-            EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1001), ERROR_FILE_TOO_LARGE);
-            EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1), ERROR_FILE_TOO_LARGE);
-            channel.Ready();
-            return testing::Test::HasFailure() ? 1 : 0;
-        });
-    EXPECT_EQ(child.Join(), 0);
+    auto const run = [&]
+    {
+        OpenHandle const openedBefore = Open(drive.Path(L"before"), GENERIC_WRITE, 0, CREATE_NEW);
+        rlimit const limit{1000, 1000};
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+        OpenHandle const file = Open(drive.Path(L"after"), GENERIC_WRITE, 0, CREATE_NEW);
+        EXPECT_EQ(CodeOfWriting(file.Get(), 1000), ERROR_SUCCESS);
+        EXPECT_EQ(CodeOfWriting(file.Get(), 1), ERROR_FILE_TOO_LARGE);
+        EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1001), ERROR_FILE_TOO_LARGE);
+        EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1), ERROR_FILE_TOO_LARGE);
+    };
+    EXPECT_EQ(InChild(run), 0);
     EXPECT_EQ(drive.Read("after").size(), 1000U);
 }
 
 // The C library would remember for good that it couldn't read the tables of a page.
 TEST(Limits, OfDescriptorsPassForCodePages)
 {
-    ChildProcess child(
-        [](ChildProcess::Channel& channel)
-        {
-            auto const convert = []
-            {
-                return CodeOf(
-                    []
-                    {
-                        wchar_t wide[4];
-                        return MultiByteToWideChar(1251, 0, "\xC4", 1, wide, 4);
-                    });
-            };
-            rlimit limit{};
-            EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-            rlimit const none{0, limit.rlim_max};
-            EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-            EXPECT_EQ(convert(), ERROR_TOO_MANY_OPEN_FILES);
-            EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-            EXPECT_EQ(convert(), ERROR_SUCCESS);
-            channel.Ready();
-            return testing::Test::HasFailure() ? 1 : 0;
-        });
-    EXPECT_EQ(child.Join(), 0);
+    auto const run = []
+    {
+        wchar_t wide[4];
+        auto const convert = [&] { return MultiByteToWideChar(1251, 0, "\xC4", 1, wide, 4); };
+        rlimit limit{};
+        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+        rlimit const none{0, limit.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_EQ(CodeOf(convert), ERROR_TOO_MANY_OPEN_FILES);
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_EQ(CodeOf(convert), ERROR_SUCCESS);
+    };
+    EXPECT_EQ(InChild(run), 0);
 }
 
 } // namespace

@@ -14,7 +14,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -117,8 +116,7 @@ TEST_F(LongListing, MayEndOrForkOrBeParkedInTheMiddle)
         ASSERT_TRUE(Begin());
         EXPECT_EQ(Go(most), most);
         // Not beyond what has been read from the host: the two share the place in the directory.
-        ChildProcess child([&](ChildProcess::Channel&) { return Go(500) == 500 && FindClose(search) ? 0 : 1; });
-        EXPECT_EQ(child.Join(), 0);
+        EXPECT_EQ(InChild([&] { EXPECT_TRUE(Go(500) == 500 && FindClose(search)); }), 0);
         std::vector<HANDLE> inner(20);
         for (HANDLE& each : inner)
         {
@@ -195,11 +193,7 @@ TEST_F(LongListing, WithoutRightsToAskTellsOfNamesOnly)
 {
     long now = 1'000'000;
     long step = 100;
-    auto const tell = [&](clockid_t, timespec* time)
-    {
-        *time = {1, now += step};
-        return 0;
-    };
+    auto const tell = [&](clockid_t, timespec* time) { return *time = {1, now += step}, 0; };
     SystemCalls::Redirection const steady(SystemCalls::GetTime, tell);
     SystemCalls::Redirection const refusing(SystemCalls::ExtendedStatusAt, FailingWith(EACCES));
     SystemCalls::Redirection const refusingToo(SystemCalls::StatusAt, FailingWith(EACCES));

@@ -8,8 +8,7 @@
 #include <random>
 
 using namespace Brindle::Vok::Platform;
-using Brindle::Vok::Testing::CodeOf;
-using Brindle::Vok::Testing::TestDrive;
+using namespace Brindle::Vok::Testing;
 
 namespace
 {

@@ -18,7 +18,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -123,25 +122,21 @@ TEST_F(QuickDeletion, SparesWhatAnotherProcessComesToHold)
 {
     MakeFiles(50);
     std::optional<Alone> alone(std::in_place);
-    std::unique_ptr<ChildProcess> child;
+    std::unique_ptr<HoldingProcess> child;
     int const refused = DeleteAll(
         [&](int turn)
         {
             if (turn != 20)
                 return;
             alone.reset();
-            child = std::make_unique<ChildProcess>(
-                [&](ChildProcess::Channel& channel)
+            child = std::make_unique<HoldingProcess>(
+                [&]
                 {
                     std::vector<OpenHandle> held;
-                    held.reserve(50);
                     for (int i = 0; i < 50; ++i)
                         held.push_back(Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ));
-                    channel.Ready();
-                    channel.Wait();
-                    return 0;
+                    return held;
                 });
-            child->WaitUntilReady();
         });
     EXPECT_EQ(refused, 30);
     child->Go();
@@ -161,22 +156,17 @@ TEST_F(QuickDeletion, LooksAgainUnlessItIsAtOnce)
     long time = 1'000'000'000;
     int looks = 0;
     SystemCalls::Redirection const clock(SystemCalls::GetTime,
-                                         [&](clockid_t, timespec* now)
-                                         {
-                                             *now = {time / 1'000'000'000, time % 1'000'000'000};
-                                             return 0;
+                                         [&](clockid_t, timespec* now) {
+                                             return *now = {time / 1'000'000'000, time % 1'000'000'000}, 0;
                                          });
     SystemCalls::Redirection const counting(SystemCalls::StatusAt, [&](auto... arguments)
                                             { return ++looks, SystemCalls::StatusAt.host(arguments...); });
     for (auto const& each : cases)
     {
         MakeFiles(50);
-        SystemCalls::Redirection const slow(SystemCalls::ExtendedStatusAt,
-                                            [&](auto... arguments)
-                                            {
-                                                time += each.look;
-                                                return SystemCalls::ExtendedStatusAt.host(arguments...);
-                                            });
+        SystemCalls::Redirection const slow(
+            SystemCalls::ExtendedStatusAt,
+            [&](auto... arguments) { return time += each.look, SystemCalls::ExtendedStatusAt.host(arguments...); });
         looks = 0;
         EXPECT_EQ(DeleteAll([&](int) { time += each.delay; }), 0);
         EXPECT_EQ(looks > 40, each.looksAgain) << each.look << ' ' << each.delay << ' ' << looks;

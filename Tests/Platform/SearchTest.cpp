@@ -15,7 +15,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {

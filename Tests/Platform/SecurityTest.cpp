@@ -6,6 +6,7 @@
 #include "Support/Directories.h"
 #include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
+#include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 
 #include <Brindle/Vok/Platform.h>
@@ -31,49 +32,17 @@ namespace
 
 constexpr unsigned nobody = 65534;
 
-struct Token
-{
-    explicit Token(std::string const& user) : handle(OpenUserToken(user)) { EXPECT_NE(handle, nullptr) << user; }
-    explicit Token(HANDLE handle) : handle(handle) {}
-    ~Token() { CloseHandle(handle); }
-    Token(Token const&) = delete;
-    Token& operator=(Token const&) = delete;
-
-    HANDLE handle;
-};
-
-/// Of the calling process, or null with the last error set.
-HANDLE OpenOwnToken(DWORD access)
-{
-    HANDLE token = nullptr;
-    OpenProcessToken(GetCurrentProcess(), access, &token);
-    return token;
-}
-
-template <class Call>
-DWORD CodeOf(Call call)
-{
-    SetLastError(ERROR_SUCCESS);
-    bool const succeeded = call() ? true : false;
-    EXPECT_EQ(succeeded, GetLastError() == ERROR_SUCCESS);
-    return GetLastError();
-}
-
 /// A process that waits for its end as somebody.
-struct Sleeper : ChildProcess
+struct Sleeper : HoldingProcess
 {
     explicit Sleeper(unsigned user = ::geteuid())
-        : ChildProcess(
-              [user](Channel const& channel)
+        : HoldingProcess(
+              [user]
               {
-                  if (user != ::geteuid() && (::setgroups(0, nullptr) != 0 || ::setresgid(user, user, user) != 0 ||
-                                              ::setresuid(user, user, user) != 0))
-                      return 255;
-                  channel.Ready();
-                  return channel.Wait() ? 0 : 1;
+                  return user == ::geteuid() || (::setgroups(0, nullptr) == 0 && ::setresgid(user, user, user) == 0 &&
+                                                 ::setresuid(user, user, user) == 0);
               })
     {
-        WaitUntilReady();
     }
 };
 
@@ -95,8 +64,8 @@ TEST(Impersonation, ChangesTheCallingThreadAlone)
             turn.wait(0);
             EXPECT_EQ(KernelIdentity(), before);
         });
-    Token const token("nobody");
-    ASSERT_TRUE(ImpersonateLoggedOnUser(token.handle));
+    OpenHandle const token(OpenUserToken("nobody"));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
     KernelIdentity const impersonated;
     EXPECT_TRUE(impersonated.Has("Uid:\t65534\t65534\t0\t65534")) << impersonated.text;
     EXPECT_TRUE(impersonated.Has("Gid:\t65534\t65534\t0\t65534")) << impersonated.text;
@@ -130,18 +99,16 @@ TEST(Impersonation, GoesFromOneUserToAnotherAndBackToTheProcess)
 {
     VOK_NEEDS_SUPERUSER();
     KernelIdentity const before;
-    Token const first("nobody");
-    Token const second("daemon");
-    for (int round = 0; round < 3; ++round)
+    OpenHandle const first(OpenUserToken("nobody"));
+    OpenHandle const second(OpenUserToken("daemon"));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(first.Get()));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(second.Get()));
+    EXPECT_TRUE(KernelIdentity().Has("Uid:\t1\t1\t0\t1"));
+    for (char const* const what : {"reverted", "nothing to revert"})
     {
-        ASSERT_TRUE(ImpersonateLoggedOnUser(first.handle));
-        ASSERT_TRUE(ImpersonateLoggedOnUser(second.handle));
-        EXPECT_TRUE(KernelIdentity().Has("Uid:\t1\t1\t0\t1"));
         EXPECT_TRUE(RevertToSelf());
-        EXPECT_EQ(KernelIdentity(), before);
-        EXPECT_TRUE(RevertToSelf()); // nothing to do
+        EXPECT_EQ(KernelIdentity(), before) << what;
     }
-    EXPECT_EQ(KernelIdentity(), before);
 }
 
 TEST(Impersonation, NeedsTheRightsOfATokenThatIsOpen)
@@ -157,14 +124,13 @@ TEST(Impersonation, NeedsTheRightsOfATokenThatIsOpen)
           Case{TOKEN_QUERY | TOKEN_IMPERSONATE, ERROR_ACCESS_DENIED}, // a primary one
           Case{0, ERROR_ACCESS_DENIED}})
     {
-        Token const token(OpenOwnToken(access));
-        EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(token.handle); }), code) << access;
+        OpenHandle const token = OwnToken(access);
+        EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(token.Get()); }), code) << access;
         EXPECT_TRUE(RevertToSelf());
     }
-    HANDLE const closed = OpenOwnToken(MAXIMUM_ALLOWED);
-    EXPECT_TRUE(CloseHandle(closed));
-    Token const event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    for (HANDLE const wrong : {closed, event.handle, HANDLE{nullptr}, GetCurrentProcess()})
+    HANDLE const closed = OwnToken(MAXIMUM_ALLOWED).Get();
+    OpenHandle const event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    for (HANDLE const wrong : {closed, event.Get(), HANDLE{nullptr}, GetCurrentProcess()})
     {
         EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(wrong); }), ERROR_INVALID_HANDLE);
         EXPECT_EQ(CodeOf(
@@ -175,7 +141,7 @@ TEST(Impersonation, NeedsTheRightsOfATokenThatIsOpen)
                       }),
                   ERROR_INVALID_HANDLE);
     }
-    EXPECT_EQ(CodeOf([&] { return OpenOwnToken(0x80000000); }), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(CodeOf([&] { return OwnToken(0x80000000); }), ERROR_ACCESS_DENIED);
 }
 
 TEST(Impersonation, OfAnotherIsRefusedWithoutThePrivilege)
@@ -184,11 +150,11 @@ TEST(Impersonation, OfAnotherIsRefusedWithoutThePrivilege)
         []
         {
             KernelIdentity const before;
-            Token const token("daemon");
-            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(token.handle); }), ERROR_PRIVILEGE_NOT_HELD);
+            OpenHandle const token(OpenUserToken("daemon"));
+            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(token.Get()); }), ERROR_PRIVILEGE_NOT_HELD);
             EXPECT_EQ(KernelIdentity(), before);
-            Token const own(OpenOwnToken(MAXIMUM_ALLOWED));
-            EXPECT_TRUE(ImpersonateLoggedOnUser(own.handle)); // one may be oneself
+            OpenHandle const own = OwnToken(MAXIMUM_ALLOWED);
+            EXPECT_TRUE(ImpersonateLoggedOnUser(own.Get())); // one may be oneself
             EXPECT_EQ(KernelIdentity(), before);
             HANDLE thread = nullptr;
             EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &thread));
@@ -202,103 +168,80 @@ TEST(Impersonation, OfAnotherIsRefusedWithoutThePrivilege)
 TEST(Impersonation, IsAllOrNothing)
 {
     VOK_NEEDS_SUPERUSER();
-    Token const daemon("daemon");
-    Token const somebody("nobody");
-    auto const failOnce = [](auto& call, int at, int error)
+    OpenHandle const daemon(OpenUserToken("daemon"));
+    OpenHandle const somebody(OpenUserToken("nobody"));
+    KernelIdentity const process;
+    auto const failing = [](auto& call, int at)
     {
-        return [&call, at, error](auto... arguments) mutable
+        return [&call, at](int error) -> std::shared_ptr<void>
         {
-            if (at-- != 0)
-                return call.host(arguments...);
-            errno = error;
-            return -1L;
+            auto const fail = FailingAt(call, at, error);
+            return std::make_shared<decltype(SystemCalls::Redirection(call, fail))>(call, fail);
         };
     };
-    KernelIdentity const process;
-    auto const expectNothingChanges = [&](char const* what, int error, DWORD code)
-    {
-        EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(daemon.handle); }), code) << what << error;
-        EXPECT_EQ(KernelIdentity(), process) << what;
-        ASSERT_TRUE(ImpersonateLoggedOnUser(daemon.handle)) << what; // the fault was one of one call
-        KernelIdentity const impersonated;
-        EXPECT_TRUE(RevertToSelf());
-        EXPECT_NE(impersonated, process);
+    std::pair<char const*, std::function<std::shared_ptr<void>(int)>> const cases[] = {
+        {"supplementary groups", failing(SystemCalls::SetOtherGroups, 0)},
+        {"group", failing(SystemCalls::SetGroups, 0)},
+        {"user", failing(SystemCalls::SetUsers, 0)},
+        {"capabilities at first", failing(SystemCalls::SetCapabilities, 0)},
+        {"capabilities at last", failing(SystemCalls::SetCapabilities, 1)},
     };
-    auto const expectStaysImpersonated = [&](auto& call, int at, char const* what)
+    for (auto const& [what, fail] : cases)
     {
-        ASSERT_TRUE(ImpersonateLoggedOnUser(daemon.handle));
-        KernelIdentity const impersonated;
-        {
-            SystemCalls::Redirection const fault(call, failOnce(call, at, ENOMEM));
-            EXPECT_EQ(CodeOf([&] { return RevertToSelf(); }), ERROR_NOT_ENOUGH_MEMORY) << what;
-            EXPECT_EQ(KernelIdentity(), impersonated) << what;
-        }
-        {
-            SystemCalls::Redirection const fault(call, failOnce(call, at, EAGAIN));
-            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(somebody.handle); }), ERROR_NO_SYSTEM_RESOURCES);
-            EXPECT_EQ(KernelIdentity(), impersonated) << what;
-        }
-        EXPECT_TRUE(RevertToSelf());
-        EXPECT_EQ(KernelIdentity(), process) << what;
-    };
-    auto const check = [&](auto& call, int at, char const* what)
-    {
+        SCOPED_TRACE(what);
         for (auto const& [error, code] :
              {std::pair{EPERM, ERROR_PRIVILEGE_NOT_HELD}, {ENOMEM, ERROR_NOT_ENOUGH_MEMORY}})
         {
-            SystemCalls::Redirection const fault(call, failOnce(call, at, error));
-            expectNothingChanges(what, error, static_cast<DWORD>(code));
+            auto const fault = fail(error);
+            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(daemon.Get()); }), code);
+            EXPECT_EQ(KernelIdentity(), process);
         }
-        expectStaysImpersonated(call, at, what);
-    };
-    check(SystemCalls::SetOtherGroups, 0, "supplementary groups");
-    check(SystemCalls::SetGroups, 0, "group");
-    check(SystemCalls::SetUsers, 0, "user");
-    check(SystemCalls::SetCapabilities, 0, "capabilities at first");
-    check(SystemCalls::SetCapabilities, 1, "capabilities at last");
+        ASSERT_TRUE(ImpersonateLoggedOnUser(daemon.Get()));
+        KernelIdentity const impersonated;
+        EXPECT_NE(impersonated, process);
+        {
+            auto const fault = fail(ENOMEM);
+            EXPECT_EQ(CodeOf([] { return RevertToSelf(); }), ERROR_NOT_ENOUGH_MEMORY);
+            EXPECT_EQ(KernelIdentity(), impersonated);
+        }
+        {
+            auto const fault = fail(EAGAIN);
+            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(somebody.Get()); }), ERROR_NO_SYSTEM_RESOURCES);
+            EXPECT_EQ(KernelIdentity(), impersonated);
+        }
+        EXPECT_TRUE(RevertToSelf());
+        EXPECT_EQ(KernelIdentity(), process);
+    }
 }
 
 TEST(ImpersonationDeathTest, EndsTheProcessWhenTheWayBackIsRefused)
 {
     VOK_NEEDS_SUPERUSER();
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    Token const token("daemon");
+    OpenHandle const token(OpenUserToken("daemon"));
     EXPECT_DEATH(
         {
             SystemCalls::Redirection const users(SystemCalls::SetUsers, FailingWith(EPERM));
-            int calls = 0;
-            SystemCalls::Redirection const groups(
-                SystemCalls::SetGroups, [&](gid_t real, gid_t effective, gid_t saved)
-                { return calls++ == 0 ? SystemCalls::SetGroups.host(real, effective, saved) : -1L; });
-            ImpersonateLoggedOnUser(token.handle);
+            SystemCalls::Redirection const groups(SystemCalls::SetGroups,
+                                                  FailingAt(SystemCalls::SetGroups, 1, EPERM, always));
+            ImpersonateLoggedOnUser(token.Get());
         },
         "terminate called");
-}
-
-TEST(Impersonation, EndsWithItsThread)
-{
-    VOK_NEEDS_SUPERUSER();
-    KernelIdentity const before;
-    Token const token("daemon");
-    for (int i = 0; i < 8; ++i)
-        std::thread([&] { EXPECT_TRUE(ImpersonateLoggedOnUser(token.handle)); }).join();
-    EXPECT_EQ(KernelIdentity(), before);
-    std::thread([&] { EXPECT_EQ(KernelIdentity(), before); }).join();
 }
 
 TEST(Impersonation, IsInheritedByThreadsOfTheHostUntilTheyRevert)
 {
     VOK_NEEDS_SUPERUSER();
     KernelIdentity const before;
-    Token const token("daemon");
-    ASSERT_TRUE(ImpersonateLoggedOnUser(token.handle));
+    OpenHandle const token(OpenUserToken("daemon"));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
     std::thread(
         [&]
         {
             EXPECT_TRUE(KernelIdentity().Has("Uid:\t1\t1\t0\t1"));
-            Token const own(OpenOwnToken(TOKEN_QUERY));
+            OpenHandle const own = OwnToken(TOKEN_QUERY);
             Identity identity;
-            EXPECT_TRUE(FindIdentityOfToken(own.handle, TOKEN_QUERY, identity));
+            EXPECT_TRUE(FindIdentityOfToken(own.Get(), TOKEN_QUERY, identity));
             EXPECT_EQ(identity.user, 0U);
             HANDLE thread = nullptr;
             EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &thread));
@@ -313,25 +256,21 @@ TEST(Impersonation, IsInheritedByThreadsOfTheHostUntilTheyRevert)
 TEST(Impersonation, IsNotForThreadsOfTheTimerPool)
 {
     VOK_NEEDS_SUPERUSER();
-    ChildProcess child( // in which the pool has no threads yet
-        [](auto const&)
-        {
-            KernelIdentity const before;
-            Token const token("daemon");
-            EXPECT_TRUE(ImpersonateLoggedOnUser(token.handle));
-            KernelIdentity seen;
-            PTP_TIMER const timer =
-                CreateThreadpoolTimer([](PTP_CALLBACK_INSTANCE, PVOID context, PTP_TIMER)
-                                      { *static_cast<KernelIdentity*>(context) = KernelIdentity(); },
-                                      &seen, nullptr);
-            FILETIME due{};
-            SetThreadpoolTimer(timer, &due, 0, 0);
-            WaitForThreadpoolTimerCallbacks(timer, FALSE);
-            CloseThreadpoolTimer(timer);
-            EXPECT_EQ(seen, before);
-            return testing::Test::HasFailure() ? 1 : 0;
-        });
-    EXPECT_EQ(child.Join(), 0);
+    auto const run = [] // where the pool has no threads yet
+    {
+        KernelIdentity const before;
+        EXPECT_TRUE(ImpersonateLoggedOnUser(OpenHandle(OpenUserToken("daemon")).Get()));
+        KernelIdentity seen;
+        PTP_TIMER const timer = CreateThreadpoolTimer([](PTP_CALLBACK_INSTANCE, PVOID context, PTP_TIMER)
+                                                      { *static_cast<KernelIdentity*>(context) = KernelIdentity(); },
+                                                      &seen, nullptr);
+        FILETIME due{};
+        SetThreadpoolTimer(timer, &due, 0, 0);
+        WaitForThreadpoolTimerCallbacks(timer, FALSE);
+        CloseThreadpoolTimer(timer);
+        EXPECT_EQ(seen, before);
+    };
+    EXPECT_EQ(InChild(run), 0);
 }
 
 TEST(Impersonation, IsEachThreadsOwn)
@@ -351,10 +290,10 @@ TEST(Impersonation, IsEachThreadsOwn)
                 KernelIdentity const before;
                 while (std::chrono::steady_clock::now() < until && !testing::Test::HasFailure())
                 {
-                    Token const token(user);
+                    OpenHandle const token(OpenUserToken(user));
                     Identity identity;
-                    ASSERT_TRUE(FindIdentityOfToken(token.handle, TOKEN_QUERY, identity));
-                    ASSERT_TRUE(ImpersonateLoggedOnUser(token.handle));
+                    ASSERT_TRUE(FindIdentityOfToken(token.Get(), TOKEN_QUERY, identity));
+                    ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
                     HANDLE const file = CreateFileW(drive.Path(std::wstring(user.begin(), user.end())).c_str(),
                                                     GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
                     ASSERT_NE(file, INVALID_HANDLE_VALUE) << user << GetLastError();
@@ -389,10 +328,10 @@ TEST(Tokens, TellTheirTypeAndSession)
         EXPECT_EQ(length, 4U);
         return result;
     };
-    Token const own(OpenOwnToken(TOKEN_QUERY | TOKEN_DUPLICATE));
-    EXPECT_EQ(value(own.handle, TokenType), TokenPrimary);
-    EXPECT_EQ(value(own.handle, TokenSessionId), static_cast<DWORD>(::getsid(0)));
-    ASSERT_TRUE(ImpersonateLoggedOnUser(own.handle));
+    OpenHandle const own = OwnToken(TOKEN_QUERY | TOKEN_DUPLICATE);
+    EXPECT_EQ(value(own.Get(), TokenType), TokenPrimary);
+    EXPECT_EQ(value(own.Get(), TokenSessionId), static_cast<DWORD>(::getsid(0)));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(own.Get()));
     HANDLE thread = nullptr;
     EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &thread));
     EXPECT_EQ(value(thread, TokenType), TokenImpersonation);
@@ -401,18 +340,28 @@ TEST(Tokens, TellTheirTypeAndSession)
 
     DWORD result = 0;
     DWORD length = 0;
-    EXPECT_EQ(CodeOf([&] { return GetTokenInformation(own.handle, TokenType, &result, 3, &length); }),
-              ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(length, 4U);
-    EXPECT_EQ(
-        CodeOf(
-            [&]
-            { return GetTokenInformation(own.handle, static_cast<TOKEN_INFORMATION_CLASS>(9), &result, 4, &length); }),
-        ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(CodeOf([&] { return GetTokenInformation(own.handle, TokenType, nullptr, 4, &length); }), ERROR_NOACCESS);
-    Token const blind(OpenOwnToken(TOKEN_DUPLICATE));
-    EXPECT_EQ(CodeOf([&] { return GetTokenInformation(blind.handle, TokenType, &result, 4, &length); }),
-              ERROR_ACCESS_DENIED);
+    OpenHandle const blind = OwnToken(TOKEN_DUPLICATE);
+    struct
+    {
+        HANDLE token;
+        int informationClass;
+        DWORD* result;
+        DWORD size;
+        DWORD code;
+    } const refusals[] = {
+        {own.Get(), TokenType, &result, 3, ERROR_INSUFFICIENT_BUFFER},
+        {own.Get(), 9, &result, 4, ERROR_INVALID_PARAMETER},
+        {own.Get(), TokenType, nullptr, 4, ERROR_NOACCESS},
+        {blind.Get(), TokenType, &result, 4, ERROR_ACCESS_DENIED},
+    };
+    for (auto const& [token, informationClass, buffer, size, code] : refusals)
+    {
+        auto const get = [&, token = token, asked = static_cast<TOKEN_INFORMATION_CLASS>(informationClass),
+                          buffer = buffer, size = size]
+        { return GetTokenInformation(token, asked, buffer, size, &length); };
+        EXPECT_EQ(CodeOf(get), code);
+        EXPECT_EQ(length, 4U);
+    }
     EXPECT_EQ(CodeOf([&] { return OpenThreadToken(GetCurrentProcess(), TOKEN_QUERY, FALSE, &thread); }),
               ERROR_INVALID_HANDLE);
     for (std::string const& user : {std::string("no such user"), std::string(), std::string("root\0x", 6)})
@@ -424,11 +373,11 @@ TEST(Tokens, OfAnotherProcessAreThatProcesss)
     VOK_NEEDS_SUPERUSER();
     Sleeper sleeper(1);
     auto const id = static_cast<DWORD>(sleeper.Process());
-    Token const process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
+    OpenHandle const process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
     HANDLE opened = nullptr;
-    ASSERT_TRUE(OpenProcessToken(process.handle, MAXIMUM_ALLOWED, &opened));
-    Token const token(opened);
-    EXPECT_TRUE(ImpersonateLoggedOnUser(token.handle));
+    ASSERT_TRUE(OpenProcessToken(process.Get(), MAXIMUM_ALLOWED, &opened));
+    OpenHandle const token(opened);
+    EXPECT_TRUE(ImpersonateLoggedOnUser(token.Get()));
     KernelIdentity const impersonated;
     EXPECT_TRUE(RevertToSelf());
     EXPECT_TRUE(impersonated.Has("Uid:\t1\t1\t0\t1")) << impersonated.text;
@@ -437,7 +386,7 @@ TEST(Tokens, OfAnotherProcessAreThatProcesss)
     sleeper.Kill();
     EXPECT_EQ(sleeper.Join(), -SIGKILL);
     HANDLE none = nullptr;
-    EXPECT_EQ(CodeOf([&] { return OpenProcessToken(process.handle, TOKEN_QUERY, &none); }), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(CodeOf([&] { return OpenProcessToken(process.Get(), TOKEN_QUERY, &none); }), ERROR_ACCESS_DENIED);
     EXPECT_EQ(CodeOf([&] { return OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id); }), ERROR_INVALID_PARAMETER);
     DWORD session = 0;
     EXPECT_EQ(CodeOf([&] { return ProcessIdToSessionId(id, &session); }), ERROR_INVALID_PARAMETER);
@@ -452,10 +401,9 @@ TEST(Tokens, OfAProcessThatTheKernelDoesNotShowAreRefused)
         {
             auto const id = static_cast<DWORD>(sleeper.Process());
             EXPECT_EQ(CodeOf([&] { return OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id); }), ERROR_ACCESS_DENIED);
-            Token const process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+            OpenHandle const process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
             HANDLE none = nullptr;
-            EXPECT_EQ(CodeOf([&] { return OpenProcessToken(process.handle, TOKEN_QUERY, &none); }),
-                      ERROR_ACCESS_DENIED);
+            EXPECT_EQ(CodeOf([&] { return OpenProcessToken(process.Get(), TOKEN_QUERY, &none); }), ERROR_ACCESS_DENIED);
         });
 }
 
@@ -474,25 +422,17 @@ TEST(Processes, AreOpenedByTheirNumber)
           Case{0, self, ERROR_ACCESS_DENIED}, Case{PROCESS_QUERY_INFORMATION, 0, ERROR_INVALID_PARAMETER},
           Case{PROCESS_QUERY_INFORMATION, 0xFFFFFFFF, ERROR_INVALID_PARAMETER}})
     {
-        EXPECT_EQ(CodeOf(
-                      [&]
-                      {
-                          HANDLE const process = OpenProcess(access, FALSE, id);
-                          HANDLE token = nullptr;
-                          if (process != nullptr)
-                          {
-                              EXPECT_TRUE(OpenProcessToken(process, TOKEN_QUERY, &token));
-                              EXPECT_TRUE(CloseHandle(token));
-                              EXPECT_TRUE(CloseHandle(process));
-                          }
-                          return process != nullptr;
-                      }),
-                  code)
-            << access << ' ' << id;
+        auto const open = [access = access, id = id]
+        {
+            OpenHandle process(OpenProcess(access, FALSE, id));
+            HANDLE token = nullptr;
+            EXPECT_TRUE(!process || (OpenProcessToken(process.Get(), TOKEN_QUERY, &token) && CloseHandle(token)));
+            return process;
+        };
+        EXPECT_EQ(CodeOf(open), code) << access << ' ' << id;
     }
     DWORD session = 0;
     EXPECT_TRUE(ProcessIdToSessionId(self, &session));
     EXPECT_EQ(session, static_cast<DWORD>(::getsid(0)));
-    for (DWORD const none : {0U, 0x80000000U, 0xFFFFFFFFU})
-        EXPECT_EQ(CodeOf([&] { return ProcessIdToSessionId(none, &session); }), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CodeOf([&] { return ProcessIdToSessionId(0, &session); }), ERROR_INVALID_PARAMETER);
 }

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <barrier>
-#include <pwd.h>
 #include <spawn.h>
 #include <sys/file.h>
 #include <thread>
@@ -15,7 +14,6 @@
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-namespace SystemCalls = Platform::SystemCalls;
 
 namespace
 {
@@ -152,15 +150,7 @@ TEST_F(Sharing, HoldsBetweenProcessesAndEndsWithTheirDeath)
 {
     for (Terms const& terms : {Terms{GENERIC_WRITE, 0}, Terms{GENERIC_READ, FILE_SHARE_READ}})
     {
-        auto const hold = [&](ChildProcess::Channel& channel)
-        {
-            OpenHandle const held = OpenWith(terms);
-            if (held)
-                channel.Ready();
-            return channel.Wait() ? 0 : 1;
-        };
-        ChildProcess child(hold);
-        child.WaitUntilReady();
+        HoldingProcess child([&] { return OpenWith(terms); });
         EXPECT_EQ(CodeWith({GENERIC_WRITE, allShares}), 32U);
         EXPECT_EQ(CodeWith({GENERIC_READ, FILE_SHARE_READ}), terms.share == 0 ? 32U : 0U);
         EXPECT_EQ(DeletionCode(), 32U);
@@ -284,24 +274,19 @@ TEST_F(Sharing, IsAMatterOfTheHandleAndNotOfTheCopyInAForkedChild)
 
 TEST_F(Sharing, NeedsNoRightToReadForWritersAndDeleters)
 {
-    passwd const* const nobody = ::getpwnam("nobody");
-    if (::geteuid() != 0 || !nobody)
-        GTEST_SKIP() << "needs the superuser and the user nobody";
     ASSERT_EQ(::chmod(drive.Host().c_str(), 0777), 0);
     ASSERT_EQ(::chmod(drive.Host("file").c_str(), 0222), 0);
-    ChildProcess child(
-        [&, user = nobody->pw_uid](ChildProcess::Channel&)
+    RunAsOrdinaryUser(
+        [&]
         {
-            if (::setuid(user) != 0 || CodeWith({GENERIC_READ, 0}) != 5)
-                return 1;
+            EXPECT_EQ(CodeWith({GENERIC_READ, 0}), 5U);
             OpenHandle const writer = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
             OpenHandle const second = OpenWith({GENERIC_WRITE, FILE_SHARE_WRITE | FILE_SHARE_DELETE});
             OpenHandle const deleter = OpenWith({DELETE, allShares});
-            if (!writer || !second || !deleter || CodeWith({GENERIC_WRITE, FILE_SHARE_READ}) != 32)
-                return 2;
-            return DeletionCode() == 0 ? 0 : 3;
+            EXPECT_TRUE(writer && second && deleter);
+            EXPECT_EQ(CodeWith({GENERIC_WRITE, FILE_SHARE_READ}), 32U);
+            EXPECT_EQ(DeletionCode(), 0U);
         });
-    EXPECT_EQ(child.Join(), 0);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <Brindle/Platform/System.h>
 
 #include "Support/HostFaults.h"
+#include "Support/KernelIdentity.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 
@@ -94,16 +95,16 @@ TEST(ComputerNames, NeedAFormatAndASize)
 
 TEST(UserNames, AreOfTheThreadsEffectiveUser)
 {
-    EXPECT_EQ(UserName(), ::getpwuid(::geteuid())->pw_name);
+    std::string const expected = ::getpwuid(::geteuid())->pw_name;
+    EXPECT_EQ(UserName(), expected);
+    VOK_NEEDS_SUPERUSER();
     auto const check = []
     {
-        if (::syscall(SYS_setresuid, -1, 65534, -1) == 0) // of this thread alone
-        {
-            EXPECT_EQ(UserName(), "nobody");
-        }
+        EXPECT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0); // of this thread alone
+        EXPECT_EQ(UserName(), "nobody");
     };
     std::thread(check).join();
-    EXPECT_EQ(UserName(), ::getpwuid(::geteuid())->pw_name);
+    EXPECT_EQ(UserName(), expected);
 }
 
 TEST(UserNames, NeedTheirSizeAndAUserOfThatNumber)

@@ -98,14 +98,12 @@ TEST_F(UserEnvironment, IsInheritedBelowTheSystems)
 
 TEST_F(UserEnvironment, OfATokenHasWhatTheDatabaseSaysOfItsUser)
 {
-    HANDLE const nobody = OpenUserToken("nobody");
-    ASSERT_NE(nobody, nullptr);
-    EXPECT_THAT(Block(nobody, false, "username=other\nX=y"),
+    OpenHandle const nobody(OpenUserToken("nobody"));
+    EXPECT_THAT(Block(nobody.Get(), false, "username=other\nX=y"),
                 ElementsAre(L"APPDATA=C:\\nonexistent\\.config", L"HOME=/nonexistent", L"HOMEDRIVE=C:",
                             L"HOMEPATH=\\nonexistent", L"LOCALAPPDATA=C:\\nonexistent\\.local\\share",
                             L"LOGNAME=nobody", L"SHELL=/usr/sbin/nologin", L"TEMP=C:\\tmp", L"TMP=C:\\tmp",
                             L"USER=nobody", L"USERNAME=nobody", L"USERPROFILE=C:\\nonexistent", L"X=y"));
-    CloseHandle(nobody);
 }
 
 TEST_F(UserEnvironment, FailuresHaveTheirCodesAndLeaveNull)
@@ -119,11 +117,7 @@ TEST_F(UserEnvironment, FailuresHaveTheirCodesAndLeaveNull)
     };
     EXPECT_EQ(CodeOf([] { return CreateEnvironmentBlock(nullptr, nullptr, TRUE); }), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(codeOf(INVALID_HANDLE_VALUE), DWORD{ERROR_INVALID_HANDLE});
-    HANDLE token = nullptr;
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
-    EXPECT_EQ(codeOf(token), DWORD{ERROR_ACCESS_DENIED});
-    CloseHandle(token);
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY | TOKEN_DUPLICATE, &token));
+    EXPECT_EQ(codeOf(OwnToken(TOKEN_QUERY).Get()), DWORD{ERROR_ACCESS_DENIED});
     {
         SystemCalls::Redirection const none(SystemCalls::FindUser,
                                             [](auto, auto, auto, auto, passwd** found)
@@ -131,9 +125,8 @@ TEST_F(UserEnvironment, FailuresHaveTheirCodesAndLeaveNull)
                                                 *found = nullptr;
                                                 return 0;
                                             });
-        EXPECT_EQ(codeOf(token), DWORD{ERROR_NO_SUCH_USER});
+        EXPECT_EQ(codeOf(OwnToken(TOKEN_QUERY | TOKEN_DUPLICATE).Get()), DWORD{ERROR_NO_SUCH_USER});
     }
-    CloseHandle(token);
     SystemCalls::Redirection const full(SystemCalls::Open, FailingWith(EMFILE));
     EXPECT_EQ(codeOf(nullptr), DWORD{ERROR_TOO_MANY_OPEN_FILES});
 }

@@ -294,13 +294,13 @@ TEST(Waits, EachSettingLetsOneWaitThroughAndAManualOneAll)
         waiting.Join();
         EXPECT_EQ(Look(object), 258U);
     };
+    auto const setEachTime = [](HANDLE event)
+    { std::ranges::for_each(std::array<int, count>(), [=](int) { SetEvent(event); }); };
     letThrough(Event(true), [](HANDLE event) { SetEvent(event), ResetEvent(event); });
-    letThrough(Event(false),
-               [](HANDLE event) { std::ranges::for_each(std::array<int, count>(), [=](int) { SetEvent(event); }); });
+    letThrough(Event(false), setEachTime);
     letThrough(Semaphore(0, count), [](HANDLE semaphore) { ReleaseSemaphore(semaphore, count, nullptr); });
     operation->Begin();
-    letThrough(Event(false),
-               [](HANDLE event) { std::ranges::for_each(std::array<int, count>(), [=](int) { SetEvent(event); }); });
+    letThrough(Event(false), setEachTime);
     operation->MayEnd();
     EXPECT_EQ(Look(never), 0U);
 }
@@ -440,9 +440,7 @@ TEST(Waits, FailWhereTheHostCannotWait)
     }
     // An interrupted look is made again.
     operation->MayEnd();
-    SystemCalls::Redirection const interrupted(
-        SystemCalls::Poll, [calls = 0](pollfd* descriptors, nfds_t count, timespec const* time) mutable
-        { return calls++ < 2 ? FailingWith(EINTR)() : SystemCalls::Poll.host(descriptors, count, time); });
+    SystemCalls::Redirection const interrupted(SystemCalls::Poll, FailingAt(SystemCalls::Poll, 0, EINTR, 2));
     EXPECT_EQ(Look(event), 0U);
 }
 
@@ -464,18 +462,16 @@ TEST(Waits, GoOnInAChildOfAProcessWhoseThreadsWait)
         });
     for (int round = 0; round < 20; ++round)
     {
-        ChildProcess child(
-            [&](ChildProcess::Channel const&)
-            {
-                EXPECT_EQ(WaitFor({polled.Get(), event.Get()}, false, 1), 258U);
-                // The parent's threads are none of the child's: they take nothing here.
-                SetEvent(Event(true, false, L"forked").Get());
-                EXPECT_EQ(WaitFor({polled.Get(), event.Get()}, false, longTime), 1U);
-                SetEvent(polled.Get());
-                EXPECT_EQ(Look(polled), 0U);
-                return testing::Test::HasFailure() ? 1 : 0;
-            });
-        EXPECT_EQ(child.Join(), 0);
+        auto const run = [&]
+        {
+            EXPECT_EQ(WaitFor({polled.Get(), event.Get()}, false, 1), 258U);
+            // The parent's threads are none of the child's: they take nothing here.
+            SetEvent(Event(true, false, L"forked").Get());
+            EXPECT_EQ(WaitFor({polled.Get(), event.Get()}, false, longTime), 1U);
+            SetEvent(polled.Get());
+            EXPECT_EQ(Look(polled), 0U);
+        };
+        EXPECT_EQ(InChild(run), 0);
     }
     hasStopped = true;
     SetEvent(stop.Get());

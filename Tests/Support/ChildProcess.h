@@ -85,20 +85,44 @@ private:
     int socket = -1;
 };
 
+/// A process that holds what a call gives, from now on until it may go.
+struct HoldingProcess : ChildProcess
+{
+    template <class Open>
+    explicit HoldingProcess(Open open)
+        : ChildProcess(
+              [&](Channel const& channel)
+              {
+                  [[maybe_unused]] auto const held = open();
+                  return channel.Ready(), channel.Wait() ? 0 : 1;
+              })
+    {
+        WaitUntilReady();
+    }
+};
+
+/// Runs it in a child, and gives how that ended: 1 where something wasn't as expected.
+template <class Run>
+int InChild(Run run)
+{
+    return ChildProcess([&](ChildProcess::Channel const&) { return run(), testing::Test::HasFailure() ? 1 : 0; })
+        .Join();
+}
+
 /// Runs it in a child as an ordinary user: nobody, where these tests run as the superuser. What it expects counts.
 template <class Run>
 void RunAsOrdinaryUser(Run run)
 {
-    ChildProcess child(
-        [&](ChildProcess::Channel const&)
+    auto const runAsNobody = [&]
+    {
+        constexpr unsigned nobody = 65534;
+        if (::geteuid() == 0)
         {
-            constexpr unsigned nobody = 65534;
-            if (::geteuid() == 0 && (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0))
-                return 255;
-            run();
-            return testing::Test::HasFailure() ? 1 : 0;
-        });
-    EXPECT_EQ(child.Join(), 0);
+            ASSERT_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+        }
+        run();
+    };
+    EXPECT_EQ(InChild(runAsNobody), 0);
 }
 
 } // namespace Brindle::Vok::Testing

@@ -4,6 +4,7 @@
 #include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Files.h>
 #include <Brindle/Platform/Handles.h>
+#include <Brindle/Platform/Security.h>
 
 #include <string>
 #include <utility>
@@ -41,6 +42,14 @@ inline OpenHandle Open(std::wstring const& path, DWORD access, DWORD share = 0, 
                        DWORD flags = FILE_ATTRIBUTE_NORMAL)
 {
     return OpenHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr));
+}
+
+/// A token of the calling process; none, with the last error set, where that is refused.
+inline OpenHandle OwnToken(DWORD access)
+{
+    HANDLE token = nullptr;
+    OpenProcessToken(GetCurrentProcess(), access, &token);
+    return OpenHandle(token);
 }
 
 /// Runs a call and gives ERROR_SUCCESS if its result is true, otherwise the last error that it set.

@@ -35,11 +35,18 @@ constexpr std::size_t kind = peHeader + 24;
 constexpr std::size_t tableCount = kind + 108;
 constexpr std::size_t resourceTable = tableCount + 20;
 constexpr std::size_t resourceSection = kind + 240 + 40;
+constexpr std::size_t sectionAddress = resourceSection + 12;
+constexpr std::size_t sectionSize = resourceSection + 16;
+constexpr std::size_t sectionPlace = resourceSection + 20;
 constexpr std::size_t code = 0x800;
 constexpr std::size_t resources = 0x1000;
-constexpr std::size_t nameDirectory = resources + 24;
-constexpr std::size_t languageDirectory = nameDirectory + 24;
+constexpr std::size_t rootCount = resources + 12;
+constexpr std::size_t rootId = resources + 16;
+constexpr std::size_t rootEntry = resources + 20;
+constexpr std::size_t languageDirectory = resources + 24 + 24;
+constexpr std::size_t languageEntry = languageDirectory + 20;
 constexpr std::size_t dataEntry = languageDirectory + 24;
+constexpr std::size_t dataSize = dataEntry + 4;
 constexpr std::size_t data = dataEntry + 16;
 } // namespace Place
 
@@ -49,6 +56,12 @@ inline void Put(std::string& bytes, std::size_t at, std::uint64_t value, std::si
         bytes.resize(at + size);
     for (std::size_t i = 0; i < size; ++i)
         bytes[at + i] = static_cast<char>(value >> 8 * i);
+}
+
+inline std::string With(std::string bytes, std::size_t at, std::uint64_t value, std::size_t size = 4)
+{
+    Put(bytes, at, value, size);
+    return bytes;
 }
 
 /// A version record with the fixed part alone.

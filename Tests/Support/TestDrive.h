@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -17,6 +18,14 @@
 
 namespace Brindle::Vok::Testing
 {
+
+/// Windows-syntax text of a host path of ASCII.
+inline std::wstring OfHost(std::string const& path)
+{
+    std::wstring text(path.begin(), path.end());
+    std::ranges::replace(text, L'/', L'\\');
+    return L"C:" + text;
+}
 
 class TestDrive
 {
