@@ -5,7 +5,6 @@
 #include <Brindle/Vok/Error.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <type_traits>

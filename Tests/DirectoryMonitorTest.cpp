@@ -108,8 +108,6 @@ private:
     std::size_t next = 0;
 };
 
-constexpr char exitingWith[] = "Exception [{}] in directory monitor thread proc, exiting";
-
 // The errors that are logged, without the numbers of their lines.
 std::vector<std::string> ErrorsOf(LogRecorder const& recorder)
 {
@@ -298,8 +296,8 @@ TEST(DirectoryMonitor, EndsEarlyWithALineThatSaysWhy)
         auto const monitor = Watch({drive.Path()}, row.callback);
         drive.Write(row.what);
         WaitForErrors(recorder, 1);
-        EXPECT_THAT(ErrorsOf(recorder),
-                    ElementsAre("Brindle::Vok::DirectoryMonitorImpl::Run: " + fmt::format(exitingWith, row.what)));
+        EXPECT_THAT(ErrorsOf(recorder), ElementsAre("Brindle::Vok::DirectoryMonitorImpl::Run: Exception [" + row.what +
+                                                    "] in directory monitor thread proc, exiting"));
     }
 }
 

@@ -4,7 +4,6 @@
 #include <Brindle/Vok/Error.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <new>
 #include <stdexcept>

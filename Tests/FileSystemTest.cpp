@@ -9,7 +9,6 @@
 #include <Brindle/Vok/FileSystem.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,7 +1,6 @@
 #include <Brindle/Vok/HandleOwner.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>

@@ -15,7 +15,6 @@
 #include "Support/TestDrive.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <optional>
@@ -150,7 +149,7 @@ TEST_F(VokAccessTokens, LogWhyNothingIsCaptured)
         std::vector<DWORD> asked;
         tokenType = type;
         tokenTypeCode = typeCode;
-        refuseThreadToken = [&](DWORD access, BOOL openAsSelf)
+        refuseThreadToken = [&, &codes = codes](DWORD access, BOOL openAsSelf)
         {
             asked.push_back(access + (openAsSelf ? self : 0));
             return codes[std::min(asked.size(), codes.size()) - 1];

@@ -4,7 +4,6 @@
 #include <Brindle/Vok/Log.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>

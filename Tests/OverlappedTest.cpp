@@ -7,7 +7,6 @@
 #include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <functional>

@@ -8,7 +8,6 @@
 #include <Brindle/Vok/PlatformHost.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <map>
@@ -16,7 +15,6 @@
 #include <string>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 

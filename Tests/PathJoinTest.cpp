@@ -4,7 +4,6 @@
 #include <Brindle/Vok/Path.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>

@@ -3,7 +3,6 @@
 #include <Brindle/Vok/Path.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>

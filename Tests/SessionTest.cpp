@@ -12,10 +12,8 @@
 #include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;

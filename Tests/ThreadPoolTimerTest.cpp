@@ -8,13 +8,11 @@
 #include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -49,7 +47,6 @@ VOK_TEST_REPLACE(set,
 namespace
 {
 
-constexpr std::int64_t millisecond = 10'000;
 constexpr std::int64_t year1970 = 116'444'736'000'000'000;
 
 FILETIME Due(std::int64_t ticks)

@@ -7,10 +7,8 @@
 #include <Brindle/Vok/VokShlobj.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstring>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;

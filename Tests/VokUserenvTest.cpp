@@ -4,7 +4,6 @@
 #include <Brindle/Vok/VokUserenv.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;

@@ -9,7 +9,6 @@
 #include <Brindle/Vok/VokWindows.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>

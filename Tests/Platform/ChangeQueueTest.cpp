@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <limits>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 using namespace Brindle::Vok::Platform;

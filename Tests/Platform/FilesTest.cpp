@@ -39,12 +39,6 @@ protected:
         DWORD const code = CodeOf([&] { return ReadFile(file.Get(), text.data(), count, &transferred, nullptr); });
         return std::to_string(code) + ':' + text.substr(0, transferred);
     }
-    mode_t Mode(std::string const& name)
-    {
-        struct stat status = {};
-        EXPECT_EQ(::stat(drive.Host(name).c_str(), &status), 0);
-        return status.st_mode & 07777;
-    }
 
     TestDrive drive;
 };
@@ -134,7 +128,7 @@ TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
         std::filesystem::remove(drive.Host("file"));
         OpenHandle const file = Open(drive.Path(L"file"), GENERIC_WRITE, 0, disposition, FILE_ATTRIBUTE_READONLY);
         EXPECT_EQ(WriteCode(file, "text"), "0:4");
-        EXPECT_EQ(Mode("file"), 0444U);
+        EXPECT_EQ(drive.Mode("file"), 0444U);
     }
     EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 5U);
     drive.Write("writable", "old");
@@ -143,19 +137,19 @@ TEST_F(Files, ReadOnlyCreationGivesAHandleThatWrites)
         SystemCalls::Redirection const refusing(call, FailingWith(EPERM));
         EXPECT_EQ(OpenCode(L"writable", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 5U);
         EXPECT_EQ(drive.Read("writable"), "old");
-        EXPECT_NE(Mode("writable") & 0200U, 0U);
+        EXPECT_NE(drive.Mode("writable") & 0200U, 0U);
     };
     fail(SystemCalls::ChangeModeOf); // another one's file
     fail(SystemCalls::Truncate);
     EXPECT_EQ(OpenCode(L"writable", GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY), 0U);
-    EXPECT_EQ(Mode("writable"), 0444U);
+    EXPECT_EQ(drive.Mode("writable"), 0444U);
     EXPECT_EQ(drive.Read("writable"), "");
 }
 
 TEST_F(Files, TransfersMoveThePositionAndEndAtTheEnd)
 {
     OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
-    EXPECT_EQ(Mode("file"), 0644U);
+    EXPECT_EQ(drive.Mode("file"), 0644U);
     EXPECT_EQ(WriteCode(file, "first "), "0:6");
     EXPECT_EQ(WriteCode(file, ""), "0:0");
     EXPECT_EQ(WriteCode(file, "second"), "0:6");
@@ -377,10 +371,10 @@ TEST_F(Files, OnlyTheReadOnlyAttributeIsSet)
     auto const set = [&](wchar_t const* name, DWORD attributes)
     { return CodeOf([&] { return SetFileAttributesW(drive.Path(name).c_str(), attributes); }); };
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0U);
-    EXPECT_EQ(Mode("file"), 0444U);
+    EXPECT_EQ(drive.Mode("file"), 0444U);
     EXPECT_EQ(GetFileAttributesW(drive.Path(L"file").c_str()), FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(set(L"link", FILE_ATTRIBUTE_NORMAL), 0U);
-    EXPECT_EQ(Mode("file"), 0644U);
+    EXPECT_EQ(drive.Mode("file"), 0644U);
     EXPECT_EQ(set(L"none", 0), 2U);
     SystemCalls::Redirection const refusing(SystemCalls::ChangeModeAt, FailingWith(EPERM));
     EXPECT_EQ(set(L"file", FILE_ATTRIBUTE_HIDDEN), 0U) << "nothing is to be changed";

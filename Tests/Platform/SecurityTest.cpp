@@ -6,7 +6,7 @@
 #include "Support/Directories.h"
 #include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
-#include "Support/OpenHandle.h"
+#include "Support/OwnImpersonation.h"
 #include "Support/TestDrive.h"
 
 #include <Brindle/Vok/Platform.h>
@@ -14,10 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <sys/ptrace.h>
 #include <thread>
@@ -156,12 +154,9 @@ TEST(Impersonation, OfAnotherIsRefusedWithoutThePrivilege)
             OpenHandle const own = OwnToken(MAXIMUM_ALLOWED);
             EXPECT_TRUE(ImpersonateLoggedOnUser(own.Get())); // one may be oneself
             EXPECT_EQ(KernelIdentity(), before);
-            HANDLE thread = nullptr;
-            EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &thread));
-            EXPECT_TRUE(CloseHandle(thread));
+            EXPECT_TRUE(Impersonates());
             EXPECT_TRUE(RevertToSelf());
-            EXPECT_EQ(CodeOf([&] { return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &thread); }),
-                      ERROR_NO_TOKEN);
+            EXPECT_EQ(CodeOf([] { return Impersonates(); }), ERROR_NO_TOKEN);
         });
 }
 
@@ -243,9 +238,7 @@ TEST(Impersonation, IsInheritedByThreadsOfTheHostUntilTheyRevert)
             Identity identity;
             EXPECT_TRUE(FindIdentityOfToken(own.Get(), TOKEN_QUERY, identity));
             EXPECT_EQ(identity.user, 0U);
-            HANDLE thread = nullptr;
-            EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &thread));
-            EXPECT_TRUE(CloseHandle(thread));
+            EXPECT_TRUE(Impersonates());
             EXPECT_TRUE(RevertToSelf());
             EXPECT_EQ(KernelIdentity(), before);
         })

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <barrier>
-#include <spawn.h>
 #include <sys/file.h>
 #include <thread>
 #include <vector>

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -23,7 +22,6 @@
 #include <memory>
 #include <mutex>
 #include <random>
-#include <set>
 #include <thread>
 #include <vector>
 

@@ -9,12 +9,10 @@
 #include <Brindle/Vok/PlatformHost.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <pwd.h>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 using namespace Brindle::Vok::Platform;

@@ -18,6 +18,7 @@ namespace
 {
 
 std::string const info = VersionInfo(1, 2);
+std::string const good = BuildImage({.resources = {{16, {{1, {{0, info}}}}}}});
 
 /// The data, and the code of the call that failed. Both calls must agree.
 std::pair<std::string, DWORD> Version(std::wstring const& path)
@@ -74,7 +75,6 @@ TEST(Versions, AreFoundByTypeNameAndLanguage)
 
 TEST(Versions, AreRefusedWithoutOneAndInDamagedImages)
 {
-    std::string const good = BuildImage({.resources = {{16, {{1, {{0, info}}}}}}});
     auto const with = [&](std::size_t at, std::uint64_t value, std::size_t size = 4)
     { return With(good, at, value, size); };
     using namespace Place;
@@ -128,7 +128,7 @@ TEST(Versions, AreRefusedWithoutOneAndInDamagedImages)
 TEST(Versions, AreCutToTheBufferAndReachNoFurther)
 {
     TestDrive const drive;
-    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    drive.Write("x.exe", good);
     std::wstring const path = drive.Path(L"x.exe");
     for (std::size_t const size : {0U, 1U, 91U, 92U, 100U})
     {
@@ -145,7 +145,7 @@ TEST(Versions, AreCutToTheBufferAndReachNoFurther)
 TEST(Versions, OfWhatIsNoPlainFile)
 {
     TestDrive const drive;
-    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    drive.Write("x.exe", good);
     ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0600), 0);
     EXPECT_EQ(Version(drive.Path(L"none.dll")).second, DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(Version(drive.Path(L"none\\x.dll")).second, DWORD{ERROR_PATH_NOT_FOUND});
@@ -159,7 +159,7 @@ TEST(Versions, OfWhatIsNoPlainFile)
 TEST(Versions, CarryOnAndReportTheHostsFaults)
 {
     TestDrive const drive;
-    drive.Write("x.exe", BuildImage({.resources = {{16, {{1, {{0, info}}}}}}}));
+    drive.Write("x.exe", good);
     std::wstring const path = drive.Path(L"x.exe");
     {
         SystemCalls::Redirection const slow(SystemCalls::ReadAt, Halting(SystemCalls::ReadAt, 3));

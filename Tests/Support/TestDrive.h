@@ -64,6 +64,10 @@ public:
         std::ifstream file(Host(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
+    unsigned Mode(std::string const& name) const
+    {
+        return static_cast<unsigned>(std::filesystem::status(Host(name)).permissions());
+    }
     bool Exists(std::string const& name) const
     {
         return std::filesystem::exists(std::filesystem::symlink_status(Host(name)));
