@@ -274,6 +274,7 @@ TEST(Impersonation, IsEachThreadsOwn)
     std::vector<std::string> const users{"daemon", "bin", "sys", "games", "man", "mail", "news", "nobody"};
     auto const until = std::chrono::steady_clock::now() + (TakesLong() ? 60s : 300ms);
     std::vector<std::thread> threads;
+    threads.reserve(users.size());
     std::atomic<int> rounds = 0;
     for (std::string const& user : users)
         threads.emplace_back(
