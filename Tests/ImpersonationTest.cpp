@@ -34,8 +34,8 @@ std::function<DWORD(DWORD access, BOOL openAsSelf)> refuseThreadToken;
 /// What GetTokenInformation tells as the type, or the code with which it fails to.
 std::optional<TOKEN_TYPE> tokenType;
 DWORD tokenTypeCode = 0;
-int reversions = 0;
-int impersonations = 0;
+thread_local int reversions = 0;
+thread_local int impersonations = 0;
 
 bool Refuses(DWORD access, BOOL openAsSelf)
 {

@@ -239,7 +239,8 @@ private:
     std::vector<std::string> removed;
 };
 
-HRESULT FindAssociation(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::wstring_view verb, std::wstring& text)
+HRESULT FindAssociation(ASSOCF flags, ASSOCSTR kind, std::wstring_view association, std::wstring_view verb,
+                        std::wstring& text)
 {
     bool const wantsApplication =
         kind == ASSOCSTR_COMMAND || kind == ASSOCSTR_EXECUTABLE || kind == ASSOCSTR_FRIENDLYAPPNAME;

@@ -28,8 +28,8 @@ namespace
 constinit std::mutex environmentMutex;
 
 // A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { environmentMutex.lock(); }, [] { environmentMutex.unlock(); }, [] { environmentMutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
+    [] { environmentMutex.lock(); }, [] { environmentMutex.unlock(); }, [] { environmentMutex.unlock(); });
 
 struct Variable
 {

@@ -96,7 +96,8 @@ bool ReadIds(Ids& users, Ids& groups) noexcept
     if (SystemCalls::GetUsers(&users.real, &users.effective, &users.saved) != 0 ||
         SystemCalls::GetGroups(&groups.real, &groups.effective, &groups.saved) != 0)
         return FailWithHost(errno);
-    users.fileSystem = static_cast<unsigned>(SystemCalls::SetFileSystemUser(noId)); // sets none and gives the present one
+    users.fileSystem =
+        static_cast<unsigned>(SystemCalls::SetFileSystemUser(noId)); // sets none and gives the present one
     groups.fileSystem = static_cast<unsigned>(SystemCalls::SetFileSystemGroup(noId));
     return true;
 }
@@ -187,8 +188,8 @@ bool MayLeadTo(Credentials const& process, Credentials const& present) noexcept
     bool const areGroupsSuch = present.groups == process.groups || (present.groups.real == present.groups.effective &&
                                                                     present.groups.saved == process.groups.effective);
     // Without a mark the ids alone tell, so they must be other ones.
-    bool const isTold = process.CanBeMarked() ? present.IsMarked()
-                                              : present.users != process.users || present.groups != process.groups;
+    bool const isTold =
+        process.CanBeMarked() ? present.IsMarked() : present.users != process.users || present.groups != process.groups;
     return isTold && areUsersSuch && areGroupsSuch && present.capabilities.HasPermitted(process.capabilities);
 }
 
@@ -281,8 +282,8 @@ bool SetSecureBits(Credentials const& from, Credentials const& to) noexcept
 }
 
 // The user comes last, as a change of that lowers the capabilities.
-bool (*const changes[])(Credentials const& from, Credentials const& to) noexcept = {SetSecureBits, SetOtherGroups, SetGroups,
-                                                                                    SetUsers};
+bool (*const changes[])(Credentials const& from, Credentials const& to) noexcept = {SetSecureBits, SetOtherGroups,
+                                                                                    SetGroups, SetUsers};
 
 void SetAmbient(std::uint64_t from, std::uint64_t to) noexcept
 {

@@ -175,8 +175,7 @@ Loaded LoadPath(std::wstring_view text, std::string& name)
         return FailWith<Loaded>(CodeFromHost(errno));
     if (hasVariable)
         name = path.View();
-    Loaded loaded =
-        OpenLibrary(hasVariable ? ("/proc/self/fd/" + std::to_string(opened.Get())).c_str() : path.Text());
+    Loaded loaded = OpenLibrary(hasVariable ? ("/proc/self/fd/" + std::to_string(opened.Get())).c_str() : path.Text());
     return loaded ? std::move(loaded) : FailWith<Loaded>(CodeOfRefusal(file, errno));
 }
 

@@ -124,8 +124,7 @@ HANDLE OpenUserToken(std::string const& user)
         {
             User found;
             TokenSubject whose;
-            if (!FindUser(user, found) || !FindGroupsOf(found, whose.identity.groups) ||
-                !FindOwnSession(whose.session))
+            if (!FindUser(user, found) || !FindGroupsOf(found, whose.identity.groups) || !FindOwnSession(whose.session))
                 return nullptr;
             whose.identity.user = found.number;
             whose.identity.group = found.group;

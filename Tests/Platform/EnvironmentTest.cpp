@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -140,18 +141,19 @@ TEST(Expansion, ReplacesWhatItKnowsAndLeavesTheRest)
 
 TEST(EnvironmentVariables, MayBeUsedByManyThreads)
 {
-    auto const use = [](wchar_t const* name)
+    std::atomic<bool> isOver = false;
+    auto const use = [&](std::wstring const& name)
     {
-        for (int round = 0; round < 300; ++round)
+        for (int round = 0; round < 300 || !isOver; ++round)
         {
-            SetEnvironmentVariableW(name, std::to_wstring(round).c_str());
-            EXPECT_EQ(Get(name), std::to_wstring(round));
+            SetEnvironmentVariableW(name.c_str(), std::to_wstring(round).c_str());
+            EXPECT_EQ(Get(name.c_str()), std::to_wstring(round));
         }
-        SetEnvironmentVariableW(name, nullptr);
+        SetEnvironmentVariableW(name.c_str(), nullptr);
     };
-    std::thread other(use, L"VOK_TEST_1");
-    use(L"VOK_TEST_2");
-    // Children are made while the other one is at it.
+    std::thread one(use, L"VOK_TEST_1");
+    std::thread other(use, L"VOK_TEST_2");
+    // Children are made while the others are at it.
     for (int i = 0; i < 20; ++i)
     {
         ChildProcess child(
@@ -162,6 +164,8 @@ TEST(EnvironmentVariables, MayBeUsedByManyThreads)
             });
         EXPECT_EQ(child.Join(), 0);
     }
+    isOver = true;
+    one.join();
     other.join();
 }
 

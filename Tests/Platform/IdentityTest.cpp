@@ -23,17 +23,11 @@ using namespace Brindle::Vok::Testing;
 namespace
 {
 
-/// Runs it in a process of its own, which begins as the superuser.
+/// In a process of its own, which begins as the superuser.
 template <class Run>
 void RunInChild(Run run)
 {
-    ChildProcess child(
-        [&](auto const&)
-        {
-            run();
-            return testing::Test::HasFailure() ? 1 : 0;
-        });
-    EXPECT_EQ(child.Join(), 0);
+    EXPECT_EQ(InChild(run), 0);
 }
 
 bool Impersonate(std::string const& user)

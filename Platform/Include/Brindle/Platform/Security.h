@@ -11,9 +11,9 @@
 //
 // A token holds a host's user with group and supplementary groups, as they were when it was opened. Impersonation
 // changes the kernel's credentials of the calling thread: real and effective user and group, the supplementary groups,
-// and no capability stays in effect unless the user is the process's own, whose ids stay as they are. Only the saved ids
-// and the permitted capabilities lead back, so the thread can't signal or trace the process's owner meanwhile. But the
-// impersonated user can signal that thread by its number, and so end the process: impersonate for short steps.
+// and no capability stays in effect unless the user is the process's own, whose ids stay as they are. Only the saved
+// ids and the permitted capabilities lead back, so the thread can't signal or trace the process's owner meanwhile. But
+// the impersonated user can signal that thread by its number, and so end the process: impersonate for short steps.
 //
 // The host gives a new thread the credentials of its maker. A thread that was started by one that impersonates
 // impersonates too, until it calls RevertToSelf. The threads that the platform itself starts run as the process (or, if
@@ -73,11 +73,11 @@ extern "C"
     /// and for a null argument; ERROR_ACCESS_DENIED where the kernel refuses.
     VOK_PLATFORM_EXPORT BOOL WINAPI ProcessIdToSessionId(DWORD processId, DWORD* sessionId) noexcept;
 
-    /// The token of a process: TokenPrimary. Of the calling one it is its real self also while a thread impersonates; of
-    /// another one it is whom its first thread acts as.
-    /// ERROR_INVALID_HANDLE for what isn't a process; ERROR_ACCESS_DENIED for a right that tokens don't have, for
-    /// a process that has ended, and as OpenProcess for one that the calling thread may not look into.
-    /// A `token` of null is ERROR_NOACCESS. Closed by CloseHandle, as all tokens.
+    /// The token of a process: TokenPrimary. Of the calling one it is its real self also while a thread impersonates;
+    /// of another one it is whom its first thread acts as. ERROR_INVALID_HANDLE for what isn't a process;
+    /// ERROR_ACCESS_DENIED for a right that tokens don't have, for a process that has ended, and as OpenProcess for one
+    /// that the calling thread may not look into. A `token` of null is ERROR_NOACCESS. Closed by CloseHandle, as all
+    /// tokens.
     VOK_PLATFORM_EXPORT BOOL WINAPI OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) noexcept;
 
     /// The token with which the calling thread impersonates: TokenImpersonation. ERROR_NO_TOKEN if it doesn't;
