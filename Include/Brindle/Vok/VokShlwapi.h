@@ -11,9 +11,10 @@
 namespace Brindle::Vok
 {
 
-/// AssocQueryStringW: `assoc` is an extension such as ".txt", `extra` a verb or empty. Empty when nothing is
-/// associated, and also when the text can't be had after its size was told. Throws ComError for every other answer to
-/// the question for the size, S_OK included: its Failed() is then false. May be called from any thread.
+/// AssocQueryStringW: `assoc` is an extension such as ".txt", `extra` a verb or empty, `flags` has ASSOCF_ values and
+/// `str` says what is asked for; both texts end at their first NUL. Empty when nothing is associated, and also when the
+/// text can't be had after its size was told. Throws ComError for every other answer to the question for the size, S_OK
+/// included: its Failed() is then false. May be called from any thread.
 VOK_EXPORT std::wstring VokAssocQueryString(unsigned long flags, ASSOCSTR str, std::wstring assoc, std::wstring extra);
 
 } // namespace Brindle::Vok

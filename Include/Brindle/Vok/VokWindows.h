@@ -77,7 +77,8 @@ VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool
 
 /// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. The overload
 /// without Error& throws WindowsError and logs nothing; the other one gives nothing on failure. The message ends at the
-/// system's text and code. A path with a NUL in it names no file and fails with ERROR_INVALID_NAME.
+/// system's text and code, so a caller adds the path. A path with a NUL in it names no file and fails with
+/// ERROR_INVALID_NAME. ERROR_RESOURCE_DATA_NOT_FOUND for a file without resources.
 VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path);
 VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path, Error& error);
 
@@ -94,17 +95,21 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_
 
 /// RegOpenKeyExW. Gives its status, 0 for success, and throws none; a failure is logged at error. `result` holds the
 /// opened key, or null after a failure: a key that it held before is closed in either case. A null or empty `subkey`
-/// means the key itself, and `options` is 0 or REG_OPTION_OPEN_LINK.
+/// means the key itself, `\` stands between names, `options` is 0 or REG_OPTION_OPEN_LINK, and `access` has KEY_
+/// rights. A missing key is ERROR_FILE_NOT_FOUND, rights that can't be had are ERROR_ACCESS_DENIED.
 VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
                               HandleOwner<Detail::RegistryHkeyHandleTraits>& result);
 
-/// OpenProcessToken: the token of a process, with TOKEN_ rights such as TOKEN_QUERY. Throws WindowsError. A null handle
-/// is reported to the log and then refused by the platform.
+/// OpenProcessToken: the token of a process, with the TOKEN_ rights that are asked for: TOKEN_QUERY and TOKEN_DUPLICATE
+/// to impersonate with it, and TOKEN_IMPERSONATE for its user's known folders. Throws WindowsError: ERROR_ACCESS_DENIED
+/// for a process that may not be looked into or has ended, and for rights that tokens don't have; ERROR_INVALID_HANDLE
+/// for what is no process. A null handle is also reported to the log.
 VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access);
 
-/// The session of a process. Where the platform refuses to tell (ERROR_ACCESS_DENIED) that of a token is taken instead,
-/// with a warning in the log: of `token`, opened with TOKEN_QUERY, or if that is null of the process's own, which is
-/// opened without the impersonation of the calling thread. Without a process id it is the calling process's session.
+/// The session of a process, of the calling one without a `processId`; not that of the token. Only where the platform
+/// refuses to tell (ERROR_ACCESS_DENIED) that of a token is taken instead, with a warning in the log: of `token`,
+/// opened with TOKEN_QUERY, or if that is null of the process's own, which is opened without the impersonation of the
+/// calling thread. ERROR_INVALID_PARAMETER for a process that isn't there.
 ///
 /// On failure the overloads with Error& give 0xFFFFFFFF and assign; they log nothing. Pass a new Error: with one that
 /// has failed before, what a token tells counts for nothing. The others throw Error itself, with a Win32 code.
