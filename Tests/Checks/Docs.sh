@@ -6,16 +6,17 @@
 # behind these includes and `using namespace Brindle::Vok`.
 
 step_docs() {
-    local work page source
+    local work page name source
     work=$(mktemp --directory "${TMPDIR:-/tmp}/vok2-docs.XXXXXX")
     check docs-links docs_links README.md Docs/*.md
     check docs-stand-in docs_have_each_name
     if build_library; then
         for page in README.md Docs/*.md; do
-            docs_take_apart "$page" "$work/$(basename "$page" .md)"
+            name=${page%.md}
+            docs_take_apart "$page" "$work/${name//\//-}"
         done
         for source in "$work"/*.cpp; do
-            check "docs-$(basename "$source" .cpp)" docs_program "${source%.cpp}"
+            check "program-$(basename "$source" .cpp)" docs_program "${source%.cpp}"
         done
     fi
     rm -rf "$work"
@@ -34,9 +35,22 @@ docs_take_apart() {
             print "using namespace Brindle::Vok;\nint main()\n{" >source
             print_line(NR + 1)
         }
-        /^```/ && kind != "" { if (kind == "body") print "}" >source; if (kind != "text") last = source; kind = ""; next }
+        /^```/ && kind != "" {
+            if (kind == "body")
+                print "}" >source
+            if (kind != "text")
+                last = source
+            kind = ""
+            next
+        }
         /^```cpp$/  { source = name "-" NR ".cpp"; kind = "cpp"; isFirst = 1; next }
-        /^```text$/ && last != "" { kind = "text"; printf "" >(text = substr(last, 1, length(last) - 3) "txt"); last = ""; next }
+        /^```text$/ && last != "" {
+            kind = "text"
+            text = substr(last, 1, length(last) - 3) "txt"
+            printf "" >text
+            last = ""
+            next
+        }
         /^```/      { kind = "other"; next }
         kind == "text" { print >text; next }
         kind == "cpp" && isFirst {
@@ -77,12 +91,13 @@ docs_fits() {
 }
 
 docs_links() {
-    local page link target code=0
+    local page link file code=0
     for page in "$@"; do
         while read -r link; do
-            target=$(dirname "$page")/${link%%#*}
-            [[ -n ${link%%#*} ]] || target=$page
-            if [[ ! -e $target ]] || { [[ $link == *#* ]] && ! docs_anchors "$target" | grep -xF -- "${link#*#}" >/dev/null; }; then
+            file=$(dirname "$page")/${link%%#*}
+            [[ $link != \#* ]] || file=$page
+            if [[ ! -e $file ]] ||
+                { [[ $link == *#* ]] && ! grep -xF -- "${link#*#}" < <(docs_anchors "$file") >/dev/null; }; then
                 echo "$page: \"$link\" leads nowhere"
                 code=1
             fi
@@ -105,6 +120,6 @@ docs_have_each_name() {
             echo "Docs/Stand-in.md doesn't mention $function"
             code=1
         }
-    done < <(sed -n 's/.*VOK_PLATFORM_EXPORT [^;(]*[ *]\([A-Za-z_0-9]*\)(.*/\1/p' Platform/Include/Brindle/Platform/*.h | sort -u)
+    done < <(sed -n 's/.*VOK_PLATFORM_EXPORT [^;(]*[ *]\([A-Za-z_0-9]*\)(.*/\1/p' Platform/Include/Brindle/Platform/*.h)
     return "$code"
 }
