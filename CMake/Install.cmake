@@ -8,6 +8,10 @@ install(TARGETS Vok2 EXPORT Vok2Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBD
 install(DIRECTORY Include/Brindle Platform/Include/Brindle
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
+# gdb looks for this by itself when the prefix is /usr.
+install(FILES Debugger/printers.py DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+    RENAME libVok2.so.${PROJECT_VERSION}-gdb.py)
+
 install(EXPORT Vok2Targets NAMESPACE Vok2:: DESTINATION ${packageDirectory})
 configure_package_config_file(CMake/Vok2Config.cmake.in Vok2Config.cmake INSTALL_DESTINATION ${packageDirectory})
 write_basic_package_version_file(Vok2ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
