@@ -1,4 +1,4 @@
-# What `cmake --install` lays down: the shared library, the headers of both floors, the package files of CMake and
+# What `cmake --install` lays down: the library, the headers of both floors, the package files of CMake and
 # pkg-config. The tree may be moved as a whole afterwards, because every path in it is relative.
 include(CMakePackageConfigHelpers)
 
@@ -9,8 +9,10 @@ install(DIRECTORY Include/Brindle Platform/Include/Brindle
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
 # gdb looks for this by itself when the prefix is /usr.
-install(FILES Debugger/printers.py DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
-    RENAME libVok2.so.${PROJECT_VERSION}-gdb.py)
+if(NOT VOK2_STATIC)
+    install(FILES Debugger/printers.py DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+        RENAME libVok2.so.${PROJECT_VERSION}-gdb.py)
+endif()
 
 install(EXPORT Vok2Targets NAMESPACE Vok2:: DESTINATION ${packageDirectory})
 configure_package_config_file(CMake/Vok2Config.cmake.in Vok2Config.cmake INSTALL_DESTINATION ${packageDirectory})

@@ -1,5 +1,6 @@
 # Programs outside the tree: an installed package that was moved is found through CMake and pkg-config, and the tree is
-# added to another build. The program in README.md is built exactly as it stands there, and prints what it says there.
+# added to another build, as a static library too. The program in README.md is built exactly as it stands there, and
+# prints what it says there.
 
 step_consumer() {
     local work prefix
@@ -9,6 +10,7 @@ step_consumer() {
         check consumer-cmake consumer_cmake "$work" find "-DCMAKE_PREFIX_PATH=$prefix"
         check consumer-pkg-config consumer_pkg_config "$work" "$prefix"
         check consumer-add-subdirectory consumer_cmake "$work" add "-DVOK2_TREE=$PWD"
+        check consumer-static consumer_static "$work"
     else
         count_failed 1 "consumer: installing"
     fi
@@ -25,10 +27,16 @@ consumer_prepare() {
 }
 
 consumer_cmake() {
-    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ "$3" &&
+    cmake -S "$1/source" -B "$1/$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ "${@:3}" &&
         cmake --build "$1/$2" &&
         "$1/$2/Consumer" &&
         says_what_readme_says "$1/$2/Readme"
+}
+
+consumer_static() {
+    consumer_cmake "$1" static "-DVOK2_TREE=$PWD" -DVOK2_STATIC=ON || return
+    ldd "$1/static/Consumer"
+    ! ldd "$1/static/Consumer" | grep --quiet libVok2
 }
 
 consumer_pkg_config() {
