@@ -1,10 +1,13 @@
 # What `cmake --install` lays down: the library, the headers of both floors, the package files of CMake and
 # pkg-config. The tree may be moved as a whole afterwards, because every path in it is relative.
+# A program at run time needs the component `runtime` alone.
 include(CMakePackageConfigHelpers)
 
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 set(packageDirectory ${CMAKE_INSTALL_LIBDIR}/cmake/Vok2)
 
-install(TARGETS Vok2 EXPORT Vok2Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS Vok2 EXPORT Vok2Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY Include/Brindle Platform/Include/Brindle
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 

@@ -19,11 +19,15 @@ step_consumer() {
 
 consumer_prepare() {
     local work=$1 prefix=$2
-    cp -R Tests/Consumer "$work/source"
-    block_of_readme cpp >"$work/source/Readme.cpp"
+    consumer_sources "$work"
     build_library &&
         logged consumer-install cmake --install Build/release --prefix "$work/installed" &&
         mv "$work/installed" "$prefix"
+}
+
+consumer_sources() {
+    cp -R Tests/Consumer "$1/source"
+    block_of_readme cpp >"$1/source/Readme.cpp"
 }
 
 consumer_cmake() {

@@ -43,8 +43,12 @@ compare_symbols() {
 # VERSION A.B.C of the project gives the soname libVok2.so.A and the file libVok2.so.A.B.C.
 compare_soname() {
     local version soname
-    version=$(sed -n 's/^project(Vok2 VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+    version=$(project_version)
     soname=$(readelf --dynamic "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
     echo "version $version, soname $soname, file $(readlink --canonicalize "$library")"
     [[ $soname == "libVok2.so.${version%%.*}" && -f $library.$version && $library -ef $library.$version ]]
+}
+
+project_version() {
+    sed -n 's/^project(Vok2 VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt
 }

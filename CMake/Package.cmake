@@ -1,0 +1,25 @@
+# The Debian packages that the preset `package` makes: libvok2, what a program needs to run, and libvok2-dev, what it
+# needs to be built and looked at in gdb.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "The Vok2 maintainers")
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/CMake/PackageDirectories.cmake)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvok2)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvok2-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvok2 (= ${PROJECT_VERSION}), libfmt-dev")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, files for CMake and pkg-config, and printers for gdb.")
+
+include(CPack)
