@@ -87,7 +87,6 @@ class PathPrinter(OfValue):
         units = "".join(chr(unit) for (unit,) in struct.iter_unpack("<I", stored))
         return quoted(units.encode("utf-16-le", "surrogatepass").decode("utf-16-le", "surrogatepass"), cut)
 
-
     def members(self):
         try:
             text = self.value["text"]
