@@ -279,7 +279,7 @@ long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsig
 
 HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access)
 {
-    VOK_ASSERT(processHandle != 0);
+    VOK_DETAIL_ASSERT(processHandle != nullptr, "processHandle != 0");
     HANDLE token = nullptr;
     if (!OpenProcessToken(processHandle, static_cast<DWORD>(access), &token))
         VOK_THROW_LAST_ERROR(L"OpenProcessToken Failed");
