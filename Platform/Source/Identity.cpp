@@ -3,7 +3,6 @@
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -241,39 +240,39 @@ bool Raise(Capabilities capabilities) noexcept
 
 // The changes. What is equal in both isn't asked of the kernel, as the right to set it may be missing.
 
-/// The calls that set the file-system ids don't tell.
-bool IsSet(int present, unsigned wanted) noexcept
-{
-    errno = EPERM;
-    return static_cast<unsigned>(present) == wanted;
-}
-
 bool SetOtherGroups(Credentials const& from, Credentials const& to) noexcept
 {
     return from.otherGroups == to.otherGroups ||
            SystemCalls::SetOtherGroups(to.otherGroups.size(), to.otherGroups.data()) == 0;
 }
 
+bool SetGroupIds(Ids const& ids) noexcept
+{
+    if (SystemCalls::SetGroups(ids.real, ids.effective, ids.saved) != 0)
+        return false;
+    SystemCalls::SetFileSystemGroup(ids.fileSystem); // which doesn't tell
+    errno = EPERM;
+    return static_cast<unsigned>(SystemCalls::SetFileSystemGroup(noId)) == ids.fileSystem;
+}
+
+bool SetUserIds(Ids const& ids, Capabilities const& capabilities) noexcept
+{
+    if (SystemCalls::SetUsers(ids.real, ids.effective, ids.saved) != 0)
+        return false;
+    if (ids.fileSystem != ids.effective && Raise(capabilities))
+        SystemCalls::SetFileSystemUser(ids.fileSystem);
+    errno = EPERM;
+    return static_cast<unsigned>(SystemCalls::SetFileSystemUser(noId)) == ids.fileSystem;
+}
+
 bool SetGroups(Credentials const& from, Credentials const& to) noexcept
 {
-    if (from.groups == to.groups)
-        return true;
-    if (SystemCalls::SetGroups(to.groups.real, to.groups.effective, to.groups.saved) != 0)
-        return false;
-    if (to.groups.fileSystem != to.groups.effective)
-        SystemCalls::SetFileSystemGroup(to.groups.fileSystem);
-    return IsSet(SystemCalls::SetFileSystemGroup(noId), to.groups.fileSystem);
+    return from.groups == to.groups || SetGroupIds(to.groups);
 }
 
 bool SetUsers(Credentials const& from, Credentials const& to) noexcept
 {
-    if (from.users == to.users)
-        return true;
-    if (SystemCalls::SetUsers(to.users.real, to.users.effective, to.users.saved) != 0)
-        return false;
-    if (to.users.fileSystem != to.users.effective && Raise(to.capabilities))
-        SystemCalls::SetFileSystemUser(to.users.fileSystem);
-    return IsSet(SystemCalls::SetFileSystemUser(noId), to.users.fileSystem);
+    return from.users == to.users || SetUserIds(to.users, to.capabilities);
 }
 
 bool SetSecureBits(Credentials const& from, Credentials const& to) noexcept
@@ -281,7 +280,7 @@ bool SetSecureBits(Credentials const& from, Credentials const& to) noexcept
     return from.secureBits == to.secureBits || SystemCalls::SetSecureBits(to.secureBits) == 0;
 }
 
-// The user comes last, as a change of that lowers the capabilities.
+// TakeBack knows their order. The user comes last, as a change of that lowers the capabilities.
 bool (*const changes[])(Credentials const& from, Credentials const& to) noexcept = {SetSecureBits, SetOtherGroups,
                                                                                     SetGroups, SetUsers};
 
@@ -334,6 +333,18 @@ private:
     int deathSignal = 0;
 };
 
+/// Takes the first so many changes back. Nothing else is asked of the kernel: what it refused once it may refuse again.
+/// Ids may have been changed by halves, so they are looked at.
+bool TakeBack(Credentials const& from, Credentials const& to, std::size_t made) noexcept
+{
+    Ids users;
+    Ids groups;
+    return Raise(from.capabilities) && // a change of the user lowers them
+           (made < 1 || SetSecureBits(to, from)) && (made < 2 || SetOtherGroups(to, from)) && ReadIds(users, groups) &&
+           (groups == from.groups || SetGroupIds(from.groups)) &&
+           (users == from.users || SetUserIds(from.users, from.capabilities)) && Establish(from.capabilities);
+}
+
 /// All or nothing: when one change is refused, those before it are taken back.
 bool Change(Credentials const& from, Credentials const& to) noexcept
 {
@@ -349,11 +360,7 @@ bool Change(Credentials const& from, Credentials const& to) noexcept
         return true;
     }
     int const error = errno;
-    made = std::min(made + 1, std::size(changes)); // the one that failed may be half made
-    bool isTakenBack = Raise(from.capabilities);   // a change of the user lowers them
-    for (std::size_t change = 0; change < made; ++change)
-        isTakenBack = isTakenBack && changes[change](to, from);
-    if (!isTakenBack || !Establish(from.capabilities))
+    if (!TakeBack(from, to, made))
         std::terminate();
     return Refuse(error);
 }

@@ -166,11 +166,11 @@ TEST(Impersonation, IsAllOrNothing)
     OpenHandle const daemon(OpenUserToken("daemon"));
     OpenHandle const somebody(OpenUserToken("nobody"));
     KernelIdentity const process;
-    auto const failing = [](auto& call, int at)
+    auto const failing = [](auto& call, int at, int times = 1)
     {
-        return [&call, at](int error) -> std::shared_ptr<void>
+        return [&call, at, times](int error) -> std::shared_ptr<void>
         {
-            auto const fail = FailingAt(call, at, error);
+            auto const fail = FailingAt(call, at, error, times);
             return std::make_shared<decltype(SystemCalls::Redirection(call, fail))>(call, fail);
         };
     };
@@ -178,6 +178,9 @@ TEST(Impersonation, IsAllOrNothing)
         {"supplementary groups", failing(SystemCalls::SetOtherGroups, 0)},
         {"group", failing(SystemCalls::SetGroups, 0)},
         {"user", failing(SystemCalls::SetUsers, 0)},
+        {"supplementary groups, always", failing(SystemCalls::SetOtherGroups, 0, always)},
+        {"group, always", failing(SystemCalls::SetGroups, 0, always)},
+        {"user, always", failing(SystemCalls::SetUsers, 0, always)},
         {"capabilities at first", failing(SystemCalls::SetCapabilities, 0)},
         {"capabilities at last", failing(SystemCalls::SetCapabilities, 1)},
     };
@@ -207,6 +210,9 @@ TEST(Impersonation, IsAllOrNothing)
         EXPECT_TRUE(RevertToSelf());
         EXPECT_EQ(KernelIdentity(), process);
     }
+    SystemCalls::Redirection const unmarked(SystemCalls::SetSecureBits, FailingWith(EPERM));
+    EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(daemon.Get()); }), ERROR_PRIVILEGE_NOT_HELD);
+    EXPECT_EQ(KernelIdentity(), process);
 }
 
 TEST(ImpersonationDeathTest, EndsTheProcessWhenTheWayBackIsRefused)
