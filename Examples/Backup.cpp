@@ -4,21 +4,18 @@
 //     Backup FROM TO        directories of the host
 //
 // Files are compared by size and contents, not by times, since the interface can't give a copy the time of its
-// original. A changed file is written twice, since it can't rename either: see Replace. Links are left out. The copies
-// keep names, contents and whether they are read-only; otherwise they are for their owner alone. Memory is needed for
-// the lists of the directories on the way down, and 2 MiB for contents, however large a file is.
+// original. It can't rename either: see Replace. Links are left out. The copies keep names, contents and whether they
+// are read-only; otherwise they are for their owner alone. In messages F: is FROM and T: is TO.
 #include "Arguments.h"
+#include "FilePieces.h"
+#include "OneLine.h"
 
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/FileSystem.h>
 #include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/Guid.h>
-#include <Brindle/Vok/HandleOwner.h>
 #include <Brindle/Vok/PlatformHost.h>
-#include <Brindle/Vok/VokWindows.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -26,70 +23,13 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
-#include <vector>
 
 using namespace Brindle::Vok;
 
 namespace
 {
 
-using Handle = HandleOwner<Detail::InvalidHandleTraits>;
 using Entry = std::shared_ptr<V2::IPathInfo>;
-using Buffer = std::vector<char>;
-
-// Contents go past both generations, which hold whole files in memory and read none of 4 GiB. A link that somebody puts
-// in the place of a file isn't followed.
-
-std::int64_t SizeOf(Handle const& file)
-{
-    LARGE_INTEGER size;
-    if (!GetFileSizeEx(file.Get(), &size))
-        VOK_THROW_LAST_ERROR("GetFileSizeEx failed");
-    return size.QuadPart;
-}
-
-/// Throws for what has no size, such as a device or a FIFO, as its contents might never end. Whoever opens the file for
-/// writing meanwhile, through this library, is refused.
-Handle OpenForReading(Path const& path)
-{
-    Handle file = VokCreateFile(path.ToString(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    SizeOf(file);
-    return file;
-}
-
-Handle OpenForWriting(Path const& path, DWORD disposition, DWORD flags)
-{
-    return VokCreateFile(path.ToString(), GENERIC_WRITE, 0, nullptr, disposition, FILE_FLAG_OPEN_REPARSE_POINT | flags,
-                         nullptr);
-}
-
-/// The next bytes, none at the end.
-DWORD Read(Handle const& file, Buffer& buffer)
-{
-    DWORD count = 0;
-    if (!ReadFile(file.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &count, nullptr))
-        VOK_THROW_LAST_ERROR("ReadFile failed");
-    return count;
-}
-
-/// A file that this program makes, and that goes with this object unless it is to be kept.
-struct NewFile
-{
-    NewFile(Path const& path, DWORD flags) : path(path), handle(OpenForWriting(path, CREATE_NEW, flags)) {}
-    ~NewFile()
-    {
-        handle.Reset();
-        if (!isKept)
-            DeleteFileW(path.ToString().c_str());
-    }
-    NewFile(NewFile const&) = delete;
-    NewFile& operator=(NewFile const&) = delete;
-
-    Path const path;
-    Handle handle;
-    bool isKept = false;
-};
 
 /// F: is what is backed up, T: where it goes. So names that Windows syntax can't hold, or that aren't UTF-8, survive.
 class Backup
@@ -115,7 +55,8 @@ private:
         catch (std::exception const& exception)
         {
             ++failed;
-            std::fprintf(stderr, "failed: %s: %s\n", path.ToStringA().c_str(), exception.what());
+            std::fprintf(stderr, "failed: %s: %s\n", OneLine(path.ToStringA()).c_str(),
+                         OneLine(exception.what()).c_str());
         }
     }
 
@@ -162,7 +103,7 @@ private:
 
     void CopyFile(V2::IPathInfo& entry, Path const& target, V2::IPathInfo* copy)
     {
-        if (copy && AreEqual(entry.Path(), target))
+        if (copy && AreEqual(OpenForReading(entry.Path()), OpenForReading(target)))
             ++unchanged;
         else
         {
@@ -177,25 +118,9 @@ private:
             second->MakeFile(target)->SetReadOnly(isReadOnly);
     }
 
-    bool AreEqual(Path const& a, Path const& b)
-    {
-        Handle const files[] = {OpenForReading(a), OpenForReading(b)};
-        if (SizeOf(files[0]) != SizeOf(files[1]))
-            return false;
-        for (;;)
-        {
-            DWORD const count = Read(files[0], buffer);
-            if (Read(files[1], otherBuffer) != count ||
-                !std::equal(buffer.begin(), buffer.begin() + count, otherBuffer.begin()))
-                return false;
-            if (count == 0)
-                return true;
-        }
-    }
-
     void Create(Path const& from, Path const& to)
     {
-        Handle const source = OpenForReading(from);
+        FileHandle const source = OpenForReading(from);
         NewFile copy(to, 0);
         Transfer(source, copy.handle);
         copy.isKept = true;
@@ -207,10 +132,10 @@ private:
         NewFile fresh(Path::Join(L"T:\\", L"Backup-" + Guid::NewGuid() + L".tmp"), FILE_FLAG_WRITE_THROUGH);
         Transfer(OpenForReading(from), fresh.handle);
         fresh.handle.Reset();
-        Handle const source = OpenForReading(fresh.path);
+        FileHandle const source = OpenForReading(fresh.path);
         if (copy.Attributes().IsReadOnly())
             copy.SetReadOnly(false);
-        Handle const target = OpenForWriting(copy.Path(), TRUNCATE_EXISTING, FILE_FLAG_WRITE_THROUGH);
+        FileHandle const target = OpenForWriting(copy.Path(), TRUNCATE_EXISTING, FILE_FLAG_WRITE_THROUGH);
         fresh.isKept = true; // the old one is gone
         try
         {
@@ -224,20 +149,8 @@ private:
         fresh.isKept = false;
     }
 
-    void Transfer(Handle const& from, Handle const& to)
-    {
-        while (DWORD const count = Read(from, buffer))
-        {
-            DWORD written = 0;
-            if (!WriteFile(to.Get(), buffer.data(), count, &written, nullptr))
-                VOK_THROW_LAST_ERROR("WriteFile failed");
-        }
-    }
-
     std::shared_ptr<FileSystem> const first = MakeFileSystem();
     std::shared_ptr<V2::IFileSystem> const second = V2::MakeFileSystem();
-    Buffer buffer = Buffer(1 << 20);
-    Buffer otherBuffer = Buffer(1 << 20);
     int copied = 0;
     int unchanged = 0;
     int links = 0;

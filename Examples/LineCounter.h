@@ -1,4 +1,4 @@
-// A component that logs, and what a log makes of its text. The component knows nothing of where its statements go.
+// A component that logs. It knows nothing of where its statements go.
 //
 // It may log from any thread, as often as it likes: what nobody asked for is neither evaluated nor formatted. Texts are
 // UTF-8, wide ones too once they are behind a narrow format. It logs no secrets, as it can't tell who reads them.
@@ -33,12 +33,4 @@ inline bool CountLines(std::vector<Brindle::Vok::Path> const& files)
     if (counted == 0)
         VOK_LOG(critical, "none of {} files could be counted", files.size());
     return counted == files.size();
-}
-
-/// A message with `?` in place of control characters, so that no name of a file forges a line of the log.
-inline std::string OneLine(std::string message)
-{
-    std::ranges::replace_if(
-        message, [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }, '?');
-    return message;
 }

@@ -4,6 +4,7 @@
 //     LogToSpdlog LOG FILE...
 #include "Arguments.h"
 #include "LineCounter.h"
+#include "OneLine.h"
 
 #include <Brindle/Vok/Log.h>
 

@@ -7,6 +7,7 @@
 //     --trace     when functions are entered and left, too
 #include "Arguments.h"
 #include "LineCounter.h"
+#include "OneLine.h"
 
 #include <Brindle/Vok/Log.h>
 

@@ -5,6 +5,7 @@
 //
 //     Tour DIRECTORY [PATH]     the directory stands behind the drive T: for the time of the tour; the path, in Windows
 //                               syntax, is the one that is taken apart and need not exist
+#include "Arguments.h"
 #include "ChangePrinter.h"
 
 #include <Brindle/Vok/Error.h>
@@ -379,11 +380,8 @@ int Run(std::string const& directory, Path const& path)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2 && argc != 3)
-    {
-        std::fprintf(stderr, "usage: %s DIRECTORY [PATH]\n", argv[0]);
-        return 2;
-    }
+    if (auto const code = EndWithUsage(argv[0], {argv + 1, argv + argc}, 1, 2, "DIRECTORY [PATH]"))
+        return *code;
     try
     {
         int const code =

@@ -1,11 +1,13 @@
 // Watches directories and prints the changes in them until Ctrl-C:
 //
 //     Watch DIRECTORY...        paths of the host; a relative one is below the current directory
+#include "Arguments.h"
 #include "ChangePrinter.h"
 
 #include <Brindle/Vok/Log.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -45,11 +47,8 @@ int Run(std::vector<Path> const& directories)
 
 int main(int argc, char** argv)
 {
-    if (argc < 2 || argv[1][0] == '-')
-    {
-        std::fprintf(stderr, "usage: %s DIRECTORY...\n", argv[0]);
-        return 2;
-    }
+    if (auto const code = EndWithUsage(argv[0], {argv + 1, argv + argc}, 1, SIZE_MAX, "DIRECTORY..."))
+        return *code;
     try
     {
         std::vector<Path> directories;
