@@ -38,7 +38,7 @@ public:
     ~Repeater()
     {
         isEnding = true;
-        wake.Set();
+        SetEvent(wake.Handle()); // as Set, which may throw
         thread.join();
     }
     Repeater(Repeater const&) = delete;
