@@ -126,7 +126,8 @@ private:
         copy.isKept = true;
     }
 
-    /// The new contents are first in a file of their own, so that at every moment one whole copy is on the disk.
+    /// The new contents are first in a file of their own, so that at every moment one whole copy is on the disk. If the
+    /// program is killed meanwhile, that file stays.
     void Replace(Path const& from, V2::IPathInfo& copy)
     {
         NewFile fresh(Path::Join(L"T:\\", L"Backup-" + Guid::NewGuid() + L".tmp"), FILE_FLAG_WRITE_THROUGH);
