@@ -79,9 +79,11 @@ struct DirectoryChange
 {
     /// The watched directory joined with the name of what changed; of an overflow the watched directory itself.
     Path path;
+    /// What happened to it.
     DirectoryAction action;
 };
 
+/// Who hears of changes; what it may do and must not do stands at the top of this page.
 using DirectoryChangeCallback = std::function<void(DirectoryChange const& change)>;
 
 /// Watches for as long as it lives.
@@ -95,6 +97,7 @@ public:
     virtual ~DirectoryMonitor() = default;
 };
 
+/// Makes monitors. An implementation is used from any thread.
 class VOK_EXPORT_TYPE DirectoryMonitorFactory
 {
 public:
@@ -115,7 +118,7 @@ public:
                                                                    DirectoryChangeCallback callback) = 0;
 };
 
-/// On the real platform.
+/// The factory of monitors that watch the real platform. It touches nothing and may be called from any thread.
 VOK_EXPORT std::unique_ptr<DirectoryMonitorFactory> MakeDirectoryMonitorFactory();
 
 } // namespace Brindle::Vok

@@ -43,16 +43,18 @@ namespace Brindle::Vok
 {
 
 /// The system's text of a Win32 code, without its line end; "Unknown Error Code." for a code that has none, or whose
-/// text needs arguments (the thread's last error is then another one). The A form gives UTF-8. Any thread may call
-/// them.
+/// text needs arguments (the thread's last error is then another one). Any thread may call it.
 VOK_EXPORT std::wstring WindowsErrorToString(unsigned long code);
+/// The same in UTF-8.
 VOK_EXPORT std::string WindowsErrorToStringA(unsigned long code);
 
 /// The system's text of an HRESULT, without its line end; "Unknown error 0x..." or "IDispatch error #..." for a code
-/// that has none. The A form gives UTF-8. Any thread may call them.
+/// that has none. Any thread may call it.
 VOK_EXPORT std::wstring HresultToString(long code);
+/// The same in UTF-8.
 VOK_EXPORT std::string HresultToStringA(long code);
 
+/// The category of HRESULTs, and what the members of the error classes below are made of.
 namespace Detail
 {
 
@@ -66,6 +68,7 @@ public:
     /// It lives as long as the process does.
     static ComErrorCategory const& Instance() noexcept;
 
+    /// "VokCom".
     char const* name() const noexcept override;
     /// HresultToStringA of the code.
     std::string message(int code) const override;
@@ -103,7 +106,8 @@ public:
     /// Success: code 0 in std::system_category(), message "success".
     Error() : Error(Detail::Success(), "success") {}
 
-    Error(Error const&) = default; // and no move: an error that has failed always has its message
+    /// There is no move: an error that has failed always has its message.
+    Error(Error const&) = default;
 
     /// Keeps the category of this object and brings the other's code into it; everything else is copied. So a Win32
     /// target shows the Win32 code of an HRESULT in code(), and the HRESULT in its message.
@@ -123,18 +127,21 @@ public:
 
     ~Error() override = default;
 
-    /// The message as a C string.
+    /// The message as a C string, which lives until the object changes or goes.
     char const* what() const noexcept override { return message.c_str(); }
+    /// The composed text in UTF-8. Whether this is a failure can't be told from it.
     std::string const& Message() const noexcept { return message; }
     /// Whether this object records a failure.
     bool Failed() const noexcept { return failed; }
 
 protected:
+    /// A success with a message of its own.
     Error(std::system_error const& success, std::string composed)
         : std::system_error(success), message(std::move(composed))
     {
     }
 
+    /// Everything as it is given; file and function have static lifetime or are null.
     Error(int initialCode, std::error_category const& category, char const* sourceFile, int sourceLine,
           char const* scopedFunction, std::string composed, bool hasFailed)
         : std::system_error(initialCode, category), file(sourceFile), function(scopedFunction), line(sourceLine),
@@ -154,6 +161,7 @@ private:
 class VOK_EXPORT_TYPE WindowsError : public Error
 {
 public:
+    /// Of Win32 codes; the macros below use it.
     using Code = unsigned long;
 
     /// Success, with the message "Windows ERROR_SUCCESS".
@@ -179,6 +187,7 @@ public:
 class VOK_EXPORT_TYPE ComError : public Error
 {
 public:
+    /// Of HRESULTs; the macros below use it.
     using Code = long;
 
     /// As for WindowsError. A negative code has failed; S_FALSE, say, has not.
@@ -283,4 +292,5 @@ template <class Char, class... Arguments>
 #define VOK_SET_LAST_ERROR(error, ...)                                                                                 \
     ((error) = ::Brindle::Vok::Detail::MakeLastError(VOK_DETAIL_LOCATION, __VA_ARGS__))
 
+/// Where the macro stands that has it.
 #define VOK_DETAIL_LOCATION (::Brindle::Vok::Detail::Location{__FILE__, __LINE__, VOK_FUNCTION_NAME})

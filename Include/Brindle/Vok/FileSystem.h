@@ -103,8 +103,8 @@ enum class ByteOrderMarkPolicy : std::int32_t
 /// What happens to line endings. Any other value drops the text: the file then holds the mark, if any, and no more.
 enum class LineEndingPolicy : std::int32_t
 {
-    Unchanged = 0,
-    Windows = 1 ///< CR LF, lone CR and lone LF all become CR LF
+    Unchanged = 0, ///< the text is written as it is
+    Windows = 1    ///< CR LF, lone CR and lone LF all become CR LF
 };
 
 /// One file on disk, for texts as a whole. An object holds its path and no handle; several threads may use it at once,
@@ -122,6 +122,7 @@ public:
     /// touches nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
+    /// The same for wide text.
     virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
 
@@ -135,48 +136,55 @@ public:
 /// 0x21. So ask for one by (static_cast<DWORD>(attributes) & FILE_ATTRIBUTE_READONLY) != 0.
 enum class FileAttributes : std::uint32_t
 {
-    none = 0,
-    readOnly = 0x1,
-    directory = 0x10
+    none = 0,        ///< nothing is there
+    readOnly = 0x1,  ///< FILE_ATTRIBUTE_READONLY
+    directory = 0x10 ///< FILE_ATTRIBUTE_DIRECTORY
 };
 
-/// What a PathInfo answers, behind a replaceable implementation. PathInfo tells what each does.
+/// What a PathInfo answers, behind a replaceable implementation. PathInfo tells what each does, fails with and leaves.
 class VOK_EXPORT_TYPE IPathInfo
 {
 public:
     virtual ~IPathInfo() = default;
-    virtual Brindle::Vok::Path const& Path() const = 0;
-    virtual std::wstring const& ToString() const = 0;
-    virtual void Refresh() = 0;
-    virtual bool Exists() = 0;
-    virtual bool IsDirectory() = 0;
-    virtual bool IsFile() = 0;
-    virtual FileAttributes Attributes() = 0;
-    virtual bool Delete() = 0;
+    virtual Brindle::Vok::Path const& Path() const = 0; ///< PathInfo::Path
+    virtual std::wstring const& ToString() const = 0;   ///< PathInfo::ToString
+    virtual void Refresh() = 0;                         ///< PathInfo::Refresh
+    virtual bool Exists() = 0;                          ///< PathInfo::Exists
+    virtual bool IsDirectory() = 0;                     ///< PathInfo::IsDirectory
+    virtual bool IsFile() = 0;                          ///< PathInfo::IsFile
+    virtual FileAttributes Attributes() = 0;            ///< PathInfo::Attributes
+    virtual bool Delete() = 0;                          ///< PathInfo::Delete
 };
 
 /// A path on disk as a copyable value that answers what it is. It asks the disk at the first question, once, and keeps
 /// the answer until Refresh; a copy keeps it too and goes its own way. Links are followed; one that leads nowhere is a
 /// file. Questions throw WindowsError when the platform can't tell (5 for a directory on the way that may not be
 /// searched, 123 for a text that no path can be, 206 for one that is too long, 53 for an unknown server), and the next
-/// one then asks again; a path that is missing is no error. An object belongs to one thread at a time. One that was
-/// moved from may only be assigned to or destroyed.
+/// one then asks again; a path that is missing is no error. An object belongs to one thread at a time.
 class VOK_EXPORT PathInfo
 {
 public:
     /// Nothing is read. The service is kept alive.
     PathInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem);
+    /// With the other's answer, if it has one.
     PathInfo(PathInfo const& other);
+    /// With the other's answer; the other may only be assigned to or destroyed then.
     PathInfo(PathInfo&& other) noexcept;
+    /// With the other's path, answer and service in the place of this one's.
     PathInfo& operator=(PathInfo const& other);
+    /// The same; the other may only be assigned to or destroyed then.
     PathInfo& operator=(PathInfo&& other) noexcept;
     ~PathInfo();
 
+    /// The path as it was given; of an iterator's entry the directory's path joined with its name.
     Brindle::Vok::Path const& Path() const;
+    /// The same as a text.
     std::wstring const& ToString() const;
-    /// Forgets the answer.
+    /// Forgets the answer. The disk isn't asked.
     void Refresh();
+    /// Whether anything is there.
     bool Exists();
+    /// Whether a directory is there, or a link to one.
     bool IsDirectory();
     /// Whether it exists and is no directory; a device is a file too.
     bool IsFile();
@@ -188,33 +196,33 @@ public:
 
 protected:
     class Impl;
+    /// For DirectoryInfo.
     explicit PathInfo(std::unique_ptr<Impl> impl);
 
+    /// Null in an object that was moved from.
     std::unique_ptr<Impl> impl;
 };
 
 /// Which entries a FileSystemIterator stands at. Any other value means All.
 enum class FileSystemIterateType : std::int32_t
 {
-    All = 0,
-    Files = 1,
-    Directories = 2
+    All = 0,        ///< whatever is there
+    Files = 1,      ///< what is a file to PathInfo::IsFile
+    Directories = 2 ///< what is a directory to PathInfo::IsDirectory
 };
 
 /// Walks the entries of one directory, "." and ".." left out, in the platform's order. A single-pass input iterator
-/// that moves and isn't copied; it owns the search, and memory
-/// and descriptors don't grow with the directory. Entries that come or go meanwhile may be met or not. It compares
-/// equal to another one only when both are at the end, so an iterator that stands at an entry is unequal to itself. It
-/// belongs to one thread at a time.
+/// that moves and isn't copied; it owns the search, and memory and descriptors don't grow with the directory. Entries
+/// that come or go meanwhile may be met or not. It belongs to one thread at a time.
 class VOK_EXPORT FileSystemIterator
 {
 public:
-    using iterator_category = std::input_iterator_tag;
-    using iterator_concept = std::input_iterator_tag;
-    using value_type = PathInfo;
-    using difference_type = std::ptrdiff_t;
-    using pointer = PathInfo*;
-    using reference = PathInfo&;
+    using iterator_category = std::input_iterator_tag; ///< one pass
+    using iterator_concept = std::input_iterator_tag;  ///< one pass
+    using value_type = PathInfo;                       ///< an entry, to be copied by whoever keeps it
+    using difference_type = std::ptrdiff_t;            ///< no distance is ever taken
+    using pointer = PathInfo*;                         ///< what operator-> gives
+    using reference = PathInfo&;                       ///< what operator* gives
 
     /// The end.
     FileSystemIterator();
@@ -224,11 +232,13 @@ public:
     FileSystemIterator(std::shared_ptr<FileSystem> service, Path path, FileSystemIterateType selected);
     /// The source is at the end then.
     FileSystemIterator(FileSystemIterator&& other) noexcept;
+    /// Ends the search that it had; the source is at the end then.
     FileSystemIterator& operator=(FileSystemIterator&& other) noexcept;
     ~FileSystemIterator();
 
     /// The entry, which lives until the iterator moves on. Undefined at the end.
     PathInfo& operator*() const { return dereference(); }
+    /// The entry's members, under the same conditions.
     PathInfo* operator->() const { return &dereference(); }
     /// Throws WindowsError when the search fails, also at the end (6); the iterator is at the end then. When an entry
     /// can't be asked for its kind it throws too, but stays at the entry where it was, and goes on behind the other
@@ -238,8 +248,11 @@ public:
         increment();
         return *this;
     }
+    /// The same, and gives nothing: there is one pass.
     void operator++(int) { increment(); }
+    /// Whether both are at the end: an iterator that stands at an entry is unequal to every one, itself included.
     friend bool operator==(FileSystemIterator const& lhs, FileSystemIterator const& rhs) { return lhs.equal(rhs); }
+    /// Whether it is at the end.
     friend bool operator==(FileSystemIterator const& iterator, std::default_sentinel_t) { return !iterator.current; }
 
 private:
@@ -257,27 +270,35 @@ private:
     Path directory;
 };
 
-/// A directory on disk, and what can be done to it.
+/// A directory on disk, and what can be done to it. It is copied, moved and asked as a PathInfo is.
 class VOK_EXPORT DirectoryInfo : public PathInfo
 {
 public:
+    /// Nothing is read or made. The service is kept alive.
     DirectoryInfo(Brindle::Vok::Path path, std::shared_ptr<FileSystem> fileSystem);
+    /// With the other's answer, if it has one.
     DirectoryInfo(DirectoryInfo const& other);
+    /// With the other's answer; the other may only be assigned to or destroyed then.
     DirectoryInfo(DirectoryInfo&& other) noexcept;
+    /// With the other's path, answer and service in the place of this one's.
     DirectoryInfo& operator=(DirectoryInfo const& other);
+    /// The same; the other may only be assigned to or destroyed then.
     DirectoryInfo& operator=(DirectoryInfo&& other) noexcept;
 
-    /// All entries.
+    /// Starts a walk over all entries; throws as the constructor of FileSystemIterator does.
     FileSystemIterator begin();
+    /// The end of every walk.
     FileSystemIterator end();
     /// Makes it and its missing parents by the service, and refreshes. Throws as FileSystem::VokCreateDirectory does.
     void Create();
-    /// Makes it in this directory by the service; the name may have several parts. This object isn't refreshed.
+    /// Makes it in this directory by the service; the name may have several parts, and
+    /// an empty one is this directory. This object isn't refreshed. Throws as FileSystem::VokCreateDirectory does.
     DirectoryInfo CreateSubdirectory(std::wstring const& name);
-    /// Deletes it with everything in it by the service. False if it wasn't there. Throws WindowsError.
+    /// Forgets the answer and deletes it with everything in it by the service. False if it wasn't there. Throws as
+    /// FileSystem::DeleteDirectory does.
     bool Delete();
-    /// Deletes everything in it and keeps it. The service has no part in this. One that is missing is no error. Throws
-    /// WindowsError, with the codes of FileSystem::DeleteDirectory.
+    /// Forgets the answer, deletes everything in it and keeps it. The service has no part in this. One that is missing
+    /// is no error. Throws WindowsError, with the codes of FileSystem::DeleteDirectory.
     void DeleteContent();
     /// Refreshes and drops the destination; nothing moves. This is the interface as it stands.
     void MoveTo(Brindle::Vok::Path destination);
@@ -294,13 +315,16 @@ class VOK_EXPORT TempDirectory
 public:
     /// Takes over a directory, which need not exist. Nothing is made or read.
     TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path);
+    /// The other one owns nothing then, and may only be assigned to or destroyed.
     TempDirectory(TempDirectory&& other) noexcept;
-    /// Deletes the directory that it had.
+    /// Deletes the directory that it had. The other one owns nothing then, as above.
     TempDirectory& operator=(TempDirectory&& other) noexcept;
     ~TempDirectory();
 
+    /// The path as it was given.
     Brindle::Vok::Path const& Path() const;
-    /// Deletes it now. It is looked for once more at the end, where a statement at info tells that it is missing.
+    /// Deletes it now, as FileSystem::DeleteDirectory does, which assigns `error` on failure. It is looked for once
+    /// more at the end, where a statement at info tells that it is missing.
     void Delete(Error& error);
     /// The same; throws WindowsError.
     void Delete();
@@ -317,25 +341,27 @@ class VOK_EXPORT_TYPE FileSystem
 public:
     virtual ~FileSystem() = default;
 
-    /// A directory below %TEMP% that exists, is unique to this call, and is deleted by the object that is returned.
+    /// A directory below `%TEMP%` that exists, is unique to this call, and is deleted by the object that is returned.
     /// Throws as VokCreateDirectory does, and ComError without a source of random numbers.
     virtual TempDirectory MakeTempDirectory() = 0;
-    /// Values that hold the path and keep this service alive. Nothing is touched on disk.
+    /// A value that holds the path, which need not exist, and keeps this service alive. Nothing is touched on disk.
     virtual PathInfo MakePathInfo(Path path) = 0;
+    /// The same for a directory.
     virtual DirectoryInfo MakeDirectoryInfo(Path path) = 0;
     /// A new File for the path. Nothing is touched on disk, and no reference to the service is kept.
     virtual std::unique_ptr<File> MakeFile(Path path) = 0;
     /// Makes the directory and its missing parents. A path at which something is already, be it a file, is a success
-    /// and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there, 123; and 183 when it had to make the
-    /// parents and the directory is there after that, because somebody else made it or because the text ends in a
-    /// separator. Behind a share, missing parents are made on the current drive, and then it fails with 3.
+    /// and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there and for an empty path, 123; and 183
+    /// when it had to make the parents and the directory is there after that, because somebody else made it or because
+    /// the text ends in a separator. Behind a share, missing parents are made on the current drive, and then it fails
+    /// with 3.
     virtual void VokCreateDirectory(Path path) = 0;
     /// Deletes the directory and everything under it, read-only files too. False if it was not there, which a statement
     /// at info tells; true otherwise, a failure included, which is assigned to `error`: 32 for a file that is open, 5
     /// for a root, a read-only directory or a missing right, 87 for an empty path, 123, 267 for what is no directory or
     /// a link. What was deleted before a failure is gone. The top of this page tells the rest.
     virtual bool DeleteDirectory(Path path, Error& error) = 0;
-    /// The same, but failure is thrown.
+    /// The same; a failure is thrown, as a WindowsError.
     virtual bool DeleteDirectory(Path path) = 0;
 };
 

@@ -61,6 +61,7 @@
 #include <string>
 #include <vector>
 
+/// The second generation of the file-system service.
 namespace Brindle::Vok::V2
 {
 
@@ -69,32 +70,37 @@ namespace Brindle::Vok::V2
 class FileAttributeFlags
 {
 public:
+    /// The mask as it is.
     constexpr explicit FileAttributeFlags(DWORD attributes) noexcept : mask(attributes) {}
 
+    /// All of it.
     constexpr DWORD Mask() const noexcept { return mask; }
     /// Whether it exists and has all of these attributes.
     constexpr bool Has(DWORD attributes) const noexcept
     {
         return mask != INVALID_FILE_ATTRIBUTES && (mask & attributes) == attributes;
     }
+    /// Whether it exists and may not be written.
     constexpr bool IsReadOnly() const noexcept { return Has(FILE_ATTRIBUTE_READONLY); }
+    /// Whether it exists and is a directory.
     constexpr bool IsDirectory() const noexcept { return Has(FILE_ATTRIBUTE_DIRECTORY); }
     /// Whether it is a symbolic link itself, which only PathInfos tells; other questions follow links.
     constexpr bool IsLink() const noexcept { return Has(FILE_ATTRIBUTE_REPARSE_POINT); }
 
+    /// Whether all attributes are the same.
     friend constexpr bool operator==(FileAttributeFlags, FileAttributeFlags) noexcept = default;
 
 private:
     DWORD mask;
 };
 
-/// A path on disk.
+/// A path on disk. Objects are made by an IFileSystem; the constructors are for implementations, and do nothing.
 class VOK_EXPORT IPathInfo
 {
 public:
-    IPathInfo();
-    IPathInfo(IPathInfo const& other);
-    IPathInfo& operator=(IPathInfo const& other);
+    IPathInfo();                                  ///< nothing to hold
+    IPathInfo(IPathInfo const& other);            ///< nothing to copy
+    IPathInfo& operator=(IPathInfo const& other); ///< nothing to copy
     virtual ~IPathInfo();
 
     /// The path as it was given; of a listed entry the directory's path joined with its name. The disk isn't asked.
@@ -160,6 +166,7 @@ public:
     /// with 223, one too long to be converted (2^31 units) with 87; both touch nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
+    /// The same for wide text.
     virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
 
@@ -199,7 +206,8 @@ public:
     bool Delete() override = 0;
 
     /// Makes it and its missing parents, and forgets its answers after a success. A path at which something is already,
-    /// be it a file, is a success and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there, 123; and
+    /// be it a file, is a success and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there and for an
+    /// empty path, 123; and
     /// 183 when it had to make the parents and the directory is there after that, because somebody else made it or
     /// because the text ends in a separator. Behind a share, missing parents are made on the current drive, and then it
     /// fails with 3.
@@ -218,7 +226,7 @@ public:
     //
     // Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
     // (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with
-    // its own name.
+    // its own name. Of an empty path it is the working directory that is searched.
 
     /// An IDirectory for each directory, and an IFile for everything else, links too. All have their answers.
     virtual std::vector<std::shared_ptr<IPathInfo>> PathInfos(std::wstring filter) = 0;
@@ -228,25 +236,27 @@ public:
     virtual std::vector<std::shared_ptr<IFile>> Files(std::wstring filter) = 0;
 };
 
-/// The service: a factory that touches nothing on disk, but for MakeTempDirectory.
+/// The service: a factory that touches nothing on disk, but for MakeTempDirectory, and may be used from any thread.
 class VOK_EXPORT IFileSystem
 {
 public:
-    IFileSystem();
-    IFileSystem(IFileSystem const& other);
-    IFileSystem& operator=(IFileSystem const& other);
+    IFileSystem();                                    ///< nothing to hold
+    IFileSystem(IFileSystem const& other);            ///< nothing to copy
+    IFileSystem& operator=(IFileSystem const& other); ///< nothing to copy
     virtual ~IFileSystem();
 
-    /// A directory below %TEMP% that exists, is unique to this call, and is deleted with the object, with all that is
+    /// A directory below `%TEMP%` that exists, is unique to this call, and is deleted with the object, with all that is
     /// in it. When that fails, a statement at error tells so and nothing is thrown; when it is gone already, one at
     /// info. Throws as IDirectory::Create does, and ComError without a source of random numbers.
     virtual std::unique_ptr<IDirectory> MakeTempDirectory() = 0;
-    /// A path below %TEMP%, which ends in ".tmp" and at which nothing is; %TEMP% itself is taken as it is. Nothing is
-    /// made. Throws ComError without a source of random numbers.
+    /// A path below `%TEMP%`, which ends in ".tmp" and at which nothing is; `%TEMP%` itself is taken as it is. Nothing
+    /// is made. Throws ComError without a source of random numbers.
     virtual Path MakeTempFilePath() = 0;
-    /// Objects for a path, whatever is there.
+    /// An object for a path, whatever is there or isn't.
     virtual std::unique_ptr<IPathInfo> MakePathInfo(Path path) = 0;
+    /// The same, to be made, listed or deleted as a directory.
     virtual std::unique_ptr<IDirectory> MakeDirectory(Path path) = 0;
+    /// The same, to be read, written or deleted as a file.
     virtual std::unique_ptr<IFile> MakeFile(Path path) = 0;
 };
 

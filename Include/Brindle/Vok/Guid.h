@@ -3,7 +3,7 @@
 //     std::wstring name = Brindle::Vok::Guid::NewGuid();
 //     std::wstring text = Brindle::Vok::Guid(folderId).ToString();
 //
-// Objects are plain values.
+// Texts aren't read: there is no way back from one. Any GUID is an identifier; none is checked.
 #pragma once
 
 #include <Brindle/Vok/Error.h>
@@ -23,6 +23,7 @@ class Guid
 public:
     /// The identifier of zeros alone.
     Guid() = default;
+    /// The platform's identifier, as it is.
     Guid(GUID const& identifier) : value(identifier) {}
 
     /// The text form. Throws ComError if the platform fails.

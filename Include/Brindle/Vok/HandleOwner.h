@@ -29,7 +29,9 @@ public:
     /// Takes ownership of a raw value, whatever it is.
     explicit HandleOwner(Raw owned) noexcept : raw(owned) {}
 
+    /// The other one owns nothing then.
     HandleOwner(HandleOwner&& other) noexcept : raw(std::exchange(other.raw, Traits::InvalidValue)) {}
+    /// Closes what this owned; the other one owns nothing then. Assigning an owner to itself changes nothing.
     HandleOwner& operator=(HandleOwner&& other) noexcept
     {
         if (this != &other)
@@ -42,6 +44,7 @@ public:
     HandleOwner(HandleOwner const&) = delete;
     HandleOwner& operator=(HandleOwner const&) = delete;
 
+    /// Closes the handle, if there is one.
     ~HandleOwner() { Close(); }
 
     /// The raw value; ownership stays here.
@@ -72,6 +75,7 @@ private:
     Raw raw = Traits::InvalidValue;
 };
 
+/// The traits of the library's own owners. Each has what HandleOwner asks for.
 namespace Detail
 {
 

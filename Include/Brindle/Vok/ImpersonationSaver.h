@@ -15,6 +15,7 @@
 namespace Brindle::Vok
 {
 
+/// Puts back what it captured; see above.
 class VOK_EXPORT ImpersonationSaver
 {
 public:

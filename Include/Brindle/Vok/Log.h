@@ -8,7 +8,8 @@
 //     // Any component logs. The arguments are evaluated only if somebody listens:
 //     VOK_LOG(info, L"{} files in [{}]", count, path);
 //
-// Nothing is logged anywhere by itself: with no subscriber a statement goes nowhere and costs one load and a compare.
+// Nothing is logged anywhere by itself: with no subscriber a statement goes nowhere and costs one load and a compare
+// (those at error and critical a call more, until somebody has subscribed for the first time).
 //
 // What is not guaranteed: an order between statements of different threads; delivery once static destruction has torn
 // the channel down (statements are then dropped, subscriptions may still be destroyed). The teardown does not wait for
@@ -39,19 +40,21 @@ enum class VokLogSeverity : std::int32_t
     trace = 4    ///< entry and exit of a scope
 };
 
-/// "critical", "error", "warning", "info" or "trace"; "unknown LogSeverity" for any other value.
+/// "critical", "error", "warning", "info" or "trace"; "unknown LogSeverity" for any other value. Any thread may call
+/// it.
 VOK_EXPORT std::wstring ToString(VokLogSeverity severity);
+/// The same as narrow text.
 VOK_EXPORT std::string ToStringA(VokLogSeverity severity);
 
 /// One statement, as subscribers get it. It and all it points at is valid during the callback only.
 struct LogStatement
 {
-    bool forced; ///< it goes to every subscriber, whatever severity that one asked for
-    VokLogSeverity severity;
-    char const* file;     ///< source file as its compiler names it; may be null
-    char const* function; ///< scoped function name; may be null
-    int line;
-    std::string message; ///< UTF-8
+    bool forced;             ///< it goes to every subscriber, whatever severity that one asked for
+    VokLogSeverity severity; ///< as the statement has it, also a value that no enumerator names
+    char const* file;        ///< source file as its compiler names it; may be null
+    char const* function;    ///< scoped function name; may be null
+    int line;                ///< of the source file, from 1 on
+    std::string message;     ///< UTF-8
 };
 
 /// Keeps a callback subscribed to the log channel for as long as it lives. It is movable and not copyable; a default
@@ -69,14 +72,19 @@ struct LogStatement
 class VOK_EXPORT SubscriptionForLogCallbacks
 {
 public:
+    /// Subscribes nothing.
     SubscriptionForLogCallbacks() noexcept;
 
-    /// Subscribes for statements of `severity` and of all more severe ones. Waits until no callback is running.
+    /// Subscribes for statements of `severity` and of all more severe ones. Waits until no callback is running. Throws
+    /// std::bad_alloc alone.
     SubscriptionForLogCallbacks(std::function<void(LogStatement const&)> callback, VokLogSeverity severity);
+    /// The same, for a callback that is written out in the call.
     SubscriptionForLogCallbacks(VokLogSeverity severity, std::function<void(LogStatement const&)> callback);
+    /// The same with a filter; an empty one is none.
     SubscriptionForLogCallbacks(std::function<void(LogStatement const&)> callback, std::function<bool()> filter,
                                 VokLogSeverity severity);
 
+    /// Takes over the other subscription, which goes on without a gap.
     SubscriptionForLogCallbacks(SubscriptionForLogCallbacks&& other) noexcept;
     /// Takes over the other subscription. One that this object held before is not cancelled: its callback goes on
     /// receiving for the rest of the process. Destroy the old subscription first where that isn't wanted.
@@ -87,7 +95,8 @@ public:
     /// Cancels. When it has returned, the callback is not running on any thread and will not be called again.
     ~SubscriptionForLogCallbacks();
 
-    /// Changes what this subscriber gets, at once. Calling it on an empty subscription is a fault.
+    /// Changes what this subscriber gets, at once, once no callback is running. Calling it on an empty subscription is
+    /// a fault.
     void SetLogSeverity(VokLogSeverity severity);
 
 private:
@@ -180,6 +189,7 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
 /// VOK_ASSERT(expression): a soft assertion. A false expression is logged at error as "Assertion failed: " and its
 /// source text with macros expanded, and execution goes on, in every build.
 #define VOK_ASSERT(...) VOK_DETAIL_ASSERT_EXPANDED(__VA_ARGS__)
+/// Takes the expression and its text apart.
 #define VOK_DETAIL_ASSERT_EXPANDED(...) VOK_DETAIL_ASSERT((__VA_ARGS__), #__VA_ARGS__)
 
 /// The same with a text of its own, where the text is fixed and the expression isn't.

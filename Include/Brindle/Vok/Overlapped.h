@@ -21,6 +21,7 @@
 namespace Brindle::Vok
 {
 
+/// Owns what one asynchronous operation needs until its end.
 class Overlapped
 {
 public:

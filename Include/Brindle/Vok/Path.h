@@ -54,13 +54,14 @@ namespace Brindle::Vok
 /// What a path's text begins with.
 enum class PathPrefix : std::int32_t
 {
-    none = 0,
+    none = 0,             ///< anything else, such as `C:\`
     unc = 1,              ///< `\\`
     extendedLength = 2,   ///< `\\?\`, and `\\.\` too
     extendedLengthUnc = 3 ///< `\\?\UNC\`, in exactly this case
 };
 
-/// The enumerator's name. Any other value logs "unknown PathPrefix {}" at error and gives "unknown PathPrefix".
+/// The enumerator's name, as a text that lives as long as the process. Any other value logs "unknown PathPrefix {}"
+/// with its number at error and gives "unknown PathPrefix". Any thread may call it.
 VOK_EXPORT std::wstring const& ToString(PathPrefix prefix);
 /// The same in UTF-8.
 VOK_EXPORT std::string ToStringA(PathPrefix prefix);
@@ -80,11 +81,13 @@ class VOK_EXPORT Path
 {
 public:
     Path() = default;
-    /// The text as it stands. From narrow text by UTF-8 decoding, where String::StringToWstring tells what is thrown; a
-    /// null narrow pointer gives the empty path, a null wide one is not provided for.
+    /// The text as it stands.
     Path(std::wstring pathText) : text(std::move(pathText)) {}
+    /// The text up to its NUL. Null is not provided for.
     Path(wchar_t const* pathText) : text(pathText) {}
+    /// The text of its UTF-8; String::StringToWstring tells what is thrown.
     Path(std::string pathText);
+    /// The same up to its NUL. Null gives the empty path.
     Path(char const* pathText);
 
     Path(Path const&) = default;
@@ -164,17 +167,20 @@ public:
     /// also where the stored text ends differently: `C:\a\b.txt\..` with `c` gives `C:\a\b.txt\...c`.
     Path WithChangedExtension(std::wstring const& extension) const;
 
-    /// The path in normal form: `/` made `\`, repeated separators made one, `.` between separators removed, and `..`
-    /// with the component before it. What begins with `\\?\` stays as it is; `\\.\` becomes `\\?\`, and what follows it
-    /// stays as it is too. `..` above the root stays, and so do a leading `.\`, a trailing `\.` and a trailing
-    /// separator. Of several `.` in a row every second one stays: `a\.\.\b` becomes `a\.\b`. `..\..` becomes the empty
-    /// text. The names of server and share count as components.
+    /// The path in normal form. `/` is made `\`, repeated separators are made one, `.` between separators is removed,
+    /// and
+    /// `..` with the component before it. What begins with `\\?\` stays as it is; `\\.\` becomes `\\?\`, and what
+    /// follows it stays as it is too. `..` above the root stays, and so do a leading `.\`, a trailing `\.` and a
+    /// trailing separator. Of several `.` in a row every second one stays: `a\.\.\b` becomes `a\.\b`. `..\..` becomes
+    /// the empty text. The names of server and share count as components.
     Path Normalized() const;
 
     /// The pieces with exactly one separator at each seam, whatever they mean: an absolute second piece is appended
     /// like any other. An empty piece adds nothing. Of two separators at a seam one goes.
     static Path Join(Path const& a, Path const& b);
+    /// The same with three.
     static Path Join(Path const& a, Path const& b, Path const& c);
+    /// The same with four.
     static Path Join(Path const& a, Path const& b, Path const& c, Path const& d);
 
     /// Each path as seen from the one before: an absolute one replaces it, one that begins with `\` keeps its drive,
@@ -183,7 +189,9 @@ public:
     /// logs it. `\` alone, which counts as relative, is logged too, as "This shouldn't happen as if b starts with a
     /// slash it is not a relative path". All go on regardless.
     static Path Merge(Path const& a, Path const& b);
+    /// The same with three.
     static Path Merge(Path const& a, Path const& b, Path const& c);
+    /// The same with four.
     static Path Merge(Path const& a, Path const& b, Path const& c, Path const& d);
 
     /// Makes the directory and all its missing parents. Gives 0 or a Win32 error code:

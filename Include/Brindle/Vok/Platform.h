@@ -48,7 +48,7 @@
 #include <Brindle/Platform/Versions.h>
 #include <Brindle/Platform/Waits.h>
 
-/// PlatformHost.h has something to offer.
+/// Set where the platform is the stand-in: PlatformHost.h has something to offer then.
 #define VOK_PLATFORM_IS_STAND_IN 1
 
 /// Marks a function, a variable or a whole class that other modules use.

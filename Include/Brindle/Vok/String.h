@@ -16,17 +16,19 @@
 
 #include <string>
 
+/// Code pages.
 namespace Brindle::Vok::String
 {
 
-/// Wide text of a narrow one. Empty text and a null pointer give an empty result, whatever the page. The string
-/// overload converts embedded NULs like any other character, the pointer overload stops at the first one. Throws
-/// WindowsError with the platform's code: 87 for an unknown page.
+/// Wide text of a narrow one, NULs in it included. Empty text gives an empty result, whatever the page. Throws
+/// WindowsError with the platform's code: 87 for an unknown page and for a text that is too long.
 VOK_EXPORT std::wstring StringToWstring(std::string const& text, int codePage);
+/// The same up to the first NUL. A null pointer gives an empty result.
 VOK_EXPORT std::wstring StringToWstring(char const* text, int codePage);
 
 /// Narrow text of a wide one, in the same way.
 VOK_EXPORT std::string WstringToString(std::wstring const& text, int codePage);
+/// The same up to the first NUL. A null pointer gives an empty result.
 VOK_EXPORT std::string WstringToString(wchar_t const* text, int codePage);
 
 } // namespace Brindle::Vok::String

@@ -51,7 +51,7 @@ namespace Brindle::Vok
 enum class EventWaitResult : std::uint32_t
 {
     timedOut = 0,
-    signalled = 1
+    signalled = 1 ///< the event was set, also when the time was over just then
 };
 
 /// Owns an event of the platform, which isn't set at first.
@@ -60,7 +60,7 @@ class Event
 public:
     /// An empty name makes an event without a name. Two events of one name in a process are the same one, and the
     /// second construction's `manualReset` has no effect. An event that doesn't reset by hand lets one wait through for
-    /// each Set. Throws WindowsError.
+    /// each Set. Throws WindowsError: 6 where the name is that of something else, such as a semaphore.
     Event(std::wstring name, bool manualReset)
         : handle(CreateEventW(nullptr, manualReset, FALSE, name.empty() ? nullptr : name.c_str()))
     {
@@ -71,7 +71,8 @@ public:
     Event(Event const&) = delete;
     Event& operator=(Event const&) = delete;
 
-    /// Throws WindowsError.
+    /// Lets waits through: all until the platform's ResetEvent, or the next one. Setting it again changes nothing.
+    /// Throws WindowsError if Handle() was closed by somebody.
     void Set()
     {
         if (!SetEvent(handle.Get()))
@@ -121,11 +122,13 @@ public:
     ThreadPoolTimer& operator=(ThreadPoolTimer const&) = delete;
 
     /// Waits for the function if it runs, and sets the moment, in the place of one set before. Of two calls at the same
-    /// time the last one counts. `tm_isdst` isn't looked at; fields out of their ranges are carried over.
+    /// time the last one counts. The time is local; `tm_isdst` isn't looked at, and fields out of their ranges are
+    /// carried over. It doesn't fail.
     VOK_EXPORT void Start(struct tm when);
+    /// The same for a moment of UTC or an interval, in units of 100 nanoseconds.
     VOK_EXPORT void Start(FILETIME when);
 
-    /// See above: what is set stays set.
+    /// Drops a run that is due, and waits for the function if it runs. What is set for later stays set.
     VOK_EXPORT void Cancel();
 
 private:

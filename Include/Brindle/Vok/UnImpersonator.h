@@ -15,6 +15,7 @@
 namespace Brindle::Vok
 {
 
+/// Stops a thread's impersonation for as long as it lives; see above.
 class VOK_EXPORT UnImpersonator
 {
 public:

@@ -23,6 +23,7 @@ class VokAccessToken : public ATL::CAccessToken
 {
 public:
     VokAccessToken() noexcept = default;
+    /// Closes the token, if it is this object's own. The thread goes on impersonating.
     ~VokAccessToken() noexcept override { ForgetForeign(); }
 
     /// Closes what it holds, or forgets a token that isn't its own.

@@ -4,8 +4,9 @@
 //     HandleOwner<Detail::InvalidHandleTraits> file =
 //         VokCreateFile(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
 //
-// Failures are thrown with the platform's code and a text that names the call, or assigned to the trailing Error&. No
-// call is retried, except to get a buffer of the right size. All wrappers may be called from any thread.
+// Failures are thrown with the platform's code and a text that names the call, or assigned to the trailing Error&,
+// which a success leaves alone. No call is retried, except to get a buffer of the right size. All wrappers may be
+// called from any thread. Texts end at their first NUL, where nothing else is said.
 #pragma once
 
 #include <Brindle/Vok/Error.h>
@@ -18,37 +19,39 @@
 namespace Brindle::Vok
 {
 
-/// CreateFileW. The overload without Error& throws Error itself, not a WindowsError, and logs nothing. The other one
-/// returns an owner that holds INVALID_HANDLE_VALUE on failure. `security` and `templateFile` may be null; a null
-/// `path` fails like a missing one.
+/// CreateFileW. Throws Error itself, not a WindowsError, and logs nothing. `security` and `templateFile` may be null; a
+/// null or empty `path` fails with ERROR_PATH_NOT_FOUND.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
                                                                   void* templateFile);
+/// The same; on failure it assigns a WindowsError and returns an owner that holds INVALID_HANDLE_VALUE.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const* path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
                                                                   void* templateFile, Error& error);
 
-/// The same for a text whose length is known. One with a NUL in it names no file: it fails with ERROR_INVALID_NAME and
-/// nothing is opened, where the overloads above would open what stands in front of the NUL.
+/// CreateFileW for a text whose length is known. One with a NUL in it names no file: it fails with ERROR_INVALID_NAME
+/// and nothing is opened, where the overloads above would open what stands in front of the NUL.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
                                                                   void* templateFile);
+/// The same; on failure it assigns a WindowsError and returns an owner that holds INVALID_HANDLE_VALUE.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
                                                                   void* templateFile, Error& error);
 
-/// GetModuleFileNameW or GetModuleFileNameA: the path of a loaded module, of the program for null. One that is longer
-/// than 16383 characters comes cut, with a NUL as the 16384th and no failure. The A form gives UTF-8. Throws
-/// WindowsError, ERROR_INVALID_HANDLE for what is no module.
+/// GetModuleFileNameW: the path of a loaded module, of the program for null. One that is longer than 16383 code units
+/// comes cut, with a NUL as the 16384th and no failure. Throws WindowsError, ERROR_INVALID_HANDLE for what is no
+/// module.
 VOK_EXPORT std::wstring VokGetModuleFileName(HINSTANCE module);
+/// GetModuleFileNameA: the same in UTF-8, counted in bytes.
 VOK_EXPORT std::string VokGetModuleFileNameA(HINSTANCE module);
 
-/// ExpandEnvironmentStringsW: the text with each %NAME% replaced by the variable's value. An unknown one stays as it
-/// stands. Throws WindowsError.
+/// ExpandEnvironmentStringsW: the text with each `%NAME%` replaced by the variable's value. An unknown one stays as it
+/// stands. An empty text gives an empty one. Throws WindowsError.
 VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
 
 /// GetComputerNameExW. Throws WindowsError, ERROR_INVALID_PARAMETER for a format that there is not; that one is also
@@ -56,12 +59,12 @@ VOK_EXPORT std::wstring VokExpandEnvironmentStrings(std::wstring const& text);
 VOK_EXPORT std::wstring VokGetComputerNameEx(COMPUTER_NAME_FORMAT format);
 
 /// GetUserNameW: the user as whom the calling thread acts. Throws WindowsError, ERROR_INSUFFICIENT_BUFFER for a name of
-/// more than 256 characters.
+/// more than 256 code units.
 VOK_EXPORT std::wstring VokGetUserName();
 
-/// GetSystemDirectoryW, without a separator at its end. The overload without Error& throws Error itself, not a
-/// WindowsError, and logs nothing. The other one returns an empty text on failure.
+/// GetSystemDirectoryW, without a separator at its end. Throws Error itself, not a WindowsError, and logs nothing.
 VOK_EXPORT std::wstring VokGetSystemDirectory();
+/// The same; on failure it assigns and returns an empty text.
 VOK_EXPORT std::wstring VokGetSystemDirectory(Error& error);
 
 /// LoadLibraryW. The library is released with its owner. Throws WindowsError: ERROR_MOD_NOT_FOUND for a missing library
@@ -70,25 +73,26 @@ VOK_EXPORT std::wstring VokGetSystemDirectory(Error& error);
 VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const* filename);
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
-/// variable throws WindowsError 203, or gives an empty text and an info statement if `tolerateMissing` says so. One
-/// that exists and is empty throws a WindowsError of code 0, whose Failed() is false. One that another thread changes
-/// meanwhile may come with more NULs behind it, or as NULs alone.
+/// variable, and an empty name, throws WindowsError 203, or gives an empty text and an info statement if
+/// `tolerateMissing` says so. One that exists and is empty throws a WindowsError of code 0, whose Failed() is false.
+/// One that another thread changes meanwhile may come with more NULs behind it, or as NULs alone.
 VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool tolerateMissing);
 
-/// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. The overload
-/// without Error& throws WindowsError and logs nothing; the other one gives nothing on failure. The message ends at the
-/// system's text and code, so a caller adds the path. A path with a NUL in it names no file and fails with
-/// ERROR_INVALID_NAME. ERROR_RESOURCE_DATA_NOT_FOUND for a file without resources.
+/// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. Throws
+/// WindowsError and logs nothing: ERROR_RESOURCE_DATA_NOT_FOUND for a file without resources, ERROR_FILE_NOT_FOUND for
+/// a missing one, ERROR_PATH_NOT_FOUND for an empty path, ERROR_INVALID_NAME for one with a NUL in it. The message ends
+/// at the system's text and code, so a caller adds the path.
 VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path);
+/// The same; on failure it assigns that error and returns no bytes.
 VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path, Error& error);
 
 /// CreateSemaphoreW: a semaphore that lets `initialCount` waits pass at first and never more than `maximumCount`.
-/// `security` and `name` may be null. A failure of the call goes unnoticed: neither overload reports it, and the owner
-/// holds null, which IsValid() takes for a handle. So test Get() for null; GetLastError() then has the code, 87 for
-/// counts that are negative, in disorder or beyond 32 bits. Nothing that the call does now makes the overload without
-/// Error& throw, or the other one assign.
+/// `security` and `name` may be null. A failure of the call is never thrown, which is required: the owner holds null,
+/// which IsValid() takes for a handle. So test Get() for null; GetLastError() then has the code, 87 for counts that are
+/// negative, in disorder or beyond 32 bits.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
                                                                        long maximumCount, wchar_t const* name);
+/// The same; a failure isn't assigned either.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES* security, long initialCount,
                                                                        long maximumCount, wchar_t const* name,
                                                                        Error& error);
@@ -106,17 +110,21 @@ VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long opt
 /// for what is no process. A null handle is also reported to the log.
 VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access);
 
-/// The session of a process, of the calling one without a `processId`; not that of the token. Only where the platform
-/// refuses to tell (ERROR_ACCESS_DENIED) that of a token is taken instead, with a warning in the log: of `token`,
+/// The session of a process, not that of the token. Only where the platform refuses to tell (ERROR_ACCESS_DENIED) that
+/// of a token is taken instead, with a warning in the log: of `token`,
 /// opened with TOKEN_QUERY, or if that is null of the process's own, which is opened without the impersonation of the
-/// calling thread. ERROR_INVALID_PARAMETER for a process that isn't there.
+/// calling thread.
 ///
-/// On failure the overloads with Error& give 0xFFFFFFFF and assign; they log nothing. Pass a new Error: with one that
-/// has failed before, what a token tells counts for nothing. The others throw Error itself, with a Win32 code.
+/// On failure it gives 0xFFFFFFFF and assigns, ERROR_INVALID_PARAMETER for a process that isn't there; the log
+/// hears of no failure. Pass a new Error: with one that has failed before, what a token tells counts for nothing.
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token, Error& error);
+/// The same; on failure it throws Error itself, not a WindowsError.
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
+/// The session of the calling process; throws like the one above.
 VOK_EXPORT unsigned long GetSessionId(void* token);
+/// The session of the calling process; assigns like the first one.
 VOK_EXPORT unsigned long GetSessionId(void* token, Error& error);
+/// The same without a token.
 VOK_EXPORT unsigned long GetSessionId(Error& error);
 
 } // namespace Brindle::Vok
