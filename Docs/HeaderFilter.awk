@@ -23,8 +23,11 @@ END {
             hide_to("};")
         }
     }
-    for (i = 1; i <= NR; ++i)
+    for (i = 1; i <= NR; ++i) {
+        if (line[i] ~ /^ *\/\/\//)
+            gsub(/%[A-Z]/, "%&", line[i])       # a single one would be taken away
         print line[i]
+    }
 }
 
 function commented(at) {

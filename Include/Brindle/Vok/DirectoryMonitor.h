@@ -30,6 +30,7 @@
 //   waits for it. A directory of which there is always something to tell keeps those behind it in the list waiting;
 // - must not destroy its monitor, which ends the process, nor wait for a thread that does, which lasts for ever;
 // - ends the monitor when it throws something derived from std::exception. Anything else ends the process.
+//
 // An empty one ends the monitor at the first change.
 //
 // A monitor ends early because of its callback, or because one of its directories has gone or got another name: then
@@ -63,15 +64,15 @@ namespace Brindle::Vok
 /// What happened. Values that the platform adds are passed on as they are.
 enum class DirectoryAction : std::uint32_t
 {
-    overflow = 0, ///< changes were lost
-    added = 1,
-    removed = 2,
-    modified = 3,
+    overflow = 0,       ///< changes were lost
+    added = 1,          ///< made, linked or moved in
+    removed = 2,        ///< deleted or moved out
+    modified = 3,       ///< written to or truncated
     renamedOldName = 4, ///< renamedNewName comes next
-    renamedNewName = 5
+    renamedNewName = 5  ///< what has that old name no more
 };
 
-/// The enumerator's name; "unexpected DirectoryAction" for any other value.
+/// The enumerator's name; "unexpected DirectoryAction" for any other value. Any thread may call it.
 VOK_EXPORT std::wstring ToString(DirectoryAction action);
 
 /// One change.
@@ -83,7 +84,7 @@ struct DirectoryChange
     DirectoryAction action;
 };
 
-/// Who hears of changes; what it may do and must not do stands at the top of this page.
+/// Who hears of changes. DirectoryMonitor.h begins with what it may do and must not do.
 using DirectoryChangeCallback = std::function<void(DirectoryChange const& change)>;
 
 /// Watches for as long as it lives.
@@ -108,9 +109,9 @@ public:
 
     /// Watches from its return on. The factory may go then. A directory that comes twice is told of twice; none at all
     /// is nothing to tell of. Throws WindowsError if one can't be watched, and watches none then: 2 or 3 for a missing
-    /// one, 5 without the right to read it, 32 while it is open and not shared, 53 for an unknown server, 87 for what
-    /// is no directory, 123 for a text with a NUL, 4 when the host has no descriptor or no inotify instance left, 1450
-    /// for no watch; std::system_error if no thread can be started.
+    /// one, 3 for an empty path, 5 without the right to read it, 32 while it is open and not shared, 53 for an unknown
+    /// server, 87 for what is no directory, 123 for a text with a NUL, 4 when the host has no descriptor or no inotify
+    /// instance left, 1450 for no watch; std::system_error if no thread can be started.
     virtual std::unique_ptr<DirectoryMonitor> MakeDirectoryMonitor(std::vector<Path> const& directories,
                                                                    DirectoryChangeCallback callback) = 0;
     /// The same for one directory.

@@ -54,7 +54,7 @@ VOK_EXPORT std::wstring HresultToString(long code);
 /// The same in UTF-8.
 VOK_EXPORT std::string HresultToStringA(long code);
 
-/// The category of HRESULTs, and what the members of the error classes below are made of.
+/// Inner names that callers meet.
 namespace Detail
 {
 

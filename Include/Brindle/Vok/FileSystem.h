@@ -90,7 +90,7 @@ class FileSystem;
 enum class TextEncoding : std::int32_t
 {
     Utf16 = 0, ///< UTF-16, little-endian, 2 bytes a code unit
-    Utf8 = 1
+    Utf8 = 1   ///< as narrow text is
 };
 
 /// Whether a text file begins with the mark of its encoding, FF FE or EF BB BF. Any other value means Omit.
@@ -317,7 +317,8 @@ public:
     TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path);
     /// The other one owns nothing then, and may only be assigned to or destroyed.
     TempDirectory(TempDirectory&& other) noexcept;
-    /// Deletes the directory that it had. The other one owns nothing then, as above.
+    /// Deletes the directory that it had. The other one owns nothing then, and may only be assigned
+    /// to or destroyed.
     TempDirectory& operator=(TempDirectory&& other) noexcept;
     ~TempDirectory();
 
@@ -359,7 +360,7 @@ public:
     /// Deletes the directory and everything under it, read-only files too. False if it was not there, which a statement
     /// at info tells; true otherwise, a failure included, which is assigned to `error`: 32 for a file that is open, 5
     /// for a root, a read-only directory or a missing right, 87 for an empty path, 123, 267 for what is no directory or
-    /// a link. What was deleted before a failure is gone. The top of this page tells the rest.
+    /// a link. What was deleted before a failure is gone. FileSystem.h begins with the rest.
     virtual bool DeleteDirectory(Path path, Error& error) = 0;
     /// The same; a failure is thrown, as a WindowsError.
     virtual bool DeleteDirectory(Path path) = 0;

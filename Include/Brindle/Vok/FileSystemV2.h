@@ -61,7 +61,6 @@
 #include <string>
 #include <vector>
 
-/// The second generation of the file-system service.
 namespace Brindle::Vok::V2
 {
 
@@ -80,7 +79,7 @@ public:
     {
         return mask != INVALID_FILE_ATTRIBUTES && (mask & attributes) == attributes;
     }
-    /// Whether it exists and may not be written.
+    /// Whether it exists and is read-only.
     constexpr bool IsReadOnly() const noexcept { return Has(FILE_ATTRIBUTE_READONLY); }
     /// Whether it exists and is a directory.
     constexpr bool IsDirectory() const noexcept { return Has(FILE_ATTRIBUTE_DIRECTORY); }

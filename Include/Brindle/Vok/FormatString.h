@@ -202,8 +202,8 @@ std::string FormatString(char const* format, Arguments const&... arguments)
     return Detail::FormatAdapted(format, Detail::Adapt<char>(arguments)...);
 }
 
-/// The same for a wide format. Narrow text is widened byte by byte there, so that only ASCII comes out as it was; but a
-/// ATL::CStringA is taken for UTF-8.
+/// The same for a wide format. Narrow text is widened byte by byte there, so that only ASCII comes out as it was; but
+/// an ATL::CStringA is taken for UTF-8.
 template <class... Arguments>
 std::wstring FormatStringW(wchar_t const* format, Arguments const&... arguments)
 {

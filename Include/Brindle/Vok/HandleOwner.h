@@ -75,7 +75,7 @@ private:
     Raw raw = Traits::InvalidValue;
 };
 
-/// The traits of the library's own owners. Each has what HandleOwner asks for.
+/// Its traits are those of the library's own owners; each has what HandleOwner asks for.
 namespace Detail
 {
 

@@ -15,7 +15,8 @@
 namespace Brindle::Vok
 {
 
-/// Puts back what it captured; see above.
+/// Captures the impersonation of the thread that makes it, and puts that back in the end. It lives on that thread's
+/// stack.
 class VOK_EXPORT ImpersonationSaver
 {
 public:

@@ -33,11 +33,11 @@ namespace Brindle::Vok
 /// How much a statement matters; a lower value is more severe. Other values are allowed and compare as numbers.
 enum class VokLogSeverity : std::int32_t
 {
-    critical = 0,
-    error = 1,   ///< failures, throw notices, failed assertions
-    warning = 2, ///< a failure that was worked around
-    info = 3,    ///< a normal but notable outcome
-    trace = 4    ///< entry and exit of a scope
+    critical = 0, ///< for callers: the library has no such statement
+    error = 1,    ///< failures, throw notices, failed assertions
+    warning = 2,  ///< a failure that was worked around
+    info = 3,     ///< a normal but notable outcome
+    trace = 4     ///< entry and exit of a scope
 };
 
 /// "critical", "error", "warning", "info" or "trace"; "unknown LogSeverity" for any other value. Any thread may call
@@ -53,7 +53,7 @@ struct LogStatement
     VokLogSeverity severity; ///< as the statement has it, also a value that no enumerator names
     char const* file;        ///< source file as its compiler names it; may be null
     char const* function;    ///< scoped function name; may be null
-    int line;                ///< of the source file, from 1 on
+    int line;                ///< in that file
     std::string message;     ///< UTF-8
 };
 

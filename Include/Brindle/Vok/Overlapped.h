@@ -25,7 +25,8 @@ namespace Brindle::Vok
 class Overlapped
 {
 public:
-    /// Throws what Event's constructor does; `ownFile` is closed then.
+    /// Takes over the handle, opened with FILE_FLAG_OVERLAPPED for operations that don't wait. Throws what Event's
+    /// constructor does; the handle is closed then.
     explicit Overlapped(HandleOwner<Detail::InvalidHandleTraits> ownFile) : event(L"", false), file(std::move(ownFile))
     {
         overlapped.hEvent = event.Handle();
@@ -40,8 +41,8 @@ public:
         Cancel(file.Get(), &overlapped);
     }
 
-    /// Cancels an operation and waits for its end; it may be over already, or never have begun. Failures are only
-    /// logged, and then nobody knows whether it has ended.
+    /// Cancels an operation and waits for its end; it may be over already, or never have begun. A null handle is a
+    /// statement at info and no more. Failures are only logged, at error, and then nobody knows whether it has ended.
     static void Cancel(HANDLE ofFile, LPOVERLAPPED operation)
     {
         VOK_LOG_SCOPE();

@@ -1,5 +1,11 @@
 // The one door between the library and its platform: HANDLE, DWORD, GUID, FILETIME and the platform's functions, and
 // VOK_EXPORT, which marks what leaves the shared library. Include this header, never the platform's own ones.
+//
+//     DWORD const attributes = GetFileAttributesW(L"C:\\tmp");
+//     bool const isDirectory = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+//
+// Not guaranteed: that a name of the platform is here. Of a host other than the platform itself the headers of
+// Brindle/Platform have those that there are, each with what it does.
 #pragma once
 
 #include <Brindle/Vok/Detail/RequireCpp20.h>

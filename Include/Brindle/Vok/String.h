@@ -16,7 +16,6 @@
 
 #include <string>
 
-/// Code pages.
 namespace Brindle::Vok::String
 {
 

@@ -15,12 +15,14 @@
 //
 // The function
 // - runs on a thread of the pool, with no lock held and for as long as it likes. It may use other timers, which don't
-//   wait for it: where the pool's threads are busy with what takes long, more are started within milliseconds, up to
-//   500. On Linux all signals are blocked there but those of the thread's own faults, and what it starts inherits that;
+//   wait for it: where the pool's threads are busy with what takes long, more are started within milliseconds, until
+//   there are 500. On Linux all signals are blocked there but those of the thread's own faults, and what it starts
+//   inherits that;
 // - must not call Start or Cancel of its own timer, nor destroy it: each waits for the function to return, for ever.
 //   They wait when others call them too, who had better not hold a lock that the function takes;
 // - must not throw nor end its thread: that ends the process;
 // - is not called any more once the timer's destructor has returned, which waits for it.
+//
 // An empty function is no error, and nothing happens then.
 //
 // A time that is over and an invalid one are now, and so is a local one before 1970 or behind the year 3000 of UTC.
@@ -50,8 +52,8 @@ namespace Brindle::Vok
 /// How a wait that may end without a signal did.
 enum class EventWaitResult : std::uint32_t
 {
-    timedOut = 0,
-    signalled = 1 ///< the event was set, also when the time was over just then
+    timedOut = 0, ///< the event wasn't set within the time
+    signalled = 1 ///< the event was set, at once or in time
 };
 
 /// Owns an event of the platform, which isn't set at first.
@@ -59,8 +61,9 @@ class Event
 {
 public:
     /// An empty name makes an event without a name. Two events of one name in a process are the same one, and the
-    /// second construction's `manualReset` has no effect. An event that doesn't reset by hand lets one wait through for
-    /// each Set. Throws WindowsError: 6 where the name is that of something else, such as a semaphore.
+    /// second construction's `manualReset` has no effect. One that doesn't reset by hand is reset by
+    /// the wait that it lets through. Throws WindowsError: 6 where the name is that of something else, such as a
+    /// semaphore.
     Event(std::wstring name, bool manualReset)
         : handle(CreateEventW(nullptr, manualReset, FALSE, name.empty() ? nullptr : name.c_str()))
     {
@@ -72,15 +75,15 @@ public:
     Event& operator=(Event const&) = delete;
 
     /// Lets waits through: all until the platform's ResetEvent, or the next one. Setting it again changes nothing.
-    /// Throws WindowsError if Handle() was closed by somebody.
+    /// Throws WindowsError if Handle() was closed by somebody (6).
     void Set()
     {
         if (!SetEvent(handle.Get()))
             VOK_THROW_LAST_ERROR("SetEvent");
     }
 
-    /// Waits for at most so many milliseconds, of which the platform counts up to INFINITE - 1; INFINITE for as long as
-    /// it takes. Throws WindowsError.
+    /// Waits for at most so many milliseconds, not at all for 0, of which the platform counts up to INFINITE - 1;
+    /// INFINITE for as long as it takes. Throws WindowsError if Handle() was closed by somebody (6).
     EventWaitResult WaitOrTimeout(unsigned long milliseconds)
     {
         bool const isCounted = milliseconds <= INFINITE;

@@ -15,7 +15,7 @@
 namespace Brindle::Vok
 {
 
-/// Stops a thread's impersonation for as long as it lives; see above.
+/// Stops the impersonation of the thread that makes it for as long as it lives, on that thread's stack.
 class VOK_EXPORT UnImpersonator
 {
 public:

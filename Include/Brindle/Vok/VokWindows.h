@@ -32,7 +32,7 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(wchar_t const*
                                                                   void* templateFile, Error& error);
 
 /// CreateFileW for a text whose length is known. One with a NUL in it names no file: it fails with ERROR_INVALID_NAME
-/// and nothing is opened, where the overloads above would open what stands in front of the NUL.
+/// and nothing is opened, where the overloads for pointers would open what stands in front of the NUL.
 VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateFile(std::wstring const& path, unsigned long access,
                                                                   unsigned long share, SECURITY_ATTRIBUTES* security,
                                                                   unsigned long disposition, unsigned long flags,
@@ -120,9 +120,9 @@ VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* proce
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token, Error& error);
 /// The same; on failure it throws Error itself, not a WindowsError.
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
-/// The session of the calling process; throws like the one above.
+/// The session of the calling process; throws in the same way.
 VOK_EXPORT unsigned long GetSessionId(void* token);
-/// The session of the calling process; assigns like the first one.
+/// The session of the calling process; assigns in the same way.
 VOK_EXPORT unsigned long GetSessionId(void* token, Error& error);
 /// The same without a token.
 VOK_EXPORT unsigned long GetSessionId(Error& error);
