@@ -27,9 +27,8 @@ class VOK_EXPORT Time
 public:
     /// Takes `HH:mm`, `HH:mm:ss` and `HH:mm:ss.fff`. Fewer than three digits of a fraction read as one: `.5` is 500
     /// milliseconds. More than three are refused, also when they are zeros. What follows the digits is ignored, so a
-    /// bare `.` and suffixes like `.5Z` are accepted; `12:34:56Z` is not. White space (U+0009 to U+000D
-    /// and blanks) and a sign in front of the digits are accepted and count as digits: `.-5` is -50 milliseconds, `. 5`
-    /// is 50.
+    /// bare `.` and suffixes like `.5Z` are accepted; `12:34:56Z` is not. White space (U+0009 to U+000D and blanks) and
+    /// a sign in front of the digits are accepted and count as digits: `.-5` is -50 milliseconds, `. 5` is 50.
     Time(std::wstring const& text);
 
     std::int32_t hours = 0;        ///< 0 to 23

@@ -227,8 +227,9 @@ public:
     /// The end.
     FileSystemIterator();
     /// Stands at the first entry of the selected kind, or at the end. Throws WindowsError for a directory that can't be
-    /// searched (3 for a missing one, 267 for a file, 5, 53, 123, 4 without descriptors), and what asking an entry for
-    /// its kind throws. An empty path is the root of the current drive; its entries' paths are names alone.
+    /// searched (3 for a missing one, 267 for a file, 206 for a path that is too long, 5, 53, 123, 4 without
+    /// descriptors), and what asking an entry for its kind throws. An empty path is the root of the current drive; its
+    /// entries' paths are names alone.
     FileSystemIterator(std::shared_ptr<FileSystem> service, Path path, FileSystemIterateType selected);
     /// The source is at the end then.
     FileSystemIterator(FileSystemIterator&& other) noexcept;
@@ -291,8 +292,8 @@ public:
     FileSystemIterator end();
     /// Makes it and its missing parents by the service, and refreshes. Throws as FileSystem::VokCreateDirectory does.
     void Create();
-    /// Makes it in this directory by the service; the name may have several parts, and
-    /// an empty one is this directory. This object isn't refreshed. Throws as FileSystem::VokCreateDirectory does.
+    /// Makes it in this directory by the service; the name may have several parts, and an empty one is this directory.
+    /// This object isn't refreshed. Throws as FileSystem::VokCreateDirectory does.
     DirectoryInfo CreateSubdirectory(std::wstring const& name);
     /// Forgets the answer and deletes it with everything in it by the service. False if it wasn't there. Throws as
     /// FileSystem::DeleteDirectory does.
@@ -317,8 +318,7 @@ public:
     TempDirectory(std::shared_ptr<FileSystem> fileSystem, Brindle::Vok::Path path);
     /// The other one owns nothing then, and may only be assigned to or destroyed.
     TempDirectory(TempDirectory&& other) noexcept;
-    /// Deletes the directory that it had. The other one owns nothing then, and may only be assigned
-    /// to or destroyed.
+    /// Deletes the directory that it had. The other one owns nothing then, and may only be assigned to or destroyed.
     TempDirectory& operator=(TempDirectory&& other) noexcept;
     ~TempDirectory();
 

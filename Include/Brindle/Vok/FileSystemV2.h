@@ -206,10 +206,9 @@ public:
 
     /// Makes it and its missing parents, and forgets its answers after a success. A path at which something is already,
     /// be it a file, is a success and stays as it is. Throws WindowsError: 5, 3 for a drive that isn't there and for an
-    /// empty path, 123; and
-    /// 183 when it had to make the parents and the directory is there after that, because somebody else made it or
-    /// because the text ends in a separator. Behind a share, missing parents are made on the current drive, and then it
-    /// fails with 3.
+    /// empty path, 123; and 183 when it had to make the parents and the directory is there after that, because somebody
+    /// else made it or because the text ends in a separator. Behind a share, missing parents are made on the current
+    /// drive, and then it fails with 3.
     virtual void Create() = 0;
     /// Makes a directory in this one in the same way. The name may have several parts; it is joined to the path as it
     /// stands, so `..` leads out, and an empty one is this directory.

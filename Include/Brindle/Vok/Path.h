@@ -197,8 +197,7 @@ public:
     /// Makes the directory and all its missing parents. Gives 0 or a Win32 error code:
     ///
     /// - 0 when the path exists, also as a file, and for `\\?\C:` when the platform takes no question about it
-    /// - ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists: nothing is made
-    /// then
+    /// - ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists; it makes nothing
     /// - ERROR_BAD_PATHNAME for a root that can't be seen, whatever the reason
     /// - otherwise the platform's code for what couldn't be asked or made
     ///

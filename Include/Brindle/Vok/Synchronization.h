@@ -61,9 +61,8 @@ class Event
 {
 public:
     /// An empty name makes an event without a name. Two events of one name in a process are the same one, and the
-    /// second construction's `manualReset` has no effect. One that doesn't reset by hand is reset by
-    /// the wait that it lets through. Throws WindowsError: 6 where the name is that of something else, such as a
-    /// semaphore.
+    /// second construction's `manualReset` has no effect. One that doesn't reset by hand is reset by the wait that it
+    /// lets through. Throws WindowsError: 6 where the name is that of something else, such as a semaphore.
     Event(std::wstring name, bool manualReset)
         : handle(CreateEventW(nullptr, manualReset, FALSE, name.empty() ? nullptr : name.c_str()))
     {

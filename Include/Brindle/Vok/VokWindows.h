@@ -100,7 +100,8 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_
 /// RegOpenKeyExW. Gives its status, 0 for success, and throws none; a failure is logged at error. `result` holds the
 /// opened key, or null after a failure: a key that it held before is closed in either case. A null or empty `subkey`
 /// means the key itself, `\` stands between names, `options` is 0 or REG_OPTION_OPEN_LINK, and `access` has KEY_
-/// rights. A missing key is ERROR_FILE_NOT_FOUND, rights that can't be had are ERROR_ACCESS_DENIED.
+/// rights. A missing key is ERROR_FILE_NOT_FOUND, rights that can't be had are ERROR_ACCESS_DENIED, what is no `key` is
+/// ERROR_INVALID_HANDLE.
 VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
                               HandleOwner<Detail::RegistryHkeyHandleTraits>& result);
 
@@ -111,12 +112,11 @@ VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long opt
 VOK_EXPORT HandleOwner<Detail::NullHandleTraits> VokOpenProcessToken(void* processHandle, unsigned long access);
 
 /// The session of a process, not that of the token. Only where the platform refuses to tell (ERROR_ACCESS_DENIED) that
-/// of a token is taken instead, with a warning in the log: of `token`,
-/// opened with TOKEN_QUERY, or if that is null of the process's own, which is opened without the impersonation of the
-/// calling thread.
+/// of a token is taken instead, with a warning in the log: of `token`, opened with TOKEN_QUERY, or if that is null of
+/// the process's own, which is opened without the impersonation of the calling thread.
 ///
-/// On failure it gives 0xFFFFFFFF and assigns, ERROR_INVALID_PARAMETER for a process that isn't there; the log
-/// hears of no failure. Pass a new Error: with one that has failed before, what a token tells counts for nothing.
+/// On failure it gives 0xFFFFFFFF and assigns, ERROR_INVALID_PARAMETER for a process that isn't there; the log hears of
+/// no failure. Pass a new Error: with one that has failed before, what a token tells counts for nothing.
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token, Error& error);
 /// The same; on failure it throws Error itself, not a WindowsError.
 VOK_EXPORT unsigned long GetSessionId(unsigned long processId, void* token);
