@@ -1,5 +1,5 @@
 # What Doxygen reads in place of a header:
-# - the comment at its top is the description of the file, and what is indented there is code
+# - the comment at its top is the description of the file, and what is indented there is code; text comes last
 # - without a comment, a namespace Detail, a member of its classes and a defaulted member have nothing to tell and stay
 #   out; so do the specialisations behind the library's namespace
 # Lines keep their numbers.
@@ -11,7 +11,7 @@ END {
     for (i = 1; i <= NR; ++i) {
         if (line[i] == "namespace Detail" && !commented(i))
             hide_to("} // namespace Detail")
-        else if (line[i] ~ /^}? ?.*namespace Detail$/)
+        else if (line[i] ~ /^(} \/\/ )?namespace Detail$/)
             isDetail = line[i] == "namespace Detail"
         else if ((line[i] ~ /= default;$/ || isDetail && line[i] ~ /^    [a-z].*[;}]$/) && !commented(i))
             line[i] = ""
@@ -35,7 +35,7 @@ function commented(at) {
 }
 
 function hide_to(last) {
-    for (; line[i] != last; ++i)
+    for (; i <= NR && line[i] != last; ++i)
         line[i] = ""
     line[i] = ""
 }
@@ -53,5 +53,5 @@ function describe_file(    at, isCode) {
         else
             line[at] = "/" (isCode ? substr(line[at], 1, 2) substr(line[at], 7) : line[at])
     }
-    line[at] = isCode ? "/// ``` @file" : "/// @file"      # in the place of #pragma once
+    line[at] = "/// @file"       # in the place of #pragma once
 }
