@@ -22,8 +22,12 @@
 //
 // Win32 codes stand in std::system_category(), HRESULTs in Detail::ComErrorCategory. The texts that the standard
 // library has for the codes of std::system_category() are the host's own and mean nothing here; Message() and what()
-// never show them. A code is its low 32 bits. What is not guaranteed: that the text of a code is the same on every
-// host.
+// show them only as part of what a std::system_error from elsewhere said. A code is its low 32 bits. What is not
+// guaranteed: that the text of a code is the same on every host.
+//
+// VOK_THROW and its like take a format, which may be an empty text: VOK_THROW_LAST_ERROR(L"") says no more than the
+// code, VOK_THROW_LAST_ERROR() doesn't compile. It is a literal or a pointer to char or wchar_t; what a wide format
+// does to narrow text stands at VOK_LOG in Log.h.
 //
 // Error objects are plain values: one object isn't synchronised, different objects are independent.
 #pragma once
@@ -270,12 +274,8 @@ template <class Char, class... Arguments>
 } // namespace Detail
 } // namespace Brindle::Vok
 
-// Each macro takes a format, which may be an empty text: VOK_THROW_LAST_ERROR(L"") says no more than the code,
-// VOK_THROW_LAST_ERROR() doesn't compile. It is a literal or a pointer to char or wchar_t; what a wide format does to
-// narrow text stands at VOK_LOG in Log.h.
-
 /// VOK_THROW(type, code, format, arguments...): throws a WindowsError or a ComError with this location, and logs
-/// "Throwing " and its message at error. None of these macros may go without a format.
+/// "Throwing " and its message at error.
 #define VOK_THROW(type, code, ...)                                                                                     \
     throw ::Brindle::Vok::Detail::MakeErrorToThrow<type>(VOK_DETAIL_LOCATION, code, __VA_ARGS__)
 

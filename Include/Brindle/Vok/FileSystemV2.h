@@ -94,6 +94,10 @@ private:
 };
 
 /// A path on disk. Objects are made by an IFileSystem; the constructors are for implementations, and do nothing.
+///
+/// The questions (Exists, IsDirectory, IsFile, Attributes, and Size of a file) throw WindowsError when the platform
+/// can't tell or the path can't be opened: 5, 32, 123 for a text that no path can be, 206 for one that is too long, 53
+/// for an unknown server, 4 without descriptors. The next question then asks again.
 class VOK_EXPORT IPathInfo
 {
 public:
@@ -112,10 +116,6 @@ public:
     virtual void Refresh(Error& error) = 0;
     /// Forgets the answers. The disk isn't asked.
     virtual void Refresh() = 0;
-
-    // The questions. They throw WindowsError when the platform can't tell or the path can't be opened: 5, 32, 123 for a
-    // text that no path can be, 206 for one that is too long, 53 for an unknown server, 4 without descriptors. The next
-    // question then asks again.
 
     /// Whether anything is there, a file, a directory or something else.
     virtual bool Exists() = 0;
@@ -194,6 +194,15 @@ public:
 };
 
 /// A directory. Deletion and creation don't change its answers, but for Create and DeleteContent, which forget them.
+///
+/// PathInfos, Directories and Files list the entries that fit a pattern of the platform, in the platform's order, no
+/// deeper: `*` for all, `*.txt`, a plain name. `*` and `?` stand for any characters and for any one, and A to Z fit a
+/// to z. No match is an empty list. They throw WindowsError: 3 for a missing directory, 267 for what is none, 5, 53,
+/// 123, 4 without descriptors. "." and ".." are left out. An entry that comes or goes meanwhile is met or not.
+///
+/// Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
+/// (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with its
+/// own name. Of an empty path it is the working directory that is searched.
 class VOK_EXPORT_TYPE IDirectory : public IPathInfo
 {
 public:
@@ -216,15 +225,6 @@ public:
     /// Deletes everything in it, keeps it, and forgets its answers in any case. One that is missing is no error. Throws
     /// WindowsError, with the codes of Delete.
     virtual void DeleteContent() = 0;
-
-    // The entries that fit a pattern of the platform, in the platform's order, no deeper: `*` for all, `*.txt`, a plain
-    // name. `*` and `?` stand for any characters and for any one, and A to Z fit a to z. No match is an empty list.
-    // Throws WindowsError: 3 for a missing directory, 267 for what is none, 5, 53, 123, 4 without descriptors. "." and
-    // ".." are left out. An entry that comes or goes meanwhile is met or not.
-    //
-    // Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
-    // (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with
-    // its own name. Of an empty path it is the working directory that is searched.
 
     /// An IDirectory for each directory, and an IFile for everything else, links too. All have their answers.
     virtual std::vector<std::shared_ptr<IPathInfo>> PathInfos(std::wstring filter) = 0;

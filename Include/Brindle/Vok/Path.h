@@ -76,7 +76,10 @@ VOK_EXPORT std::size_t HashOf(Path const& path);
 
 } // namespace Detail
 
-/// The text of a path and what can be told from it.
+/// The text of a path and what can be told from it. A piece that isn't there is empty.
+///
+/// The protected members are the seam to the disk, for a derived class that stands in for it. Each acts on the stored
+/// text as it stands, and of each code or mask the low 32 bits count.
 class VOK_EXPORT Path
 {
 public:
@@ -129,8 +132,6 @@ public:
     /// Whether the text is neither UNC nor rooted. A drive with no separator behind it is relative, and so is `\`
     /// alone, unlike every longer text that begins with it.
     bool IsRelative() const noexcept;
-
-    // The pieces. What isn't there is empty.
 
     /// `C:` of `C:\a`, also of `\\?\C:\a`. UNC paths have none.
     std::wstring DriveWithColon() const;
@@ -218,9 +219,6 @@ public:
     bool DirectoryExists() const;
 
 protected:
-    // The seam to the disk, for a derived class that stands in for it. Each acts on the stored text as it stands, and
-    // of each code or mask the low 32 bits count.
-
     /// Makes the directory; not 0 is success, otherwise LastError() tells why.
     virtual int CreateDir() const;
     /// `parent` is a plain Path: a class that wants a say in the parents overrides this too.
