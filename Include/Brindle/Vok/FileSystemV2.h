@@ -197,8 +197,9 @@ public:
 ///
 /// PathInfos, Directories and Files list the entries that fit a pattern of the platform, in the platform's order, no
 /// deeper: `*` for all, `*.txt`, a plain name. `*` and `?` stand for any characters and for any one, and A to Z fit a
-/// to z. No match is an empty list. They throw WindowsError: 3 for a missing directory, 267 for what is none, 5, 53,
-/// 123, 4 without descriptors. "." and ".." are left out. An entry that comes or goes meanwhile is met or not.
+/// to z. No match is an empty list. They throw WindowsError: 3 for a missing directory, 267 for what is none, 206 for a
+/// path that is too long, 5, 53, 123, 4 without descriptors. "." and ".." are left out. An entry that comes or goes
+/// meanwhile is met or not.
 ///
 /// Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
 /// (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with its

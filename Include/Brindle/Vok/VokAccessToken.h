@@ -6,8 +6,9 @@
 //     …
 //     token.ImpersonateLoggedOnUser();                 // any thread, later
 //
-// Nothing is thrown for a failure of the platform: it is logged and gives false. To put an impersonation back at the
-// end of a scope, use ImpersonationSaver. An object isn't synchronised and belongs to one thread at a time.
+// Nothing is thrown for a failure of the platform: it gives false, and GetCurrentTokenForImpersonation logs it. To put
+// an impersonation back at the end of a scope, use ImpersonationSaver. What the class inherits tells
+// Brindle/Platform/Atl.h. An object isn't synchronised and belongs to one thread at a time.
 #pragma once
 
 #include <Brindle/Vok/Log.h>
