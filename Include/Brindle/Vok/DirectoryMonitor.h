@@ -69,7 +69,7 @@ enum class DirectoryAction : std::uint32_t
     removed = 2,        ///< deleted or moved out
     modified = 3,       ///< written to or truncated
     renamedOldName = 4, ///< renamedNewName comes next
-    renamedNewName = 5  ///< what has that old name no more
+    renamedNewName = 5  ///< the file of the change before, by its name of now
 };
 
 /// The enumerator's name; "unexpected DirectoryAction" for any other value. Any thread may call it.

@@ -7,7 +7,7 @@
 //     token.ImpersonateLoggedOnUser();                 // any thread, later
 //
 // Nothing is thrown for a failure of the platform: it gives false, and GetCurrentTokenForImpersonation logs it. To put
-// an impersonation back at the end of a scope, use ImpersonationSaver. What the class inherits tells
+// an impersonation back at the end of a scope, use ImpersonationSaver. What it inherits is told in
 // Brindle/Platform/Atl.h. An object isn't synchronised and belongs to one thread at a time.
 #pragma once
 
