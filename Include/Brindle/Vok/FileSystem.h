@@ -128,8 +128,9 @@ public:
 
     /// The bytes of the file, unchanged: marks, line endings and zero bytes stay. A file that was written as UTF-16 has
     /// two bytes a code unit, the lower one first, from the third byte on if there is a mark. Throws Error if the file
-    /// can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails: 1 for a device, which has no size,
-    /// and 1627 for a file of 4 GiB or more.
+    /// can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails: 1 for a device, which has no size, and 1627
+    /// for a file of 4 GiB or more. What has no size until it is read, such as the files of Linux's /proc, comes out
+    /// empty.
     virtual std::string ReadAllTextA() = 0;
 };
 

@@ -186,6 +186,7 @@ public:
     virtual void WriteAllBytes(std::vector<unsigned char> const& bytes) = 0;
     /// The bytes of the file. Throws Error if it can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails: 1
     /// for a device, which has no size, and 1627 for a file of 4 GiB or more and for one that became shorter meanwhile.
+    /// What has no size until it is read, such as the files of Linux's /proc, comes out empty.
     virtual std::vector<unsigned char> ReadAllBytes() = 0;
 
     /// In bytes, as the questions of IPathInfo are answered: from the listing, or from when the disk was first asked. 0
