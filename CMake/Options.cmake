@@ -5,6 +5,7 @@ target_compile_features(Vok2Options INTERFACE cxx_std_20)
 target_compile_options(Vok2Options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+    -fmacro-prefix-map=../../= # ccache makes paths relative to Build/PRESET
     # A macro may be used with no variable argument at all.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 if(VOK2_SANITIZE)

@@ -39,10 +39,10 @@ tell_failure() {
     } >&2
 }
 
-# Compilers run through ccache where it is installed.
+# Compilers run through ccache where it is installed, and what another clone has compiled is not compiled again.
 use_ccache() {
     if command -v ccache >/dev/null; then
-        export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+        export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
     fi
 }
 
