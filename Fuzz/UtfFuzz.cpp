@@ -1,6 +1,6 @@
 // Holds each converter against the character functions, in both directions, with buffers of exactly the size that is
 // needed, and of one less.
-#include "Require.h"
+#include "Input.h"
 
 #include "Utf.h"
 #include "UtfConverters.h"
@@ -58,25 +58,6 @@ void Check(std::basic_string<Unit> const& text, std::basic_string<OutputUnit> co
         return;
     auto const small = std::make_unique<OutputUnit[]>(expected.size() - 1);
     Require(convert(input.get(), text.size(), small.get(), expected.size() - 1) == nullptr);
-}
-
-/// Units out of bytes: an even byte is a unit itself; an odd one is followed by the two bytes of a unit, which one of
-/// the highest sixteen makes too large.
-std::wstring MakeWide(std::string const& bytes)
-{
-    std::wstring wide;
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-    {
-        auto const byteAt = [&](std::size_t k) -> std::uint32_t { return static_cast<unsigned char>(bytes[k]); };
-        auto unit = byteAt(i) / 2;
-        if (byteAt(i) % 2 != 0 && i + 2 < bytes.size())
-        {
-            unit = (byteAt(i + 1) | byteAt(i + 2) << 8) << (byteAt(i) < 0xF0 ? 0 : 16);
-            i += 2;
-        }
-        wide += static_cast<wchar_t>(unit);
-    }
-    return wide;
 }
 
 } // namespace

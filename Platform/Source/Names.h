@@ -32,7 +32,8 @@ public:
     HostPath& operator=(HostPath const&) = delete;
 
     /// Takes Windows-syntax text. False with the last error set: ERROR_PATH_NOT_FOUND for a null or empty text or a
-    /// drive that isn't mapped, ERROR_BAD_NETPATH for an unknown server, ERROR_BAD_NET_NAME for an unknown share,
+    /// drive that isn't mapped, ERROR_FILE_NOT_FOUND for another device, ERROR_INVALID_PARAMETER for a drive's own,
+    /// ERROR_BAD_PATHNAME for no server, ERROR_BAD_NETPATH for an unknown one, ERROR_BAD_NET_NAME for an unknown share,
     /// ERROR_INVALID_NAME for a character or component that no name can have, ERROR_NOT_ENOUGH_MEMORY.
     bool Assign(wchar_t const* text) noexcept;
     bool Assign(std::wstring_view text) noexcept;

@@ -20,8 +20,10 @@ step_tsan() {
     sanitized tsan thread
 }
 
+# Each run begins with the seeds alone. A failing input's file is told with what the target said.
 step_fuzz() {
     if build fuzz; then
+        rm -rf Build/fuzz/Fuzz/Found
         run_tests fuzz "$PWD/Build/fuzz/Fuzz"
     fi
 }
