@@ -17,7 +17,8 @@ namespace
 
 bool Unlink(HostPath const& path, Place const& place) noexcept
 {
-    return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0) == 0 || FailOnPath(path, errno);
+    return Uninterrupted([&] { return SystemCalls::UnlinkAt(place.Directory(), place.Name(), 0); }) == 0 ||
+           FailOnPath(path, errno);
 }
 
 enum class Outcome

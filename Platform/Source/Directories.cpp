@@ -26,7 +26,7 @@ bool Remove(HostPath const& path) noexcept
         return FailWithHost(errno);
     if (IsReadOnly(status.st_mode))
         return FailWith(ERROR_ACCESS_DENIED);
-    if (SystemCalls::UnlinkAt(place.Directory(), place.Name(), AT_REMOVEDIR) == 0)
+    if (Uninterrupted([&] { return SystemCalls::UnlinkAt(place.Directory(), place.Name(), AT_REMOVEDIR); }) == 0)
         return true;
     if (errno == EINVAL) // the working directory by the name "."
         return FailWith(ERROR_SHARING_VIOLATION);
@@ -35,7 +35,7 @@ bool Remove(HostPath const& path) noexcept
 
 bool Make(HostPath const& path) noexcept
 {
-    if (SystemCalls::MakeDirectory(path.Text(), 0777) == 0)
+    if (Uninterrupted([&] { return SystemCalls::MakeDirectory(path.Text(), 0777); }) == 0)
         return true;
     return errno == ENOENT ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
 }

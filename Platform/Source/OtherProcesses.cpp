@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <pthread.h>
+#include <utility>
 
 namespace Brindle::Vok::Platform::OtherProcesses
 {
@@ -47,12 +48,14 @@ unsigned relying = 0;
 off_t reliance = 0;
 std::chrono::nanoseconds nextLook{0};
 
-// Otherwise the host has closed it, and the number may be another file's.
+// Otherwise the host has closed it, and the number may be another file's. One that the host tells nothing about now
+// isn't given up.
 bool IsStillOpen(int descriptor) noexcept
 {
     struct stat status;
-    return descriptor >= 0 && SystemCalls::Status(descriptor, &status) == 0 && status.st_dev == commonDevice &&
-           status.st_ino == commonNumber;
+    if (descriptor < 0 || SystemCalls::Status(descriptor, &status) != 0)
+        return descriptor >= 0 && errno != EBADF;
+    return status.st_dev == commonDevice && status.st_ino == commonNumber;
 }
 
 void CloseIfOpen(int& descriptor) noexcept
@@ -134,11 +137,14 @@ DWORD TakePresence() noexcept
     if (presenceDescriptor < 0)
         return errno == ENOENT || errno == ENOTDIR || errno == EACCES ? ERROR_SUCCESS : CodeFromHost(errno);
     struct stat status;
-    if (SystemCalls::Status(presenceDescriptor, &status) == 0)
+    if (SystemCalls::Status(presenceDescriptor, &status) != 0)
     {
-        commonDevice = status.st_dev;
-        commonNumber = status.st_ino;
+        DWORD const code = CodeFromHost(errno);
+        SystemCalls::Close(std::exchange(presenceDescriptor, -1));
+        return code;
     }
+    commonDevice = status.st_dev;
+    commonNumber = status.st_ino;
     if (!ChangeRange(presenceDescriptor, F_RDLCK, presence, 1))
         CloseIfOpen(presenceDescriptor);
     return ERROR_SUCCESS;

@@ -81,7 +81,14 @@ public:
         std::vector<std::string> alike;
         if (code != ERROR_FILE_NOT_FOUND || !FindAlike(Get(), name, alike))
             return false;
-        return std::ranges::any_of(alike, [this](std::string const& each) { return Open(each); }) || FailWith(code);
+        for (std::string const& each : alike)
+        {
+            if (Open(each))
+                return true;
+            if (GetLastError() != code) // it may be there
+                return false;
+        }
+        return FailWith(code);
     }
 
 private:
