@@ -221,30 +221,6 @@ TEST_F(DirectoryDeletion, IsCompletedAfterAProcessThatDiedInTheMiddle)
     }
 }
 
-TEST_F(DirectoryDeletion, WithoutDescriptorsStopsAndLosesNothing)
-{
-    std::size_t const descriptors = OpenDescriptors();
-    std::string message;
-    for (int openings = 0; message != noError; ++openings)
-    {
-        ASSERT_LT(openings, 100);
-        drive.Write("d/1/2/file");
-        {
-            SystemCalls::Redirection const exhausting(SystemCalls::Open,
-                                                      FailingAt(SystemCalls::Open, openings, EMFILE, always));
-            message = DeletionMessage(drive.Path(L"d"));
-        }
-        EXPECT_EQ(OpenDescriptors(), descriptors);
-        if (message == noError)
-            continue;
-        EXPECT_THAT(message, testing::HasSubstr("(Windows Error 4)"));
-        // Each directory is searched before anything goes.
-        EXPECT_TRUE(openings < 3 ? drive.Exists("d/1/2/file") : drive.Exists("d"));
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
-    }
-    EXPECT_FALSE(drive.Exists("d"));
-}
-
 // A thread swaps something on the way to the files for a link, as fast as it can, to where files of the same names are.
 TEST_F(DirectoryDeletion, IsLedNowhereByLinksThatAreSwappedIn)
 {

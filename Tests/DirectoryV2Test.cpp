@@ -84,10 +84,6 @@ TEST_F(DirectoryV2, TellsWhyItCannotBeListed)
     };
     expect(L"none", 3, "FindFirstFileW");
     expect(L"d\\file", 267, "FindFirstFileW");
-    {
-        SystemCalls::Redirection const exhausted(SystemCalls::Open, FailingWith(EMFILE));
-        expect(L"d", 4, "FindFirstFileW");
-    }
     SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
     expect(L"d", 1117, "FindNextFileW");
     EXPECT_THAT(recorder.Lines(), testing::Each(testing::StartsWith("error: Throwing last error ")));

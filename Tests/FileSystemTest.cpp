@@ -1,6 +1,5 @@
 // Whole-file text I/O of the first generation, on a real disk.
 #include "Support/Descriptors.h"
-#include "Support/HostFaults.h"
 #include "Support/LogRecorder.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
@@ -143,39 +142,11 @@ TEST_F(TextFile, AFailedOpenIsWhatTheWrapperThrows)
     EXPECT_EQ(drive.Read("read-only.txt") + drive.Read("held.txt"), "keptkept");
 }
 
-TEST_F(TextFile, AFullDiskIsReportedForTheMarkAndForTheBody)
-{
-    std::string const path = "[" + WideToUtf8(drive.Path(L"full.txt")) + "]";
-    LogRecorder recorder;
-    for (TextEncoding const encoding : {TextEncoding::Utf8, TextEncoding::Utf16})
-    {
-        auto const failAt = [&](int call)
-        {
-            SystemCalls::Redirection const redirect(SystemCalls::Write,
-                                                    FailingAt(SystemCalls::Write, call, ENOSPC, always));
-            Make(L"full.txt")->WriteAllText(std::wstring(L"text"), encoding, withMark, unchanged);
-        };
-        ExpectError<WindowsError>([&] { failAt(0); }, ERROR_DISK_FULL, writer, "WriteFile bom " + path + ".");
-        EXPECT_EQ(drive.Read("full.txt"), "");
-        ExpectError<WindowsError>([&] { failAt(1); }, ERROR_DISK_FULL, writer, "WriteFile content failed " + path);
-        EXPECT_EQ(drive.Read("full.txt"), encoding == TextEncoding::Utf8 ? "\xEF\xBB\xBF" : "\xFF\xFE");
-    }
-    EXPECT_THAT(recorder.Lines(), testing::Each(testing::StartsWith("error: Throwing last error ")));
-}
-
 TEST_F(TextFile, ReadFailures)
 {
     drive.Write("read.txt", "0123456789");
     auto const expect = [&](int code, std::string const& text)
     { ExpectError<WindowsError>([&] { Make(L"read.txt")->ReadAllTextA(); }, code, reader, text); };
-    {
-        SystemCalls::Redirection const broken(SystemCalls::Read, FailingWith(EIO));
-        expect(ERROR_IO_DEVICE, "ReadFile failed");
-    }
-    {
-        SystemCalls::Redirection const endsEarly(SystemCalls::Read, [](int, void*, size_t) { return 0; });
-        expect(ERROR_FUNCTION_FAILED, "Failed to read entire file");
-    }
     ASSERT_EQ(::truncate(drive.Host("read.txt").c_str(), 0x100000000), 0); // sparse
     expect(ERROR_FUNCTION_FAILED, "GetFileSize returned a big number. [4294967296]");
 }

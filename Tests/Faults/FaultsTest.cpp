@@ -34,7 +34,6 @@
 #include <Brindle/Vok/Synchronization.h>
 
 #include <map>
-#include <sstream>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <thread>
@@ -76,71 +75,32 @@ struct Row
     std::function<void()> before = [] {};
 };
 
-std::string Told(DWORD code)
+/// What a call gives a code for, 0 being none, or throws: its type, code, function, and what stands behind the code's
+/// text.
+std::string Told(auto const& call)
 {
-    std::string const text = code == 0 ? "" : WindowsErrorToStringA(code);
-    return code == 0 ? "carried on" : std::to_string(code) + " " + text;
-}
-
-/// What a call of the platform's tells by the last error.
-template <class Call>
-std::string OfPlatform(Call const& call)
-{
+    auto const told = [](std::string const& text) { return "`" + text + "`"; };
     try
     {
-        DWORD const code = CodeOf(call);
+        DWORD const code = call();
         present.reset();
-        return Told(code);
-    }
-    catch (std::bad_alloc const&)
-    {
-        present.reset();
-        return "`std::bad_alloc`";
-    }
-}
-
-/// By its result.
-template <class Call>
-std::string OfResult(Call const& call)
-{
-    auto const result = static_cast<DWORD>(call());
-    present.reset();
-    return Told(result & 0xFFFF);
-}
-
-/// What a call of the library's throws: its type and code, and what stands behind the code's text.
-template <class Call>
-std::string OfLibrary(Call const& call)
-{
-    try
-    {
-        call();
-        present.reset();
-        return "carried on";
+        return code == 0 ? "carried on" : std::to_string(code) + " " + WindowsErrorToStringA(code);
     }
     catch (Error const& error)
     {
         present.reset();
-        std::string const type = dynamic_cast<WindowsError const*>(&error) ? "WindowsError "
+        char const* const type = dynamic_cast<WindowsError const*>(&error) ? "WindowsError "
                                  : dynamic_cast<ComError const*>(&error)   ? "ComError "
                                                                            : "Error ";
-        std::istringstream message(error.Message().substr(error.Message().find("Brindle::Vok::") + 14));
-        std::string function;
-        message >> function;
-        std::string const rest = message.str();
-        std::size_t const behind = rest.find("). ");
-        return "`" + type + std::to_string(error.code().value() & 0xFFFF) + "` of `" + function + "`" +
-               (behind == rest.npos ? "" : ": " + rest.substr(behind + 3));
+        std::string const text = error.Message().substr(error.Message().find("Brindle::Vok::") + 14);
+        std::size_t const behind = text.find("). ");
+        return told(type + std::to_string(error.code().value() & 0xFFFF)) + " of " +
+               told(text.substr(0, text.find(' '))) + (behind == text.npos ? "" : ": " + text.substr(behind + 3));
     }
     catch (std::bad_alloc const&)
     {
         present.reset();
-        return "`std::bad_alloc`";
-    }
-    catch (std::system_error const& error)
-    {
-        present.reset();
-        return "`std::system_error` " + std::string(::strerrorname_np(error.code().value()));
+        return told("std::bad_alloc");
     }
 }
 
@@ -185,8 +145,10 @@ std::vector<Fault> At(std::string const& name, SystemCalls::Call<Result(Argument
 template <class Call>
 std::vector<Fault> Short(std::string const& name, Call& call, std::size_t most)
 {
-    auto const cut = [most](auto& call, auto first, auto buffer, auto count, auto... offset)
+    auto const cut = [most](auto& call, auto first, auto buffer, auto count, auto... offset) -> ssize_t
     {
+        if (most == 0)
+            return 0;
         if constexpr (std::is_pointer_v<decltype(first)>) // a buffer without a descriptor
             return call.host(first, std::min(buffer, most), count, offset...);
         else
@@ -196,25 +158,13 @@ std::vector<Fault> Short(std::string const& name, Call& call, std::size_t most)
              [&call, cut](int at, bool& isMet) { return Redirect(call, at, always, isMet, cut); }}};
 }
 
-template <class Call>
-std::vector<Fault> Nothing(std::string const& name, Call& call)
+std::shared_ptr<void> LimitMemory(int at, bool& isMet)
 {
-    return {{"`" + name + "`: 0 bytes", [&call](int at, bool& isMet)
-             { return Redirect(call, at, always, isMet, [](auto&, auto...) { return 0; }); }}};
+    Heap::hasRefused = false;
+    std::shared_ptr<void> lasts(&present, [&isMet](void*) { Heap::allowed = -1, isMet = Heap::hasRefused; });
+    Heap::allowed = at;
+    return lasts;
 }
-
-std::vector<Fault> const outOfMemory = {{"`operator new` throws", [](int at, bool& isMet)
-                                         {
-                                             Heap::hasRefused = false;
-                                             auto const end = [&isMet](void*)
-                                             {
-                                                 Heap::allowed = -1;
-                                                 isMet = Heap::hasRefused;
-                                             };
-                                             std::shared_ptr<void> lasts(&present, end);
-                                             Heap::allowed = at;
-                                             return lasts;
-                                         }}};
 
 /// The real limit of the process, so many above what is open.
 std::shared_ptr<void> LimitDescriptors(int at, bool&)
@@ -281,6 +231,14 @@ private:
         return runs != Runs::asSuperuser || ::geteuid() == 0;
     }
 
+    /// At first; then there is room.
+    void FillDisk(int at) const
+    {
+        EXPECT_TRUE(at > 0 || Mount(drive.Host("disk")));
+        while (at > 0 && ::umount(drive.Host("disk").c_str()) == 0)
+            ;
+    }
+
     /// Content and permissions of each.
     using Files = std::map<std::string, std::pair<std::string, unsigned>>;
     struct Outcome
@@ -341,8 +299,8 @@ private:
         outcome.isMet = outcome.isMet || (fault.isMetWhereTold && std::string_view(told) != "carried on");
         auto const isBalanced = [&]
         { return OpenDescriptors() == descriptors && HandleTable::OpenCount() == handles && Heap::blocks == blocks; };
-        for (int pauses = 0; isMeasured && outcome.isMet && pauses < 1000 && !isBalanced();
-             ++pauses) // threads may still be on their way out
+        // Threads may still be on their way out.
+        for (int pauses = 0; isMeasured && outcome.isMet && pauses < 1000 && !isBalanced(); ++pauses)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         outcome.left = Heap::blocks == blocks ? "" : ", " + std::to_string(Heap::blocks - blocks) + " blocks";
         outcome.left += isBalanced() ? "" : ", not balanced";
@@ -359,19 +317,10 @@ private:
     {
         if (row.runs == Runs::here || row.runs == Runs::asSuperuser)
             return OutcomesHere(row, fault);
-        int channel[2];
-        EXPECT_EQ(::pipe(channel), 0);
-        std::string outcomes(5000, '\0');
-        auto const run = [&]
-        {
-            std::string const own = OutcomesHere(row, fault);
-            EXPECT_EQ(::write(channel[1], own.data(), own.size()), static_cast<ssize_t>(own.size()));
-        };
-        EXPECT_EQ(InChild(run), 0);
-        outcomes.resize(static_cast<std::size_t>(std::max(ssize_t{0}, ::read(channel[0], outcomes.data(), 5000))));
-        ::close(channel[0]);
-        ::close(channel[1]);
-        return outcomes;
+        EXPECT_EQ(InChild([&] { drive.Write("told", OutcomesHere(row, fault)); }), 0);
+        std::string const told = drive.Read("told");
+        std::filesystem::remove(drive.Host("told"));
+        return told;
     }
 
     /// One after the other where they differ.
@@ -414,6 +363,8 @@ private:
     OpenHandle held;
     OVERLAPPED reading{};
     alignas(8) char bytes[512];
+    DWORD size = 0;
+    GUID guid{};
     std::shared_ptr<V2::IFileSystem> const second = V2::MakeFileSystem();
     decltype(MakeFileSystem()) const first = MakeFileSystem();
 };
@@ -435,12 +386,14 @@ DWORD CodeOfListing(std::wstring const& pattern)
 std::vector<Row> Table::Rows()
 {
     using namespace SystemCalls;
-    auto const result = [](auto call) { return [call] { return OfResult(call); }; };
-    auto const succeeds = [](auto call) { return [call] { return OfPlatform([&] { return call() != 0; }); }; };
-    auto const opens = [&](std::wstring const& path, DWORD disposition)
+    using Faults = std::vector<Fault>;
+    auto const result = [](auto call) { return [=] { return Told([&] { return DWORD(call()) & 0xFFFF; }); }; };
+    auto const succeeds = [](auto call)
+    { return [=] { return Told([&] { return CodeOf([&] { return call() != 0; }); }); }; };
+    auto const library = [](auto call) { return [=] { return Told([&] { return call(), DWORD{0}; }); }; };
+    auto const opens = [=](std::wstring const& path, DWORD disposition)
     { return succeeds([=, &path] { return bool(Testing::Open(path, GENERIC_WRITE, 0, disposition)); }); };
-    auto const library = [](auto call) { return [call] { return OfLibrary(call); }; };
-    auto const writes = [&](auto const& service, TextEncoding encoding)
+    auto const writes = [this, library](auto const& service, TextEncoding encoding)
     {
         return library(
             [this, &service, encoding, text = std::wstring(30'000, L'x')] {
@@ -448,257 +401,154 @@ std::vector<Row> Table::Rows()
                                                        LineEndingPolicy::Unchanged);
             });
     };
+    auto const readsFile = [this]
+    {
+        DWORD count = 0;
+        return ReadFile(held.Get(), bytes, 10, &count, nullptr) && std::string_view(bytes, count) == "0123456789";
+    };
+    auto const writesFile = [this]
+    {
+        DWORD count = 1;
+        bool const isWritten = WriteFile(held.Get(), "abcdefghijklm", 13, &count, nullptr) != FALSE;
+        EXPECT_EQ(count, isWritten ? 13U : 0U);
+        return isWritten;
+    };
     auto const opensFile = [this] { held = Testing::Open(file, GENERIC_READ | GENERIC_WRITE); };
-    auto const opensTree = [this]
+    auto const reads = [this]
     {
         held = Testing::Open(tree, FILE_LIST_DIRECTORY, allShares, OPEN_EXISTING,
                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED);
-    };
-    auto const reads = [this, opensTree]
-    {
-        opensTree();
         return held && ReadDirectoryChangesW(held.Get(), bytes, sizeof bytes, FALSE, FILE_NOTIFY_CHANGE_FILE_NAME,
                                              nullptr, &reading, nullptr);
     };
     auto const readsAndCloses = [this, reads]
     {
         bool const isReading = reads();
-        held.Close();
-        return isReading;
+        return held.Close(), isReading;
     };
-    auto const waits = [this] { return WaitForSingleObject(event.Get(), 2) != WAIT_FAILED; };
+    auto const waits = succeeds([this] { return WaitForSingleObject(event.Get(), 2) != WAIT_FAILED; });
+    auto const waitsAtFirst = [=]
+    {
+        std::string told;
+        std::thread([&] { told = waits(); }).join();
+        return told;
+    };
     auto const makesTimer = []
     {
         PTP_TIMER const timer = CreateThreadpoolTimer([](auto...) {}, nullptr, nullptr);
-        if (timer)
-            CloseThreadpoolTimer(timer);
-        return timer != nullptr;
+        return timer && (CloseThreadpoolTimer(timer), true);
+    };
+    auto const makesBlock = []
+    {
+        void* block = nullptr;
+        return CreateEnvironmentBlock(&block, nullptr, TRUE) && DestroyEnvironmentBlock(block);
+    };
+    auto const loads = [path = drive.Path(L"library")]
+    {
+        HMODULE const module = LoadLibraryW(path.c_str());
+        return module && FreeLibrary(module);
     };
     auto const knownFolder = [](GUID const& id, DWORD flags)
     {
         wchar_t* path = nullptr;
         HRESULT const code = SHGetKnownFolderPath(id, flags, nullptr, &path);
-        CoTaskMemFree(path);
-        return code;
+        return CoTaskMemFree(path), code;
     };
-    auto const acts = [this] { ImpersonateLoggedOnUser(daemon.Get()); };
-    std::vector<std::vector<Fault>> const refusals = {
-        At("setgroups", SetOtherGroups, {EPERM, ENOMEM}, true), At("setresgid", SetGroups, {EPERM, ENOMEM}, true),
-        At("setresuid", SetUsers, {EPERM, EAGAIN}, true), At("capset", SetCapabilities, {EPERM, ENOMEM}, true),
-        At("setgroups", SetOtherGroups, {ENOMEM})};
-    std::vector<Fault> const noDescriptors = {{"`RLIMIT_NOFILE`", LimitDescriptors, true}};
-    std::vector<Fault> const fullDisk = {{"a full tmpfs",
-                                          [this](int at, bool&)
-                                          {
-                                              EXPECT_TRUE(at > 0 || Mount(drive.Host("disk")));
-                                              for (; at > 0 && ::umount(drive.Host("disk").c_str()) == 0;)
-                                                  ;
-                                              return std::shared_ptr<void>();
-                                          },
-                                          true}};
+    auto const opensKey = []
+    {
+        HKEY key = nullptr;
+        LSTATUS const status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"KEY", 0, KEY_READ, &key);
+        return RegCloseKey(key), status;
+    };
+    DWORD* const count = &size;
+    auto* const text = reinterpret_cast<wchar_t*>(bytes);
+    auto const impersonates = [this] { ImpersonateLoggedOnUser(daemon.Get()); };
+    Faults const none = At("openat", SystemCalls::Open, {EMFILE});
+    Faults const noMemory = {{"`operator new` throws", LimitMemory}};
+    Faults const noDescriptors = {{"`RLIMIT_NOFILE`", LimitDescriptors, true}};
+    Faults const badReads = At("pread", ReadAt, {EIO, EINTR});
+    Faults const shortReads = Short("pread", ReadAt, 3);
+    Faults const fullDisk = {{"a full tmpfs", [this](int at, bool&) { return FillDisk(at), nullptr; }, true}};
+    std::vector<Faults> const refusals = {At("setgroups", SetOtherGroups, {EPERM, ENOMEM}, true),
+                                          At("setresgid", SetGroups, {EPERM, ENOMEM}, true),
+                                          At("setresuid", SetUsers, {EPERM, EAGAIN}, true),
+                                          At("capset", SetCapabilities, {EPERM, ENOMEM}, true),
+                                          At("setgroups", SetOtherGroups, {ENOMEM}),
+                                          At("setresgid", SetGroups, {ENOMEM})};
+    // clang-format off
     return {
-        {"`CreateFileW`, open",
-         opens(file, OPEN_EXISTING),
-         {At("openat", SystemCalls::Open, {EMFILE, ENFILE, ENOMEM, EINTR}), At("fstat", Status, {EIO}),
-          At("flock", LockWhole, {ENOLCK, EINTR}), noDescriptors}},
-        {"`CreateFileW`, make",
-         opens(fresh, CREATE_NEW),
+        {"`CreateFileW`, open", opens(file, OPEN_EXISTING),
+         {At("openat", SystemCalls::Open, {EMFILE, ENFILE, ENOMEM, EINTR}), At("fstat", Status, {EIO}), At("flock", LockWhole, {ENOLCK, EINTR}), noDescriptors}},
+        {"`CreateFileW`, make", opens(fresh, CREATE_NEW),
          {At("openat", SystemCalls::Open, {EMFILE, ENOSPC, EDQUOT, EINTR}), At("flock", LockWhole, {ENOLCK})}},
-        {"`CreateFileW`, empty",
-         opens(file, CREATE_ALWAYS),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("ftruncate", Truncate, {EROFS, EIO, EINTR})}},
-        {"`ReadFile`",
-         succeeds(
-             [this]
-             {
-                 DWORD count = 0;
-                 return ReadFile(held.Get(), bytes, 10, &count, nullptr) && count == 10 &&
-                        std::string_view(bytes, 10) == "0123456789";
-             }),
-         {At("read", Read, {EIO, EINTR}), Short("read", Read, 3)},
-         Runs::here,
-         opensFile},
-        {"`WriteFile`",
-         succeeds(
-             [this]
-             {
-                 DWORD count = 1;
-                 bool const isWritten = WriteFile(held.Get(), "abcdefghijklm", 13, &count, nullptr) != FALSE;
-                 EXPECT_EQ(count, isWritten ? 13U : 0U);
-                 return isWritten;
-             }),
-         {At("write", Write, {ENOSPC, EDQUOT, EIO, EINTR}), Short("write", Write, 3), Nothing("write", Write)},
-         Runs::here,
-         opensFile},
-        {"`DeleteFileW`",
-         succeeds([this] { return DeleteFileW(file.c_str()); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("unlinkat", UnlinkAt, {EIO, EROFS})}},
-        {"`SetFileAttributesW`",
-         succeeds([this] { return SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }),
+        {"`CreateFileW`, empty", opens(file, CREATE_ALWAYS), {none, At("ftruncate", Truncate, {EROFS, EIO, EINTR})}},
+        {"`ReadFile`", succeeds(readsFile), {At("read", Read, {EIO, EINTR}), Short("read", Read, 3)}, Runs::here, opensFile},
+        {"`WriteFile`", succeeds(writesFile),
+         {At("write", Write, {ENOSPC, EDQUOT, EIO, EINTR}), Short("write", Write, 3), Short("write", Write, 0)}, Runs::here, opensFile},
+        {"`DeleteFileW`", succeeds([this] { return DeleteFileW(file.c_str()); }), {none, At("unlinkat", UnlinkAt, {EIO, EROFS, EINTR})}},
+        {"`SetFileAttributesW`", succeeds([this] { return SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }),
          {At("fchmodat", ChangeModeAt, {EPERM, EIO})}},
-        {"`CreateDirectoryW`",
-         succeeds([this] { return CreateDirectoryW(fresh.c_str(), nullptr); }),
-         {At("mkdir", MakeDirectory, {ENOSPC, EMLINK})}},
-        {"`FindFirstFileW`, all",
-         result([this, pattern = tree + L"\\*"] { return CodeOfListing(pattern); }),
-         {At("openat", SystemCalls::Open, {EMFILE, EINTR}), At("getdents64", ReadDirectory, {EIO}),
-          At("statx", ExtendedStatusAt, {EIO}), outOfMemory, noDescriptors}},
-        {"`ReadDirectoryChangesW`",
-         succeeds(readsAndCloses),
-         {At("inotify_init1", MakeWatcher, {EMFILE}), At("inotify_add_watch", AddWatch, {ENOSPC, ENOMEM, EACCES}),
-          outOfMemory, noDescriptors}},
-        {"`WaitForSingleObject` for a reading",
-         succeeds(waits),
-         {At("ppoll", Poll, {ENOMEM, EINTR})},
-         Runs::here,
-         reads},
-        {"the same, a thread's first wait",
-         [=]
-         {
-             std::string told;
-             std::thread([&] { told = succeeds(waits)(); }).join();
-             return told;
-         },
-         {At("eventfd", MakeEventDescriptor, {EMFILE, ENFILE})},
-         Runs::here,
-         reads},
-        {"`CreateEventW`",
-         succeeds([] { return bool(OpenHandle(CreateEventW(nullptr, FALSE, FALSE, nullptr))); }),
-         {outOfMemory}},
-        {"`CreateThreadpoolTimer`, the first",
-         succeeds(makesTimer),
-         {At("epoll_create1", MakePoll, {EMFILE}), At("timerfd_create", MakeTimer, {EMFILE}),
-          At("epoll_ctl", ChangePoll, {ENOSPC}), At("pthread_create", StartThread, {EAGAIN}, false, true),
-          noDescriptors},
-         Runs::inChild},
-        {"`CreateThreadpoolTimer`, the second",
-         succeeds(makesTimer),
-         {outOfMemory},
-         Runs::inChild,
-         [=] { makesTimer(); }},
-        {"`MultiByteToWideChar`, page 1251",
-         succeeds([] { return MultiByteToWideChar(1251, 0, "x", 1, nullptr, 0); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), noDescriptors}},
-        {"`OpenUserToken`",
-         succeeds([] { return bool(OpenHandle(OpenUserToken("root"))); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("getpwnam_r", FindUserNamed, {EMFILE, EINTR}, false, true),
-          At("getgrouplist", FindGroupsOf, {ENOMEM}), outOfMemory}},
-        {"`ImpersonateLoggedOnUser`", succeeds([this] { return ImpersonateLoggedOnUser(daemon.Get()); }), refusals,
-         Runs::asSuperuser},
-        {"the same, as somebody else already", succeeds([this] { return ImpersonateLoggedOnUser(nobody.Get()); }),
-         refusals, Runs::asSuperuser, acts},
-        {"`RevertToSelf`", succeeds([] { return RevertToSelf(); }), refusals, Runs::asSuperuser, acts},
-        {"`GetUserNameW`",
-         succeeds(
-             [this]
-             {
-                 DWORD size = 100;
-                 return GetUserNameW(reinterpret_cast<wchar_t*>(bytes), &size);
-             }),
+        {"`CreateDirectoryW`", succeeds([this] { return CreateDirectoryW(fresh.c_str(), nullptr); }),
+         {At("mkdir", MakeDirectory, {ENOSPC, EMLINK, EINTR})}},
+        {"`FindFirstFileW` and on", result([pattern = tree + L"\\*"] { return CodeOfListing(pattern); }),
+         {none, At("getdents64", ReadDirectory, {EIO}), At("statx", ExtendedStatusAt, {EIO}), noMemory, noDescriptors}},
+        {"`ReadDirectoryChangesW`", succeeds(readsAndCloses),
+         {At("inotify_init1", MakeWatcher, {EMFILE}), At("inotify_add_watch", AddWatch, {ENOSPC, ENOMEM, EACCES}), noMemory, noDescriptors}},
+        {"`WaitForSingleObject`, a reading", waits, {At("ppoll", Poll, {ENOMEM, EINTR})}, Runs::here, reads},
+        {"`WaitForSingleObject`, a thread's first", waitsAtFirst, {At("eventfd", MakeEventDescriptor, {EMFILE, ENFILE})}, Runs::here, reads},
+        {"`CreateEventW`", succeeds([] { return bool(OpenHandle(CreateEventW(nullptr, FALSE, FALSE, nullptr))); }), {noMemory}},
+        {"`CreateThreadpoolTimer`, the first", succeeds(makesTimer),
+         {At("epoll_create1", MakePoll, {EMFILE}), At("timerfd_create", MakeTimer, {EMFILE}), At("epoll_ctl", ChangePoll, {ENOSPC}),
+          At("pthread_create", StartThread, {EAGAIN}, false, true), noDescriptors}, Runs::inChild},
+        {"`CreateThreadpoolTimer`, the second", succeeds(makesTimer), {noMemory}, Runs::inChild, makesTimer},
+        {"`MultiByteToWideChar`, page 1251", succeeds([] { return MultiByteToWideChar(1251, 0, "x", 1, nullptr, 0); }), {none, noDescriptors}},
+        {"`OpenUserToken`", succeeds([] { return bool(OpenHandle(OpenUserToken("root"))); }),
+         {none, At("getpwnam_r", FindUserNamed, {EMFILE, EINTR}, false, true), At("getgrouplist", FindGroupsOf, {ENOMEM}), noMemory}},
+        {"`ImpersonateLoggedOnUser`", succeeds([this] { return ImpersonateLoggedOnUser(daemon.Get()); }), refusals, Runs::asSuperuser},
+        {"`ImpersonateLoggedOnUser`, marking", succeeds([this] { return ImpersonateLoggedOnUser(daemon.Get()); }),
+         {At("prctl", SetSecureBits, {EPERM})}, Runs::asSuperuser},
+        {"`ImpersonateLoggedOnUser`, from another", succeeds([this] { return ImpersonateLoggedOnUser(nobody.Get()); }),
+         refusals, Runs::asSuperuser, impersonates},
+        {"`RevertToSelf`", succeeds([] { return RevertToSelf(); }), refusals, Runs::asSuperuser, impersonates},
+        {"`GetUserNameW`", succeeds([=] { return *count = 100, GetUserNameW(text, count); }),
          {At("getpwuid_r", FindUser, {EMFILE, EIO, EINTR}, false, true)}},
-        {"`CreateEnvironmentBlock`",
-         succeeds(
-             []
-             {
-                 void* block = nullptr;
-                 bool const isMade = CreateEnvironmentBlock(&block, nullptr, TRUE) != FALSE;
-                 return isMade ? DestroyEnvironmentBlock(block) : FALSE;
-             }),
-         {At("openat", SystemCalls::Open, {EMFILE}), outOfMemory}},
-        {"`LoadLibraryW`",
-         succeeds(
-             [path = drive.Path(L"library")]
-             {
-                 HMODULE const module = LoadLibraryW(path.c_str());
-                 return module != nullptr && FreeLibrary(module);
-             }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("pread", ReadAt, {EIO, EINTR}), Short("pread", ReadAt, 3)}},
-        {"`SHGetKnownFolderPath`, music",
-         result([=] { return knownFolder(FOLDERID_Music, KF_FLAG_DONT_VERIFY); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("pread", ReadAt, {EIO, EINTR}), Short("pread", ReadAt, 3),
-          outOfMemory}},
-        {"`SHGetKnownFolderPath`, make",
-         result([=] { return knownFolder(FOLDERID_InternetCache, KF_FLAG_CREATE); }),
+        {"`CreateEnvironmentBlock`", succeeds(makesBlock), {none, noMemory}},
+        {"`LoadLibraryW`", succeeds(loads), {none, badReads, shortReads}},
+        {"`SHGetKnownFolderPath`, music", result([=] { return knownFolder(FOLDERID_Music, KF_FLAG_DONT_VERIFY); }),
+         {none, badReads, shortReads, noMemory}},
+        {"`SHGetKnownFolderPath`, make", result([=] { return knownFolder(FOLDERID_InternetCache, KF_FLAG_CREATE); }),
          {At("mkdir", MakeDirectory, {ENOSPC})}},
-        {"`RegOpenKeyExW`",
-         result(
-             []
-             {
-                 HKEY key = nullptr;
-                 LSTATUS const status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"KEY", 0, KEY_READ, &key);
-                 RegCloseKey(key);
-                 return status;
-             }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("getdents64", ReadDirectory, {EIO}), outOfMemory}},
-        {"`AssocQueryStringW`",
-         result(
-             [this]
-             {
-                 DWORD size = sizeof bytes / sizeof(wchar_t);
-                 return AssocQueryStringW(0, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, reinterpret_cast<wchar_t*>(bytes),
-                                          &size);
-             }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("pread", ReadAt, {EIO, EINTR}), Short("pread", ReadAt, 3),
-          outOfMemory}},
-        {"`GetFileVersionInfoSizeW`",
-         succeeds([path = drive.Path(L"x.dll")] { return GetFileVersionInfoSizeW(path.c_str(), nullptr); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("pread", ReadAt, {EIO, EINTR}), Short("pread", ReadAt, 3),
-          Nothing("pread", ReadAt)}},
-        {"`CoCreateGuid`",
-         result(
-             []
-             {
-                 GUID guid;
-                 return CoCreateGuid(&guid);
-             }),
-         {At("getrandom", GetRandom, {ENOMEM, ENOSYS, EINTR}), Short("getrandom", GetRandom, 5),
-          Nothing("getrandom", GetRandom)}},
+        {"`RegOpenKeyExW`", result(opensKey), {none, At("getdents64", ReadDirectory, {EIO}), noMemory}},
+        {"`AssocQueryStringW`", result([=] { return *count = 100, AssocQueryStringW(0, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, text, count); }),
+         {none, badReads, shortReads, noMemory}},
+        {"`GetFileVersionInfoSizeW`", succeeds([path = drive.Path(L"x.dll")] { return GetFileVersionInfoSizeW(path.c_str(), nullptr); }),
+         {none, badReads, shortReads, Short("pread", ReadAt, 0)}},
+        {"`CoCreateGuid`", result([this] { return CoCreateGuid(&guid); }),
+         {At("getrandom", GetRandom, {ENOMEM, ENOSYS, EINTR}), Short("getrandom", GetRandom, 5), Short("getrandom", GetRandom, 0)}},
         {"`Guid::NewGuid`", library([] { Guid::NewGuid(); }), {At("getrandom", GetRandom, {ENOSYS})}},
-        {"`File::WriteAllText`, UTF-8",
-         writes(first, TextEncoding::Utf8),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("write", Write, {ENOSPC}), outOfMemory}},
+        {"`File::WriteAllText`, UTF-8", writes(first, TextEncoding::Utf8), {none, At("write", Write, {ENOSPC}), noMemory}},
         {"`File::WriteAllText`, UTF-16", writes(first, TextEncoding::Utf16), {At("write", Write, {ENOSPC})}},
         {"`V2::IFile::WriteAllText`, UTF-8", writes(second, TextEncoding::Utf8), {At("write", Write, {ENOSPC})}},
-        {"`V2::IFile::WriteAllText`, UTF-16",
-         writes(second, TextEncoding::Utf16),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("write", Write, {ENOSPC, EINTR}), Short("write", Write, 3000),
-          outOfMemory}},
-        {"`V2::IFile::WriteAllBytes`",
-         library([this, path = drive.Path(L"disk\\new"), content = std::vector<unsigned char>(20'000, 'x')]
-                 { second->MakeFile(path)->WriteAllBytes(content); }),
-         {fullDisk},
-         Runs::withOwnMounts},
-        {"`V2::IFile::ReadAllText`",
-         library([this] { second->MakeFile(file)->ReadAllText(); }),
-         {At("read", Read, {EIO, EINTR}), Short("read", Read, 3), Nothing("read", Read), outOfMemory}},
-        {"`File::ReadAllTextA`",
-         library([this] { first->MakeFile(file)->ReadAllTextA(); }),
-         {At("read", Read, {EIO}), Nothing("read", Read)}},
-        {"`V2::IDirectory::Files`",
-         library([this] { second->MakeDirectory(tree)->Files(L"*"); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("getdents64", ReadDirectory, {EIO}), outOfMemory}},
-        {"`V2::IDirectory::Create`",
-         library([this] { second->MakeDirectory(fresh)->Create(); }),
-         {At("mkdir", MakeDirectory, {ENOSPC, EDQUOT})}},
-        {"`V2::IDirectory::Delete`",
-         library([this] { second->MakeDirectory(tree)->Delete(); }),
-         {At("openat", SystemCalls::Open, {EMFILE}), At("getdents64", ReadDirectory, {EIO}),
-          At("unlinkat", UnlinkAt, {EIO, EINTR}), outOfMemory, noDescriptors}},
-        {"`MakeDirectoryMonitor`",
-         library([this] { MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(tree, [](auto const&) {}); }),
-         {At("inotify_init1", MakeWatcher, {EMFILE}), At("inotify_add_watch", AddWatch, {ENOSPC}), outOfMemory,
-          noDescriptors}},
-        {"`ThreadPoolTimer`, the first",
-         library([] { ThreadPoolTimer const timer([](auto&) {}); }),
-         {At("timerfd_create", MakeTimer, {EMFILE}), At("pthread_create", StartThread, {EAGAIN}, false, true)},
-         Runs::inChild},
-        {"`VOK_LOG` with a subscriber",
-         library([]
-                 { VOK_LOG(VokLogSeverity::error, "{}", std::string_view("what is told is a text of some length")); }),
-         {outOfMemory},
-         Runs::here,
-         [] { static SubscriptionForLogCallbacks const hears([](auto const&) {}, VokLogSeverity::trace); }},
+        {"`V2::IFile::WriteAllText`, UTF-16", writes(second, TextEncoding::Utf16),
+         {none, At("write", Write, {ENOSPC, EINTR}), Short("write", Write, 3000), noMemory}},
+        {"`V2::IFile::WriteAllBytes`", library([this, path = drive.Path(L"disk\\new"), content = std::vector<unsigned char>(20'000)]
+                                               { second->MakeFile(path)->WriteAllBytes(content); }), {fullDisk}, Runs::withOwnMounts},
+        {"`V2::IFile::ReadAllText`", library([this] { second->MakeFile(file)->ReadAllText(); }),
+         {At("read", Read, {EIO, EINTR}), Short("read", Read, 3), Short("read", Read, 0), noMemory}},
+        {"`File::ReadAllTextA`", library([this] { first->MakeFile(file)->ReadAllTextA(); }), {At("read", Read, {EIO}), Short("read", Read, 0)}},
+        {"`V2::IDirectory::Files`", library([this] { second->MakeDirectory(tree)->Files(L"*"); }),
+         {none, At("getdents64", ReadDirectory, {EIO}), noMemory}},
+        {"`V2::IDirectory::Create`", library([this] { second->MakeDirectory(fresh)->Create(); }), {At("mkdir", MakeDirectory, {ENOSPC, EDQUOT})}},
+        {"`V2::IDirectory::Delete`", library([this] { second->MakeDirectory(tree)->Delete(); }),
+         {none, At("getdents64", ReadDirectory, {EIO}), At("unlinkat", UnlinkAt, {EIO, EINTR}), noMemory, noDescriptors}},
+        {"`MakeDirectoryMonitor`", library([this] { MakeDirectoryMonitorFactory()->MakeDirectoryMonitor(tree, [](auto const&) {}); }),
+         {At("inotify_init1", MakeWatcher, {EMFILE}), At("inotify_add_watch", AddWatch, {ENOSPC}), noMemory, noDescriptors}},
+        {"`ThreadPoolTimer`, the first", library([] { ThreadPoolTimer const timer([](auto&) {}); }),
+         {At("timerfd_create", MakeTimer, {EMFILE}), At("pthread_create", StartThread, {EAGAIN}, false, true)}, Runs::inChild},
+        {"`VOK_LOG`, to a subscriber", library([] { VOK_LOG(VokLogSeverity::error, "{}", "what is told is a text of some length"); }), {noMemory},
+         Runs::here, [] { static SubscriptionForLogCallbacks const hears([](auto const&) {}, VokLogSeverity::trace); }},
     };
+    // clang-format on
 }
 
 } // namespace

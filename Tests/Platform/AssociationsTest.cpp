@@ -2,7 +2,6 @@
 #include <Brindle/Platform/ErrorCodes.h>
 
 #include "MimeFiles.h"
-#include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDesktop.h"
 
@@ -200,20 +199,6 @@ TEST_F(Associations, KeepTheRulesOfTheBuffer)
     for (auto const& [flags, kind, association, place, result] : cases)
         EXPECT_EQ(AssocQueryStringW(flags, static_cast<ASSOCSTR>(kind), association, nullptr, buffer, place), result);
     EXPECT_EQ(size, 11U);
-}
-
-TEST_F(Associations, AreNotInventedWhenTheHostFails)
-{
-    {
-        SystemCalls::Redirection const slow(SystemCalls::ReadAt, Halting(SystemCalls::ReadAt, 3));
-        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
-    }
-    {
-        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
-        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 4");
-    }
-    SystemCalls::Redirection const broken(SystemCalls::ReadAt, FailingWith(EIO));
-    EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"error 1117");
 }
 
 } // namespace

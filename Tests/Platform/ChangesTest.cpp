@@ -1,5 +1,4 @@
 #include "Support/ChildProcess.h"
-#include "Support/Descriptors.h"
 #include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
@@ -279,39 +278,6 @@ TEST_F(Changes, EndOnceAlsoInARace)
         ASSERT_TRUE(Name() == std::u16string(name.begin(), name.end())) << round;
     }
     EXPECT_GT(aborted, 0);
-}
-
-TEST_F(Changes, LeaveNothingBehindWhenTheHostRefuses)
-{
-    auto const codeNow = [&] { return CodeOf([&] { return Read(directory, &overlapped); }); };
-    // The first ones are the surroundings', which all directories share, or this thread's.
-    std::size_t const before = OpenDescriptors();
-    auto const failing = [&](auto& call, int nth, int error, DWORD expected)
-    {
-        SystemCalls::Redirection const redirection(call, FailingAt(call, nth - 1, error));
-        EXPECT_EQ(codeNow(), expected) << nth;
-        EXPECT_EQ(OpenDescriptors(), before);
-    };
-    for (int const nth : {1, 2})
-    {
-        failing(SystemCalls::MakeWatcher, nth, EMFILE, ERROR_TOO_MANY_OPEN_FILES);
-        failing(SystemCalls::AddWatch, nth, ENOSPC, ERROR_NO_SYSTEM_RESOURCES);
-        failing(SystemCalls::AddWatch, nth, ENOMEM, ERROR_NOT_ENOUGH_MEMORY);
-    }
-    failing(SystemCalls::AddWatch, 1, EACCES, ERROR_ACCESS_DENIED);
-    std::thread(
-        [&]
-        {
-            SystemCalls::Redirection const none(SystemCalls::MakeEventDescriptor, FailingWith(ENFILE));
-            EXPECT_EQ(codeNow(), ERROR_TOO_MANY_OPEN_FILES); // who couldn't wait
-        })
-        .join();
-    EXPECT_EQ(codeNow(), ERROR_SUCCESS);
-    EXPECT_EQ(CodeOf([&] { return CancelIoEx(directory.Get(), nullptr); }), ERROR_SUCCESS);
-    // Only the directory's end isn't seen where its parent can't be read.
-    OpenHandle const other = OpenDirectory();
-    SystemCalls::Redirection const unreadable(SystemCalls::AddWatch, FailingAt(SystemCalls::AddWatch, 1, EACCES));
-    EXPECT_TRUE(Read(other, &overlapped));
 }
 
 // A reading whose own event nobody could wait for must not write behind its caller's back.

@@ -211,54 +211,6 @@ TEST_F(Files, AClosedHandleIsRefused)
     EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), nullptr, nullptr, nullptr); }), 6U);
 }
 
-TEST_F(Files, InterruptionsAndShortTransfersAreCarriedOn)
-{
-    SystemCalls::Redirection const write(SystemCalls::Write, Halting(SystemCalls::Write, 3));
-    SystemCalls::Redirection const read(SystemCalls::Read, Halting(SystemCalls::Read, 4));
-    EXPECT_EQ(WriteCode(Open(drive.Path(L"file"), GENERIC_WRITE, 0, CREATE_NEW), "0123456789"), "0:10");
-    EXPECT_EQ(drive.Read("file"), "0123456789");
-    EXPECT_EQ(ReadAll(Open(drive.Path(L"file"), GENERIC_READ)), "0:0123456789");
-}
-
-TEST_F(Files, AFailureAmidATransferIsReportedWithNothingTransferred)
-{
-    OpenHandle const file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
-    int calls = 0;
-    auto const write = [&](int, void const*, size_t) -> ssize_t { return ++calls == 1 ? 2 : FailingWith(ENOSPC)(); };
-    SystemCalls::Redirection const full(SystemCalls::Write, write);
-    EXPECT_EQ(WriteCode(file, "0123456789"), "112:0");
-    SystemCalls::Redirection const stuck(SystemCalls::Write, [](int, void const*, size_t) { return 0; });
-    EXPECT_EQ(WriteCode(file, "0123456789"), "29:0");
-    SystemCalls::Redirection const broken(SystemCalls::Read, FailingWith(EIO));
-    EXPECT_EQ(ReadAll(file), "1117:");
-}
-
-TEST_F(Files, FailuresOfTheHostWhileOpeningLeakNothing)
-{
-    drive.Write("file", "text");
-    std::size_t const descriptors = OpenDescriptors();
-    {
-        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
-        for (DWORD const disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS})
-            EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, disposition), 4U);
-        EXPECT_EQ(CodeOf([&] { return DeleteFileW(drive.Path(L"file").c_str()); }), 4U);
-    }
-    {
-        SystemCalls::Redirection const interrupted(SystemCalls::Open, FailingAt(SystemCalls::Open, 0, EINTR, 2));
-        EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 0U);
-    }
-    {
-        SystemCalls::Redirection const failing(SystemCalls::Status, FailingWith(EIO));
-        EXPECT_EQ(OpenCode(L"file", GENERIC_READ), 1117U);
-    }
-    {
-        SystemCalls::Redirection const failing(SystemCalls::Truncate, FailingWith(EROFS));
-        EXPECT_EQ(OpenCode(L"file", GENERIC_WRITE, CREATE_ALWAYS), 19U);
-    }
-    EXPECT_EQ(OpenDescriptors(), descriptors);
-    EXPECT_EQ(drive.Read("file"), "text");
-}
-
 TEST_F(Files, OpeningAFifoDoesNotHang)
 {
     ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);

@@ -142,8 +142,6 @@ TEST_F(Modules, RunOutOfMemory)
     error = 0;
     SystemCalls::Redirection const noRoom(SystemCalls::ReserveMemory, [](auto...) { return MAP_FAILED; });
     EXPECT_EQ(CodeOfLoading(drive.Path(L"whole").c_str()), DWORD{ERROR_NOT_ENOUGH_MEMORY});
-    SystemCalls::Redirection const damaged(SystemCalls::ReadAt, FailingWith(EIO));
-    EXPECT_EQ(CodeOfLoading(drive.Path(L"whole").c_str()), DWORD{ERROR_IO_DEVICE});
 }
 
 TEST(ModulePaths, AreCutToTheBuffer)

@@ -151,21 +151,6 @@ TEST_F(Registry, TheHostsRightsCountToo)
         ::chmod(drive.Host(name).c_str(), 0700);
 }
 
-TEST_F(Registry, HostFailuresComeAsTheirCodes)
-{
-    auto const open = []
-    {
-        HKEY key;
-        return RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"oNe", 0, KEY_READ, &key);
-    };
-    {
-        SystemCalls::Redirection const full(SystemCalls::Open, FailingWith(EMFILE));
-        EXPECT_EQ(open(), ERROR_TOO_MANY_OPEN_FILES);
-    }
-    SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
-    EXPECT_EQ(open(), ERROR_IO_DEVICE);
-}
-
 TEST_F(Registry, OnlyPredefinedKeysAreMapped)
 {
     EXPECT_EQ(CodeOf([&] { return MapRegistry(nullptr, drive.Host()); }), DWORD{ERROR_INVALID_HANDLE});

@@ -2,7 +2,6 @@
 #include "SystemCalls.h"
 
 #include "Support/Descriptors.h"
-#include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/TestDrive.h"
 
@@ -132,25 +131,6 @@ TEST_F(Searching, FailuresHaveThePlatformsCodes)
     OpenHandle const file = Open(Path(L"file"), GENERIC_READ);
     EXPECT_EQ(CodeOf([&] { return FindNextFileW(file.Get(), &data); }), 6U);
     EXPECT_EQ(CodeOf([&] { return FindClose(file.Get()); }), 6U);
-}
-
-TEST_F(Searching, FailuresOfTheHostLeakNothing)
-{
-    drive.Write("file");
-    std::size_t const descriptors = OpenDescriptors();
-    {
-        SystemCalls::Redirection const none(SystemCalls::Open, FailingWith(EMFILE));
-        EXPECT_EQ(NamesOf(Path(L"*")), Names{L"code 4"});
-    }
-    {
-        SystemCalls::Redirection const broken(SystemCalls::ReadDirectory, FailingWith(EIO));
-        OpenSearch search(Path(L"*"));
-        ASSERT_TRUE(search);
-        EXPECT_TRUE(search.Next());
-        EXPECT_EQ(CodeOf([&] { return search.Next(); }), 1117U);
-        EXPECT_EQ(NamesOf(Path(L"x*")), Names{L"code 1117"});
-    }
-    EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
 TEST_F(Searching, RecordsTellWhatStatusTells)

@@ -160,61 +160,6 @@ TEST(Impersonation, OfAnotherIsRefusedWithoutThePrivilege)
         });
 }
 
-TEST(Impersonation, IsAllOrNothing)
-{
-    VOK_NEEDS_SUPERUSER();
-    OpenHandle const daemon(OpenUserToken("daemon"));
-    OpenHandle const somebody(OpenUserToken("nobody"));
-    KernelIdentity const process;
-    auto const failing = [](auto& call, int at, int times = 1)
-    {
-        return [&call, at, times](int error) -> std::shared_ptr<void>
-        {
-            auto const fail = FailingAt(call, at, error, times);
-            return std::make_shared<decltype(SystemCalls::Redirection(call, fail))>(call, fail);
-        };
-    };
-    std::pair<char const*, std::function<std::shared_ptr<void>(int)>> const cases[] = {
-        {"supplementary groups", failing(SystemCalls::SetOtherGroups, 0)},
-        {"group", failing(SystemCalls::SetGroups, 0)},
-        {"user", failing(SystemCalls::SetUsers, 0)},
-        {"supplementary groups, always", failing(SystemCalls::SetOtherGroups, 0, always)},
-        {"group, always", failing(SystemCalls::SetGroups, 0, always)},
-        {"user, always", failing(SystemCalls::SetUsers, 0, always)},
-        {"capabilities at first", failing(SystemCalls::SetCapabilities, 0)},
-        {"capabilities at last", failing(SystemCalls::SetCapabilities, 1)},
-    };
-    for (auto const& [what, fail] : cases)
-    {
-        SCOPED_TRACE(what);
-        for (auto const& [error, code] :
-             {std::pair{EPERM, ERROR_PRIVILEGE_NOT_HELD}, {ENOMEM, ERROR_NOT_ENOUGH_MEMORY}})
-        {
-            auto const fault = fail(error);
-            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(daemon.Get()); }), code);
-            EXPECT_EQ(KernelIdentity(), process);
-        }
-        ASSERT_TRUE(ImpersonateLoggedOnUser(daemon.Get()));
-        KernelIdentity const impersonated;
-        EXPECT_NE(impersonated, process);
-        {
-            auto const fault = fail(ENOMEM);
-            EXPECT_EQ(CodeOf([] { return RevertToSelf(); }), ERROR_NOT_ENOUGH_MEMORY);
-            EXPECT_EQ(KernelIdentity(), impersonated);
-        }
-        {
-            auto const fault = fail(EAGAIN);
-            EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(somebody.Get()); }), ERROR_NO_SYSTEM_RESOURCES);
-            EXPECT_EQ(KernelIdentity(), impersonated);
-        }
-        EXPECT_TRUE(RevertToSelf());
-        EXPECT_EQ(KernelIdentity(), process);
-    }
-    SystemCalls::Redirection const unmarked(SystemCalls::SetSecureBits, FailingWith(EPERM));
-    EXPECT_EQ(CodeOf([&] { return ImpersonateLoggedOnUser(daemon.Get()); }), ERROR_PRIVILEGE_NOT_HELD);
-    EXPECT_EQ(KernelIdentity(), process);
-}
-
 TEST(ImpersonationDeathTest, EndsTheProcessWhenTheWayBackIsRefused)
 {
     VOK_NEEDS_SUPERUSER();

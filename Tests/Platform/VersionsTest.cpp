@@ -1,6 +1,5 @@
 #include <Brindle/Platform/Versions.h>
 
-#include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 #include "Support/PortableExecutableBuilder.h"
 #include "Support/TestDrive.h"
@@ -154,23 +153,6 @@ TEST(Versions, OfWhatIsNoPlainFile)
     EXPECT_EQ(Version(drive.Path(L"fifo")).second, noData);
     OpenHandle const holder = Open(drive.Path(L"x.exe"), GENERIC_READ);
     EXPECT_EQ(Version(drive.Path(L"x.exe")).second, DWORD{ERROR_SHARING_VIOLATION});
-}
-
-TEST(Versions, CarryOnAndReportTheHostsFaults)
-{
-    TestDrive const drive;
-    drive.Write("x.exe", good);
-    std::wstring const path = drive.Path(L"x.exe");
-    {
-        SystemCalls::Redirection const slow(SystemCalls::ReadAt, Halting(SystemCalls::ReadAt, 3));
-        EXPECT_EQ(Version(path), std::pair(info, DWORD{0}));
-    }
-    {
-        SystemCalls::Redirection const broken(SystemCalls::ReadAt, FailingWith(EIO));
-        EXPECT_EQ(Version(path).second, DWORD{ERROR_IO_DEVICE});
-    }
-    SystemCalls::Redirection const cut(SystemCalls::ReadAt, [](auto...) { return 0; });
-    EXPECT_EQ(Version(path).second, DWORD{ERROR_HANDLE_EOF});
 }
 
 } // namespace

@@ -424,26 +424,6 @@ TEST(Waits, LeaveNoDescriptorToAThreadThatHasEnded)
     EXPECT_EQ(Look(event), 0U);
 }
 
-TEST(Waits, FailWhereTheHostCannotWait)
-{
-    OpenHandle const event = Event(false);
-    auto const operation = std::make_shared<Operation>(event.Get());
-    operation->Begin();
-    auto const wait = [&] { return WaitForSingleObject(event.Get(), longTime) != WAIT_FAILED; };
-    {
-        SystemCalls::Redirection const none(SystemCalls::MakeEventDescriptor, FailingWith(EMFILE));
-        std::thread([&] { EXPECT_EQ(CodeOf(wait), 4U); }).join();
-    }
-    {
-        SystemCalls::Redirection const none(SystemCalls::Poll, FailingWith(ENOMEM));
-        EXPECT_EQ(CodeOf(wait), 8U);
-    }
-    // An interrupted look is made again.
-    operation->MayEnd();
-    SystemCalls::Redirection const interrupted(SystemCalls::Poll, FailingAt(SystemCalls::Poll, 0, EINTR, 2));
-    EXPECT_EQ(Look(event), 0U);
-}
-
 TEST(Waits, GoOnInAChildOfAProcessWhoseThreadsWait)
 {
     OpenHandle const event = Event(false, false, L"forked");

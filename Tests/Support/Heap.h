@@ -14,20 +14,13 @@ inline std::atomic<long> blocks = 0;
 inline thread_local long allowed = -1;
 inline thread_local bool hasRefused = false;
 
-inline void* Take(std::size_t size) noexcept
+inline void* Take(std::size_t size, bool throws)
 {
     hasRefused = hasRefused || allowed == 0;
     void* const block = allowed == 0 ? nullptr : std::malloc(size);
     allowed -= allowed > 0 ? 1 : 0;
     blocks += block != nullptr ? 1 : 0;
-    return block;
-}
-
-inline void* TakeOrThrow(std::size_t size)
-{
-    if (void* const block = Take(size))
-        return block;
-    throw std::bad_alloc();
+    return block != nullptr || !throws ? block : throw std::bad_alloc();
 }
 
 inline void Return(void* block) noexcept
@@ -38,13 +31,15 @@ inline void Return(void* block) noexcept
 
 } // namespace Brindle::Vok::Testing::Heap
 
+namespace Heap = Brindle::Vok::Testing::Heap;
+
 // clang-format off
-void* operator new(std::size_t size) { return Brindle::Vok::Testing::Heap::TakeOrThrow(size); }
-void* operator new[](std::size_t size) { return Brindle::Vok::Testing::Heap::TakeOrThrow(size); }
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return Brindle::Vok::Testing::Heap::Take(size); }
-void* operator new[](std::size_t size, std::nothrow_t const&) noexcept { return Brindle::Vok::Testing::Heap::Take(size); }
-void operator delete(void* block) noexcept { Brindle::Vok::Testing::Heap::Return(block); }
-void operator delete[](void* block) noexcept { Brindle::Vok::Testing::Heap::Return(block); }
-void operator delete(void* block, std::size_t) noexcept { Brindle::Vok::Testing::Heap::Return(block); }
-void operator delete[](void* block, std::size_t) noexcept { Brindle::Vok::Testing::Heap::Return(block); }
+void* operator new(std::size_t size) { return Heap::Take(size, true); }
+void* operator new[](std::size_t size) { return Heap::Take(size, true); }
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept { return Heap::Take(size, false); }
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept { return Heap::Take(size, false); }
+void operator delete(void* block) noexcept { Heap::Return(block); }
+void operator delete[](void* block) noexcept { Heap::Return(block); }
+void operator delete(void* block, std::size_t) noexcept { Heap::Return(block); }
+void operator delete[](void* block, std::size_t) noexcept { Heap::Return(block); }
 // clang-format on
