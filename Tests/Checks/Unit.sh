@@ -69,7 +69,7 @@ shown_to_others() {
         keep=$(mktemp --directory /tmp/vok2-tree.XXXXXX)
         mount --bind "$tree" "$keep"
         mount -t tmpfs -o mode=755 tmpfs "$closed"
-        for part in Build Tests; do
+        for part in Build Tests Docs; do
             mkdir -p "$tree/$part"
             mount --bind "$keep/$part" "$tree/$part"
         done
