@@ -65,7 +65,7 @@ TEST(Log, DeliversBySeverityInOrderOfSubscription)
     LogPlain(VokLogSeverity::trace, "forced", true);
     EXPECT_THAT(got, ElementsAre("a:critical x", "b:critical x", "a:error x", "b:error x", "b:warning x", "b:info x",
                                  "a:trace forced", "b:trace forced"));
-    EXPECT_EQ(ToStringA(static_cast<VokLogSeverity>(5)), "unknown LogSeverity");
+    EXPECT_EQ(ToString(static_cast<VokLogSeverity>(5)), L"unknown LogSeverity");
 }
 
 TEST(Log, AStatementCarriesAllItsFields)
