@@ -27,47 +27,22 @@ using testing::EndsWith;
 namespace
 {
 
-// What a platform that tests make up says of one directory.
-struct Script
+// A directory of which a platform says what a test makes up.
+struct ScriptedDirectory : DirInfo
 {
-    BOOL result = TRUE;
-    DWORD code = 0;
-    DWORD byteCount = 0;
-    bool reads = true;
-    // Sets the event of each reading, which has ended so.
-    bool endsAtOnce = false;
-    int openings = 0;
+    ScriptedDirectory(BOOL result, DWORD code, DWORD byteCount)
+        : DirInfo(L"C:\\data", false, 0x11), result(result), code(code), byteCount(byteCount)
+    {
+    }
+    HANDLE OpenDirectory(std::wstring const&) override { return nullptr; } // Cancel leaves the platform alone
+    bool ReadChanges(DWORD*) override { return ++readings > 0; }
+    DWORD LastError() override { return code; }
+    BOOL OverlappedResult(DWORD* bytesTransferred) override { return *bytesTransferred = byteCount, result; }
+
+    BOOL result;
+    DWORD code;
+    DWORD byteCount;
     int readings = 0;
-};
-
-class ScriptedDirectory : public DirInfo
-{
-public:
-    ScriptedDirectory(Path directory, Script& script) : DirInfo(std::move(directory), false, 0x11), script(script) {}
-
-    HANDLE OpenDirectory(std::wstring const& text) override
-    {
-        EXPECT_EQ(text, path.ToString());
-        ++script.openings;
-        return nullptr; // Cancel leaves the platform alone
-    }
-    bool ReadChanges(DWORD*) override
-    {
-        ++script.readings;
-        if (script.endsAtOnce)
-            overlapped->event.Set();
-        SetLastError(ERROR_ACCESS_DENIED);
-        return script.reads;
-    }
-    DWORD LastError() override { return script.code; }
-    BOOL OverlappedResult(DWORD* bytesTransferred) override
-    {
-        *bytesTransferred = script.byteCount;
-        return script.result;
-    }
-
-private:
-    Script& script;
 };
 
 // Fills a directory's buffer as the platform does, with rubbish behind each name.
@@ -85,25 +60,6 @@ void Fill(DirInfo& directory, std::vector<std::pair<DWORD, std::u16string>> cons
         place += 64;
     }
 }
-
-class ScriptedMonitor : public DirectoryMonitorImpl
-{
-public:
-    ScriptedMonitor(DirectoryChangeCallback callback, std::vector<Script>& scripts)
-        : DirectoryMonitorImpl(std::move(callback), std::vector<Path>(scripts.size(), L"C:\\d")), scripts(scripts)
-    {
-    }
-    std::unique_ptr<DirInfo> MakeDirInfo(Path directory, bool watchSubtree, DWORD notifyFilter) override
-    {
-        EXPECT_FALSE(watchSubtree);
-        EXPECT_EQ(notifyFilter, 0x11U);
-        return std::make_unique<ScriptedDirectory>(std::move(directory), scripts[next++]);
-    }
-
-private:
-    std::vector<Script>& scripts;
-    std::size_t next = 0;
-};
 
 void WaitForErrors(LogRecorder const& recorder, std::size_t count)
 {
@@ -123,45 +79,44 @@ TEST(DirInfo, TellsWhatTheReadingGave)
 {
     constexpr char functionAndText[] =
         "Brindle::Vok::DirInfo::ProcessNotifications: Unhandled GetOverlappedResult error ";
-    struct Row
-    {
-        Script script;
-        std::vector<std::string> expected;
-        int readings;
-        std::string logged;
-    };
     std::vector<std::string> const overflow = {"overflow C:\\data"};
     std::vector<std::string> const records = {"removed C:\\data\\a.txt", "renamedOldName C:\\data\\b",
                                               "renamedNewName C:\\data\\ä",
                                               "unexpected DirectoryAction C:\\data\\12345"};
-    for (Row const& row : std::vector<Row>{
-             {{.byteCount = 0}, overflow, 1, {}},
-             {{.result = FALSE, .code = ERROR_IO_PENDING}, {}, 0, {}},
-             {{.result = FALSE, .code = ERROR_IO_INCOMPLETE}, overflow, 1, "[996]"},
-             {{.result = FALSE, .code = 5, .byteCount = 64}, records, 1, "[5]"}, // the count alone says what was read
-             {{.byteCount = 1}, records, 1, {}},
-         })
+    struct
     {
-        Script script = row.script;
-        ScriptedDirectory directory(L"C:\\data", script);
-        LogRecorder const recorder(VokLogSeverity::error);
+        BOOL result;
+        DWORD code;
+        DWORD byteCount;
+        std::vector<std::string> expected;
+        int readings;
+    } const cases[] = {
+        {TRUE, 0, 0, overflow, 2},  {FALSE, ERROR_IO_PENDING, 0, {}, 1}, {FALSE, ERROR_IO_INCOMPLETE, 0, overflow, 2},
+        {FALSE, 5, 64, records, 2}, // the count alone says what was read
+        {TRUE, 0, 1, records, 2},
+    };
+    for (auto const& each : cases)
+    {
+        ScriptedDirectory directory(each.result, each.code, each.byteCount);
+        LogRecorder const recorder(VokLogSeverity::warning);
         directory.Start();
         Fill(directory, {{2, u"a.txt"}, {4, u"b"}, {5, u"ä"}, {9, u"12345"}});
         std::vector<std::string> told;
         directory.ProcessNotifications(
             [&](DirectoryChange const& change)
             { told.push_back(WideToUtf8(ToString(change.action) + L' ' + change.path.ToString())); });
-        EXPECT_EQ(told, row.expected);
-        EXPECT_EQ(script.readings, 1 + row.readings);
-        EXPECT_EQ(recorder.LinesWithFunction(),
-                  row.logged.empty() ? std::vector<std::string>() : std::vector{functionAndText + row.logged});
+        EXPECT_EQ(told, each.expected);
+        EXPECT_EQ(directory.readings, each.readings);
+        std::vector<std::string> logged;
+        if (each.code != 0 && each.readings == 2)
+            logged.push_back(functionAndText + ('[' + std::to_string(each.code) + ']'));
+        EXPECT_EQ(recorder.LinesWithFunction(), logged);
     }
 }
 
 TEST(DirInfo, LosesTheOtherRecordsToACallbackThatThrows)
 {
-    Script script{.byteCount = 1};
-    ScriptedDirectory directory(L"C:\\data", script);
+    ScriptedDirectory directory(TRUE, 0, 1);
     directory.Start();
     Fill(directory, {{1, u"a"}, {1, u"b"}, {1, u"c"}});
     int calls = 0;
@@ -172,38 +127,11 @@ TEST(DirInfo, LosesTheOtherRecordsToACallbackThatThrows)
     };
     EXPECT_THROW(directory.ProcessNotifications(callback), std::runtime_error);
     EXPECT_EQ(calls, 1);
-    EXPECT_EQ(script.readings, 1);
-    EXPECT_THROW(directory.ProcessNotifications(nullptr), std::bad_function_call);
-}
-
-TEST(DirectoryMonitor, StopsAlsoWhileEveryReadingHasEnded)
-{
-    std::vector<Script> scripts(3, Script{.endsAtOnce = true});
-    std::atomic<int> calls = 0;
-    std::promise<void> many;
-    {
-        ScriptedMonitor monitor(
-            [&](DirectoryChange const&)
-            {
-                if (++calls == 1000)
-                    many.set_value();
-            },
-            scripts);
-        monitor.Start();
-        many.get_future().wait();
-    }
-    EXPECT_EQ(scripts[0].readings, calls + 1);
-    EXPECT_EQ(scripts[2].readings, 1); // earlier ones go first
+    EXPECT_EQ(directory.readings, 1);
 }
 
 TEST(DirectoryMonitor, IsNotMadeWhenADirectoryCannotBeWatched)
 {
-    std::vector<Script> scripts(3);
-    scripts[1].reads = false;
-    ScriptedMonitor monitor(nullptr, scripts);
-    EXPECT_THROW(monitor.Start(), WindowsError);
-    EXPECT_EQ(scripts[2].openings, 0);
-
     TestDrive const drive;
     drive.Write("file");
     drive.Write("a/x");
@@ -219,7 +147,7 @@ TEST(DirectoryMonitor, IsNotMadeWhenADirectoryCannotBeWatched)
     };
     for (auto const& [name, message] : cases)
     {
-        std::vector<Path> const directories = {drive.Path(L"a"), drive.Path(name), drive.Path(L"a")};
+        std::vector<Path> const directories = {drive.Path(L"a"), drive.Path(name), L"not:tried"};
         WindowsError const error = Thrown<WindowsError>([&] { Watch(directories, nullptr); });
         EXPECT_EQ(WithoutLine(error.what()), "Source/Vok/DirectoryMonitorImpl.cpp: Brindle::Vok::DirInfo::" + message);
         EXPECT_EQ(OpenDescriptors(), before);
@@ -300,12 +228,13 @@ TEST(DirectoryMonitor, TellsNothingAfterItsEnd)
     std::promise<void> isCalled;
     std::atomic<bool> mayReturn = false;
     std::atomic<int> calls = 0;
-    auto monitor = Watch({drive.Path(), drive.Path()}, // twice: another reading has always ended
+    auto monitor = Watch({drive.Path(), drive.Path()},
                          [&](DirectoryChange const&)
                          {
                              if (++calls == 1)
                                  isCalled.set_value();
                              mayReturn.wait(false);
+                             drive.Write("for the next reading" + std::to_string(calls)); // which has always ended so
                          });
     drive.Write("a");
     drive.Write("b");
