@@ -71,11 +71,14 @@ std::string const narrow = "n\xC3\xA9";
 
 } // namespace
 
-TEST(FormatString, TakesEveryKindOfArgument)
+TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
 {
+    auto const formatWide = [](wchar_t const* format, auto const&... arguments)
+    { return WideToUtf8(FormatStringW(format, arguments...)); };
     Detail::WideStringAtl const atlWide(wide.c_str());
     Detail::NarrowStringAtl const atlNarrow(narrow.c_str());
-    std::wstring const longText(100, L'x');
+    std::string const widened = "n\u00C3\u00A9"; // byte by byte, no decoding
+    std::wstring const longText(1000, L'x');
     char const* const nullNarrow = nullptr;
     wchar_t* const nullWide = nullptr;
     std::pair<std::string, std::string> const cases[] = {
@@ -89,38 +92,25 @@ TEST(FormatString, TakesEveryKindOfArgument)
         {FormatString("{} {} {} {:.1f}", -1L, true, Choice::three, 0.5), "-1 true 3 0.5"},
         {FormatString("{} {}", atlWide, atlNarrow), wideInUtf8 + " " + narrow},
         {FormatString("{}|{}", Detail::WideStringAtl(), Detail::NarrowStringAtl()), "|"},
-        {FormatString("{}{}", Legacy::CString(wide), Legacy::CString(longText)), wideInUtf8 + std::string(100, 'x')},
+        {FormatString("{}{}", Legacy::CString(wide), Legacy::CString(longText)), wideInUtf8 + std::string(1000, 'x')},
         {FormatString("{} {}", Narrow(), WindowsError()), narrow + " Windows ERROR_SUCCESS"},
         {FormatString("{} {}", Color::green, VokLogSeverity::info), "green 3"},
         {FormatString("a{}b", std::string("x\0y", 3)), "ax"}, // a text ends at the first NUL
         {WideToUtf8(Detail::GetAtlStringValue(atlWide)), wideInUtf8},
         {WideToUtf8(Detail::GetLegacyStringValue(Legacy::CString(wide))), wideInUtf8},
+        {formatWide(L"{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
+        {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
+        {formatWide(L"{} {}", nullNarrow, nullWide), "(null) (null)"},
+        {formatWide(L"{:>4}|{}", "ab", 'c'), "  ab|c"},
+        {formatWide(L"{:X} {} {}", -1, Choice::three, true), "-1 3 true"},
+        {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
+        {formatWide(L"{} {}", Legacy::CString(wide), Color::green), wideInUtf8 + " green"},
+        {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
+        {formatWide(L"a{}b", std::wstring(L"x\0y", 3)), "ax"},
+        {FormatLogMessage(L"[{}]", wide), "[" + wideInUtf8 + "]"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);
-}
-
-TEST(FormatString, TakesTheSameInWideFormats)
-{
-    Detail::WideStringAtl const atlWide(wide.c_str());
-    Detail::NarrowStringAtl const atlNarrow(narrow.c_str());
-    std::wstring const widened = L"n\u00C3\u00A9"; // byte by byte, no decoding
-    char const* const nullNarrow = nullptr;
-    wchar_t* const nullWide = nullptr;
-    std::pair<std::wstring, std::wstring> const cases[] = {
-        {FormatStringW(L"{} {}", wide, wide.c_str()), wide + L" " + wide},
-        {FormatStringW(L"{} {}", narrow, narrow.c_str()), widened + L" " + widened},
-        {FormatStringW(L"{} {}", nullNarrow, nullWide), L"(null) (null)"},
-        {FormatStringW(L"{:>4}|{}", "ab", 'c'), L"  ab|c"},
-        {FormatStringW(L"{:X} {} {}", -1, Choice::three, true), L"-1 3 true"},
-        {FormatStringW(L"{} {}", atlWide, atlNarrow), wide + L" n\u00E9"},
-        {FormatStringW(L"{} {}", Legacy::CString(wide), Color::green), wide + L" green"},
-        {FormatStringW(L"{} {}", Narrow(), WindowsError()), L"n\u00E9 Windows ERROR_SUCCESS"},
-        {FormatStringW(L"a{}b", std::wstring(L"x\0y", 3)), L"ax"},
-    };
-    for (auto const& [actual, expected] : cases)
-        EXPECT_EQ(actual, expected);
-    EXPECT_EQ(FormatLogMessage(L"[{}]", wide), "[" + wideInUtf8 + "]");
 }
 
 TEST(FormatString, ABadFormatComesBackAsItIsAndIsLogged)
