@@ -1,6 +1,5 @@
 // What a monitor tells of what really happens on the host.
 #include "Support/ChangeRecorder.h"
-#include "Support/Descriptors.h"
 #include "Support/Directories.h"
 #include "Support/LogRecorder.h"
 #include "Support/TestDrive.h"

@@ -11,7 +11,6 @@
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace Legacy
 {
