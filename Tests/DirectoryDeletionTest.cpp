@@ -56,26 +56,18 @@ TEST_F(DirectoryDeletion, TakesEverythingAndOfContentAllButTheTopDirectory)
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST_F(DirectoryDeletion, StopsAtAFileThatAnotherProcessHolds)
+TEST_F(DirectoryDeletion, StopsAtAFileThatIsHeld)
 {
-    // Only a file of the top directory is named.
-    struct
+    for (wchar_t const* name : {L"d\\held", L"d\\s\\t\\held"})
     {
-        std::wstring held;
-        std::string text;
-    } const cases[] = {{L"d\\held", "DeleteFileW [" + Text(L"d\\held") + "]"}, {L"d\\s\\t\\held", ""}};
-    for (auto const& each : cases)
-    {
-        fileSystem->VokCreateDirectory(Path(drive.Path(each.held)).Parent());
-        HoldingProcess holder([&] { return Open(drive.Path(each.held), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW); });
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, each.text));
-        holder.Go();
-        EXPECT_EQ(holder.Join(), 0);
+        fileSystem->VokCreateDirectory(Path(drive.Path(name)).Parent());
+        OpenHandle held = Open(drive.Path(name), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW);
+        std::string const text = name[2] == L'h' ? "DeleteFileW [" + Text(name) + "]" : ""; // of the top directory only
+        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, text));
+        held.Close();
         EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
         EXPECT_FALSE(drive.Exists("d"));
     }
-    drive.Write("file");
-    EXPECT_EQ(DeletionMessage(drive.Path(L"file")), DeletionFailure(267, ""));
 }
 
 TEST(DeletionGuard, RefusesWhatNamesNoDirectoryBelowARoot)
@@ -94,46 +86,40 @@ TEST(DeletionGuard, RefusesWhatNamesNoDirectoryBelowARoot)
         EXPECT_EQ(CodeAgainstDeleting(path), 0U) << WideToUtf8(path);
 }
 
-TEST_F(DirectoryDeletion, RefusesAWholeDrive)
-{
-    drive.Write("file");
-    for (std::wstring const& root : {drive.Path(), drive.Path(L"a\\.."), L"\\\\?\\" + drive.Path()})
-    {
-        EXPECT_EQ(DeletionMessage(root), DeletionFailure(5, "Path [" + WideToUtf8(root) + "]"));
-        EXPECT_EQ(Thrown<WindowsError>([&] { DirectoryInfo(root, fileSystem).DeleteContent(); }).code().value(), 5);
-    }
-    EXPECT_TRUE(drive.Exists("file"));
-}
-
-TEST_F(DirectoryDeletion, RefusesALinkAsItsPath)
+TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
 {
     drive.Write("outside/precious");
-    std::filesystem::create_symlink("outside", drive.Host("link"));
-    std::filesystem::create_symlink(".", drive.Host("root"));
-    std::filesystem::create_symlink("missing", drive.Host("dangling"));
-    for (wchar_t const* name : {L"link", L"link\\", L"link/", L"link\\.", L"root"})
+    drive.Write("d/x");
+    for (auto const& [link, target] : {std::pair{"link", "outside"},
+                                       {"root", "."},
+                                       {"dangling", "missing"},
+                                       {"file", "outside/precious"},
+                                       {"circle", "circle"}})
+        std::filesystem::create_symlink(target, drive.Host(link));
+    struct
     {
-        EXPECT_EQ(DeletionMessage(drive.Path(name)), DeletionFailure(267, "Path [" + Text(name) + "]"));
-        DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(name));
-        EXPECT_EQ(Thrown<WindowsError>([&] { directory.DeleteContent(); }).code().value(), 267);
-    }
-    EXPECT_TRUE(drive.Exists("outside/precious"));
+        std::vector<wchar_t const*> names;
+        DWORD code;
+        bool isNamed;
+    } const cases[] = {
+        {{L"", L"a\\.."}, ERROR_ACCESS_DENIED, true},
+        {{L"link", L"link\\", L"link/", L"link\\.", L"root"}, ERROR_DIRECTORY, true},
+        {{L"file", L"outside\\precious"}, ERROR_DIRECTORY, false},
+        {{L"circle"}, ERROR_CANT_RESOLVE_FILENAME, false},
+        {{L"none?", L"d*", L"lin?", L"d\\*.none", L"a<b", L"none*\\"}, ERROR_INVALID_NAME, false},
+    };
+    for (auto const& [names, code, isNamed] : cases)
+        for (wchar_t const* name : names)
+        {
+            std::wstring const path = drive.Path(name);
+            EXPECT_EQ(DeletionMessage(path), DeletionFailure(code, isNamed ? "Path [" + Text(name) + "]" : ""));
+            DirectoryInfo directory = fileSystem->MakeDirectoryInfo(path);
+            EXPECT_EQ(Thrown<WindowsError>([&] { directory.DeleteContent(); }).code().value(), static_cast<int>(code));
+        }
+    EXPECT_TRUE(drive.Exists("outside/precious") && drive.Exists("d/x"));
     EXPECT_FALSE(fileSystem->MakeDirectoryInfo(drive.Path(L"dangling")).Delete()); // there is no directory
-    std::filesystem::create_symlink("outside/precious", drive.Host("file"));
-    std::filesystem::create_symlink("circle", drive.Host("circle"));
-    EXPECT_EQ(DeletionMessage(drive.Path(L"file")), DeletionFailure(267, ""));
-    EXPECT_EQ(DeletionMessage(drive.Path(L"circle")), DeletionFailure(1921, ""));
     EXPECT_EQ(DeletionMessage(drive.Path(L"root\\outside")), noError);
     EXPECT_FALSE(drive.Exists("outside"));
-}
-
-TEST_F(DirectoryDeletion, TakesNoPathForAPattern)
-{
-    drive.Write("d/precious");
-    std::filesystem::create_symlink("d", drive.Host("link"));
-    for (wchar_t const* name : {L"none?", L"d*", L"lin?", L"d\\*.none", L"a<b", L"none*\\"})
-        EXPECT_EQ(DeletionMessage(drive.Path(name)), DeletionFailure(123, "")) << WideToUtf8(name);
-    EXPECT_TRUE(drive.Exists("d/precious"));
 }
 
 TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)

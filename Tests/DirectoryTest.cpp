@@ -16,37 +16,30 @@ namespace
 
 using Directories = DirectoryTests;
 
-/// A service that sees what reaches it.
-class WatchingService final : public FileSystem
+/// The real service, with a record of what reaches it.
+struct RecordingService final : FileSystemImpl
 {
-public:
-    TempDirectory MakeTempDirectory() override { return inner->MakeTempDirectory(); }
-    PathInfo MakePathInfo(Path path) override { return inner->MakePathInfo(std::move(path)); }
-    DirectoryInfo MakeDirectoryInfo(Path path) override { return inner->MakeDirectoryInfo(std::move(path)); }
-    std::unique_ptr<File> MakeFile(Path path) override { return inner->MakeFile(std::move(path)); }
-    void VokCreateDirectory(Path path) override { calls.push_back("create " + path.ToStringA()); }
-    bool DeleteDirectory(Path path, Error&) override { return calls.push_back("delete& " + path.ToStringA()), true; }
-    bool DeleteDirectory(Path path) override { return calls.push_back("delete " + path.ToStringA()), true; }
-
-    std::vector<std::string> calls;
-    std::shared_ptr<FileSystem> inner = MakeFileSystem();
-};
-
-/// The real service, with a record of what it asks of itself.
-struct DerivedService final : FileSystemImpl
-{
-    using FileSystemImpl::DeleteDirectory;
     void VokCreateDirectory(Path path) override
     {
-        calls.push_back(path.ToStringA());
+        calls.push_back("create " + path.ToStringA());
         FileSystemImpl::VokCreateDirectory(path);
         if (!madeMeanwhile.empty())
             std::filesystem::create_directories(madeMeanwhile);
     }
-    bool DeleteDirectory(Path, Error&) override { throw std::runtime_error("not deleted"); }
+    bool DeleteDirectory(Path path, Error& error) override
+    {
+        calls.push_back("delete& " + path.ToStringA());
+        return fails ? throw std::runtime_error("not deleted") : FileSystemImpl::DeleteDirectory(path, error);
+    }
+    bool DeleteDirectory(Path path) override
+    {
+        calls.push_back("delete " + path.ToStringA());
+        return FileSystemImpl::DeleteDirectory(path);
+    }
 
     std::vector<std::string> calls;
     std::string madeMeanwhile;
+    bool fails = false;
 };
 
 TEST_F(Directories, AnAnswerIsKeptUntilRefresh)
@@ -101,33 +94,28 @@ TEST_F(Directories, AreAskedForOnlyByTheFirstQuestionThatSucceeds)
     EXPECT_EQ(questions, 3);
 }
 
-TEST_F(Directories, AServiceSeesWhatIsItsOwn)
+TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
 {
-    auto const service = std::make_shared<WatchingService>();
+    auto const service = std::make_shared<RecordingService>();
     drive.Write("d/file");
     DirectoryInfo directory(drive.Path(L"d"), service);
     directory.Create();
-    directory.CreateSubdirectory(L"s");
-    directory.Delete();
-    directory.DeleteContent();
+    directory.CreateSubdirectory(L"s\\t");
+    directory.DeleteContent(); // the only one that it isn't asked for
     EXPECT_FALSE(drive.Exists("d/file"));
+    directory.Delete();
     {
         TempDirectory temporary(service, drive.Path(L"t"));
         temporary.Delete();
     }
-    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "create " + Text(L"d\\s"), "delete " + Text(L"d"),
+    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "create " + Text(L"d\\s\\t"),
+                                            "create " + Text(L"d\\s"), "delete " + Text(L"d"), "delete& " + Text(L"d"),
                                             "delete& " + Text(L"t"), "delete& " + Text(L"t")));
-}
-
-TEST_F(Directories, TheRealServiceAsksItselfForParentsAndDeletions)
-{
-    auto const service = std::make_shared<DerivedService>();
-    service->VokCreateDirectory(drive.Path(L"a\\b\\c"));
-    EXPECT_THAT(service->calls, ElementsAre(Text(L"a\\b\\c"), Text(L"a\\b"), Text(L"a")));
-    EXPECT_THROW(service->DeleteDirectory(drive.Path(L"a")), std::runtime_error);
     HostVariable const temp("TEMP", drive.Host("tmp").c_str());
+    service->calls.clear();
+    service->fails = true;
     std::string const path = service->MakeTempDirectory().Path().ToStringA(); // whose end throws to nobody
-    EXPECT_EQ(service->calls.at(3), path);
+    EXPECT_EQ(service->calls.front(), "create " + path);
     // What somebody else made between the two attempts is an error.
     service->madeMeanwhile = drive.Host("x/y");
     EXPECT_EQ(Thrown<WindowsError>([&] { service->VokCreateDirectory(drive.Path(L"x\\y")); }).code().value(), 183);

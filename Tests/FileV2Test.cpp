@@ -23,7 +23,6 @@ constexpr auto utf16 = TextEncoding::Utf16;
 constexpr auto withMark = ByteOrderMarkPolicy::Write;
 constexpr auto withoutMark = ByteOrderMarkPolicy::Omit;
 constexpr auto unchanged = LineEndingPolicy::Unchanged;
-constexpr auto windows = LineEndingPolicy::Windows;
 
 } // namespace
 
@@ -71,31 +70,6 @@ TEST_F(FileV2, ReadsTextsByTheirMark)
         EXPECT_FALSE(error.Failed());
     }
     EXPECT_THAT(recorder.Statements(), IsEmpty());
-}
-
-TEST_F(FileV2, WritesEveryForm)
-{
-    auto const written = [&](auto const& text, TextEncoding encoding, ByteOrderMarkPolicy mark, LineEndingPolicy ends)
-    {
-        drive.Write("file", "a longer text from before");
-        File(L"file")->WriteAllText(text, encoding, mark, ends);
-        return drive.Read("file");
-    };
-    std::string const narrow = "\303\251\n";
-    std::wstring const wide = L"\u00E9\n";
-    std::pair<std::string, std::string> const cases[] = {
-        {written(narrow, utf8, withMark, windows), "\357\273\277\303\251\r\n"},
-        {written(wide, utf8, withoutMark, windows), "\303\251\r\n"},
-        {written(wide, utf16, withMark, windows), "\377\376\351\0\r\0\n\0"s},
-        {written(narrow, utf16, withoutMark, unchanged), "\351\0\n\0"s},
-        {written(L"\0\xD83D\xDE00"s, utf16, withoutMark, unchanged), "\0\0\x3D\xD8\0\xDE"s},
-        {written(wide, utf8, withMark, LineEndingPolicy(2)), "\357\273\277"},
-        {written(narrow, utf16, ByteOrderMarkPolicy(7), LineEndingPolicy(2)), ""},
-        {written(narrow, TextEncoding(2), withMark, windows), "a longer text from before"},
-        {written(wide, TextEncoding(2), withMark, windows), "a longer text from before"},
-    };
-    for (auto const& [actual, expected] : cases)
-        EXPECT_EQ(actual, expected);
 }
 
 TEST_F(FileV2, MovesEverythingThroughAHostThatHaltsAndSharesNothingMeanwhile)

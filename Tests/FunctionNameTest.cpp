@@ -78,12 +78,6 @@ struct Two
     }
 };
 
-template <int number, class T>
-struct WithNumber
-{
-    char const* Member() { return NAME; }
-};
-
 template <class... Types>
 struct Pack
 {
@@ -169,9 +163,9 @@ TEST(FunctionName, HasTheArgumentsOfClassTemplates)
         {Template<Template<IFile*>>().Member(),
          "Shapes::Template<class Shapes::Template<class Shapes::IFile*>>::Member"},
         {Two<int, IFile const*>::Member('c'), "Shapes::Two<int,const class Shapes::IFile*>::Member"},
-        {WithNumber<-3, unsigned long>().Member(), "Shapes::WithNumber<-3,unsigned long>::Member"},
         {Pack<int, IFile>().Member(), "Shapes::Pack<int,class Shapes::IFile>::Member"},
-        {MixedPack<Pack<int, char>, 1, 2>().Member(), "Shapes::MixedPack<class Shapes::Pack<int,char>,1,2>::Member"},
+        {MixedPack<Pack<int, unsigned long>, -3, 2>().Member(),
+         "Shapes::MixedPack<class Shapes::Pack<int,unsigned long>,-3,2>::Member"},
         {Template<Hidden>().Member(), "Shapes::Template<class Shapes::`anonymous-namespace'::Hidden>::Member"},
     };
     for (auto const& [actual, expected] : cases)

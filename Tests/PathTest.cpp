@@ -1,3 +1,4 @@
+// Paths by example, and what they are made of and become. PathOracleTest.cpp holds all their rules.
 #include "Support/LogRecorder.h"
 
 #include <Brindle/Vok/Path.h>
@@ -13,62 +14,87 @@ using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
 
-TEST(Path, IsClassifiedByItsText)
+TEST(Path, IsTakenApart)
 {
-    struct
+    struct Row
     {
         wchar_t const* text;
-        PathPrefix prefix;
-        char const* prefixName;
-        wchar_t const* prefixText;
-        bool isUnc;
-        bool isExtendedLength;
-        bool isRelative;
-    } const cases[] = {
-        {L"", PathPrefix::none, "none", L"", false, false, true},
-        {L"a", PathPrefix::none, "none", L"", false, false, true},
-        {LR"(\)", PathPrefix::none, "none", L"", false, false, true},
-        {LR"(\x)", PathPrefix::none, "none", L"", false, false, false},
-        {L"C:", PathPrefix::none, "none", L"", false, false, true},
-        {L"C:x.txt", PathPrefix::none, "none", L"", false, false, true},
-        {LR"(C:\)", PathPrefix::none, "none", L"", false, false, false},
-        {LR"(?:\)", PathPrefix::none, "none", L"", false, false, false},
-        {L"C:/a/b.txt", PathPrefix::none, "none", L"", false, false, true},
-        {L"//server/share/x.txt", PathPrefix::none, "none", L"", false, false, true},
-        {LR"(\\)", PathPrefix::unc, "unc", LR"(\\)", true, false, false},
-        {LR"(\\server\share)", PathPrefix::unc, "unc", LR"(\\)", true, false, false},
-        {LR"(\\?\C:\a)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
-        {LR"(\\?\UNC\)", PathPrefix::extendedLengthUnc, "extendedLengthUnc", LR"(\\?\UNC\)", true, true, false},
-        {LR"(\\?\unc\server\share)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
-        {LR"(\\.\COM1)", PathPrefix::extendedLength, "extendedLength", LR"(\\?\)", false, true, false},
+        wchar_t const* prefix;
+        wchar_t const* driveAndDirectory; ///< in the normal form
+        wchar_t const* name;              ///< without the extension
+        wchar_t const* extension;
+        wchar_t const* server = L"";
+        wchar_t const* share = L"";
     };
-    for (auto const& each : cases)
+    for (Row const& row : {
+             Row{LR"(C:\a\..\b\c.tar.gz)", L"", LR"(C:\b)", L"c.tar", L".gz"},
+             Row{L"a.b/c", L"", L"a.b", L"c", L""},
+             Row{LR"(a\..\C:x.txt)", L"", L"C:", L"x", L".txt"},
+             Row{L".bashrc", L"", L"", L"", L".bashrc"},
+             Row{L"..", L"", L"", L".", L"."},
+             Row{LR"(\\server\..\x)", LR"(\\)", LR"(\)", L"", L"", L"x"},
+             Row{LR"(\\?\C:\a\..\b.txt)", LR"(\\?\)", LR"(C:\a\..)", L"b", L".txt"},
+             Row{LR"(\\?\UNC\server\share\f.txt)", LR"(\\?\UNC\)", LR"(\)", L"f", L".txt", L"server", L"share"},
+         })
     {
-        Path const path(each.text);
+        Path const path(row.text);
         SCOPED_TRACE(path.ToStringA());
-        EXPECT_EQ(path.Prefix(), each.prefix);
-        EXPECT_EQ(ToStringA(path.Prefix()), each.prefixName);
-        EXPECT_EQ(path.PrefixText(), each.prefixText);
-        EXPECT_EQ(path.IsUnc(), each.isUnc);
-        EXPECT_EQ(path.IsExtendedLength(), each.isExtendedLength);
-        EXPECT_EQ(path.IsRelative(), each.isRelative);
-        EXPECT_EQ(path.ToString(), each.text);
+        EXPECT_EQ(path.PrefixText(), row.prefix);
+        EXPECT_EQ(path.DriveAndDirectoryNormalized(), row.driveAndDirectory);
+        EXPECT_EQ(path.NameWithoutExtension(), row.name);
+        EXPECT_EQ(path.ExtensionWithDot(), row.extension);
+        EXPECT_EQ(path.Server(), row.server);
+        EXPECT_EQ(path.Share(), row.share);
     }
 }
 
-TEST(Path, DevicesAndUnknownPrefixesAreLogged)
+TEST(Path, IsRewrittenJoinedAndMerged)
+{
+    std::pair<Path, wchar_t const*> const cases[] = {
+        {Path(LR"(C:\a\b.txt)").WithChangedExtension(L"doc"), LR"(C:\a\b.doc)"},
+        {Path(LR"(C:\a\b.txt\..)").WithChangedExtension(L"c"), LR"(C:\a\b.txt\...c)"},
+        {Path(LR"(C:/a\\b\..\.\c)").Normalized(), LR"(C:\a\c)"},
+        {Path(LR"(a\.\.\.\b)").Normalized(), LR"(a\.\b)"}, // of several in a row every second one stays
+        {Path(LR"(..\..)").Normalized(), L""},
+        {Path(LR"(\\s\h\..\..)").Normalized(), LR"(\\)"},
+        {Path(LR"(\\.\C:\a\..\b)").Normalized(), LR"(\\?\C:\a\..\b)"},
+        {Path::Join(LR"(a\)", L"", LR"(\)", L"d"), LR"(a\d)"},
+        {Path::Join(LR"(C:\a)", L"/b"), LR"(C:\a\/b)"},
+        {Path::Merge(LR"(\\?\C:\a)", LR"(\b)", L"c"), LR"(C:\b\c)"},
+        {Path::Merge(LR"(C:\a)", L"D:b"), LR"(C:\a\b)"},
+        {Path::Merge(LR"(C:\a)", LR"(D:\b)"), LR"(D:\b)"},
+    };
+    for (auto const& [actual, expected] : cases)
+        EXPECT_EQ(actual.ToString(), expected);
+}
+
+TEST(Path, OddOnesAreLogged)
 {
     LogRecorder recorder;
     Path const device(LR"(\\.\COM1)");
-    device.Prefix();
-    device.IsUnc();
+    EXPECT_EQ(device, Path(LR"(\\?\com1)"));
+    Path::Merge(LR"(\\s\h)", LR"(\\t\i)");
+    Path::Merge(LR"(C:\a)", LR"(\)");
+    EXPECT_LT(Path(LR"(\\s)"), Path(L"C:"));
     EXPECT_EQ(ToString(static_cast<PathPrefix>(9)), L"unknown PathPrefix");
+    std::string const isDevice = R"(Brindle::Vok::Path::Prefix: Device path not supported [\\.\COM1])";
+    std::string const merging = "Brindle::Vok::Path::MergeInternal: ";
     EXPECT_THAT(recorder.LinesWithFunction(),
-                ElementsAre(R"(Brindle::Vok::Path::Prefix: Device path not supported [\\.\COM1])",
-                            R"(Brindle::Vok::Path::Prefix: Device path not supported [\\.\COM1])",
+                ElementsAre(isDevice, isDevice, isDevice,
+                            merging + "Assertion failed: aPath.Prefix() == PathPrefix::none || aPath.Prefix() == "
+                                      "PathPrefix::extendedLength",
+                            merging + "Assertion failed: bPath.Prefix() == PathPrefix::none",
+                            merging + "This shouldn't happen as if b starts with a slash it is not a relative path",
+                            "Brindle::Vok::operator <: Assertion failed: lhs.Prefix() == rhs.Prefix()",
                             "Brindle::Vok::ToString: unknown PathPrefix 9"));
-    EXPECT_THAT(recorder.Lines(), testing::Each(testing::StartsWith("error: ")));
-    EXPECT_STREQ(recorder.Statements()[0].file, "Source/Vok/Path.cpp");
+    for (LogStatement const& statement : recorder.Statements())
+    {
+        EXPECT_EQ(statement.severity, VokLogSeverity::error);
+        EXPECT_STREQ(statement.file, "Source/Vok/Path.cpp");
+    }
+    char const* const names[] = {"none", "unc", "extendedLength", "extendedLengthUnc"};
+    for (int prefix = 0; prefix < 4; ++prefix)
+        EXPECT_EQ(ToStringA(static_cast<PathPrefix>(prefix)), names[prefix]);
 }
 
 TEST(Path, KeepsItsTextThroughEveryConstruction)

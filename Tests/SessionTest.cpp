@@ -5,6 +5,7 @@
 #include <Brindle/Vok/VokWindows.h>
 
 #include "Support/ChildProcess.h"
+#include "Support/Failures.h"
 #include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
 #include "Support/LogRecorder.h"
@@ -145,13 +146,9 @@ TEST_F(SessionIds, OfAnotherUsersProcessAreTakenAsTheProcess)
 
 TEST(VokOpenProcessToken, ChecksItsProcess)
 {
-    LogRecorder const recorder;
+    LogRecorder const recorder(VokLogSeverity::error);
     EXPECT_TRUE(VokOpenProcessToken(GetCurrentProcess(), TOKEN_QUERY).IsValid());
-    WindowsError const error = Thrown<WindowsError>([] { VokOpenProcessToken(nullptr, TOKEN_QUERY); });
-    EXPECT_EQ(error.code(), std::error_code(6, std::system_category()));
-    EXPECT_EQ(WithoutLine(error.Message()),
-              "Source/Vok/VokWindows.cpp: Brindle::Vok::VokOpenProcessToken The handle is "
-              "not valid. (Windows Error 6). OpenProcessToken Failed");
-    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Assertion failed: processHandle != 0",
-                                              "error: Throwing last error " + error.Message()));
+    ExpectLoggedFailure([] { VokOpenProcessToken(nullptr, TOKEN_QUERY); }, "VokWindows", "VokOpenProcessToken", 6,
+                        "OpenProcessToken Failed");
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Assertion failed: processHandle != 0", testing::_));
 }

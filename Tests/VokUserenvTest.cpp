@@ -1,18 +1,12 @@
-#include "Support/LogRecorder.h"
-#include "Support/Thrown.h"
+#include "Support/Failures.h"
 
 #include <Brindle/Vok/VokUserenv.h>
 
-#include <gmock/gmock.h>
-
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
-TEST(VokCreateEnvironmentBlock, GivesABlockThatItsOwnerFrees)
+TEST(VokCreateEnvironmentBlock, GivesABlockThatItsOwnerFreesOrTheLastError)
 {
-    LogRecorder recorder;
     Error error;
     void* freed = nullptr;
     {
@@ -24,20 +18,10 @@ TEST(VokCreateEnvironmentBlock, GivesABlockThatItsOwnerFrees)
         freed = block.Get();
     }
     EXPECT_FALSE(DestroyEnvironmentBlock(freed));
-    EXPECT_THAT(recorder.Lines(), IsEmpty());
-}
-
-TEST(VokCreateEnvironmentBlock, ThrowsOrSetsTheLastError)
-{
-    constexpr char failure[] = "Source/Vok/VokUserenv.cpp: Brindle::Vok::VokCreateEnvironmentBlock The handle is not "
-                               "valid. (Windows Error 6). CreateEnvironmentBlock";
-    LogRecorder recorder;
-    WindowsError const thrown = Thrown<WindowsError>([] { VokCreateEnvironmentBlock(INVALID_HANDLE_VALUE, false); });
-    EXPECT_EQ(thrown.code(), std::error_code(6, std::system_category()));
-    EXPECT_EQ(WithoutLine(thrown.Message()), failure);
-    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Throwing last error " + thrown.Message()));
-    Error error;
+    ExpectLoggedFailure([] { VokCreateEnvironmentBlock(INVALID_HANDLE_VALUE, false); }, "VokUserenv",
+                        "VokCreateEnvironmentBlock", 6, "CreateEnvironmentBlock");
+    LogRecorder const recorder;
     EXPECT_EQ(VokCreateEnvironmentBlock(INVALID_HANDLE_VALUE, false, error).Get(), nullptr);
-    EXPECT_EQ(error.code(), std::error_code(6, std::system_category()));
-    EXPECT_EQ(WithoutLine(error.Message()), failure);
+    ExpectFailure(error, "VokUserenv", "VokCreateEnvironmentBlock", 6, "CreateEnvironmentBlock");
+    EXPECT_TRUE(recorder.Lines().empty());
 }

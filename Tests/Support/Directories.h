@@ -5,9 +5,8 @@
 // With VOK_LONG_TESTS set in the environment, tests that look for rare events take their time.
 #pragma once
 
-#include "LogRecorder.h"
+#include "Failures.h"
 #include "TestDrive.h"
-#include "Thrown.h"
 
 #include <Brindle/Vok/FileSystem.h>
 
@@ -61,8 +60,7 @@ protected:
 
     static std::string MessageOf(std::string const& function, DWORD code, std::string const& text)
     {
-        return "Source/Vok/FileSystem.cpp: Brindle::Vok::" + function + " " + WindowsErrorToStringA(code) +
-               " (Windows Error " + std::to_string(code) + ")." + (text.empty() ? "" : " " + text);
+        return FailureMessage("FileSystem", function, code, text);
     }
     static std::string DeletionFailure(DWORD code, std::string const& text)
     {

@@ -1,11 +1,10 @@
 // What the tests of the second generation share: a drive, a service, objects for a path, and what an error says.
 #pragma once
 
+#include "Failures.h"
 #include "HostFaults.h"
-#include "LogRecorder.h"
 #include "OpenHandle.h"
 #include "TestDrive.h"
-#include "Thrown.h"
 
 #include "Vok/FileSystemV2Impl.h"
 
@@ -56,12 +55,8 @@ protected:
     /// Holds code, category and whole message against the expectation.
     static void Expect(Error const& error, DWORD code, std::string const& function, std::string const& text)
     {
-        std::string const place = function == "VokCreateFile" ? "Source/Vok/VokWindows.cpp: Brindle::Vok::"
-                                                              : "Source/Vok/FileSystemV2.cpp: Brindle::Vok::V2::";
-        EXPECT_TRUE(error.Failed());
-        EXPECT_EQ(error.code(), std::error_code(static_cast<int>(code), std::system_category()));
-        EXPECT_EQ(WithoutLine(error.Message()), place + function + " " + WindowsErrorToStringA(code) +
-                                                    " (Windows Error " + std::to_string(code) + "). " + text);
+        bool const opens = function == "VokCreateFile";
+        ExpectFailure(error, opens ? "VokWindows" : "FileSystemV2", (opens ? "" : "V2::") + function, code, text);
     }
     /// The same for what a run throws, which must be of this very type.
     template <class ErrorType, class Run>

@@ -118,7 +118,7 @@ private:
     {
         std::wstring changed = oracle.text;
         for (wchar_t& unit : changed)
-            unit = unit == L'a' ? L'A' : unit == L'/' ? L'\\' : unit;
+            unit = unit == L'a' ? L'A' : unit == L'\u00C9' ? L'\u00E9' : unit == L'/' ? L'\\' : unit;
         for (std::wstring const& other : {oracleB.text, changed})
         {
             Path const path(other);
