@@ -21,13 +21,7 @@ std::wstring Ask(ASSOCSTR kind, wchar_t const* association, wchar_t const* verb 
     wchar_t buffer[500];
     DWORD size = 500;
     HRESULT result = S_OK;
-    EXPECT_EQ(CodeOf(
-                  [&]
-                  {
-                      result = AssocQueryStringW(flags, kind, association, verb, buffer, &size);
-                      return true;
-                  }),
-              0U);
+    VOK_EXPECT_CODE(0, (result = AssocQueryStringW(flags, kind, association, verb, buffer, &size), true));
     if (result != S_OK)
         return result == noAssociation ? L"none" : L"error " + std::to_wstring(result & 0xFFFF);
     EXPECT_EQ(size, wcslen(buffer) + 1);
@@ -53,12 +47,7 @@ TEST(Globs, FitNames)
 
 TEST(Globs, RankByCaseWeightAndLength)
 {
-    struct
-    {
-        char const* name;
-        std::vector<char const*> files;
-        char const* type;
-    } const cases[] = {
+    std::tuple<char const*, std::vector<char const*>, char const*> const cases[] = {
         {".txt", {"50:a/b:*.txt"}, "a/b"},
         {".TXT", {"50:a/b:*.txt\n"}, "a/b"},
         {".TXT", {"50:a/b:*.txt:cs"}, ""},
@@ -71,12 +60,12 @@ TEST(Globs, RankByCaseWeightAndLength)
         {".x", {"0:a/b:__NOGLOBS__\n50:a/b:*.y", "60:a/b:*.x\n50:a/c:*.x"}, "a/c"},
         {".x", {"# 50:a/a:*.x\nx:a/a:*.x\n:a/a:*.x\n50:a/a:\n50:none:*.x\n50\n-1:a/a:*.x"}, ""},
     };
-    for (auto const& c : cases)
+    for (auto const& [name, files, type] : cases)
     {
-        TypeSearch search(c.name);
-        for (char const* file : c.files)
+        TypeSearch search(name);
+        for (char const* file : files)
             search.Add(file, TypeSearch::Form::globs2);
-        EXPECT_EQ(search.Type(), c.type) << c.name << ' ' << c.files[0];
+        EXPECT_EQ(search.Type(), type) << name << ' ' << files[0];
     }
     TypeSearch search(".a:b");
     search.Add("# comment\na/b:*.a:b\r\n", TypeSearch::Form::globs);
@@ -95,8 +84,6 @@ protected:
         desktop.drive.Write("local/mime/globs2", "50:text/plain:*.txt\n");
     }
 
-    void Associate(std::string const& file, std::string const& lines) const { desktop.drive.Write(file, lines); }
-
     TestDesktop desktop;
     std::string const systemList = "share/applications/mimeapps.list";
 };
@@ -106,20 +93,21 @@ TEST_F(Associations, TakeTheFirstApplicationThatCanBeStarted)
     std::string const defaults = "[Default Applications]\ntext/plain=";
     std::string const added = "[Added Associations]\ntext/plain=";
     std::string const removed = "[Removed Associations]\ntext/plain=";
-    desktop.AddEntry("share/applications/gone.desktop", "gone", "missing %f");
-    desktop.AddEntry("share/applications/open.desktop", "open", "\"edit");
-    desktop.AddEntry("share/applications/tried.desktop", "tried", "edit\nTryExec=missing");
-    desktop.AddEntry("share/applications/link.desktop", "link", "edit\nType=Link");
-    desktop.AddEntry("local/applications/masked.desktop", "masked", "edit\nHidden=true");
-    desktop.AddEntry("share/applications/masked.desktop", "masked", "edit");
-    desktop.AddEntry("share/applications/vendor/x-y.desktop", "nested", "edit");
+    for (auto const& [file, command] : {std::pair("share/applications/gone.desktop", "missing %f"),
+                                        {"share/applications/open.desktop", "\"edit"},
+                                        {"share/applications/tried.desktop", "edit\nTryExec=missing"},
+                                        {"share/applications/link.desktop", "edit\nType=Link"},
+                                        {"local/applications/masked.desktop", "edit\nHidden=true"},
+                                        {"share/applications/masked.desktop", "edit"},
+                                        {"share/applications/vendor/x-y.desktop", "edit"}})
+        desktop.AddEntry(file, "other", command);
     using Files = std::vector<std::pair<std::string, std::string>>;
     std::pair<Files, wchar_t const*> const cases[] = {
         {{{systemList, defaults + "a.desktop"}}, L"a"},
         {{{systemList, "text/plain=a.desktop\n[X]\ntext/plain=a.desktop"}}, L"none"},
         {{{systemList, added + "b.desktop\n" + defaults + "none.desktop;;a.desktop;"}}, L"a"},
         {{{systemList, defaults + "gone.desktop;open.desktop;tried.desktop;link.desktop;masked.desktop"}}, L"none"},
-        {{{systemList, defaults + "../applications/a.desktop;a;vendor-x-y.desktop"}}, L"nested"},
+        {{{systemList, defaults + "../applications/a.desktop;a;vendor-x-y.desktop"}}, L"other"},
         {{{systemList, defaults + "a.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"b"},
         {{{"home/.config/mimeapps.list", defaults + "c.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"c"},
         {{{"etc/two-mimeapps.list", defaults + "b.desktop"}, {"etc/mimeapps.list", defaults + "a.desktop"}}, L"b"},
@@ -133,21 +121,19 @@ TEST_F(Associations, TakeTheFirstApplicationThatCanBeStarted)
     for (auto const& [files, name] : cases)
     {
         for (auto const& [file, lines] : files)
-            Associate(file, lines);
+            desktop.drive.Write(file, lines);
         EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".TXT"), name) << files[0].second;
         for (auto const& [file, lines] : files)
             std::filesystem::remove(desktop.drive.Host(file));
     }
-    Associate("home/.config/mimeapps.list", defaults + "a.desktop");
+    desktop.drive.Write("home/.config/mimeapps.list", defaults + "a.desktop");
     EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".txt", L"Open"), L"a");
-    for (wchar_t const* const none : {L"text/plain", L"/tmp/a.txt", L"txt", L""})
-        EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, none), L"none");
     EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYAPPNAME, L".txt", nullptr, ASSOCF_NOUSERSETTINGS), L"none");
 }
 
 TEST_F(Associations, GiveCommandsProgramsAndTypes)
 {
-    Associate(systemList, "[Default Applications]\ntext/plain=x.desktop");
+    desktop.drive.Write(systemList, "[Default Applications]\ntext/plain=x.desktop");
     std::wstring const program = desktop.Program(L"edit");
     std::wstring const quoted = L'"' + program + L'"';
     std::pair<char const*, std::wstring> const commands[] = {
@@ -167,27 +153,28 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
     EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYDOCNAME, L".txt"), L"none");
     EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
     EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".old"), L"text/old");
-    for (wchar_t const* const unknown : {L"", L".", L"txt", L".\xD800", L".none"})
+    for (wchar_t const* const unknown : {L"text/plain", L"/tmp/a.txt", L"", L".", L"txt", L".\xD800", L".none"})
         EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, unknown), L"none");
 }
 
 TEST_F(Associations, KeepTheRulesOfTheBuffer)
 {
     wchar_t buffer[] = L"##################";
-    auto const ask = [&](wchar_t* out, DWORD& size, ASSOCF flags = 0)
-    { return AssocQueryStringW(flags, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, out, &size); };
-    DWORD size = 0;
-    EXPECT_EQ(ask(nullptr, size), S_FALSE);
-    EXPECT_EQ(std::exchange(size, 10), 11U);
-    EXPECT_EQ(ask(buffer, size, ASSOCF_NOTRUNCATE), E_POINTER);
-    EXPECT_EQ(std::exchange(size, 0), 11U);
-    EXPECT_EQ(ask(buffer, size), E_POINTER);
-    EXPECT_STREQ(buffer, L"##################");
-    size = 10;
-    EXPECT_EQ(ask(buffer, size), E_POINTER);
-    EXPECT_STREQ(buffer, L"text/plai");
-    EXPECT_EQ(ask(buffer, size), S_OK);
-    EXPECT_STREQ(buffer, L"text/plain");
+    DWORD size;
+    std::tuple<wchar_t*, DWORD, ASSOCF, HRESULT, wchar_t const*> const sizes[] = {
+        {nullptr, 0, 0, S_FALSE, L"##################"},
+        {buffer, 10, ASSOCF_NOTRUNCATE, E_POINTER, L"##################"},
+        {buffer, 0, 0, E_POINTER, L"##################"},
+        {buffer, 10, 0, E_POINTER, L"text/plai"},
+        {buffer, 11, 0, S_OK, L"text/plain"},
+    };
+    for (auto const& [out, room, flags, result, text] : sizes)
+    {
+        size = room;
+        EXPECT_EQ(AssocQueryStringW(flags, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, out, &size), result) << room;
+        EXPECT_EQ(size, 11U);
+        EXPECT_STREQ(buffer, text);
+    }
     std::tuple<ASSOCF, int, wchar_t const*, DWORD*, HRESULT> const cases[] = {
         {0, ASSOCSTR_COMMAND, nullptr, &size, E_INVALIDARG},
         {0, ASSOCSTR_COMMAND, L".txt", nullptr, E_INVALIDARG},
@@ -195,7 +182,8 @@ TEST_F(Associations, KeepTheRulesOfTheBuffer)
         {0, ASSOCSTR_MAX, L".txt", &size, E_INVALIDARG},
         {0x80000000, 1, L".txt", &size, E_INVALIDARG},
         {ASSOCF_INIT_BYEXENAME, 1, L".txt", &size, E_NOTIMPL},
-        {0, ASSOCSTR_COMMAND, L".txt", &size, noAssociation}};
+        {0, ASSOCSTR_COMMAND, L".txt", &size, noAssociation},
+    };
     for (auto const& [flags, kind, association, place, result] : cases)
         EXPECT_EQ(AssocQueryStringW(flags, static_cast<ASSOCSTR>(kind), association, nullptr, buffer, place), result);
     EXPECT_EQ(size, 11U);

@@ -45,19 +45,14 @@ void Tell(ChangeQueue& queue, std::vector<Event> const& events)
     }
 }
 
-char const* NameOf(ChangeQueue::Outcome outcome)
-{
-    constexpr char const* names[] = {"nothing", "records", "overflow", "lost", "held", "incomplete"};
-    return names[static_cast<std::size_t>(outcome)];
-}
-
 // "+a -b ~c <d >e" of what is taken, or the outcome's name.
 std::string Take(ChangeQueue& queue, std::chrono::nanoseconds now = 1s, bool isComplete = false, DWORD size = 4096)
 {
     alignas(8) std::byte buffer[4096];
     ChangeQueue::Outcome const outcome = queue.Take(buffer, size, now, isComplete);
+    constexpr char const* names[] = {"nothing", "records", "overflow", "lost", "held", "incomplete"};
     if (outcome != ChangeQueue::Outcome::records)
-        return NameOf(outcome);
+        return names[static_cast<std::size_t>(outcome)];
     std::string text;
     for (std::byte const* place = buffer;;)
     {

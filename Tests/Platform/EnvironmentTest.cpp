@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <thread>
 
 using namespace Brindle::Vok::Testing;
@@ -52,24 +51,18 @@ TEST(EnvironmentVariables, GiveTheSizeThatIsMissing)
 {
     HostVariable const variable("VOK_TEST", "a\xC3\xA9\xF0\x9F\x98\x80\xFF");
     wchar_t buffer[8] = L"";
-    EXPECT_EQ(CodeOf([&] { return GetEnvironmentVariableW(L"VOK_TEST", buffer, 5) == 6; }), 0U);
-    EXPECT_EQ(CodeOf([&] { return GetEnvironmentVariableW(L"VOK_TEST", buffer, 6) == 5; }), 0U);
+    VOK_EXPECT_CODE(0, GetEnvironmentVariableW(L"VOK_TEST", buffer, 5) == 6);
+    VOK_EXPECT_CODE(0, GetEnvironmentVariableW(L"VOK_TEST", buffer, 6) == 5);
     EXPECT_STREQ(buffer, L"a\u00E9\xD83D\xDE00\uFFFD");
-}
 
-TEST(EnvironmentVariables, ThatAreEmptyDifferFromMissingOnesByTheLastError)
-{
-    HostVariable const variable("VOK_TEST", "");
-    wchar_t buffer[8] = L"before";
-    EXPECT_EQ(CodeOf([&] { return GetEnvironmentVariableW(L"VOK_TEST", nullptr, 0) == 1; }), 0U);
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(GetEnvironmentVariableW(L"VOK_TEST", buffer, 8), 0U);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
+    // An empty one differs from a missing one by the last error.
+    variable.Set("");
+    VOK_EXPECT_CODE(0, GetEnvironmentVariableW(L"VOK_TEST", nullptr, 0) == 1);
+    VOK_EXPECT_CODE(0, GetEnvironmentVariableW(L"VOK_TEST", buffer, 8));
     EXPECT_STREQ(buffer, L"");
-
-    HostVariable const ofAssignment("VOK_TEST", "a=b");
+    variable.Set("a=b");
     for (auto const* const name : {L"VOK_TEST_MISSING", L"", L"VOK_TEST=a", static_cast<wchar_t const*>(nullptr)})
-        EXPECT_EQ(CodeOf([&] { return GetEnvironmentVariableW(name, buffer, 8); }), DWORD{ERROR_ENVVAR_NOT_FOUND});
+        VOK_EXPECT_CODE(ERROR_ENVVAR_NOT_FOUND, GetEnvironmentVariableW(name, buffer, 8));
 }
 
 TEST(EnvironmentVariables, AreSetAndRemovedUnderTheSpellingTheyHave)
@@ -82,22 +75,14 @@ TEST(EnvironmentVariables, AreSetAndRemovedUnderTheSpellingTheyHave)
     EXPECT_STREQ(getenv("Vok_Test"), "");
     EXPECT_TRUE(SetEnvironmentVariableW(L"VOK_TEST", nullptr));
     EXPECT_EQ(getenv("Vok_Test"), nullptr);
-    auto const set = [](wchar_t const* name, wchar_t const* value)
-    { return CodeOf([&] { return SetEnvironmentVariableW(name, value); }); };
-    EXPECT_EQ(set(L"VOK_TEST", nullptr), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    VOK_EXPECT_CODE(ERROR_ENVVAR_NOT_FOUND, SetEnvironmentVariableW(L"VOK_TEST", nullptr));
     for (auto const* const name : {L"", L"A=B", L"\xD800", static_cast<wchar_t const*>(nullptr)})
-        EXPECT_EQ(set(name, L"x"), DWORD{ERROR_INVALID_PARAMETER});
+        VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, SetEnvironmentVariableW(name, L"x"));
 }
 
 TEST(EnvironmentVariables, OfTemporaryFilesAreWindowsSyntax)
 {
-    struct
-    {
-        char const* temp;
-        char const* tmp;
-        std::wstring_view expectedTemp;
-        std::wstring_view expectedTmp;
-    } const cases[] = {
+    std::tuple<char const*, char const*, std::wstring, std::wstring> const cases[] = {
         {nullptr, nullptr, L"C:\\tmp", L"C:\\tmp"},
         {"/var/tmp", nullptr, L"C:\\var\\tmp", L"C:\\var\\tmp"},
         {nullptr, "/a", L"C:\\a", L"C:\\a"},
@@ -107,13 +92,13 @@ TEST(EnvironmentVariables, OfTemporaryFilesAreWindowsSyntax)
     };
     HostVariable const temp("TEMP", nullptr);
     HostVariable const tmp("TMP", nullptr);
-    for (auto const& c : cases)
+    for (auto const& [hostTemp, hostTmp, expectedTemp, expectedTmp] : cases)
     {
-        temp.Set(c.temp);
-        tmp.Set(c.tmp);
-        EXPECT_EQ(Get(L"TEMP"), c.expectedTemp);
-        EXPECT_EQ(Get(L"Tmp"), c.expectedTmp);
-        EXPECT_EQ(Expand(L"%temp%\\x"), std::wstring(c.expectedTemp) + L"\\x");
+        temp.Set(hostTemp);
+        tmp.Set(hostTmp);
+        EXPECT_EQ(Get(L"TEMP"), expectedTemp);
+        EXPECT_EQ(Get(L"Tmp"), expectedTmp);
+        EXPECT_EQ(Expand(L"%temp%\\x"), expectedTemp + L"\\x");
     }
 }
 
@@ -121,11 +106,7 @@ TEST(Expansion, ReplacesWhatItKnowsAndLeavesTheRest)
 {
     HostVariable const variable("VOK_TEST", "value");
     HostVariable const nested("VOK_NESTED", "%VOK_TEST%");
-    struct
-    {
-        wchar_t const* text;
-        std::wstring_view expected;
-    } const cases[] = {
+    std::pair<wchar_t const*, wchar_t const*> const cases[] = {
         {L"plain", L"plain"},
         {L"<%vok_test%%VOK_TEST%>", L"<valuevalue>"},
         {L"%VOK_MISSING%VOK_TEST%", L"%VOK_MISSING%VOK_TEST%"},
@@ -134,9 +115,9 @@ TEST(Expansion, ReplacesWhatItKnowsAndLeavesTheRest)
         {L"%VOK_TEST", L"%VOK_TEST"},
         {L"%VOK_NESTED%", L"%VOK_TEST%"},
     };
-    for (auto const& c : cases)
-        EXPECT_EQ(Expand(c.text), c.expected) << c.text;
-    EXPECT_EQ(CodeOf([] { return ExpandEnvironmentStringsW(nullptr, nullptr, 0); }), DWORD{ERROR_INVALID_PARAMETER});
+    for (auto const& [text, expected] : cases)
+        EXPECT_EQ(Expand(text), expected);
+    VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, ExpandEnvironmentStringsW(nullptr, nullptr, 0));
 }
 
 TEST(EnvironmentVariables, MayBeUsedByManyThreads)
@@ -153,17 +134,14 @@ TEST(EnvironmentVariables, MayBeUsedByManyThreads)
     };
     std::thread one(use, L"VOK_TEST_1");
     std::thread other(use, L"VOK_TEST_2");
+    auto const run = []
+    {
+        ::alarm(10);
+        EXPECT_NE(Get(L"TEMP"), L"");
+    };
     // Children are made while the others are at it.
     for (int i = 0; i < 20; ++i)
-    {
-        ChildProcess child(
-            [](auto const&)
-            {
-                ::alarm(10);
-                return Get(L"TEMP").empty() ? 1 : 0;
-            });
-        EXPECT_EQ(child.Join(), 0);
-    }
+        RunInChild(run);
     isOver = true;
     one.join();
     other.join();

@@ -90,14 +90,7 @@ TEST_F(Files, ArgumentsThatCantBeHonouredFail)
     drive.Write("directory/x");
     ASSERT_EQ(::symlink("file", drive.Host("link").c_str()), 0);
     ASSERT_EQ(::symlink("loop", drive.Host("loop").c_str()), 0);
-    struct
-    {
-        wchar_t const* name;
-        DWORD access;
-        DWORD disposition;
-        DWORD flags;
-        DWORD code;
-    } const cases[] = {
+    std::tuple<std::wstring, DWORD, DWORD, DWORD, DWORD> const cases[] = {
         {L"file", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, 50},
         {L"file", 0x02000000, OPEN_EXISTING, 0, 50},
         {L"file\\", GENERIC_READ, OPEN_EXISTING, 0, 123},
@@ -112,12 +105,12 @@ TEST_F(Files, ArgumentsThatCantBeHonouredFail)
         {L"link", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
         {L"loop", GENERIC_READ, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, 0},
         {L"file", GENERIC_WRITE, OPEN_EXISTING, FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN, 0},
+        {std::wstring(256, L'n'), GENERIC_READ, OPEN_EXISTING, 0, 206},
     };
-    for (auto const& each : cases)
-        EXPECT_EQ(OpenCode(each.name, each.access, each.disposition, each.flags), each.code)
-            << testing::PrintToString(std::wstring(each.name)) << " flags " << each.flags;
-    EXPECT_EQ(OpenCode(std::wstring(256, L'n'), GENERIC_READ), 206U);
-    EXPECT_EQ(CodeOf([&] { return Open(drive.Path(L"file"), GENERIC_READ, 8); }), 87U);
+    for (auto const& [name, access, disposition, flags, code] : cases)
+        EXPECT_EQ(OpenCode(name, access, disposition, flags), code)
+            << testing::PrintToString(name) << " flags " << flags;
+    VOK_EXPECT_CODE(87, Open(drive.Path(L"file"), GENERIC_READ, 8));
     EXPECT_FALSE(drive.Exists("new"));
 }
 
@@ -187,6 +180,7 @@ TEST_F(Files, TransfersNeedTheirRight)
         {L"directory", readWrite, FILE_FLAG_BACKUP_SEMANTICS, "1:", "1:0"},
         {L"link", readWrite, FILE_FLAG_OPEN_REPARSE_POINT, "1:", "1:0"},
         {L"file", readWrite, FILE_FLAG_OVERLAPPED, "87:", "87:0"},
+        {L"no handle", readWrite, 0, "6:", "6:0"},
     };
     for (auto const& each : cases)
     {
@@ -197,18 +191,7 @@ TEST_F(Files, TransfersNeedTheirRight)
     }
     OpenHandle const file = Open(drive.Path(L"file"), readWrite);
     OVERLAPPED overlapped = {};
-    EXPECT_EQ(CodeOf([&] { return ReadFile(file.Get(), &overlapped, 1, nullptr, &overlapped); }), 50U);
-}
-
-TEST_F(Files, AClosedHandleIsRefused)
-{
-    OpenHandle file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
-    file.Close();
-    LARGE_INTEGER size;
-    EXPECT_EQ(ReadAll(file), "6:");
-    EXPECT_EQ(WriteCode(file, "x"), "6:0");
-    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 6U);
-    EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), nullptr, nullptr, nullptr); }), 6U);
+    VOK_EXPECT_CODE(50, ReadFile(file.Get(), &overlapped, 1, nullptr, &overlapped));
 }
 
 TEST_F(Files, OpeningAFifoDoesNotHang)
@@ -236,28 +219,26 @@ TEST_F(Files, SizesAreThoseOfTheMoment)
 {
     drive.Write("file", "12345");
     drive.Write("directory/x");
-    auto const sizeOf = [](OpenHandle const& file)
+    LARGE_INTEGER size;
+    auto const sizeOf = [&](OpenHandle const& file)
     {
-        LARGE_INTEGER size;
-        size.QuadPart = -1;
-        EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(file.Get(), &size); }), 0U);
+        VOK_EXPECT_CODE(0, GetFileSizeEx(file.Get(), &size));
         return size.QuadPart;
     };
-    {
-        OpenHandle const file = Open(drive.Path(L"file"), readWrite);
-        EXPECT_EQ(sizeOf(file), 5);
-        EXPECT_EQ(WriteCode(file, "1234567"), "0:7");
-        EXPECT_EQ(sizeOf(file), 7);
-    }
-    OpenHandle const reader = Open(drive.Path(L"file"), GENERIC_READ);
-    EXPECT_EQ(sizeOf(reader), 7);
+    OpenHandle file = Open(drive.Path(L"file"), readWrite);
+    EXPECT_EQ(sizeOf(file), 5); // as opening has seen it
+    EXPECT_EQ(WriteCode(file, "1234567"), "0:7");
+    EXPECT_EQ(sizeOf(file), 7);
+    file.Close();
+    file = Open(drive.Path(L"file"), GENERIC_READ);
+    EXPECT_EQ(sizeOf(file), 7);
     ASSERT_EQ(::truncate(drive.Host("file").c_str(), 5'000'000'000), 0);
-    EXPECT_EQ(sizeOf(reader), 5'000'000'000);
+    EXPECT_EQ(sizeOf(file), 5'000'000'000);
     EXPECT_EQ(sizeOf(Open(drive.Path(L"file"), 0, 0)), 5'000'000'000);
     EXPECT_EQ(sizeOf(Open(drive.Path(L"directory"), GENERIC_READ, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS)), 0);
-    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(reader.Get(), nullptr); }), 87U);
-    LARGE_INTEGER size;
-    EXPECT_EQ(CodeOf([&] { return GetFileSizeEx(Open(L"C:\\dev\\null", GENERIC_READ).Get(), &size); }), 1U);
+    VOK_EXPECT_CODE(87, GetFileSizeEx(file.Get(), nullptr));
+    VOK_EXPECT_CODE(1, GetFileSizeEx(Open(L"C:\\dev\\null", GENERIC_READ).Get(), &size));
+    VOK_EXPECT_CODE(6, GetFileSizeEx(INVALID_HANDLE_VALUE, &size));
 }
 
 TEST_F(Files, TimesCountFrom1601)
@@ -271,7 +252,7 @@ TEST_F(Files, TimesCountFrom1601)
     {
         OpenHandle const file = Open(drive.Path(L"file"), access, allShares);
         FILETIME creation, lastAccess, lastWrite;
-        EXPECT_EQ(CodeOf([&] { return GetFileTime(file.Get(), &creation, &lastAccess, &lastWrite); }), 0U);
+        VOK_EXPECT_CODE(0, GetFileTime(file.Get(), &creation, &lastAccess, &lastWrite));
         EXPECT_EQ(ticks(lastAccess), 116'444'736'000'000'000U);
         EXPECT_EQ(ticks(lastWrite), 133'444'736'001'234'567U);
         auto const now = static_cast<std::uint64_t>(::time(nullptr)) * 10'000'000 + 116'444'736'000'000'000U;
@@ -279,6 +260,7 @@ TEST_F(Files, TimesCountFrom1601)
         EXPECT_GT(ticks(creation), now - 600'000'000);
         EXPECT_TRUE(GetFileTime(file.Get(), nullptr, nullptr, nullptr));
     }
+    VOK_EXPECT_CODE(6, GetFileTime(INVALID_HANDLE_VALUE, nullptr, nullptr, nullptr));
 }
 
 TEST_F(Files, AttributesAreRead)
@@ -288,32 +270,19 @@ TEST_F(Files, AttributesAreRead)
     ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0666), 0);
     for (auto const& [target, link] : {std::pair("file", "link"), {"directory", "dirLink"}, {"none", "dangling"}})
         ASSERT_EQ(::symlink(target, drive.Host(link).c_str()), 0);
-    struct
+    std::pair<wchar_t const*, DWORD> const cases[] = {
+        {L"file", FILE_ATTRIBUTE_ARCHIVE},           {L"link", FILE_ATTRIBUTE_ARCHIVE},
+        {L"directory", FILE_ATTRIBUTE_DIRECTORY},    {L"directory\\", FILE_ATTRIBUTE_DIRECTORY},
+        {L"dirLink", FILE_ATTRIBUTE_DIRECTORY},      {L"", FILE_ATTRIBUTE_DIRECTORY},
+        {L"dangling", FILE_ATTRIBUTE_REPARSE_POINT}, {L"fifo", FILE_ATTRIBUTE_NORMAL}};
+    for (auto const& [name, attributes] : cases)
     {
-        wchar_t const* name;
-        DWORD attributes; // Or the code, if there are none.
-        bool isDirectory = false;
-    } const cases[] = {
-        {L"file", FILE_ATTRIBUTE_ARCHIVE},
-        {L"link", FILE_ATTRIBUTE_ARCHIVE},
-        {L"directory", FILE_ATTRIBUTE_DIRECTORY, true},
-        {L"directory\\", FILE_ATTRIBUTE_DIRECTORY, true},
-        {L"dirLink", FILE_ATTRIBUTE_DIRECTORY, true},
-        {L"", FILE_ATTRIBUTE_DIRECTORY, true},
-        {L"dangling", FILE_ATTRIBUTE_REPARSE_POINT},
-        {L"fifo", FILE_ATTRIBUTE_NORMAL},
-    };
-    for (auto const& each : cases)
-    {
-        EXPECT_EQ(GetFileAttributesW(drive.Path(each.name).c_str()), each.attributes)
-            << testing::PrintToString(std::wstring(each.name));
-        EXPECT_EQ(PathIsDirectoryW(drive.Path(each.name).c_str()), each.isDirectory ? 0x10 : 0);
+        SCOPED_TRACE(testing::PrintToString(std::wstring(name)));
+        EXPECT_EQ(GetFileAttributesW(drive.Path(name).c_str()), attributes);
+        EXPECT_EQ(PathIsDirectoryW(drive.Path(name).c_str()), attributes == FILE_ATTRIBUTE_DIRECTORY ? 0x10 : 0);
     }
-    auto const get = [&](wchar_t const* name)
-    { return CodeOf([&] { return GetFileAttributesW(drive.Path(name).c_str()) != INVALID_FILE_ATTRIBUTES; }); };
-    EXPECT_EQ(get(L"none"), 2U);
-    EXPECT_EQ(get(L"none\\x"), 3U);
-    EXPECT_EQ(get(L"file\\"), 123U);
+    for (auto const& [name, code] : {std::pair(L"none", 2), {L"none\\x", 3}, {L"file\\", 123}})
+        VOK_EXPECT_CODE(code, GetFileAttributesW(drive.Path(name).c_str()) != INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(Files, OnlyTheReadOnlyAttributeIsSet)
@@ -335,10 +304,8 @@ TEST_F(Files, OnlyTheReadOnlyAttributeIsSet)
 
 TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
 {
-    drive.Write("file");
-    drive.Write("readOnly");
-    drive.Write("full/x");
-    drive.Write("target/x");
+    for (char const* const name : {"file", "readOnly", "full/x", "target/x"})
+        drive.Write(name);
     for (char const* const name : {"empty", "readOnlyDirectory"})
         std::filesystem::create_directory(drive.Host(name));
     ::chmod(drive.Host("readOnly").c_str(), 0444);
@@ -346,36 +313,28 @@ TEST_F(Files, AreDeletedAndDirectoriesMadeAndRemoved)
     ASSERT_EQ(::symlink("target", drive.Host("link").c_str()), 0);
     using Call = BOOL (*)(LPCWSTR) noexcept;
     Call const make = [](LPCWSTR path) noexcept { return CreateDirectoryW(path, nullptr); };
-    struct
-    {
-        Call call;
-        wchar_t const* name;
-        DWORD code;
-        char const* gone;
-    } const cases[] = {
-        {make, L"new", 0, ""},
-        {make, L"new\\sub\\", 0, ""},
-        {make, L"new", 183, ""},
-        {make, L"none\\x", 3, ""},
-        {RemoveDirectoryW, L"new\\sub\\", 0, "new/sub"},
-        {RemoveDirectoryW, L"file", 267, ""},
-        {RemoveDirectoryW, L"link", 267, ""},
-        {RemoveDirectoryW, L"full", 145, ""},
-        {RemoveDirectoryW, L"readOnlyDirectory", 5, ""},
-        {RemoveDirectoryW, L"", 5, ""},
-        {RemoveDirectoryW, L"empty", 0, "empty"},
-        {DeleteFileW, L"file\\", 123, ""},
-        {DeleteFileW, L"file", 0, "file"},
-        {DeleteFileW, L"full", 5, ""},
-        {DeleteFileW, L"readOnly", 5, ""},
-        {DeleteFileW, L"link", 0, "link"},
+    std::tuple<Call, wchar_t const*, DWORD> const cases[] = {
+        {make, L"new", 0},
+        {make, L"new\\sub\\", 0},
+        {make, L"new", 183},
+        {make, L"none\\x", 3},
+        {RemoveDirectoryW, L"new\\sub\\", 0},
+        {RemoveDirectoryW, L"file", 267},
+        {RemoveDirectoryW, L"link", 267},
+        {RemoveDirectoryW, L"full", 145},
+        {RemoveDirectoryW, L"readOnlyDirectory", 5},
+        {RemoveDirectoryW, L"", 5},
+        {RemoveDirectoryW, L"empty", 0},
+        {DeleteFileW, L"file\\", 123},
+        {DeleteFileW, L"file", 0},
+        {DeleteFileW, L"full", 5},
+        {DeleteFileW, L"readOnly", 5},
+        {DeleteFileW, L"link", 0},
     };
-    for (auto const& each : cases)
-    {
-        EXPECT_EQ(CodeOf([&] { return each.call(drive.Path(each.name).c_str()); }), each.code)
-            << testing::PrintToString(std::wstring(each.name));
-        EXPECT_FALSE(*each.gone != '\0' && drive.Exists(each.gone)) << each.gone;
-    }
+    for (auto const& [call, name, code] : cases)
+        VOK_EXPECT_CODE(code, call(drive.Path(name).c_str())) << testing::PrintToString(std::wstring(name));
+    for (char const* const gone : {"new/sub", "empty", "file", "link"})
+        EXPECT_FALSE(drive.Exists(gone)) << gone;
     for (char const* const kept : {"readOnly", "full/x", "target/x", "readOnlyDirectory", "new"})
         EXPECT_TRUE(drive.Exists(kept)) << kept;
 }

@@ -1,9 +1,11 @@
 // What a thread goes back to, in processes whose own identity is an odd one.
 #include "Identity.h"
+#include "Tokens.h"
 
 #include "Support/ChildProcess.h"
 #include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
+#include "Support/OwnImpersonation.h"
 
 #include <Brindle/Vok/Platform.h>
 #include <Brindle/Vok/PlatformHost.h>
@@ -23,31 +25,10 @@ using namespace Brindle::Vok::Testing;
 namespace
 {
 
-/// In a process of its own, which begins as the superuser.
-template <class Run>
-void RunInChild(Run run)
-{
-    EXPECT_EQ(InChild(run), 0);
-}
-
 bool Impersonate(std::string const& user)
 {
-    HANDLE const token = OpenUserToken(user);
-    EXPECT_NE(token, nullptr);
-    bool const succeeded = ImpersonateLoggedOnUser(token) != FALSE;
-    DWORD const code = GetLastError();
-    EXPECT_TRUE(CloseHandle(token));
-    SetLastError(code);
-    return succeeded;
-}
-
-DWORD CodeOfOpeningOwnToken()
-{
-    HANDLE token = nullptr;
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &token))
-        return GetLastError();
-    EXPECT_TRUE(CloseHandle(token));
-    return ERROR_SUCCESS;
+    OpenHandle const token(OpenUserToken(user));
+    return ImpersonateLoggedOnUser(token.Get()) != FALSE;
 }
 
 bool DropCapabilities()
@@ -73,7 +54,7 @@ TEST(ProcessIdentity, ThatWasGivenUpDoesNotComeBack)
                 ASSERT_TRUE(RevertToSelf());
                 ASSERT_EQ(::setresuid(1000, 1000, 0), 0);
                 KernelIdentity const dropped;
-                EXPECT_EQ(CodeOfOpeningOwnToken(), ERROR_NO_TOKEN);
+                VOK_EXPECT_CODE(ERROR_NO_TOKEN, Impersonates());
                 EXPECT_TRUE(RevertToSelf());
                 EXPECT_EQ(KernelIdentity(), dropped);
             });
@@ -88,13 +69,11 @@ TEST(ProcessIdentity, IsNotLeftWithoutAWayBack)
         {
             ASSERT_EQ(::setresuid(1000, 1, 1), 0); // as a program that belongs to daemon
             KernelIdentity const before;
-            HANDLE own = nullptr;
-            ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), MAXIMUM_ALLOWED, &own));
-            EXPECT_TRUE(ImpersonateLoggedOnUser(own));
+            OpenHandle const own = OwnToken(MAXIMUM_ALLOWED);
+            EXPECT_TRUE(ImpersonateLoggedOnUser(own.Get()));
             EXPECT_EQ(KernelIdentity(), before);
             EXPECT_TRUE(RevertToSelf());
             EXPECT_EQ(KernelIdentity(), before);
-            EXPECT_TRUE(CloseHandle(own));
         });
     RunInChild(
         []
@@ -102,33 +81,41 @@ TEST(ProcessIdentity, IsNotLeftWithoutAWayBack)
             ASSERT_EQ(::setresuid(0, 1000, 0), 0);
             ASSERT_TRUE(DropCapabilities());
             KernelIdentity const before;
-            EXPECT_FALSE(Impersonate("root")); // the kernel would let it
-            EXPECT_EQ(GetLastError(), DWORD{ERROR_PRIVILEGE_NOT_HELD});
+            VOK_EXPECT_CODE(ERROR_PRIVILEGE_NOT_HELD, Impersonate("root")); // the kernel would let it
             EXPECT_EQ(KernelIdentity(), before);
         });
 }
 
-TEST(ProcessIdentity, IsFoundByThreadsThatDifferInGroupsAlone)
+TEST(ProcessIdentity, IsWhatThreadsThatInheritAnotherRevertTo)
 {
     VOK_NEEDS_SUPERUSER();
+    auto const inherit = [](char const* user)
+    {
+        KernelIdentity const before;
+        ASSERT_TRUE(Impersonate(user));
+        KernelIdentity const impersonated;
+        EXPECT_NE(impersonated, before);
+        auto const run = [&]
+        {
+            EXPECT_EQ(KernelIdentity(), impersonated);
+            VOK_EXPECT_CODE(ERROR_SUCCESS, Impersonates());
+            Identity identity;
+            EXPECT_TRUE(FindIdentityOfToken(OwnToken(TOKEN_QUERY).Get(), TOKEN_QUERY, identity));
+            EXPECT_EQ(identity.user, 0U);
+            EXPECT_TRUE(RevertToSelf());
+            EXPECT_EQ(KernelIdentity(), before);
+        };
+        std::thread(run).join();
+        EXPECT_TRUE(RevertToSelf());
+    };
     RunInChild(
-        []
+        [&]
         {
             gid_t const group = 12345;
             ASSERT_EQ(::setgroups(1, &group), 0);
-            KernelIdentity const before;
-            ASSERT_TRUE(Impersonate("root"));
-            std::thread(
-                [&]
-                {
-                    EXPECT_NE(KernelIdentity(), before);
-                    EXPECT_EQ(CodeOfOpeningOwnToken(), DWORD{ERROR_SUCCESS});
-                    EXPECT_TRUE(RevertToSelf());
-                    EXPECT_EQ(KernelIdentity(), before);
-                })
-                .join();
-            EXPECT_TRUE(RevertToSelf());
+            inherit("root"); // who differs in groups alone
         });
+    inherit("daemon");
 }
 
 TEST(ProcessIdentity, OfOneThreadIsNotGivenToAnothersChild)
@@ -151,8 +138,7 @@ TEST(ProcessIdentity, OfOneThreadIsNotGivenToAnothersChild)
                 []
                 {
                     KernelIdentity const impersonated;
-                    EXPECT_FALSE(RevertToSelf());
-                    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+                    VOK_EXPECT_CODE(ERROR_ACCESS_DENIED, RevertToSelf());
                     EXPECT_EQ(KernelIdentity(), impersonated);
                 })
                 .join();
@@ -182,29 +168,31 @@ TEST(ProcessIdentity, ComesBackWithAllThatBelongsToIt)
         });
 }
 
-TEST(ProcessIdentity, IsBackForTheNextTimer)
+TEST(ProcessIdentity, IsThatOfTheThreadsOfTimers)
 {
     VOK_NEEDS_SUPERUSER();
+    auto const run = [](PTP_TIMER_CALLBACK function)
+    {
+        KernelIdentity seen;
+        PTP_TIMER const timer = CreateThreadpoolTimer(function, &seen, nullptr);
+        FILETIME due{};
+        SetThreadpoolTimer(timer, &due, 0, 0);
+        WaitForThreadpoolTimerCallbacks(timer, FALSE);
+        CloseThreadpoolTimer(timer);
+        return seen;
+    };
+    auto const look = [](PTP_CALLBACK_INSTANCE, PVOID seen, PTP_TIMER)
+    { *static_cast<KernelIdentity*>(seen) = KernelIdentity(); };
     RunInChild(
-        []
+        [&]
         {
             KernelIdentity const before;
-            auto const run = [](PTP_TIMER_CALLBACK function)
-            {
-                KernelIdentity seen;
-                PTP_TIMER const timer = CreateThreadpoolTimer(function, &seen, nullptr);
-                FILETIME due{};
-                SetThreadpoolTimer(timer, &due, 0, 0);
-                WaitForThreadpoolTimerCallbacks(timer, FALSE);
-                CloseThreadpoolTimer(timer);
-                return seen;
-            };
+            ASSERT_TRUE(Impersonate("daemon")); // while the pool has no threads yet
+            EXPECT_EQ(run(look), before);
             for (int i = 0; i < 5; ++i)
             {
                 run([](PTP_CALLBACK_INSTANCE, PVOID, PTP_TIMER) { EXPECT_TRUE(Impersonate("nobody")); });
-                EXPECT_EQ(run([](PTP_CALLBACK_INSTANCE, PVOID seen, PTP_TIMER)
-                              { *static_cast<KernelIdentity*>(seen) = KernelIdentity(); }),
-                          before);
+                EXPECT_EQ(run(look), before);
             }
         });
 }

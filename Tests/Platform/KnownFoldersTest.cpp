@@ -19,25 +19,19 @@ using namespace Brindle::Vok::Testing;
 
 TEST(UserDirs, LinesOfAnotherFormCountAsNone)
 {
-    struct
-    {
-        char const* file;
-        char const* expected;
-    } const cases[] = {
+    using namespace std::string_literals;
+    std::pair<char const*, char const*> const cases[] = {
         {"XDG_A_DIR=\"$HOME/a\"", "/h/a"},
         {"XDG_A_DIR=\"$HOME/a\"\nXDG_A_DIR=\"/b\"\n", "/b"},
         {"XDG_A_DIR=\"/b\"\nXDG_A_DIR=\"bad\"\nXDG_AB_DIR=\"/c\"\n#XDG_A_DIR=\"/d\"\n", "/b"},
         {" \tXDG_A_DIR = \"$HOME\" # home\r\n", "/h"},
         {R"(XDG_A_DIR="/a\"b\\\$c#")", "/a\"b\\$c#"},
-        {"XDG_A_DIR=\"$HOMER/a\"", "none"},
-        {"XDG_A_DIR=\"/a", "none"},
-        {"XDG_A_DIR=\"/a\" b", "none"},
-        {"XDG_A_DIR=/a", "none"},
-        {"export XDG_A_DIR=\"/a\"", "none"},
     };
-    for (auto const& c : cases)
-        EXPECT_EQ(FindUserDirectory(c.file, "XDG_A_DIR", "/h").value_or("none"), c.expected) << c.file;
-    EXPECT_FALSE(FindUserDirectory(std::string("XDG_A_DIR=\"/a\0b\"", 16), "XDG_A_DIR", "/h"));
+    for (auto const& [file, expected] : cases)
+        EXPECT_EQ(FindUserDirectory(file, "XDG_A_DIR", "/h"), expected) << file;
+    for (std::string const& file : {"XDG_A_DIR=\"$HOMER/a\""s, "XDG_A_DIR=\"/a"s, "XDG_A_DIR=\"/a\" b"s,
+                                    "XDG_A_DIR=/a"s, "export XDG_A_DIR=\"/a\""s, "XDG_A_DIR=\"/a\0b\""s})
+        EXPECT_FALSE(FindUserDirectory(file, "XDG_A_DIR", "/h")) << file;
 }
 
 namespace
@@ -81,17 +75,16 @@ TEST_F(KnownFolders, FollowTheVariablesAndTheFileOfUserDirectories)
 {
     drive.Write("h/.config/user-dirs.dirs", "XDG_MUSIC_DIR=\"/never\"");
     drive.Write("c/user-dirs.dirs", "XDG_MUSIC_DIR=\"/m:\"\nXDG_VIDEOS_DIR=\"$HOME/v/\"\nXDG_DESKTOP_DIR=\"$HOME\"\n");
+    configuration.Set((drive.Host() + "//c/").c_str());
+    data.Set("/d");
+    cache.Set("relative"); // which counts as none
+    machine.Set("relative::/e/:/f");
     std::wstring const h = Windows("h");
-    struct
-    {
-        GUID id;
-        std::wstring byDefault;
-        std::wstring withVariables;
-    } const cases[] = {
+    std::tuple<GUID, std::wstring, std::wstring> const cases[] = {
         {FOLDERID_Profile, h, h},
         {FOLDERID_RoamingAppData, h + L"\\.config", Windows("c")},
         {FOLDERID_LocalAppData, h + L"\\.local\\share", L"C:\\d"},
-        {FOLDERID_InternetCache, h + L"\\.cache", h + L"\\.cache"}, // a relative path counts as none
+        {FOLDERID_InternetCache, h + L"\\.cache", h + L"\\.cache"},
         {FOLDERID_ProgramData, L"C:\\etc\\xdg", L"C:\\e"},
         {FOLDERID_CommonStartup, L"C:\\etc\\xdg\\autostart", L"C:\\e\\autostart"},
         {FOLDERID_Desktop, h + L"\\Desktop", h},
@@ -99,14 +92,10 @@ TEST_F(KnownFolders, FollowTheVariablesAndTheFileOfUserDirectories)
         {FOLDERID_Videos, h, h + L"\\v"},
         {FOLDERID_System, L"C:\\usr\\lib", L"C:\\usr\\lib"},
     };
-    configuration.Set((drive.Host() + "//c/").c_str());
-    data.Set("/d");
-    cache.Set("relative");
-    machine.Set("relative::/e/:/f");
-    for (auto const& c : cases)
+    for (auto const& [id, byDefault, withVariables] : cases)
     {
-        EXPECT_EQ(Find(c.id, unverified), c.withVariables);
-        EXPECT_EQ(Find(c.id, unverified | KF_FLAG_DEFAULT_PATH | KF_FLAG_NOT_PARENT_RELATIVE), c.byDefault);
+        EXPECT_EQ(Find(id, unverified), withVariables);
+        EXPECT_EQ(Find(id, unverified | KF_FLAG_DEFAULT_PATH | KF_FLAG_NOT_PARENT_RELATIVE), byDefault);
     }
 }
 

@@ -25,18 +25,18 @@ DWORD CodeOfWriting(HANDLE file, DWORD count)
 TEST(Limits, OfAFilesSizeAreErrorsAndNoSignals)
 {
     TestDrive const drive;
-    auto const run = [&]
-    {
-        OpenHandle const openedBefore = Open(drive.Path(L"before"), GENERIC_WRITE, 0, CREATE_NEW);
-        rlimit const limit{1000, 1000};
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-        OpenHandle const file = Open(drive.Path(L"after"), GENERIC_WRITE, 0, CREATE_NEW);
-        EXPECT_EQ(CodeOfWriting(file.Get(), 1000), ERROR_SUCCESS);
-        EXPECT_EQ(CodeOfWriting(file.Get(), 1), ERROR_FILE_TOO_LARGE);
-        EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1001), ERROR_FILE_TOO_LARGE);
-        EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1), ERROR_FILE_TOO_LARGE);
-    };
-    EXPECT_EQ(InChild(run), 0);
+    RunInChild(
+        [&]
+        {
+            OpenHandle const openedBefore = Open(drive.Path(L"before"), GENERIC_WRITE, 0, CREATE_NEW);
+            rlimit const limit{1000, 1000};
+            EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+            OpenHandle const file = Open(drive.Path(L"after"), GENERIC_WRITE, 0, CREATE_NEW);
+            EXPECT_EQ(CodeOfWriting(file.Get(), 1000), ERROR_SUCCESS);
+            EXPECT_EQ(CodeOfWriting(file.Get(), 1), ERROR_FILE_TOO_LARGE);
+            EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1001), ERROR_FILE_TOO_LARGE);
+            EXPECT_EQ(CodeOfWriting(openedBefore.Get(), 1), ERROR_FILE_TOO_LARGE);
+        });
     EXPECT_EQ(drive.Read("after").size(), 1000U);
 }
 

@@ -87,46 +87,42 @@ TEST_F(Modules, KeepTheirPathAndAreFreedByTheirHandlesAlone)
         char path[1000] = "";
         EXPECT_NE(GetModuleFileNameA(module, path, sizeof path), 0U);
         EXPECT_EQ(HostOf(path), drive.Host("d\xC3\xA9/w.so"));
-        EXPECT_EQ(CodeOf([=] { return CloseHandle(reinterpret_cast<HANDLE>(module)); }), DWORD{ERROR_INVALID_HANDLE});
-        EXPECT_EQ(CodeOf([=] { return FreeLibrary(module); }), 0U);
-        EXPECT_EQ(CodeOf([=] { return FreeLibrary(module); }), DWORD{ERROR_INVALID_HANDLE});
-        EXPECT_EQ(CodeOf([&] { return GetModuleFileNameA(module, path, 9); }), DWORD{ERROR_INVALID_HANDLE});
+        VOK_EXPECT_CODE(ERROR_INVALID_HANDLE, CloseHandle(reinterpret_cast<HANDLE>(module)));
+        VOK_EXPECT_CODE(ERROR_SUCCESS, FreeLibrary(module));
+        VOK_EXPECT_CODE(ERROR_INVALID_HANDLE, FreeLibrary(module));
+        VOK_EXPECT_CODE(ERROR_INVALID_HANDLE, GetModuleFileNameA(module, path, 9));
     }
     EXPECT_FALSE(isMapped());
 }
 
 TEST_F(Modules, ThatCannotBeLoadedSayWhy)
 {
-    std::pair<std::string, std::string> const damagedFiles[] = {
+    std::pair<std::string, std::string> const files[] = {
         {"text", "no library, though it is as long as the header of one has to be, 64 bytes"},
         {"class", Patched(EI_CLASS, ELFCLASS32)},
         {"machine", Patched(offsetof(Elf64_Ehdr, e_machine), EM_386)},
         {"half", content.substr(0, content.size() / 2)},
         {"segments", Patched(offsetof(Elf64_Ehdr, e_phoff) + 7, '\x7F')},
         {"program", Read("/proc/self/exe")},
+        {"needy", Patched(content.find("libc.so.6") + 3, 'q')},
+        {"whole", content},
     };
-    for (auto const& [name, damaged] : damagedFiles)
-    {
-        drive.Write(name, damaged);
-        EXPECT_EQ(CodeOfLoading(drive.Path({name.begin(), name.end()}).c_str()), DWORD{ERROR_BAD_EXE_FORMAT}) << name;
-    }
-    drive.Write("needy", Patched(content.find("libc.so.6") + 3, 'q'));
-    drive.Write("whole", content);
+    for (auto const& [name, file] : files)
+        drive.Write(name, file);
     ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0600), 0);
-    std::pair<std::wstring, long> const names[] = {
-        {L"", ERROR_INVALID_PARAMETER},
-        {L"libc.so", ERROR_BAD_EXE_FORMAT}, // what linkers read
-        {drive.Path(L"whole\\none.so"), ERROR_MOD_NOT_FOUND},
-        {L"A:\\none.so", ERROR_MOD_NOT_FOUND},
-        {drive.Path(L"needy"), ERROR_MOD_NOT_FOUND},
-        {drive.Path(L"fifo"), ERROR_BAD_EXE_FORMAT},
-        {drive.Path(), ERROR_ACCESS_DENIED},
-        {drive.Path(L"whole"), ERROR_SUCCESS},
+    std::vector<std::wstring> badFormat{L"libc.so"}; // what linkers read
+    for (wchar_t const* const name : {L"text", L"class", L"machine", L"half", L"segments", L"program", L"fifo"})
+        badFormat.push_back(drive.Path(name));
+    std::pair<DWORD, std::vector<std::wstring>> const cases[] = {
+        {ERROR_SUCCESS, {drive.Path(L"whole")}},
+        {ERROR_INVALID_PARAMETER, {L""}},
+        {ERROR_BAD_EXE_FORMAT, badFormat},
+        {ERROR_MOD_NOT_FOUND, {drive.Path(L"whole\\none.so"), L"A:\\none.so", drive.Path(L"needy")}},
+        {ERROR_ACCESS_DENIED, {drive.Path()}},
     };
-    for (auto const& [name, code] : names)
-    {
-        EXPECT_EQ(CodeOfLoading(name.c_str()), static_cast<DWORD>(code)) << std::filesystem::path(name);
-    }
+    for (auto const& [code, names] : cases)
+        for (std::wstring const& name : names)
+            EXPECT_EQ(CodeOfLoading(name.c_str()), code) << std::filesystem::path(name);
     EXPECT_EQ(CodeOfLoading(nullptr), DWORD{ERROR_INVALID_PARAMETER});
     std::filesystem::permissions(drive.Host(), std::filesystem::perms(0755));
     std::filesystem::permissions(drive.Host("whole"), std::filesystem::perms(0200));
@@ -153,8 +149,8 @@ TEST(ModulePaths, AreCutToTheBuffer)
     EXPECT_EQ(GetModuleFileNameW(nullptr, path.data(), size), size);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
     EXPECT_EQ(path, whole.substr(0, size - 1) + L'\0');
-    EXPECT_EQ(CodeOf([] { return GetModuleFileNameA(nullptr, nullptr, 0); }), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(CodeOf([] { return GetModuleFileNameW(nullptr, nullptr, 1); }), DWORD{ERROR_INVALID_PARAMETER});
+    VOK_EXPECT_CODE(ERROR_INSUFFICIENT_BUFFER, GetModuleFileNameA(nullptr, nullptr, 0));
+    VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, GetModuleFileNameW(nullptr, nullptr, 1));
 }
 
 TEST(ModulePaths, OfAProgramCalledDeletedAreWhole)

@@ -30,21 +30,14 @@ protected:
     }
     ~Names() override { UnmapDrive(L'T'); }
 
-    void Expect(NameCase const& each) const
-    {
-        HostPath path;
-        EXPECT_EQ(CodeOf([&] { return path.Assign(each.text.c_str()); }), 0U) << testing::PrintToString(each.text);
-        std::string const host = each.host.starts_with('~') ? drive.Host() + each.host.substr(1) : each.host;
-        EXPECT_EQ(path.View(), host) << testing::PrintToString(each.text);
-        EXPECT_EQ(path.Text()[path.View().size()], '\0');
-        EXPECT_EQ(path.NamesDirectory(), each.namesDirectory) << testing::PrintToString(each.text);
-    }
-
     TestDrive drive;
 };
 
 TEST_F(Names, EveryFormLeadsToItsHostPath)
 {
+    std::string many = "/";
+    for (int i = 0; i < 700; ++i)
+        many += "\xE2\x82\xAC";
     NameCase const cases[] = {
         {L"C:\\tmp\\a", "/tmp/a"},
         {L"c:/tmp/a", "/tmp/a"},
@@ -65,14 +58,7 @@ TEST_F(Names, EveryFormLeadsToItsHostPath)
         {L"\\\\?\\unc\\server\\share\\a", "~/a"},
         {L"\\\\.\\T:\\a\\..\\b/c", "~/b/c"},
         {L"//?/C:/a/../b", "/b"},
-    };
-    for (NameCase const& each : cases)
-        Expect(each);
-}
-
-TEST_F(Names, DotsFoldByTextAndStayBelowTheirRoot)
-{
-    NameCase const cases[] = {
+        // Dots fold by text and stay below their root.
         {L".", "."},
         {L"..\\..\\a", "../../a"},
         {L"..\\a\\..\\..\\b", "../../b"},
@@ -84,67 +70,43 @@ TEST_F(Names, DotsFoldByTextAndStayBelowTheirRoot)
         {L"\\\\Server\\Share\\..\\..\\a\\", "~/a", true},
         {L"C:\\a. \\b...", "/a. /b..."},
         {L"C:\\...\\.a\\a.", "/.../.a/a."},
-    };
-    for (NameCase const& each : cases)
-        Expect(each);
-}
-
-TEST_F(Names, CharactersBecomeBytes)
-{
-    std::string many = "/";
-    for (int i = 0; i < 700; ++i)
-        many += "\xE2\x82\xAC";
-    NameCase const cases[] = {
+        // Characters become bytes.
         {L"C:\\\u00E9\xD83D\xDE00", "/\xC3\xA9\xF0\x9F\x98\x80"},
         {L"C:\\" + std::wstring(700, L'\u20AC'), many},
         {L"C:\\\xF02F\xF000\xF020", "/\xEF\x80\xAF\xEF\x80\x80\xEF\x80\xA0"},
         {L"C:\\\xD83D\xDC80", "/\xF0\x9F\x92\x80"},
     };
     for (NameCase const& each : cases)
-        Expect(each);
+    {
+        SCOPED_TRACE(testing::PrintToString(each.text));
+        HostPath path;
+        VOK_EXPECT_CODE(0, path.Assign(each.text.c_str()));
+        EXPECT_EQ(path.View(), each.host.starts_with('~') ? drive.Host() + each.host.substr(1) : each.host);
+        EXPECT_EQ(path.Text()[path.View().size()], '\0');
+        EXPECT_EQ(path.NamesDirectory(), each.namesDirectory);
+    }
 }
 
 TEST_F(Names, WhatIsNoPathFailsWithItsCode)
 {
-    struct
-    {
-        wchar_t const* text;
-        DWORD code;
-    } const cases[] = {
-        {L"", 3},
-        {L"Q:\\a", 3},
-        {L"\\\\?\\Q:\\a", 3},
-        {L"\\\\?\\", 3},
-        {L"\\\\.\\pipe\\x", 2},
-        {L"\\\\nobody\\share\\a", 53},
-        {L"\\\\server\\other\\a", 67},
-        {L"\\\\", 161},
-        {L"\\\\?\\C:", 87},
-        {L"\\\\?\\C:\\a/b", 123},
-        {L"\\\\?\\C:\\a\\.", 123},
-        {L"\\\\?\\UNC\\server\\share\\..", 123},
-        {L"C:\\a<", 123},
-        {L"C:\\a:b", 123},
-        {L"C:\\\x1F", 123},
-        {L"C:\\\xD83D", 123},
-        {L"C:\\\xDC7F", 123},
-        {L"C:\\\x10000", 123},
+    std::pair<DWORD, std::vector<std::wstring>> const cases[] = {
+        {2, {L"\\\\.\\pipe\\x"}},
+        {3, {L"", L"Q:\\a", L"\\\\?\\Q:\\a", L"\\\\?\\"}},
+        {53, {L"\\\\nobody\\share\\a"}},
+        {67, {L"\\\\server\\other\\a"}},
+        {87, {L"\\\\?\\C:"}},
+        {123, {L"\\\\?\\C:\\a/b", L"\\\\?\\C:\\a\\.", L"\\\\?\\UNC\\server\\share\\..", L"C:\\a<", L"C:\\a:b"}},
+        {123, {L"C:\\\x1F", L"C:\\\xD83D", L"C:\\\xDC7F", L"C:\\\x10000"}},
+        {161, {L"\\\\"}},
     };
-    for (auto const& each : cases)
-    {
-        HostPath path;
-        EXPECT_EQ(CodeOf([&] { return path.Assign(each.text); }), each.code)
-            << testing::PrintToString(std::wstring(each.text));
-    }
+    for (auto const& [code, texts] : cases)
+        for (std::wstring const& text : texts)
+            VOK_EXPECT_CODE(code, HostPath().Assign(text.c_str())) << testing::PrintToString(text);
 }
 
 TEST(HostNames, BecomeTextThatLeadsBackToTheSameBytes)
 {
-    struct
-    {
-        std::string name;
-        std::wstring text;
-    } const cases[] = {
+    std::pair<std::string, std::wstring> const cases[] = {
         {"a:b\\c*?\"<>|\x01\x1F", L"a\xF03A"
                                   L"b\xF05C"
                                   L"c\xF02A\xF03F\xF022\xF03C\xF03E\xF07C\xF001\xF01F"},
@@ -156,12 +118,13 @@ TEST(HostNames, BecomeTextThatLeadsBackToTheSameBytes)
         {"\xEF\x80\xAF\xEF\x80\x80\xEF\x81\xBF", L"\xF02F\xF000\xF07F"}, // Neighbours that stand for nothing
         {"\xED\xB2\x80", L"\xDCED\xDCB2\xDC80"},                         // U+DC80 itself
     };
-    for (auto const& each : cases)
+    for (auto const& [name, text] : cases)
     {
-        EXPECT_EQ(WideNameFromHost(each.name), each.text) << testing::PrintToString(each.name);
+        SCOPED_TRACE(testing::PrintToString(name));
+        EXPECT_EQ(WideNameFromHost(name), text);
         HostPath path;
-        EXPECT_TRUE(path.Assign(each.text));
-        EXPECT_EQ(path.View(), each.name) << testing::PrintToString(each.name);
+        EXPECT_TRUE(path.Assign(text));
+        EXPECT_EQ(path.View(), name);
     }
 }
 
@@ -171,6 +134,7 @@ TEST(HostNames, OfAnyBytesSurviveTheRoundTrip)
     // Parts that are likely to form almost valid sequences and the characters with a meaning.
     std::string const parts[] = {"a",    ".",        "\xC3", "\xA9",         "\xEF", "\x80", "\xBA", "\xED", "\xA0",
                                  "\xB2", "\xF0\x9F", "\x98", "\xEF\x80\xAF", ":",    "\\",   "\x07", "\xFF", " "};
+    std::pair<std::wstring, std::string> const prefixes[] = {{L"", ""}, {L"C:\\", "/"}, {L"\\\\?\\C:\\d\\", "/d/"}};
     for (int round = 0; round < 20000; ++round)
     {
         std::string name;
@@ -181,11 +145,10 @@ TEST(HostNames, OfAnyBytesSurviveTheRoundTrip)
                 name += byte;
         if (name.empty() || name == "." || name == "..")
             continue;
-        for (std::wstring const prefix : {L"", L"C:\\", L"\\\\?\\C:\\d\\"})
+        for (auto const& [prefix, host] : prefixes)
         {
             HostPath path;
             ASSERT_TRUE(path.Assign(prefix + WideNameFromHost(name))) << testing::PrintToString(name);
-            std::string const host = prefix.empty() ? "" : prefix.size() == 3 ? "/" : "/d/";
             ASSERT_EQ(path.View(), host + name) << testing::PrintToString(name);
         }
     }
@@ -193,31 +156,26 @@ TEST(HostNames, OfAnyBytesSurviveTheRoundTrip)
 
 TEST(HostNames, WholePathsBecomeWindowsSyntax)
 {
-    EXPECT_EQ(WindowsPathFromHost("/tmp"), L"C:\\tmp");
-    EXPECT_EQ(WindowsPathFromHost("/"), L"C:\\");
-    EXPECT_EQ(WindowsPathFromHost("//a///b/"), L"C:\\a\\b\\");
-    EXPECT_EQ(WindowsPathFromHost("a/b:c"), L"a\\b\xF03A"
-                                            L"c");
-    EXPECT_EQ(WindowsPathFromHost(""), L"");
+    std::pair<char const*, wchar_t const*> const cases[] = {
+        {"/tmp", L"C:\\tmp"}, {"/", L"C:\\"}, {"//a///b/", L"C:\\a\\b\\"}, {"a/?b", L"a\\\uF03Fb"}, {"", L""}};
+    for (auto const& [host, text] : cases)
+        EXPECT_EQ(WindowsPathFromHost(host), text);
 }
 
 TEST(Mappings, AreChecked)
 {
     TestDrive drive;
     drive.Write("file");
-    auto const map = [](wchar_t letter, std::string const& directory)
-    { return CodeOf([&] { return MapDrive(letter, directory); }); };
-    EXPECT_EQ(map(L'1', drive.Host()), 15U);
-    EXPECT_EQ(map(L'c', drive.Host()), 85U);
-    EXPECT_EQ(map(drive.Letter(), drive.Host()), 85U);
-    EXPECT_EQ(map(L'D', drive.Host("missing")), 3U);
-    EXPECT_EQ(map(L'D', drive.Host("file")), 267U);
-    EXPECT_EQ(map(L'D', std::string("/\0", 2)), 123U);
-    EXPECT_EQ(CodeOf([] { return UnmapDrive(L'C'); }), 15U);
-    EXPECT_EQ(CodeOf([] { return UnmapDrive(L'D'); }), 3U);
+    std::tuple<wchar_t, std::string, DWORD> const cases[] = {
+        {L'1', drive.Host(), 15},         {L'c', drive.Host(), 85},        {drive.Letter(), drive.Host(), 85},
+        {L'D', drive.Host("missing"), 3}, {L'D', drive.Host("file"), 267}, {L'D', std::string("/\0", 2), 123}};
+    for (auto const& [letter, directory, code] : cases)
+        VOK_EXPECT_CODE(code, MapDrive(letter, directory)) << directory;
+    VOK_EXPECT_CODE(15, UnmapDrive(L'C'));
+    VOK_EXPECT_CODE(3, UnmapDrive(L'D'));
     for (auto const& [server, share] :
          {std::pair(L"", L"s"), {L"s", L""}, {L"a\\b", L"s"}, {L"s", L"a/b"}, {L"?", L"s"}})
-        EXPECT_EQ(CodeOf([&, s = server, n = share] { return MapShare(s, n, drive.Host()); }), 123U);
+        VOK_EXPECT_CODE(123, MapShare(server, share, drive.Host()));
 }
 
 TEST(Mappings, KeepTheirDirectoryWhenTheWorkingDirectoryChanges)

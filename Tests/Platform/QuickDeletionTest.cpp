@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <thread>
@@ -32,6 +31,8 @@ protected:
         for (int i = 0; i < count; ++i)
             drive.Write("d/file" + std::to_string(i));
     }
+
+    OpenHandle OpenFile(int number) const { return Open(Path(L"d\\file" + std::to_wstring(number)), GENERIC_READ); }
 
     /// Deletes every file in d within a search and gives how many couldn't be, each with a sharing violation. `between`
     /// is called with the number of files that had their turn.
@@ -97,18 +98,14 @@ TEST_F(QuickDeletion, SparesWhatThisProcessHolds)
     Alone const alone;
     std::vector<OpenHandle> held;
     for (int i = 0; i < 50; i += 5)
-        held.push_back(Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ));
+        held.push_back(OpenFile(i));
     int openedLate = 0;
     int const refused = DeleteAll(
         [&](int turn)
         {
             // Some that are still there, when the deletion has long been quick.
             for (int i = 1; turn == 20 && i < 50; i += 5)
-            {
-                OpenHandle late = Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ);
-                openedLate += late ? 1 : 0;
-                held.push_back(std::move(late));
-            }
+                openedLate += held.emplace_back(OpenFile(i)) ? 1 : 0;
         });
     EXPECT_GT(openedLate, 0);
     EXPECT_EQ(refused, 10 + openedLate);
@@ -122,25 +119,24 @@ TEST_F(QuickDeletion, SparesWhatAnotherProcessComesToHold)
 {
     MakeFiles(50);
     std::optional<Alone> alone(std::in_place);
-    std::unique_ptr<HoldingProcess> child;
+    std::optional<HoldingProcess> child;
+    auto const openAll = [&]
+    {
+        std::vector<OpenHandle> held;
+        for (int i = 0; i < 50; ++i)
+            held.push_back(OpenFile(i));
+        return held;
+    };
     int const refused = DeleteAll(
         [&](int turn)
         {
             if (turn != 20)
                 return;
             alone.reset();
-            child = std::make_unique<HoldingProcess>(
-                [&]
-                {
-                    std::vector<OpenHandle> held;
-                    for (int i = 0; i < 50; ++i)
-                        held.push_back(Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ));
-                    return held;
-                });
+            child.emplace(openAll);
         });
     EXPECT_EQ(refused, 30);
-    child->Go();
-    EXPECT_EQ(child->Join(), 0);
+    child.reset();
     EXPECT_EQ(DeleteAll(), 0);
 }
 
@@ -208,15 +204,15 @@ TEST_F(QuickDeletion, NeverTakesTheNameOfAFileThatIsHeld)
     Alone const alone;
     std::atomic<bool> stops{false};
     std::atomic<int> lost{0};
-    std::thread opener(
-        [&]
+    auto const open = [&]
+    {
+        for (int i = 0; !stops; i = (i + 7) % 64)
         {
-            for (int i = 0; !stops; i = (i + 7) % 64)
-            {
-                OpenHandle const held = Open(Path(L"d\\file" + std::to_wstring(i)), GENERIC_READ);
-                lost += held && !drive.Exists("d/file" + std::to_string(i)) ? 1 : 0;
-            }
-        });
+            OpenHandle const held = OpenFile(i);
+            lost += held && !drive.Exists("d/file" + std::to_string(i)) ? 1 : 0;
+        }
+    };
+    std::thread opener(open);
     for (int round = 0; round < 30; ++round)
     {
         MakeFiles(64);

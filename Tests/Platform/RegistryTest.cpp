@@ -57,37 +57,21 @@ protected:
 
 TEST_F(Registry, KeysAreDirectoriesBelowTheMappedOne)
 {
-    struct
-    {
-        wchar_t const* name;
-        LSTATUS status;
-        char const* place;
-    } const cases[] = {
-        {L"one", ERROR_SUCCESS, "one"},
-        {L"One\\two", ERROR_SUCCESS, "two"},
-        {L"oNe", ERROR_SUCCESS, "One"}, // the first of those that are directories
-        {L"tWO", ERROR_SUCCESS, "TWO"},
-        {L"One\\\\TWO\\*", ERROR_SUCCESS, "*"},
-        {nullptr, ERROR_SUCCESS, ""},
-        {L"", ERROR_SUCCESS, ""},
-        {L"one\\none", ERROR_FILE_NOT_FOUND, ""},
-        {L"One/two", ERROR_FILE_NOT_FOUND, ""},
-        {L"file", ERROR_FILE_NOT_FOUND, ""},
-        {L"\xD800", ERROR_FILE_NOT_FOUND, ""},
-        {L"\\one", ERROR_BAD_PATHNAME, ""},
-        // No way out.
-        {L"link", ERROR_FILE_NOT_FOUND, ""},
-        {L"..\\outside", ERROR_FILE_NOT_FOUND, ""},
-        {L"one\\.", ERROR_FILE_NOT_FOUND, ""},
+    std::pair<wchar_t const*, char const*> const cases[] = {
+        {L"one", "one"}, {L"One\\two", "two"},    {L"oNe", "One"}, // the first of those that are directories
+        {L"tWO", "TWO"}, {L"One\\\\TWO\\*", "*"}, {nullptr, ""},   {L"", ""},
     };
-    for (auto const& c : cases)
+    for (auto const& [name, directory] : cases)
     {
-        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, c.name), c.status) << c.name;
-        EXPECT_EQ(place, c.place);
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, name), ERROR_SUCCESS) << name;
+        EXPECT_EQ(place, directory);
     }
+    for (wchar_t const* const none : {L"one\\none", L"One/two", L"file", L"\xD800", L"link", L"..\\outside", L"one\\."})
+        EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, none), ERROR_FILE_NOT_FOUND) << none;
     EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, std::wstring(300, L'x').c_str()), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Open(HKEY_USERS, L"one"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Open(HKEY_USERS, nullptr), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"\\one"), ERROR_BAD_PATHNAME);
+    for (wchar_t const* const name : {L"one", static_cast<wchar_t const*>(nullptr)})
+        EXPECT_EQ(Open(HKEY_USERS, name), ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(Registry, AKeyStaysWhereItIsWhenItsRootIsMappedAnew)
@@ -108,12 +92,7 @@ TEST_F(Registry, AKeyStaysWhereItIsWhenItsRootIsMappedAnew)
 
 TEST_F(Registry, RightsAndOptionsAreChecked)
 {
-    struct
-    {
-        REGSAM access;
-        DWORD options;
-        LSTATUS status;
-    } const cases[] = {
+    std::tuple<REGSAM, DWORD, LSTATUS> const cases[] = {
         {0, 0, ERROR_SUCCESS},
         {KEY_READ | KEY_WOW64_64KEY, REG_OPTION_OPEN_LINK, ERROR_SUCCESS},
         {0x82000000, 0, ERROR_SUCCESS}, // GENERIC_READ and MAXIMUM_ALLOWED
@@ -123,9 +102,9 @@ TEST_F(Registry, RightsAndOptionsAreChecked)
         {KEY_READ | KEY_WOW64_32KEY | KEY_WOW64_64KEY, 0, ERROR_INVALID_PARAMETER},
         {KEY_READ, 1, ERROR_INVALID_PARAMETER},
     };
-    for (auto const& c : cases)
+    for (auto const& [access, options, status] : cases)
         for (wchar_t const* const name : {L"one", L""})
-            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, name, c.access, c.options), c.status) << c.access << ' ' << c.options;
+            EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, name, access, options), status) << access << ' ' << options;
     EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"none", KEY_WRITE), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"one", 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
     for (std::uintptr_t const value :
@@ -153,7 +132,7 @@ TEST_F(Registry, TheHostsRightsCountToo)
 
 TEST_F(Registry, OnlyPredefinedKeysAreMapped)
 {
-    EXPECT_EQ(CodeOf([&] { return MapRegistry(nullptr, drive.Host()); }), DWORD{ERROR_INVALID_HANDLE});
+    VOK_EXPECT_CODE(ERROR_INVALID_HANDLE, MapRegistry(nullptr, drive.Host()));
     EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, "/"));
     EXPECT_EQ(Open(HKEY_LOCAL_MACHINE, L"USR"), ERROR_SUCCESS);
     EXPECT_TRUE(MapRegistry(HKEY_LOCAL_MACHINE, drive.Host("root")));

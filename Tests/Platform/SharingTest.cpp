@@ -191,26 +191,27 @@ TEST_F(Sharing, AFileThatIsKeptForAMomentIsNotInUse)
 
 TEST_F(Sharing, OneOfTwoThatRaceAlwaysWins)
 {
-    Terms const pairs[][2] = {
+    std::pair<Terms, Terms> const pairs[] = {
         {{GENERIC_READ, FILE_SHARE_READ}, {GENERIC_WRITE, allShares}},
         {{GENERIC_WRITE, FILE_SHARE_READ}, {GENERIC_WRITE, FILE_SHARE_READ}},
         {{GENERIC_WRITE, 0}, {GENERIC_READ, FILE_SHARE_READ}},
     };
-    for (auto const& pair : pairs)
-        for (int round = 0; round < 150; ++round)
+    for (int round = 0; round < 450; ++round)
+    {
+        auto const& [first, second] = pairs[round % 3];
+        std::barrier start(2);
+        auto const race = [&](OpenHandle& handle, Terms const& terms)
         {
-            std::barrier start(2);
-            OpenHandle handles[2];
-            auto const race = [&](int which)
-            {
-                start.arrive_and_wait();
-                handles[which] = OpenWith(pair[which]);
-            };
-            std::thread other(race, 1);
-            race(0);
-            other.join();
-            ASSERT_NE(static_cast<bool>(handles[0]), static_cast<bool>(handles[1]));
-        }
+            start.arrive_and_wait();
+            handle = OpenWith(terms);
+        };
+        OpenHandle one;
+        OpenHandle two;
+        std::thread other(race, std::ref(two), second);
+        race(one, first);
+        other.join();
+        ASSERT_NE(static_cast<bool>(one), static_cast<bool>(two));
+    }
 }
 
 TEST_F(Sharing, AnOpeningThatMeetsItsFilesDeletionLooksAnew)

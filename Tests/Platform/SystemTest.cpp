@@ -86,11 +86,8 @@ TEST(ComputerNames, NeedAFormatAndASize)
     DWORD size = 1;
     for (auto const& [format, text, count] :
          {std::tuple{-1, buffer, &size}, {8, buffer, &size}, {0, buffer, nullptr}, {0, nullptr, &size}})
-    {
-        SetLastError(0);
-        EXPECT_FALSE(GetComputerNameExW(static_cast<COMPUTER_NAME_FORMAT>(format), text, count));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
-    }
+        VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER,
+                        GetComputerNameExW(static_cast<COMPUTER_NAME_FORMAT>(format), text, count));
 }
 
 TEST(UserNames, AreOfTheThreadsEffectiveUser)
@@ -127,9 +124,9 @@ TEST(UserNames, NeedTheirSizeAndAUserOfThatNumber)
 TEST(SystemDirectory, GivesItsTextOrTheSizeThatItNeeds)
 {
     wchar_t buffer[11] = L"kept";
-    EXPECT_EQ(CodeOf([&] { return GetSystemDirectoryW(buffer, 10) == 11; }), 0U);
+    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 10) == 11);
     EXPECT_STREQ(buffer, L"kept");
-    EXPECT_EQ(CodeOf([&] { return GetSystemDirectoryW(buffer, 11) == 10; }), 0U);
+    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 11) == 10);
     EXPECT_STREQ(buffer, L"C:\\usr\\lib");
 }
 

@@ -45,21 +45,14 @@ constexpr DWORD badData = ERROR_INVALID_DATA;
 
 TEST(Versions, AreFoundByTypeNameAndLanguage)
 {
-    std::map<std::uint32_t, std::string> many;
+    std::map<std::uint32_t, std::string> many{{0, "neutral"}};
     for (std::uint32_t language = 100; language < 300; ++language)
         many[language] = "no";
-    auto withNeutral = many;
-    withNeutral[0] = "neutral";
-    struct
-    {
-        Resources resources;
-        std::string data;
-        DWORD code;
-    } const cases[] = {
+    std::tuple<Resources, std::string, DWORD> const cases[] = {
         {{{16, {{1, {{0, info}}}}}}, info, 0},
         {{{3, {{1, {{0, "icon"}}}}}, {16, {{1, {{1033, info}}}}}, {24, {{1, {{0, "manifest"}}}}}}, info, 0},
         {{{16, {{1, {{1031, "first"}, {1033, "second"}}}}}}, "first", 0},
-        {{{16, {{1, withNeutral}}}}, "neutral", 0},
+        {{{16, {{1, many}}}}, "neutral", 0},
         {{{16, {{0, {{0, "other"}}}, {1, {{9, "usual"}}}}}}, "usual", 0},
         {{{16, {{5, {{0, "first"}}}, {7, {{0, "second"}}}}}}, "first", 0},
         {{{3, {{1, {{0, "icon"}}}}}}, "", ERROR_RESOURCE_TYPE_NOT_FOUND},
@@ -67,22 +60,17 @@ TEST(Versions, AreFoundByTypeNameAndLanguage)
         {{{16, {{1, {}}}}}, "", ERROR_RESOURCE_LANG_NOT_FOUND},
         {{{16, {{1, {{0, ""}}}}}}, "", noData},
     };
-    for (auto const& c : cases)
-        EXPECT_EQ(VersionOf(BuildImage({.resources = c.resources})), std::pair(c.data, c.code));
-    EXPECT_EQ(VersionOf(BuildImage({.is64Bit = false, .resources = cases[0].resources})).first, info);
+    for (auto const& [resources, data, code] : cases)
+        EXPECT_EQ(VersionOf(BuildImage({.resources = resources})), std::pair(data, code));
+    EXPECT_EQ(VersionOf(BuildImage({.is64Bit = false, .resources = std::get<0>(cases[0])})).first, info);
 }
 
 TEST(Versions, AreRefusedWithoutOneAndInDamagedImages)
 {
-    auto const with = [&](std::size_t at, std::uint64_t value, std::size_t size = 4)
+    auto const with = [](std::size_t at, std::uint64_t value, std::size_t size = 4)
     { return With(good, at, value, size); };
     using namespace Place;
-    struct
-    {
-        char const* what;
-        std::string image;
-        DWORD code;
-    } const cases[] = {
+    std::tuple<char const*, std::string, DWORD> const cases[] = {
         {"whole", good, 0},
         {"empty", "", noData},
         {"cut in the first header", "MZ", noData},
@@ -129,16 +117,15 @@ TEST(Versions, AreCutToTheBufferAndReachNoFurther)
     TestDrive const drive;
     drive.Write("x.exe", good);
     std::wstring const path = drive.Path(L"x.exe");
-    for (std::size_t const size : {0U, 1U, 91U, 92U, 100U})
+    for (DWORD const size : {0U, 1U, 91U, 92U, 100U})
     {
         std::string buffer(120, '#');
-        EXPECT_EQ(CodeOf([&] { return GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(size), buffer.data()); }),
-                  0U);
+        VOK_EXPECT_CODE(0, GetFileVersionInfoW(path.c_str(), 0, size, buffer.data()));
         std::string const copied = info.substr(0, size);
         EXPECT_EQ(buffer, copied + std::string(120 - copied.size(), '#'));
     }
     EXPECT_EQ(GetFileVersionInfoSizeW(path.c_str(), nullptr), info.size());
-    EXPECT_EQ(CodeOf([&] { return GetFileVersionInfoW(path.c_str(), 0, 8, nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
+    VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, GetFileVersionInfoW(path.c_str(), 0, 8, nullptr));
 }
 
 TEST(Versions, OfWhatIsNoPlainFile)
@@ -146,13 +133,15 @@ TEST(Versions, OfWhatIsNoPlainFile)
     TestDrive const drive;
     drive.Write("x.exe", good);
     ASSERT_EQ(::mkfifo(drive.Host("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(Version(drive.Path(L"none.dll")).second, DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Version(drive.Path(L"none\\x.dll")).second, DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_EQ(CodeOf([] { return GetFileVersionInfoSizeW(nullptr, nullptr); }), DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_EQ(Version(drive.Path(L"")).second, DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(Version(drive.Path(L"fifo")).second, noData);
     OpenHandle const holder = Open(drive.Path(L"x.exe"), GENERIC_READ);
-    EXPECT_EQ(Version(drive.Path(L"x.exe")).second, DWORD{ERROR_SHARING_VIOLATION});
+    std::pair<wchar_t const*, long> const cases[] = {{L"none.dll", ERROR_FILE_NOT_FOUND},
+                                                     {L"none\\x.dll", ERROR_PATH_NOT_FOUND},
+                                                     {L"", ERROR_ACCESS_DENIED},
+                                                     {L"fifo", ERROR_RESOURCE_DATA_NOT_FOUND},
+                                                     {L"x.exe", ERROR_SHARING_VIOLATION}};
+    for (auto const& [name, code] : cases)
+        EXPECT_EQ(Version(drive.Path(name)).second, static_cast<DWORD>(code));
+    VOK_EXPECT_CODE(ERROR_PATH_NOT_FOUND, GetFileVersionInfoSizeW(nullptr, nullptr));
 }
 
 } // namespace

@@ -109,20 +109,27 @@ int InChild(Run run)
         .Join();
 }
 
-/// Runs it in a child as an ordinary user: nobody, where these tests run as the superuser. What it expects counts.
+/// Runs it in a child. What it expects counts.
+template <class Run>
+void RunInChild(Run run)
+{
+    EXPECT_EQ(InChild(run), 0);
+}
+
+/// The same as an ordinary user: nobody, where these tests run as the superuser.
 template <class Run>
 void RunAsOrdinaryUser(Run run)
 {
-    auto const runAsNobody = [&]
-    {
-        constexpr unsigned nobody = 65534;
-        if (::geteuid() == 0)
+    RunInChild(
+        [&]
         {
-            ASSERT_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0);
-        }
-        run();
-    };
-    EXPECT_EQ(InChild(runAsNobody), 0);
+            constexpr unsigned nobody = 65534;
+            if (::geteuid() == 0)
+            {
+                ASSERT_TRUE(::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+            }
+            run();
+        });
 }
 
 } // namespace Brindle::Vok::Testing

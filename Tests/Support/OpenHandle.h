@@ -6,6 +6,8 @@
 #include <Brindle/Platform/Handles.h>
 #include <Brindle/Platform/Security.h>
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <utility>
 
@@ -52,18 +54,34 @@ inline OpenHandle OwnToken(DWORD access)
     return OpenHandle(token);
 }
 
-/// Runs a call and gives ERROR_SUCCESS if its result is true, otherwise the last error that it set.
+/// Made before a call, it gives ERROR_SUCCESS if the call's result is true, otherwise the last error that it set.
+class LastErrorOf
+{
+public:
+    LastErrorOf() { SetLastError(untouched); }
+
+    DWORD Call(bool hasSucceeded) const
+    {
+        DWORD const code = GetLastError();
+        // A success must leave the last error alone.
+        if (hasSucceeded)
+            return code == untouched ? static_cast<DWORD>(ERROR_SUCCESS) : 0xFFFFFFFF;
+        return code;
+    }
+
+private:
+    static constexpr DWORD untouched = 0xABCD;
+};
+
+/// The same of a call that is yet to be made.
 template <class Call>
 DWORD CodeOf(Call call)
 {
-    constexpr DWORD untouched = 0xABCD;
-    SetLastError(untouched);
-    bool const succeeded = static_cast<bool>(call());
-    DWORD const code = GetLastError();
-    // A success must leave the last error alone.
-    if (succeeded)
-        return code == untouched ? static_cast<DWORD>(ERROR_SUCCESS) : 0xFFFFFFFF;
-    return code;
+    return LastErrorOf().Call(static_cast<bool>(call()));
 }
 
 } // namespace Brindle::Vok::Testing
+
+/// Expects that a call ends with this code, as CodeOf gives it.
+#define VOK_EXPECT_CODE(code, ...)                                                                                     \
+    EXPECT_EQ(::Brindle::Vok::Testing::LastErrorOf().Call(static_cast<bool>(__VA_ARGS__)), static_cast<DWORD>(code))
