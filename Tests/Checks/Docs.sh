@@ -30,8 +30,6 @@ docs_take_apart() {
         function begin_body(line) {
             for (; match(line, /<[^>]*>/); line = substr(line, RSTART + RLENGTH))
                 print "#include " substr(line, RSTART, RLENGTH) >source
-            if (page == "README.md")
-                print "void Rotate();" >source     # what it leaves to its reader
             print "using namespace Brindle::Vok;\nint main()\n{" >source
             print_line(NR + 1)
         }
