@@ -271,11 +271,11 @@ using Std = Standard<std::filesystem::path>;
 } // namespace
 
 #define COMPARE_SUBJECTS(row)                                                                                          \
-    BENCHMARK_TEMPLATE(row, Ours);                                                                                     \
-    BENCHMARK_TEMPLATE(row, QtLibrary);                                                                                \
-    BENCHMARK_TEMPLATE(row, Boost);                                                                                    \
-    BENCHMARK_TEMPLATE(row, PocoLibrary);                                                                              \
-    BENCHMARK_TEMPLATE(row, Std)
+    BENCHMARK_TEMPLATE(row, Ours)->Name(#row "/Vok");                                                                  \
+    BENCHMARK_TEMPLATE(row, QtLibrary)->Name(#row "/Qt");                                                              \
+    BENCHMARK_TEMPLATE(row, Boost)->Name(#row "/Boost");                                                               \
+    BENCHMARK_TEMPLATE(row, PocoLibrary)->Name(#row "/Poco");                                                          \
+    BENCHMARK_TEMPLATE(row, Std)->Name(#row "/Std")
 
 COMPARE_SUBJECTS(Parse);
 COMPARE_SUBJECTS(Normalise);

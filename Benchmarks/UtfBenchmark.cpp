@@ -71,7 +71,7 @@ void RegisterToWide(std::string const& row, std::string const& text)
 {
     auto const size = text.size();
     auto const length = static_cast<int>(size);
-    Register("ToWide/" + row + "/Ours", size, [text] { return Brindle::Vok::Utf8ToWide(text); });
+    Register("ToWide/" + row + "/Vok", size, [text] { return Brindle::Vok::Utf8ToWide(text); });
     Register("ToWide/" + row + "/ICU", size,
              [text, length] { return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), length)); });
     Register("ToWide/" + row + "/Qt", size, [text, length] { return QString::fromUtf8(text.data(), length); });
@@ -83,7 +83,7 @@ void RegisterToWide(std::string const& row, std::string const& text)
 void RegisterToUtf8(std::string const& row, std::string const& text)
 {
     auto const size = text.size();
-    Register("ToUtf8/" + row + "/Ours", size,
+    Register("ToUtf8/" + row + "/Vok", size,
              [wide = Brindle::Vok::Utf8ToWide(text)] { return Brindle::Vok::WideToUtf8(wide); });
     Register("ToUtf8/" + row + "/ICU", size,
              [wide = icu::UnicodeString::fromUTF8(text)]
