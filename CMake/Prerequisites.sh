@@ -8,8 +8,7 @@ set -euo pipefail
 
 build_packages=(g++ cmake ninja-build libfmt-dev ccache pkg-config)
 tests_packages=(libgtest-dev libgmock-dev clang libclang-rt-14-dev clang-tidy clang-format binutils locales gdb
-    dpkg-dev file doxygen libspdlog-dev gcovr abigail-tools
-    xz-utils)
+    dpkg-dev file doxygen libspdlog-dev gcovr abigail-tools xz-utils)
 benchmarks_packages=(libbenchmark-dev libspdlog-dev qtbase5-dev libicu-dev libboost-locale-dev
     libboost-filesystem-dev libpoco-dev libabsl-dev libasio-dev python3 python3-matplotlib)
 

@@ -68,3 +68,17 @@ check() {
         count_failed 1 "$1"
     fi
 }
+
+# The shared library as it is released, in Build/release/Source.
+build_library() {
+    if logged release-configure cmake --preset release &&
+        logged release-library cmake --build --preset release --target Vok2; then
+        return 0
+    fi
+    count_failed 1 "build of the library"
+    return 1
+}
+
+project_version() {
+    sed -n 's/^project(Vok2 VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt
+}

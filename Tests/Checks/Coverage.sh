@@ -6,8 +6,10 @@ step_coverage() {
         return
     }
     find Build/coverage -name '*.gcda' -delete
-    check coverage-VokTests Build/coverage/Tests/VokTests
-    check coverage-PlatformTests Build/coverage/Tests/PlatformTests
+    local program
+    for program in VokTests PlatformTests FaultTests; do
+        check "coverage-$program" "Build/coverage/Tests/$program"
+    done
     check coverage-table gcovr --root . --object-directory Build/coverage --filter Source/ --filter Platform/ \
         --filter Include/ --exclude-throw-branches --txt Build/coverage/Coverage.txt
     tail -n 2 Build/coverage/Coverage.txt | head -n 1

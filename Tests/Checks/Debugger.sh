@@ -1,3 +1,5 @@
+# What gdb shows of values of the library, of a program that has debug information and a library that has none.
+
 step_debugger() {
     local work
     work=$(mktemp --directory "${TMPDIR:-/tmp}/vok2-debugger.XXXXXX")

@@ -15,15 +15,6 @@ update_symbols() {
     echo "$symbolList now lists $(wc -l <"$symbolList") symbols. Read the difference before you commit it."
 }
 
-build_library() {
-    if logged release-configure cmake --preset release &&
-        logged release-library cmake --build --preset release --target Vok2; then
-        return 0
-    fi
-    count_failed 1 "symbols: build of the library"
-    return 1
-}
-
 exported_symbols() {
     nm --dynamic --defined-only --demangle "$1" | cut -d ' ' -f 3- | LC_ALL=C sort -u
 }
@@ -47,8 +38,4 @@ compare_soname() {
     soname=$(readelf --dynamic "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
     echo "version $version, soname $soname, file $(readlink --canonicalize "$library")"
     [[ $soname == "libVok2.so.${version%%.*}" && -f $library.$version && $library -ef $library.$version ]]
-}
-
-project_version() {
-    sed -n 's/^project(Vok2 VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt
 }
