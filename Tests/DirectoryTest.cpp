@@ -94,6 +94,24 @@ TEST_F(Directories, AreAskedForOnlyByTheFirstQuestionThatSucceeds)
     EXPECT_EQ(questions, 3);
 }
 
+TEST_F(Directories, AreAssignedWithTheirAnswersAndGoTheirOwnWay)
+{
+    DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"new"));
+    directory.Create();
+    PathInfo info = fileSystem->MakePathInfo(drive.Path(L"missing"));
+    EXPECT_TRUE(!info.Exists() && directory.Exists());
+    info = directory;
+    DirectoryInfo other = fileSystem->MakeDirectoryInfo(drive.Path(L"other"));
+    other = std::as_const(directory);
+    other = *&other;
+    EXPECT_TRUE(directory.Delete());
+    EXPECT_EQ(info.ToString(), drive.Path(L"new"));
+    EXPECT_TRUE(info.Exists());
+    EXPECT_TRUE(other.Exists() && !directory.Exists());
+    info = std::move(other);
+    EXPECT_TRUE(info.IsDirectory());
+}
+
 TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
 {
     auto const service = std::make_shared<RecordingService>();
