@@ -1,0 +1,17 @@
+# What Doxygen has to be told otherwise of the guide.
+
+# In tables a backslash outside of code is no command.
+:backslash
+/^|/s/^\(\([^`]*`[^`]*`\)*[^`]*[^`\\]\)\\\([a-z]\)/\1\\\\\3/
+t backslash
+
+# It finds no headings.
+s|](\([A-Z][^)#]*\)#[^)]*)|](\1)|g
+s|\[\([^]]*\)\](#[^)]*)|\1|g
+
+# Headers have pages; the other files are in the tree.
+s|\[`\([^]`]*\)`\](\.\./Include/[^)]*)|\1|g
+s|](\.\./|](../../|g
+
+# It takes ** in front of code for stars.
+s|\*\*\(`[^*]*\)\*\*|<b>\1</b>|g
