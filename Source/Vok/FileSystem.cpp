@@ -6,6 +6,7 @@
 #include "FileSystemImpl.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
+#include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
 
@@ -60,8 +61,7 @@ bool FileSystemImpl::DeleteDirectory(Path path)
 {
     WindowsError error;
     bool const existed = DeleteDirectory(std::move(path), error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -248,8 +248,7 @@ void DirectoryInfo::DeleteContent()
     bool existed = true;
     WindowsError error;
     FileSystemImpl::DeleteDirectoryInternal(Path(), true, existed, error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 void DirectoryInfo::MoveTo(Brindle::Vok::Path)
@@ -360,8 +359,7 @@ void TempDirectory::Delete()
 {
     WindowsError error;
     Delete(error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 // Whole files

@@ -8,6 +8,7 @@
 #include "FileSystemV2Impl.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
+#include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
 
@@ -211,8 +212,7 @@ void PathInfoImpl<T>::SetReadOnly(bool readOnly)
 {
     Error error;
     SetReadOnly(readOnly, error);
-    if (error.Failed())
-        throw Error(error);
+    Detail::ThrowIfFailed(error);
 }
 
 template <class T>
@@ -246,8 +246,7 @@ bool PathInfoImpl<T>::Delete()
 {
     Error error;
     bool const existed = Delete(error);
-    if (error.Failed())
-        throw Error(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -266,8 +265,7 @@ bool Directory::Delete()
 {
     WindowsError error;
     bool const existed = Service()->DeleteDirectory(Path(), error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -277,8 +275,7 @@ void Directory::DeleteContent()
     bool existed = true;
     WindowsError error;
     Service()->DeleteDirectoryInternal(Path(), true, existed, error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 void Directory::Create()
