@@ -6,6 +6,7 @@
 
 #include "DeletionGuard.h"
 #include "LogAt.h"
+#include "Missing.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -92,6 +93,8 @@ public:
     void Delete(Path const& path, bool contentsOnly, bool& existed, Error& error) const;
 
 private:
+    /// A path that is a link itself, or missing if what the link leads to is.
+    void RefuseLink(Path const& path, std::wstring const& ownName, bool& existed, Error& error) const;
     /// A directory that an open search has just told of.
     void DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const;
     /// One entry of a directory, by its whole path. False if the deletion stops.
@@ -117,17 +120,26 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
     // walk starts there, and refuses a link that is put in its place.
     WIN32_FIND_DATAW data;
     SearchOwner own(FindFirstFileW(ownName.c_str(), &data));
-    if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
-        TellMissing(path, existed);
-    else if (!own.IsValid())
+    if (!own.IsValid() && IsMissing(GetLastError()))
+        return TellMissing(path, existed);
+    if (!own.IsValid())
+    {
         error = MakeLastError(location, L"");
-    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
-        DeleteFound(path, contentsOnly, existed, error);
-    else if (own.Reset(); DWORD const code = CodeBehind(ownName))
-        if (code == ERROR_PATH_NOT_FOUND)
-            TellMissing(path, existed);
-        else
-            error = MakeError<WindowsError>(location, code, L"");
+        return;
+    }
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return DeleteFound(path, contentsOnly, existed, error);
+    own.Reset();
+    RefuseLink(path, ownName, existed, error);
+}
+
+void Deletion::RefuseLink(Path const& path, std::wstring const& ownName, bool& existed, Error& error) const
+{
+    DWORD const code = CodeBehind(ownName);
+    if (code == ERROR_PATH_NOT_FOUND)
+        TellMissing(path, existed);
+    else if (code != ERROR_SUCCESS)
+        error = MakeError<WindowsError>(location, code, L"");
     else
         error = MakeError<WindowsError>(location, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
 }

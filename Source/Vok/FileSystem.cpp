@@ -4,6 +4,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
+#include "Missing.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
 #include "ThrowIfFailed.h"
@@ -116,8 +117,7 @@ private:
         attributes = Detail::AttributesOf(path.ToString());
         if (attributes == INVALID_FILE_ATTRIBUTES)
         {
-            DWORD const code = GetLastError();
-            if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+            if (!Detail::IsMissing(GetLastError()))
                 VOK_THROW_LAST_ERROR(L"GetFileAttributes [{}]", path.ToString());
             attributes = 0;
             exists = false;

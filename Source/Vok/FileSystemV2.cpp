@@ -6,6 +6,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemV2Impl.h"
+#include "Missing.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
 #include "ThrowIfFailed.h"
@@ -113,7 +114,7 @@ void PathInfoImpl<T>::Load()
     attributes = Detail::AttributesOf(ToString());
     if (attributes == INVALID_FILE_ATTRIBUTES)
     {
-        if (GetLastError() != ERROR_FILE_NOT_FOUND && GetLastError() != ERROR_PATH_NOT_FOUND)
+        if (!Detail::IsMissing(GetLastError()))
             VOK_THROW_LAST_ERROR(L"GetFileAttributes [{}]", ToString());
         loaded = true;
         return;
