@@ -7,6 +7,7 @@
 #include "DeletionGuard.h"
 #include "LogAt.h"
 #include "Missing.h"
+#include "Separators.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -68,13 +69,13 @@ private:
 /// Without the separators at the end, with which a text means no entry of its directory.
 std::wstring WithoutEnd(std::wstring const& text)
 {
-    return text.substr(0, text.find_last_not_of(L"\\/") + 1);
+    return text.substr(0, text.find_last_not_of(separators) + 1);
 }
 
 /// Whether a search for the text would look for names that fit it. No directory has such a name.
 bool IsPattern(std::wstring_view text)
 {
-    return text.find_first_of(L"*?<>\"", text.find_last_of(L"\\/") + 1) != std::wstring_view::npos;
+    return text.find_first_of(L"*?<>\"", text.find_last_of(separators) + 1) != std::wstring_view::npos;
 }
 
 /// What a search of the directory behind a link fails with.
