@@ -5,7 +5,7 @@
 //     logs->CreateSubdirectory(L"2024\\old");                                // with the parents that are missing
 //     for (std::shared_ptr<V2::IPathInfo> const& entry : logs->PathInfos(L"*"))
 //         if (auto const file = std::dynamic_pointer_cast<V2::IFile>(entry))  // what is no directory
-//             total += file->Size();                                          // without asking the disk
+//             std::cout << file->Size() << '\n';                              // without asking the disk
 //     std::unique_ptr<V2::IFile> const file = fileSystem->MakeFile(L"C:\\tmp\\logs\\day.txt");
 //     file->WriteAllText(L"one\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::wstring const text = file->ReadAllText();                          // L"one\r\n": by its mark it is UTF-8
