@@ -1,5 +1,7 @@
 #include "DeletionGuard.h"
 
+#include "Separators.h"
+
 #include <algorithm>
 #include <cstddef>
 
@@ -7,13 +9,6 @@ namespace Brindle::Vok::Detail
 {
 namespace
 {
-
-constexpr std::wstring_view separators = L"\\/";
-
-bool IsSeparator(wchar_t unit)
-{
-    return separators.find(unit) != std::wstring_view::npos;
-}
 
 /// In any case, as the platform reads it: the two cases of a letter differ in one bit.
 bool IsUncWord(std::wstring_view text)
@@ -33,7 +28,7 @@ std::wstring_view TakeComponent(std::wstring_view& text)
 /// What stands behind the drive or the share.
 std::wstring_view BehindRoot(std::wstring_view text)
 {
-    bool isUnc = text.size() >= 2 && IsSeparator(text[0]) && IsSeparator(text[1]);
+    bool isUnc = text.size() >= 2 && IsSeparatorOfAnyKind(text[0]) && IsSeparatorOfAnyKind(text[1]);
     if (isUnc)
     {
         std::wstring_view rest = text;

@@ -6,6 +6,8 @@
 
 #include "DeletionGuard.h"
 #include "LogAt.h"
+#include "Missing.h"
+#include "Separators.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -67,13 +69,13 @@ private:
 /// Without the separators at the end, with which a text means no entry of its directory.
 std::wstring WithoutEnd(std::wstring const& text)
 {
-    return text.substr(0, text.find_last_not_of(L"\\/") + 1);
+    return text.substr(0, text.find_last_not_of(separators) + 1);
 }
 
 /// Whether a search for the text would look for names that fit it. No directory has such a name.
 bool IsPattern(std::wstring_view text)
 {
-    return text.find_first_of(L"*?<>\"", text.find_last_of(L"\\/") + 1) != std::wstring_view::npos;
+    return text.find_first_of(L"*?<>\"", text.find_last_of(separators) + 1) != std::wstring_view::npos;
 }
 
 /// What a search of the directory behind a link fails with.
@@ -92,6 +94,8 @@ public:
     void Delete(Path const& path, bool contentsOnly, bool& existed, Error& error) const;
 
 private:
+    /// A path that is a link itself, or missing if what the link leads to is.
+    void RefuseLink(Path const& path, std::wstring const& ownName, bool& existed, Error& error) const;
     /// A directory that an open search has just told of.
     void DeleteFound(Path const& path, bool contentsOnly, bool& existed, Error& error) const;
     /// One entry of a directory, by its whole path. False if the deletion stops.
@@ -117,17 +121,26 @@ void Deletion::Delete(Path const& path, bool contentsOnly, bool& existed, Error&
     // walk starts there, and refuses a link that is put in its place.
     WIN32_FIND_DATAW data;
     SearchOwner own(FindFirstFileW(ownName.c_str(), &data));
-    if (!own.IsValid() && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
-        TellMissing(path, existed);
-    else if (!own.IsValid())
+    if (!own.IsValid() && IsMissing(GetLastError()))
+        return TellMissing(path, existed);
+    if (!own.IsValid())
+    {
         error = MakeLastError(location, L"");
-    else if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
-        DeleteFound(path, contentsOnly, existed, error);
-    else if (own.Reset(); DWORD const code = CodeBehind(ownName))
-        if (code == ERROR_PATH_NOT_FOUND)
-            TellMissing(path, existed);
-        else
-            error = MakeError<WindowsError>(location, code, L"");
+        return;
+    }
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return DeleteFound(path, contentsOnly, existed, error);
+    own.Reset();
+    RefuseLink(path, ownName, existed, error);
+}
+
+void Deletion::RefuseLink(Path const& path, std::wstring const& ownName, bool& existed, Error& error) const
+{
+    DWORD const code = CodeBehind(ownName);
+    if (code == ERROR_PATH_NOT_FOUND)
+        TellMissing(path, existed);
+    else if (code != ERROR_SUCCESS)
+        error = MakeError<WindowsError>(location, code, L"");
     else
         error = MakeError<WindowsError>(location, ERROR_DIRECTORY, L"Path [{}]", path.ToString());
 }

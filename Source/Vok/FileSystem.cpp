@@ -4,8 +4,10 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
+#include "Missing.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
+#include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
 
@@ -60,8 +62,7 @@ bool FileSystemImpl::DeleteDirectory(Path path)
 {
     WindowsError error;
     bool const existed = DeleteDirectory(std::move(path), error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -116,8 +117,7 @@ private:
         attributes = Detail::AttributesOf(path.ToString());
         if (attributes == INVALID_FILE_ATTRIBUTES)
         {
-            DWORD const code = GetLastError();
-            if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+            if (!Detail::IsMissing(GetLastError()))
                 VOK_THROW_LAST_ERROR(L"GetFileAttributes [{}]", path.ToString());
             attributes = 0;
             exists = false;
@@ -248,8 +248,7 @@ void DirectoryInfo::DeleteContent()
     bool existed = true;
     WindowsError error;
     FileSystemImpl::DeleteDirectoryInternal(Path(), true, existed, error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 void DirectoryInfo::MoveTo(Brindle::Vok::Path)
@@ -360,8 +359,7 @@ void TempDirectory::Delete()
 {
     WindowsError error;
     Delete(error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 // Whole files

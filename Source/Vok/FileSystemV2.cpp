@@ -6,8 +6,10 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemV2Impl.h"
+#include "Missing.h"
 #include "SeenWhole.h"
 #include "TextFormat.h"
+#include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
 
@@ -112,7 +114,7 @@ void PathInfoImpl<T>::Load()
     attributes = Detail::AttributesOf(ToString());
     if (attributes == INVALID_FILE_ATTRIBUTES)
     {
-        if (GetLastError() != ERROR_FILE_NOT_FOUND && GetLastError() != ERROR_PATH_NOT_FOUND)
+        if (!Detail::IsMissing(GetLastError()))
             VOK_THROW_LAST_ERROR(L"GetFileAttributes [{}]", ToString());
         loaded = true;
         return;
@@ -211,8 +213,7 @@ void PathInfoImpl<T>::SetReadOnly(bool readOnly)
 {
     Error error;
     SetReadOnly(readOnly, error);
-    if (error.Failed())
-        throw Error(error);
+    Detail::ThrowIfFailed(error);
 }
 
 template <class T>
@@ -246,8 +247,7 @@ bool PathInfoImpl<T>::Delete()
 {
     Error error;
     bool const existed = Delete(error);
-    if (error.Failed())
-        throw Error(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -266,8 +266,7 @@ bool Directory::Delete()
 {
     WindowsError error;
     bool const existed = Service()->DeleteDirectory(Path(), error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
     return existed;
 }
 
@@ -277,8 +276,7 @@ void Directory::DeleteContent()
     bool existed = true;
     WindowsError error;
     Service()->DeleteDirectoryInternal(Path(), true, existed, error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
 }
 
 void Directory::Create()

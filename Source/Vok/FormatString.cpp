@@ -2,10 +2,10 @@
 
 #include <Brindle/Vok/Log.h>
 
+#include "LongestText.h"
 #include "UninitializedStorage.h"
 
 #include <algorithm>
-#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -13,9 +13,6 @@ namespace Brindle::Vok
 {
 namespace
 {
-/// The platform counts in int.
-constexpr std::size_t maximumLength = std::numeric_limits<int>::max();
-
 /// Up to this length the result is made on the stack, which spares the pass that finds out its length.
 constexpr std::size_t shortLength = 128;
 
@@ -41,7 +38,7 @@ bool ConvertAscii(std::wstring_view text, std::string& result)
 std::string WideToUtf8(std::wstring_view text)
 {
     std::string result;
-    if (text.empty() || text.size() > maximumLength)
+    if (text.empty() || text.size() > Detail::longestText)
         return result;
     int const length = static_cast<int>(text.size());
     if (text.size() <= shortLength)
@@ -68,7 +65,7 @@ std::string WideToUtf8(wchar_t const* text)
 std::wstring Utf8ToWide(std::string_view text)
 {
     std::wstring result;
-    if (text.empty() || text.size() > maximumLength)
+    if (text.empty() || text.size() > Detail::longestText)
         return result;
     int const length = static_cast<int>(text.size());
     if (text.size() <= shortLength)

@@ -3,6 +3,7 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/String.h>
 
+#include "Missing.h"
 #include "PathDecomposition.h"
 #include "PathNormalization.h"
 
@@ -485,7 +486,7 @@ unsigned long Path::CreatePath() const
     DWORD const code = static_cast<DWORD>(LastError());
     if (code == ERROR_INVALID_PARAMETER && IsBareExtendedLengthDrive(text))
         return ERROR_SUCCESS;
-    bool const isMissing = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+    bool const isMissing = Detail::IsMissing(code);
     if (!isMissing && code != ERROR_INVALID_PARAMETER)
         VOK_LOG(error, "GetFileAttributes error: [{}]", code);
 

@@ -35,7 +35,6 @@ public:
     {
     }
 
-    std::wstring_view Remainder() const noexcept { return remainder; }
     std::wstring_view DriveWithColon() const noexcept
     {
         return isUnc ? std::wstring_view() : remainder.substr(0, root);

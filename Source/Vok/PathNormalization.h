@@ -15,6 +15,8 @@
 // other.)
 #pragma once
 
+#include "Separators.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <string>
@@ -23,13 +25,7 @@
 namespace Brindle::Vok::Detail
 {
 
-inline constexpr wchar_t separator = L'\\';
 inline constexpr std::size_t missing = std::wstring_view::npos;
-
-inline bool IsSeparatorOfAnyKind(wchar_t unit) noexcept
-{
-    return unit == separator || unit == L'/';
-}
 
 // Finding out that there is nothing to do
 

@@ -2,28 +2,21 @@
 
 #include <Brindle/Vok/Error.h>
 
+#include "LongestText.h"
 #include "UninitializedStorage.h"
 
 #include <cstddef>
-#include <limits>
 #include <string>
 
 namespace Brindle::Vok::String
 {
-namespace
-{
-
-/// The platform counts in an int, and takes a negative one for something else.
-constexpr std::size_t longest = std::numeric_limits<int>::max();
-
-} // namespace
 
 std::wstring StringToWstring(std::string const& text, int codePage)
 {
     std::wstring result;
     if (text.empty())
         return result;
-    if (text.size() > longest)
+    if (text.size() > Detail::longestText)
         VOK_THROW(WindowsError, ERROR_INVALID_PARAMETER, L"MultiByteToWideChar length calculation");
     auto const page = static_cast<UINT>(codePage);
     int const length = static_cast<int>(text.size());
@@ -46,7 +39,7 @@ std::string WstringToString(std::wstring const& text, int codePage)
     std::string result;
     if (text.empty())
         return result;
-    if (text.size() > longest)
+    if (text.size() > Detail::longestText)
         VOK_THROW(WindowsError, ERROR_INVALID_PARAMETER, L"WideCharToMultiByte length calculation");
     auto const page = static_cast<UINT>(codePage);
     int const length = static_cast<int>(text.size());

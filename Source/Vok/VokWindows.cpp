@@ -4,6 +4,7 @@
 #include <Brindle/Vok/UnImpersonator.h>
 
 #include "SeenWhole.h"
+#include "ThrowIfFailed.h"
 
 #include <algorithm>
 #include <iterator>
@@ -18,15 +19,8 @@ namespace
 
 using FileOwner = HandleOwner<Detail::InvalidHandleTraits>;
 
-// What the throwing overload does that has the other one's error. A failed call without a code has not failed.
-void ThrowIfFailed(Error const& error)
-{
-    if (error.Failed())
-        throw Error(error);
-}
-
-// What the overloads report, with one line for all of them. None makes an Error for a file that opens, or calls another
-// one: that costs as much as a part of the system call.
+// What the overloads report, with one line for all of them. A failed call without a code has not failed. None makes an
+// Error for a file that opens, or calls another one: that costs as much as a part of the system call.
 WindowsError CreationError(wchar_t const* path)
 {
     return Detail::MakeLastError({__FILE__, __LINE__, "Brindle::Vok::VokCreateFile"}, L"CreateFile failed, path[{}]",
@@ -55,7 +49,7 @@ FileOwner VokCreateFile(wchar_t const* path, unsigned long access, unsigned long
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        ThrowIfFailed(CreationError(path));
+        Detail::ThrowIfFailed<Error>(CreationError(path));
     return file;
 }
 
@@ -74,7 +68,7 @@ FileOwner VokCreateFile(std::wstring const& path, unsigned long access, unsigned
 {
     FileOwner file = CreateOwned(path, access, share, security, disposition, flags, templateFile);
     if (!file.IsValid())
-        ThrowIfFailed(CreationError(path.c_str()));
+        Detail::ThrowIfFailed<Error>(CreationError(path.c_str()));
     return file;
 }
 
@@ -158,7 +152,7 @@ std::wstring VokGetSystemDirectory()
 {
     Error error;
     std::wstring directory = VokGetSystemDirectory(error);
-    ThrowIfFailed(error);
+    Detail::ThrowIfFailed(error);
     return directory;
 }
 
@@ -215,8 +209,7 @@ std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path)
 {
     WindowsError error;
     std::vector<unsigned char> data = VokGetFileVersionInfo(path, error);
-    if (error.Failed())
-        throw WindowsError(error);
+    Detail::ThrowIfFailed(error);
     return data;
 }
 
@@ -250,7 +243,7 @@ HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_ATTRIBUTES*
 {
     Error error;
     auto semaphore = VokCreateSemaphore(security, initialCount, maximumCount, name, error);
-    ThrowIfFailed(error);
+    Detail::ThrowIfFailed(error);
     return semaphore;
 }
 
@@ -348,7 +341,7 @@ unsigned long GetSessionId(unsigned long processId, void* token)
 {
     Error error;
     unsigned long const id = GetSessionId(processId, token, error);
-    ThrowIfFailed(error);
+    Detail::ThrowIfFailed(error);
     return id;
 }
 

@@ -20,8 +20,8 @@ FileOwner OpenForWriting(Path const& path)
 }
 
 /// One write of everything. What it wrote less than that is the soft assertion's matter.
-void Write(Location const& location, FileOwner const& file, void const* bytes, std::size_t byteCount,
-           char const* assertion, wchar_t const* failure, Path const& path)
+void WriteWhole(Location const& location, FileOwner const& file, void const* bytes, std::size_t byteCount,
+                char const* assertion, wchar_t const* failure, Path const& path)
 {
     DWORD bytesWritten = 0;
     if (!WriteFile(file.Get(), bytes, static_cast<DWORD>(byteCount), &bytesWritten, nullptr))
@@ -41,8 +41,9 @@ void WriteTextFile(Location const& location, Path const& path, TextFileForm cons
         RefuseLongContent(location, path);
     FileOwner const file = OpenForWriting(path);
     if (byteOrderMark == ByteOrderMarkPolicy::Write)
-        Write(location, file, form.mark.data(), form.mark.size(), form.markAssertion, L"WriteFile bom [{}].", path);
-    Write(location, file, content, byteCount, form.contentAssertion, contentFailure, path);
+        WriteWhole(location, file, form.mark.data(), form.mark.size(), form.markAssertion, L"WriteFile bom [{}].",
+                   path);
+    WriteWhole(location, file, content, byteCount, form.contentAssertion, contentFailure, path);
 }
 
 void WriteBinaryFile(Location const& location, Path const& path, std::span<unsigned char const> bytes)
@@ -51,7 +52,7 @@ void WriteBinaryFile(Location const& location, Path const& path, std::span<unsig
     if (bytes.size() > maximumByteCount)
         throw MakeErrorToThrow<WindowsError>(location, ERROR_FILE_TOO_LARGE, failure, path.ToString());
     FileOwner const file = OpenForWriting(path);
-    Write(location, file, bytes.data(), bytes.size(), "bytesWritten == bytes.size()", failure, path);
+    WriteWhole(location, file, bytes.data(), bytes.size(), "bytesWritten == bytes.size()", failure, path);
 }
 
 void RefuseLongContent(Location const& location, Path const& path)

@@ -4,70 +4,24 @@
 //     std::unique_ptr<File> file = fileSystem->MakeFile(L"C:\\tmp\\a.txt");
 //     file->WriteAllText(L"one\ntwo\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::string bytes = file->ReadAllTextA();
-//
-// Reading gives the bytes of the file and looks neither at marks nor at the encoding; nothing here reads wide text.
-// From UTF-8 make it with Utf8ToWide, behind the 3 bytes of a mark (which would otherwise be U+FEFF in the text). Of
-// UTF-16 two bytes make a code unit, the low one first, and a mark is a unit like any other; no code page of String.h
-// does it:
-//
-//     std::wstring wide;
-//     auto const byteAt = [&bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-//     for (std::size_t i = bytes.starts_with("\xFF\xFE") ? 2 : 0; i + 1 < bytes.size(); i += 2)
-//         wide.push_back(static_cast<wchar_t>(byteAt(i) | byteAt(i + 1) << 8));
-//
-// Directories are values that are asked, walked, made and deleted:
-//
 //     DirectoryInfo logs = fileSystem->MakeDirectoryInfo(L"C:\\tmp\\logs");
-//     logs.CreateSubdirectory(L"2024\\old");               // with the parents that are missing
-//     for (PathInfo& entry : logs)                          // no deeper; the entry lives until the next one
+//     logs.CreateSubdirectory(L"2024\\old");                      // with the parents that are missing
+//     for (PathInfo& entry : logs)                                // no deeper; the entry lives until the next one
 //         if (entry.IsFile())
-//             oldest.push_back(entry);                      // a copy keeps what the entry has answered
-//     for (FileSystemIterator file(fileSystem, logs.Path(), FileSystemIterateType::Files); file != logs.end(); ++file)
-//         DeleteFileW(file->ToString().c_str());            // PathInfo::Delete deletes nothing
-//     logs.Delete();                                        // with everything in it
+//             DeleteFileW(entry.ToString().c_str());              // PathInfo::Delete deletes nothing
+//     logs.Delete();                                              // with everything in it
 //     TempDirectory scratch = fileSystem->MakeTempDirectory();    // gone with its owner
 //
-// There is no recursive walk, and to PathInfo a link to a directory is a directory, so a walk of one's own may run in a
-// circle. FindFirstFileW tells links apart, and sizes: of the entry's own path it gives a record with
-// FILE_ATTRIBUTE_REPARSE_POINT for a link.
-//
-// With the algorithms an iterator is a single-pass input range, whose end is std::default_sentinel:
-//
-//     std::ranges::count_if(logs.begin(), std::default_sentinel, &PathInfo::IsFile);
-//     std::ranges::copy(logs.begin(), std::default_sentinel, std::back_inserter(entries));
-//
-// What a deletion does, and what it doesn't:
-// - It refuses a path that names no directory below a root, however it is written, and touches nothing then: a root
-//   (`C:\`, `\`, `.`, `a\..`) with 5, an empty text with 87, one with a NUL in it with 123.
-// - A path that reaches 260 code units on the way down ends the process (abort, with a line on stderr): no cut path is
-//   ever taken for another one. Such trees can be made and walked, but not deleted, by a TempDirectory neither. Of the
-//   directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the limit.
-// - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody puts
-//   it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are followed;
-//   a path that is a link itself is refused with 267, or missing if the link's target is.
-// - Read-only files go. A read-only directory stays and fails with 5; the superuser's loses what is in it before.
-// - A file that is open anywhere through this library, in this process or another, without FILE_SHARE_DELETE stops the
-//   deletion with 32. Files that other programs have open hold nothing up.
-// - A plain file is refused with 267. An error that is passed in must not record a failure yet: the deletion would stop
-//   after the first directory in it.
-// - It stops at the first failure. What was deleted before is gone, nothing is restored, and a second deletion goes on
-//   with the rest. The message names the file only if it lay in the top directory; from further down the code is left.
-//   There is no log statement of a failure.
-// - A file that another process opens as its very first one, while a deletion stands still for more than a fifth of a
-//   second in the act of taking that file's name (a stopped process, a stalled disk), may lose its name.
-//
-// While an iterator is open, deletions and walks of its thread below its directory take place in the directory that was
-// opened, also when it has been moved meanwhile and another one stands at its path. So end a walk before that.
-//
-// Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
-// one thread at a time; copies are independent. Every object needs a service: a null one is undefined. What a log
-// subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors.
+// Not guaranteed: that a file is written whole or not at all; that a deletion which fails leaves everything as it was;
+// that a walk meets what comes or goes meanwhile. A deletion that reaches a path of 260 code units ends the process;
+// FileSystem::DeleteDirectory tells the rest. There is no recursive walk.
 //
 // Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
 // pair there too, as Utf8ToWide makes it. A wider unit becomes U+FFFD.
 //
-// Texts are read and written whole, in memory. Writing is not atomic: a failure part-way leaves a partial file. A file
-// is opened sharing nothing, so of several callers at one time all but one fail (ERROR_SHARING_VIOLATION, 32).
+// Threads: a service is used from any thread. A PathInfo, DirectoryInfo, FileSystemIterator or TempDirectory belongs to
+// one thread at a time; copies are independent. Every object needs a service: a null one is undefined. What a log
+// subscriber throws, or a service of the caller's own, passes through to the caller, except from destructors.
 #pragma once
 
 #include <Brindle/Vok/Error.h>
@@ -107,8 +61,9 @@ enum class LineEndingPolicy : std::int32_t
     Windows = 1    ///< CR LF, lone CR and lone LF all become CR LF
 };
 
-/// One file on disk, for texts as a whole. An object holds its path and no handle; several threads may use it at once,
-/// and all but one of them then fail at the open.
+/// One file on disk, for texts as a whole, which are read and written in memory. Writing is not atomic: a failure
+/// part-way leaves a partial file. An object holds its path and no handle. The file is opened sharing nothing, so of
+/// several callers at one time, in threads or processes, all but one fail at the open (ERROR_SHARING_VIOLATION, 32).
 class VOK_EXPORT_TYPE File
 {
 public:
@@ -131,6 +86,15 @@ public:
     /// can't be opened (2, 3, 5, 32 ...) and WindowsError if reading fails: 1 for a device, which has no size, and 1627
     /// for a file of 4 GiB or more. What has no size until it is read, such as the files of Linux's /proc, comes out
     /// empty.
+    ///
+    /// Nothing here reads wide text. From UTF-8 make it with Utf8ToWide, behind the 3 bytes of a mark (which would
+    /// otherwise be U+FEFF in the text). Of UTF-16 a mark is a unit like any other, and no code page of String.h takes
+    /// it:
+    ///
+    ///     std::wstring wide;
+    ///     auto const byteAt = [&bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+    ///     for (std::size_t i = bytes.starts_with("\xFF\xFE") ? 2 : 0; i + 1 < bytes.size(); i += 2)
+    ///         wide.push_back(static_cast<wchar_t>(byteAt(i) | byteAt(i + 1) << 8));
     virtual std::string ReadAllTextA() = 0;
 };
 
@@ -213,9 +177,23 @@ enum class FileSystemIterateType : std::int32_t
     Directories = 2 ///< what is a directory to PathInfo::IsDirectory
 };
 
-/// Walks the entries of one directory, "." and ".." left out, in the platform's order. A single-pass input iterator
-/// that moves and isn't copied; it owns the search, and memory and descriptors don't grow with the directory. Entries
-/// that come or go meanwhile may be met or not. It belongs to one thread at a time.
+/// Walks the entries of one directory, "." and ".." left out, in the platform's order. It owns the search, and memory
+/// and descriptors don't grow with the directory. Entries that come or go meanwhile may be met or not. It belongs to
+/// one thread at a time.
+///
+/// It moves and isn't copied: a single-pass input range for the algorithms, whose end is std::default_sentinel.
+///
+///     std::ranges::count_if(logs.begin(), std::default_sentinel, &PathInfo::IsFile);
+///     std::ranges::copy(logs.begin(), std::default_sentinel, std::back_inserter(entries));    // with their answers
+///     for (FileSystemIterator i(fileSystem, logs.Path(), FileSystemIterateType::Files); i != logs.end(); ++i)
+///         ...
+///
+/// To PathInfo a link to a directory is a directory, so a recursive walk of one's own may run in a circle.
+/// FindFirstFileW tells links apart, and sizes: of the entry's own path it gives a record with
+/// FILE_ATTRIBUTE_REPARSE_POINT for a link.
+///
+/// While an iterator is open, deletions and walks of its thread below its directory take place in the directory that
+/// was opened, also when it has been moved meanwhile and another one stands at its path. So end a walk before that.
 class VOK_EXPORT FileSystemIterator
 {
 public:
@@ -362,7 +340,26 @@ public:
     /// Deletes the directory and everything under it, read-only files too. False if it was not there, which a statement
     /// at info tells; true otherwise, a failure included, which is assigned to `error`: 32 for a file that is open, 5
     /// for a root, a read-only directory or a missing right, 87 for an empty path, 123, 267 for what is no directory or
-    /// a link. What was deleted before a failure is gone. FileSystem.h begins with the rest.
+    /// a link. What a deletion does, and what it doesn't:
+    /// - It refuses a path that names no directory below a root, however it is written, and touches nothing then: a
+    ///   root (`C:\`, `\`, `.`, `a\..`) with 5, an empty text with 87, one with a NUL in it with 123.
+    /// - A path that reaches 260 code units on the way down ends the process (abort, with a line on stderr): no cut
+    ///   path is ever taken for another one. Such trees can be made and walked, but not deleted, by a TempDirectory
+    ///   neither. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the
+    ///   limit.
+    /// - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody
+    ///   puts it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are
+    ///   followed; a path that is a link itself is refused with 267, or missing if the link's target is.
+    /// - Read-only files go. A read-only directory stays and fails with 5; the superuser's loses what is in it before.
+    /// - A file that is open anywhere through this library, in this process or another, without FILE_SHARE_DELETE stops
+    ///   the deletion with 32. Files that other programs have open hold nothing up.
+    /// - A plain file is refused with 267. An error that is passed in must not record a failure yet: the deletion would
+    ///   stop after the first directory in it.
+    /// - It stops at the first failure. What was deleted before is gone, nothing is restored, and a second deletion
+    ///   goes on with the rest. The message names the file only if it lay in the top directory; from further down the
+    ///   code is left. There is no log statement of a failure.
+    /// - A file that another process opens as its very first one, while a deletion stands still for more than a fifth
+    ///   of a second in the act of taking that file's name (a stopped process, a stalled disk), may lose its name.
     virtual bool DeleteDirectory(Path path, Error& error) = 0;
     /// The same; a failure is thrown, as a WindowsError.
     virtual bool DeleteDirectory(Path path) = 0;

@@ -5,7 +5,7 @@
 //     logs->CreateSubdirectory(L"2024\\old");                                // with the parents that are missing
 //     for (std::shared_ptr<V2::IPathInfo> const& entry : logs->PathInfos(L"*"))
 //         if (auto const file = std::dynamic_pointer_cast<V2::IFile>(entry))  // what is no directory
-//             total += file->Size();                                          // without asking the disk
+//             std::cout << file->Size() << '\n';                              // without asking the disk
 //     std::unique_ptr<V2::IFile> const file = fileSystem->MakeFile(L"C:\\tmp\\logs\\day.txt");
 //     file->WriteAllText(L"one\n", TextEncoding::Utf8, ByteOrderMarkPolicy::Write, LineEndingPolicy::Windows);
 //     std::wstring const text = file->ReadAllText();                          // L"one\r\n": by its mark it is UTF-8
@@ -13,42 +13,13 @@
 //     file->Delete();                                                         // read-only or not
 //     std::unique_ptr<V2::IDirectory> const scratch = fileSystem->MakeTempDirectory();    // gone with its object
 //
-// An object asks the disk at the first question, once, and keeps the answer until Refresh. What PathInfos lists has its
-// answers from the listing; what Files and Directories list has none yet, and asks when it is asked.
-//
-// Asking opens the path, for reading, and shares everything. So what is there but can't be opened for that throws from
-// every question, Exists included: 5 without the right to read, 32 while somebody, in this process or another one, has
-// the file open without FILE_SHARE_READ (as reading and writing a whole file does), 1 for a device, which has no size.
-// The PathInfo of FileSystem.h doesn't open. A path that is missing is no error, but one that vanishes in the middle of
-// a question throws 6 ("GetFileTime"), or 3 if its directory vanishes too, and is missing for the next one. A symbolic
-// link that leads nowhere throws 6 every time.
-//
-// Deletion of directories is that of the first generation, with all that FileSystem.h tells of it: what it refuses,
-// what stops it, and that a path that reaches 260 code units on the way down ends the process. Text files are written
-// as it tells too. Wide text is UTF-16, one code unit a wchar_t.
-//
-//                               assigns `error`   gives after a failure                      logs
-//     Refresh                   always                                                       "Caught ..."
-//     ReadAllText               always            an empty text                              "Caught ..."
-//     Delete of MakePathInfo    always            true; false where the questions failed     "Caught ...", for those
-//     Delete of an IFile        on failure        false                                      nothing
-//     Delete of an IDirectory   on failure        true                                       nothing
-//     SetReadOnly               on failure                                                   nothing
-//
-// So ask `error`, not what is returned. Those that assign on failure need an Error that records none yet: with one from
-// before, a deletion of a directory stops after the first directory in it (18), and the others seem to have failed.
-// Deletions and SetReadOnly without Error& throw that error, and so does DeleteContent, which has no other form; they
-// log as above. Refresh() asks nothing and never fails. Whatever else fails with an Error logs a statement at error
-// before it throws, "Throwing ..." or "Throwing last error ...", also where "Caught ...", at error too, follows. One
-// failure logs nothing: a path that can't be opened, be it for a question or to be read or written.
+// Not guaranteed: that Exists() answers for what can't be opened (IPathInfo); that what is returned tells of a failure,
+// which the Error& does; that a file is written whole or not at all, and what FileSystem.h doesn't guarantee of
+// deletions. Wide text is UTF-16, one code unit a wchar_t.
 //
 // Threads: a service is used from any thread. An object belongs to one thread at a time; objects of one list are
-// independent of each other and of the directory that listed them. Each keeps the service alive. On Linux PathInfos,
-// Files and Directories may take a second thread for help while they list a large directory; it runs no code of the
-// host, has all signals blocked and is gone when they return. What a log subscriber throws passes through to the
-// caller, except from destructors.
-//
-// A replacement of IFileSystem supplies its own objects behind all three interfaces.
+// independent of each other and of the directory that listed them. Each keeps the service alive. What a log subscriber
+// throws passes through to the caller, except from destructors.
 #pragma once
 
 #include <Brindle/Vok/Error.h>
@@ -95,9 +66,32 @@ private:
 
 /// A path on disk. Objects are made by an IFileSystem; the constructors are for implementations, and do nothing.
 ///
-/// The questions (Exists, IsDirectory, IsFile, Attributes, and Size of a file) throw WindowsError when the platform
-/// can't tell or the path can't be opened: 5, 32, 123 for a text that no path can be, 206 for one that is too long, 53
-/// for an unknown server, 4 without descriptors. The next question then asks again.
+/// An object asks the disk at the first question (Exists, IsDirectory, IsFile, Attributes, and Size of a file), once,
+/// and keeps the answer until Refresh. What PathInfos lists has its answers from the listing; what Files and
+/// Directories list has none yet, and asks when it is asked.
+///
+/// Asking opens the path, for reading, and shares everything (PathInfo of FileSystem.h doesn't open). The questions
+/// throw WindowsError when the platform can't tell or the path is there and can't be opened, Exists included: 5 without
+/// the right to read, 32 while somebody, in this process or another one, has the file open without FILE_SHARE_READ (as
+/// reading and writing a whole file does), 1 for a device, which has no size, 123 for a text that no path can be, 206
+/// for one that is too long, 53 for an unknown server, 4 without descriptors. The next question then asks again. A path
+/// that is missing is no error, but one that vanishes in the middle of a question throws 6 ("GetFileTime"), or 3 if its
+/// directory vanishes too, and is missing for the next one. A symbolic link that leads nowhere throws 6 every time.
+///
+///                               assigns `error`   gives after a failure                      logs
+///     Refresh                   always                                                       "Caught ..."
+///     ReadAllText               always            an empty text                              "Caught ..."
+///     Delete of MakePathInfo    always            true; false where the questions failed     "Caught ...", for those
+///     Delete of an IFile        on failure        false                                      nothing
+///     Delete of an IDirectory   on failure        true                                       nothing
+///     SetReadOnly               on failure                                                   nothing
+///
+/// So ask `error`, not what is returned. Those that assign on failure need an Error that records none yet: with one
+/// from before, a deletion of a directory stops after the first directory in it (18), and the others seem to have
+/// failed. Deletions and SetReadOnly without Error& throw that error, and so does DeleteContent, which has no other
+/// form; they log as above. Refresh() asks nothing and never fails. Whatever else fails with an Error logs a statement
+/// at error before it throws, "Throwing ..." or "Throwing last error ...", also where "Caught ...", at error too,
+/// follows. One failure logs nothing: a path that can't be opened, be it for a question or to be read or written.
 class VOK_EXPORT IPathInfo
 {
 public:
@@ -204,13 +198,17 @@ public:
 ///
 /// Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
 /// (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with its
-/// own name. Of an empty path it is the working directory that is searched.
+/// own name. Of an empty path it is the working directory that is searched. On Linux these three may take a second
+/// thread for help while they list a large directory; it runs no code of the host, has all signals blocked and is gone
+/// when they return.
 class VOK_EXPORT_TYPE IDirectory : public IPathInfo
 {
 public:
     /// Deletes it with everything in it. False if it wasn't there, which a statement at info tells; true otherwise,
     /// also when it fails: 32 for a file that is open, 5 for a root, a read-only directory or a missing right, 87 for
-    /// an empty path, 123, 267 for what is no directory or a link. What was deleted before a failure is gone.
+    /// an empty path, 123, 267 for what is no directory or a link. What was deleted before a failure is gone. It is the
+    /// deletion of the first generation: FileSystem::DeleteDirectory of FileSystem.h tells all that it refuses, what
+    /// stops it, and that a path that reaches 260 code units on the way down ends the process.
     bool Delete(Error& error) override = 0;
     /// The same; throws WindowsError.
     bool Delete() override = 0;
@@ -236,7 +234,8 @@ public:
     virtual std::vector<std::shared_ptr<IFile>> Files(std::wstring filter) = 0;
 };
 
-/// The service: a factory that touches nothing on disk, but for MakeTempDirectory, and may be used from any thread.
+/// The service: a factory that touches nothing on disk, but for MakeTempDirectory, and may be used from any thread. A
+/// replacement supplies its own objects behind all three interfaces.
 class VOK_EXPORT IFileSystem
 {
 public:

@@ -11,23 +11,11 @@
 // Every function may be called from any thread.
 #pragma once
 
+#include <Brindle/Vok/Detail/FormatArguments.h>
 #include <Brindle/Vok/Platform.h>
 
-#include <fmt/format.h>
-#include <fmt/ostream.h>
-#include <fmt/xchar.h>
-
-#include <concepts>
-#include <ostream>
 #include <string>
 #include <string_view>
-#include <type_traits>
-
-namespace Legacy
-{
-/// A string class from outside this library; its first member is a std::wstring.
-class CString;
-} // namespace Legacy
 
 namespace Brindle::Vok
 {
@@ -43,154 +31,6 @@ VOK_EXPORT std::string WideToUtf8(wchar_t const* text);
 VOK_EXPORT std::wstring Utf8ToWide(std::string_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::wstring Utf8ToWide(char const* text);
-
-namespace Detail
-{
-
-using WideStringAtl = ATL::CStringT<wchar_t, ATL::StrTraitATL<wchar_t, ATL::ChTraitsCRT<wchar_t>>>;
-using NarrowStringAtl = ATL::CStringT<char, ATL::StrTraitATL<char, ATL::ChTraitsCRT<char>>>;
-
-/// Logs the exception in flight as the failure of this format, and gives the format back. Call it in a handler only.
-/// An exception that is not derived from std::exception passes through.
-VOK_EXPORT char const* HandleFormatException(char const* format);
-VOK_EXPORT wchar_t const* HandleFormatException(wchar_t const* format);
-
-/// What stands for a foreign string in a narrow format (FormatParameter) and in a wide one (FormatParameterW). A
-/// pointer lives as long as its string.
-VOK_EXPORT std::string FormatParameter(WideStringAtl const& text);
-VOK_EXPORT char const* FormatParameter(NarrowStringAtl const& text);
-VOK_EXPORT std::string FormatParameter(Legacy::CString const& text);
-VOK_EXPORT std::wstring FormatParameterW(NarrowStringAtl const& text);
-VOK_EXPORT wchar_t const* FormatParameterW(WideStringAtl const& text);
-VOK_EXPORT wchar_t const* FormatParameterW(Legacy::CString const& text);
-VOK_EXPORT wchar_t const* GetAtlStringValue(WideStringAtl const& text);
-VOK_EXPORT wchar_t const* GetLegacyStringValue(Legacy::CString const& text);
-
-/// The formats behind the templates below, with arguments that have been adapted. A null format counts as a failure.
-VOK_EXPORT std::string FormatNarrow(char const* format, fmt::format_args arguments);
-VOK_EXPORT std::wstring FormatWide(wchar_t const* format, fmt::wformat_args arguments);
-VOK_EXPORT std::string FormatWideAsUtf8(wchar_t const* format, fmt::wformat_args arguments);
-
-/// A wide text as an argument of a narrow format, converted only when it is formatted.
-struct WideArgument
-{
-    std::wstring_view text;
-};
-
-/// A narrow text as an argument of a wide format: widened byte by byte, with no UTF-8 decoding.
-struct NarrowArgument
-{
-    std::string_view text;
-};
-
-/// Any value with a stream insertion operator.
-template <class T>
-struct StreamedArgument
-{
-    T const& value;
-};
-
-template <class T, class Char>
-concept Streamable = requires(std::basic_ostream<Char>& stream, T const& value)
-{
-    stream << value;
-};
-
-/// An enumeration of its own operator; the standard ones, which would print a number, don't count.
-template <class T, class Char>
-concept HasOwnInsertion = std::is_enum_v<T> && requires(std::basic_ostream<Char>& stream, T const& value)
-{
-    operator<<(stream, value);
-};
-
-template <class Char>
-constexpr std::basic_string_view<Char> TextOrNull(Char const* text)
-{
-    if (text != nullptr)
-        return text;
-    if constexpr (std::is_same_v<Char, char>)
-        return "(null)";
-    else
-        return L"(null)";
-}
-
-/// A text argument in the form that a format over Char takes.
-template <class Char>
-auto AdaptText(std::string_view text)
-{
-    if constexpr (std::is_same_v<Char, char>)
-        return text;
-    else
-        return NarrowArgument{text};
-}
-
-template <class Char>
-auto AdaptText(std::wstring_view text)
-{
-    if constexpr (std::is_same_v<Char, char>)
-        return WideArgument{text};
-    else
-        return text;
-}
-
-template <class T>
-concept ForeignString =
-    std::same_as<T, WideStringAtl> || std::same_as<T, NarrowStringAtl> || std::same_as<T, Legacy::CString>;
-
-/// A foreign string, which goes through FormatParameter or FormatParameterW when it is formatted.
-template <class T>
-struct ForeignArgument
-{
-    T const& value;
-};
-
-/// The argument in the form that a format over Char takes. It refers to the caller's object, and never throws: what
-/// can fail happens inside the format.
-template <class Char, class T>
-decltype(auto) Adapt(T const& value)
-{
-    using Plain = std::decay_t<T const&>;
-    if constexpr (ForeignString<T>)
-        return ForeignArgument<T>{value};
-    else if constexpr (std::is_null_pointer_v<T>)
-        return AdaptText<Char>(TextOrNull<char>(nullptr));
-    else if constexpr (std::same_as<Plain, char*> || std::same_as<Plain, char const*>)
-        return AdaptText<Char>(TextOrNull<char>(value));
-    else if constexpr (std::same_as<Plain, wchar_t*> || std::same_as<Plain, wchar_t const*>)
-        return AdaptText<Char>(TextOrNull<wchar_t>(value));
-    else if constexpr (std::convertible_to<T const&, std::string_view>)
-        return AdaptText<Char>(static_cast<std::string_view>(value));
-    else if constexpr (std::convertible_to<T const&, std::wstring_view>)
-        return AdaptText<Char>(static_cast<std::wstring_view>(value));
-    else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
-        return static_cast<std::underlying_type_t<T>>(value);
-    else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)
-        return (value);
-    else if constexpr (Streamable<T, char> || Streamable<T, wchar_t>)
-        return StreamedArgument<T>{value};
-    else
-        return (value);
-}
-
-template <class... Arguments>
-std::string FormatAdapted(char const* format, Arguments const&... arguments)
-{
-    return FormatNarrow(format, fmt::make_format_args(arguments...));
-}
-
-template <class... Arguments>
-std::wstring FormatAdapted(wchar_t const* format, Arguments const&... arguments)
-{
-    return FormatWide(format, fmt::make_wformat_args(arguments...));
-}
-
-template <class... Arguments>
-std::string FormatAdaptedAsUtf8(wchar_t const* format, Arguments const&... arguments)
-{
-    return FormatWideAsUtf8(format, fmt::make_wformat_args(arguments...));
-}
-
-} // namespace Detail
 
 /// The text of a narrow format. An enumeration without a stream insertion operator of its own prints as its number.
 /// Arguments may be any integer, floating-point, enumeration or text type of either width, ATL::CStringW,
@@ -218,78 +58,6 @@ std::string FormatLogMessage(wchar_t const* format, Arguments const&... argument
     return Detail::FormatAdaptedAsUtf8(format, Detail::Adapt<wchar_t>(arguments)...);
 }
 
-namespace Detail
-{
-
-/// What the log and error macros call: the form of the literal decides.
-template <class... Arguments>
-std::string FormatText(char const* format, Arguments const&... arguments)
-{
-    return FormatString(format, arguments...);
-}
-
-template <class... Arguments>
-std::string FormatText(wchar_t const* format, Arguments const&... arguments)
-{
-    return FormatLogMessage(format, arguments...);
-}
-
-} // namespace Detail
 } // namespace Brindle::Vok
 
-template <>
-struct fmt::formatter<Brindle::Vok::Detail::WideArgument, char> : fmt::formatter<std::string_view, char>
-{
-    template <class Context>
-    auto format(Brindle::Vok::Detail::WideArgument const& argument, Context& context) const
-    {
-        return fmt::formatter<std::string_view, char>::format(Brindle::Vok::WideToUtf8(argument.text), context);
-    }
-};
-
-template <>
-struct fmt::formatter<Brindle::Vok::Detail::NarrowArgument, wchar_t> : fmt::formatter<std::wstring_view, wchar_t>
-{
-    template <class Context>
-    auto format(Brindle::Vok::Detail::NarrowArgument const& argument, Context& context) const
-    {
-        std::wstring wide;
-        wide.reserve(argument.text.size());
-        for (char c : argument.text)
-            wide.push_back(static_cast<unsigned char>(c));
-        return fmt::formatter<std::wstring_view, wchar_t>::format(wide, context);
-    }
-};
-
-template <class T, class Char>
-struct fmt::formatter<Brindle::Vok::Detail::ForeignArgument<T>, Char>
-    : fmt::formatter<std::basic_string_view<Char>, Char>
-{
-    template <class Context>
-    auto format(Brindle::Vok::Detail::ForeignArgument<T> const& argument, Context& context) const
-    {
-        using Text = fmt::formatter<std::basic_string_view<Char>, Char>;
-        if constexpr (std::is_same_v<Char, char>)
-            return Text::format(Brindle::Vok::Detail::FormatParameter(argument.value), context);
-        else
-            return Text::format(Brindle::Vok::Detail::FormatParameterW(argument.value), context);
-    }
-};
-
-/// A type that streams only in the other width is converted behind its operator.
-template <class T, class Char>
-struct fmt::formatter<Brindle::Vok::Detail::StreamedArgument<T>, Char> : fmt::basic_ostream_formatter<Char>
-{
-    template <class Context>
-    auto format(Brindle::Vok::Detail::StreamedArgument<T> const& argument, Context& context) const
-    {
-        using Stream = fmt::basic_ostream_formatter<Char>;
-        using Text = fmt::formatter<fmt::basic_string_view<Char>, Char>;
-        if constexpr (Brindle::Vok::Detail::Streamable<T, Char>)
-            return Stream::format(argument.value, context);
-        else if constexpr (std::is_same_v<Char, char>)
-            return Text::format(Brindle::Vok::WideToUtf8(fmt::format(L"{}", argument)), context);
-        else
-            return Text::format(Brindle::Vok::Utf8ToWide(fmt::format("{}", argument)), context);
-    }
-};
+#include <Brindle/Vok/Detail/Formatters.h>

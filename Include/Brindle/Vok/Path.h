@@ -169,8 +169,7 @@ public:
     Path WithChangedExtension(std::wstring const& extension) const;
 
     /// The path in normal form. `/` is made `\`, repeated separators are made one, `.` between separators is removed,
-    /// and
-    /// `..` with the component before it. What begins with `\\?\` stays as it is; `\\.\` becomes `\\?\`, and what
+    /// and `..` with the component before it. What begins with `\\?\` stays as it is; `\\.\` becomes `\\?\`, and what
     /// follows it stays as it is too. `..` above the root stays, and so do a leading `.\`, a trailing `\.` and a
     /// trailing separator. Of several `.` in a row every second one stays: `a\.\.\b` becomes `a\.\b`. `..\..` becomes
     /// the empty text. The names of server and share count as components.

@@ -4,8 +4,8 @@
 //     DWORD const attributes = GetFileAttributesW(L"C:\\tmp");
 //     bool const isDirectory = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 //
-// Not guaranteed: that a name of the platform is here. Of a host other than the platform itself the headers of
-// Brindle/Platform have those that there are, each with what it does.
+// Not guaranteed: that every name of the platform is here. Where the host isn't the platform itself, the headers of
+// Brindle/Platform declare those that are, and tell what each does.
 #pragma once
 
 #include <Brindle/Vok/Detail/RequireCpp20.h>

@@ -5,11 +5,11 @@
 //
 // The code page is a number of the platform: 65001 (CP_UTF8) is UTF-8, 437 and 850 are pages of DOS, 1250 to 1258 those
 // of Windows, 28591 is ISO 8859-1. Brindle/Platform/Text.h lists the pages that the stand-in knows; UTF-16 (1200) is
-// none of them. What is reported is a page that the platform doesn't know.
+// none of them. An unknown page is a failure (87), and so is a text of 2^31 code units or more.
 //
-// No text is an error, so a conversion may lose something: bytes that are invalid in the page become U+FFFD, ill-formed
-// units of wide text count as U+FFFD, and a character that the page lacks becomes a question mark. A text of 2^31 code
-// units or more fails with 87. All functions may be called from any thread.
+// No other text is an error, so a conversion may lose something: bytes that are invalid in the page become U+FFFD,
+// ill-formed units of wide text count as U+FFFD, and a character that the page lacks becomes a question mark. All
+// functions may be called from any thread.
 #pragma once
 
 #include <Brindle/Vok/Platform.h>
