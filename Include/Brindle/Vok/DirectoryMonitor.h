@@ -62,12 +62,12 @@ using DirectoryChangeCallback = std::function<void(DirectoryChange const& change
 /// Watches for as long as it lives, unless it ends early.
 ///
 /// What is told: files that are made, deleted, renamed, moved in or out, and written to, directly in a directory.
-/// Nothing of directories in it, or of what happens in those; but links, also to directories, and FIFOs are files here.
-/// A renaming comes as two changes next to each other, renamedOldName and renamedNewName; of what it replaced nothing
-/// is told. (Two files whose names are exchanged in one step, as renameat2 can, are told as two renamings, which isn't
-/// what is left.) What happens to a name before the monitor is made isn't told, and all that happens after it is; or
-/// else there comes an `overflow` with the directory's own path, behind what was told before the loss. On Linux that is
-/// when fs.inotify.max_queued_events changes wait.
+/// Nothing of directories in it, or of what happens in those; but links, also to directories, FIFOs and sockets are
+/// files here. A renaming comes as two changes next to each other, renamedOldName and renamedNewName; of what it
+/// replaced nothing is told. (Two files whose names are exchanged in one step, as renameat2 can, are told as two
+/// renamings, which isn't what is left.) What happens to a name before the monitor is made isn't told, and all that
+/// happens after it is; or else there comes an `overflow` with the directory's own path, behind what was told before
+/// the loss. On Linux that is when fs.inotify.max_queued_events changes wait.
 ///
 /// `modified` comes at once for a file, and at most every 5 milliseconds while it is written on and no name changes,
 /// with one after the last write. Writes through a mapping, or by another name of the file in another directory, or by
@@ -84,7 +84,8 @@ using DirectoryChangeCallback = std::function<void(DirectoryChange const& change
 /// that has gone, an `overflow` with its path comes first, and its code is 5, access denied. (On Linux that isn't seen
 /// where the directory's parent can't be read. One that is renamed along with a directory above it, or covered by a
 /// mount, is watched on, with the paths of before; so is what a link led to when the monitor was made.) This library
-/// itself deletes or renames no directory that is watched: that fails with 32.
+/// itself deletes or renames no directory that is watched: that fails with 32, a deletion when all that was in it is
+/// gone.
 class VOK_EXPORT_TYPE DirectoryMonitor
 {
 public:

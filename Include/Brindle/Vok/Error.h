@@ -220,8 +220,9 @@ namespace Detail
 
 /// Turns the exception in flight into an Error and logs it at error in its own words, with the location of the boundary
 /// that calls this. Call it in a handler only. A null function logs nothing. The library's own errors are copied (their
-/// own location stays); an exception that is neither one of the known kinds nor derived from std::exception passes
-/// through, and so does what a subscriber throws.
+/// own location stays); a lack of memory is 14, std::invalid_argument 160, std::system_error its own number, and any
+/// other std::exception 1627; an exception that is neither one of the known kinds nor derived from std::exception
+/// passes through, and so does what a subscriber throws.
 VOK_EXPORT Error CurrentExceptionToError(char const* file, int line, char const* function);
 
 /// Where a macro stands.

@@ -13,7 +13,7 @@
 //     TempDirectory scratch = fileSystem->MakeTempDirectory();    // gone with its owner
 //
 // Not guaranteed: that a file is written whole or not at all; that a deletion which fails leaves everything as it was;
-// that a walk meets what comes or goes meanwhile. A deletion that reaches a path of 260 code units ends the process;
+// that a walk meets what comes or goes meanwhile. A deletion that meets a path too long for it ends the process;
 // FileSystem::DeleteDirectory tells the rest. There is no recursive walk.
 //
 // Wide text is UTF-16, one code unit a wchar_t, also where wchar_t has 32 bits: a character above U+FFFF is a surrogate
@@ -73,7 +73,8 @@ public:
     /// UTF-16; an ill-formed part becomes U+FFFD where the encoding changes. A path with a NUL in it fails with 123 and
     /// touches nothing. Throws Error (itself, not a WindowsError) if the file can't be opened (5, 32, 3 ...) and
     /// WindowsError if writing fails, with the platform's code (112 for a full disk); what had been written then stays.
-    /// A text of more than 0xFFFFFFFF bytes in the file, or too long to be converted (2^31 units), fails with 223 and
+    /// A text of more than 0xFFFFFFFF bytes in the file, or too long to be converted (2^31 units, or
+    /// as many bytes of UTF-8), fails with 223 and
     /// touches nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
@@ -107,7 +108,7 @@ enum class FileAttributes : std::uint32_t
     directory = 0x10 ///< FILE_ATTRIBUTE_DIRECTORY
 };
 
-/// What a PathInfo answers, behind a replaceable implementation. PathInfo tells what each does, fails with and leaves.
+/// What a PathInfo answers, as an interface; PathInfo tells what each does, fails with and leaves.
 class VOK_EXPORT_TYPE IPathInfo
 {
 public:
@@ -317,6 +318,9 @@ private:
 
 /// The service. A caller may pass an implementation of its own wherever one is asked for; what each operation promises
 /// is said here. An implementation is used from any thread.
+///
+/// Tests may put a service of their own in its place. It is asked for what is made and deleted here; what a PathInfo or
+/// a walk finds, and DirectoryInfo::DeleteContent, are always the disk's.
 class VOK_EXPORT_TYPE FileSystem
 {
 public:
@@ -343,10 +347,10 @@ public:
     /// a link. What a deletion does, and what it doesn't:
     /// - It refuses a path that names no directory below a root, however it is written, and touches nothing then: a
     ///   root (`C:\`, `\`, `.`, `a\..`) with 5, an empty text with 87, one with a NUL in it with 123.
-    /// - A path that reaches 260 code units on the way down ends the process (abort, with a line on stderr): no cut
-    ///   path is ever taken for another one. Such trees can be made and walked, but not deleted, by a TempDirectory
-    ///   neither. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\` doesn't lift the
-    ///   limit.
+    /// - A directory whose path has 258 code units and a file with 260 end the process (abort, with a line on stderr):
+    ///   no cut path is ever taken for another one. Such trees can be made and walked, but not deleted, by a
+    ///   TempDirectory neither. Of the directory that is too deep nothing is deleted, what came before it is. `\\?\`
+    ///   doesn't lift the limit.
     /// - A symbolic link that it meets is removed as a link, and nothing behind one is touched, not even when somebody
     ///   puts it in a directory's place meanwhile, that of the path itself included. Links on the way to the path are
     ///   followed; a path that is a link itself is refused with 267, or missing if the link's target is.

@@ -73,10 +73,11 @@ private:
 /// Asking opens the path, for reading, and shares everything (PathInfo of FileSystem.h doesn't open). The questions
 /// throw WindowsError when the platform can't tell or the path is there and can't be opened, Exists included: 5 without
 /// the right to read, 32 while somebody, in this process or another one, has the file open without FILE_SHARE_READ (as
-/// reading and writing a whole file does), 1 for a device, which has no size, 123 for a text that no path can be, 206
-/// for one that is too long, 53 for an unknown server, 4 without descriptors. The next question then asks again. A path
-/// that is missing is no error, but one that vanishes in the middle of a question throws 6 ("GetFileTime"), or 3 if its
-/// directory vanishes too, and is missing for the next one. A symbolic link that leads nowhere throws 6 every time.
+/// reading and writing a whole file does), 1 for a FIFO or a device, which have no size, 55 for a socket, 123 for a
+/// text that no path can be, 206 for one that is too long, 53 for an unknown server, 4 without descriptors. The next
+/// question then asks again. A path that is missing is no error, but one that vanishes in the middle of a question
+/// throws 6 ("GetFileTime"), or 3 if its directory vanishes too, and is missing for the next one. A symbolic link that
+/// leads nowhere throws 6 every time.
 ///
 ///                               assigns `error`   gives after a failure                      logs
 ///     Refresh                   always                                                       "Caught ..."
@@ -130,7 +131,8 @@ public:
     /// Deletes what is there: a directory with everything in it, or a file, read-only or not. False if nothing was
     /// there. When the deletion fails, `error` is assigned, and an IFile gives false, an IDirectory and an object of
     /// MakePathInfo true. The latter asks the disk anew first, gives false if that fails, and keeps these answers; the
-    /// others don't ask.
+    /// others don't ask. An object of MakePathInfo can't delete what can't be opened or is a link to a directory:
+    /// MakeFile's can.
     virtual bool Delete(Error& error) = 0;
     /// The same; throws Error.
     virtual bool Delete() = 0;
@@ -156,14 +158,15 @@ public:
     /// UTF-16; an ill-formed part becomes U+FFFD where the encoding changes. Any other encoding writes nothing. Throws
     /// Error (itself, not a WindowsError) if the file can't be opened (3, 5, 32, 123 ...) and WindowsError if writing
     /// fails, with the platform's code (112 for a full disk). A text of more than 0xFFFFFFFF bytes in the file fails
-    /// with 223, one too long to be converted (2^31 units) with 87; both touch nothing.
+    /// with 223, one too long to be converted with 87 (2^31 units) or 534 (as many bytes of UTF-8); all touch nothing.
     virtual void WriteAllText(std::string const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
     /// The same for wide text.
     virtual void WriteAllText(std::wstring const& text, TextEncoding encoding, ByteOrderMarkPolicy byteOrderMark,
                               LineEndingPolicy lineEndings) = 0;
 
-    /// Assigns to `error` in every case, success or why the text couldn't be read; the text is empty then.
+    /// Assigns to `error` in every case, success or why the text couldn't be read, a lack of memory too (14); the text
+    /// is empty then.
     virtual std::wstring ReadAllText(Error& error) = 0;
     /// The text of the file by its mark. Behind EF BB BF it is UTF-8, up to the first zero byte. Everything else is
     /// UTF-16, low byte first, with zero units in it if there are any: behind FF FE, and from the first byte on in a
@@ -191,10 +194,11 @@ public:
 /// A directory. Deletion and creation don't change its answers, but for Create and DeleteContent, which forget them.
 ///
 /// PathInfos, Directories and Files list the entries that fit a pattern of the platform, in the platform's order, no
-/// deeper: `*` for all, `*.txt`, a plain name. `*` and `?` stand for any characters and for any one, and A to Z fit a
-/// to z. No match is an empty list. They throw WindowsError: 3 for a missing directory, 267 for what is none, 206 for a
-/// path that is too long, 5, 53, 123, 4 without descriptors. "." and ".." are left out. An entry that comes or goes
-/// meanwhile is met or not.
+/// deeper: `*` for all, `*.txt`, a plain name. `*` stands for any characters and `?` for one, or for none at the end or
+/// in front of a dot; `*.` finds names without a dot, and `*.*` all; `<`, `>` and `"` are the platform's own; A to Z
+/// fit a to z. A plain name is found as the host has it, in its case. No match is an empty list. They throw
+/// WindowsError: 3 for a missing directory, 267 for what is none, 206 for a path that is too long, 5, 53, 123, 4
+/// without descriptors. "." and ".." are left out. An entry that comes or goes meanwhile is met or not.
 ///
 /// Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
 /// (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with its
@@ -208,7 +212,7 @@ public:
     /// also when it fails: 32 for a file that is open, 5 for a root, a read-only directory or a missing right, 87 for
     /// an empty path, 123, 267 for what is no directory or a link. What was deleted before a failure is gone. It is the
     /// deletion of the first generation: FileSystem::DeleteDirectory of FileSystem.h tells all that it refuses, what
-    /// stops it, and that a path that reaches 260 code units on the way down ends the process.
+    /// stops it, and which lengths of paths end the process.
     bool Delete(Error& error) override = 0;
     /// The same; throws WindowsError.
     bool Delete() override = 0;

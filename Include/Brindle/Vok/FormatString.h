@@ -20,8 +20,8 @@
 namespace Brindle::Vok
 {
 
-/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of 2^31 units or more gives an
-/// empty text.
+/// UTF-8 of UTF-16. An ill-formed unit becomes U+FFFD and nothing is reported. A text of 2^31 units or more, or of as
+/// many bytes of UTF-8, gives an empty text.
 VOK_EXPORT std::string WideToUtf8(std::wstring_view text);
 /// The same up to the first NUL. A null pointer gives an empty text.
 VOK_EXPORT std::string WideToUtf8(wchar_t const* text);

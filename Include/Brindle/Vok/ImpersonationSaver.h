@@ -24,7 +24,8 @@ public:
     /// at the end.
     ImpersonationSaver();
     /// Stops whatever impersonation the thread has by now, and starts the captured one again. Each step's failure is
-    /// logged at error and the next one made. A subscriber of the log that throws ends the process.
+    /// logged at error and the next one made; a statement at info that it succeeded follows in any case. A subscriber
+    /// of the log that throws ends the process.
     ~ImpersonationSaver() noexcept;
     ImpersonationSaver(ImpersonationSaver const&) = delete;
     ImpersonationSaver& operator=(ImpersonationSaver const&) = delete;

@@ -197,7 +197,9 @@ public:
     /// Makes the directory and all its missing parents. Gives 0 or a Win32 error code:
     ///
     /// - 0 when the path exists, also as a file, and for `\\?\C:` when the platform takes no question about it
-    /// - ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists; it makes nothing
+    /// - ERROR_INVALID_PARAMETER for an empty path, and for a relative one of which nothing exists; it makes nothing.
+    /// `Q:a`
+    ///   is relative too, but ERROR_BAD_PATHNAME without a drive Q
     /// - ERROR_BAD_PATHNAME for a root that can't be seen, whatever the reason
     /// - otherwise the platform's code for what couldn't be asked or made
     ///
@@ -209,8 +211,8 @@ public:
     /// them.
     ///
     /// Parents are found by Parent(), so those of `\\?\C:\a\b` are made under their plain names, and those of
-    /// `\\server\share\a\b` are looked for as `\a`: behind a share only one missing directory can be made, if `\`
-    /// exists.
+    /// `\\server\share\a\b` are looked for and made as `\a`, on the current drive: behind a share only one missing
+    /// directory can be made.
     unsigned long CreatePath() const;
     /// Whether a directory stands there. False for whatever keeps the platform from telling.
     bool IsDirectory() const;

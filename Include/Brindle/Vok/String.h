@@ -25,7 +25,7 @@ VOK_EXPORT std::wstring StringToWstring(std::string const& text, int codePage);
 /// The same up to the first NUL. A null pointer gives an empty result.
 VOK_EXPORT std::wstring StringToWstring(char const* text, int codePage);
 
-/// Narrow text of a wide one, in the same way.
+/// Narrow text of a wide one, in the same way; 534 where the narrow text would have 2^31 bytes or more.
 VOK_EXPORT std::string WstringToString(std::wstring const& text, int codePage);
 /// The same up to the first NUL. A null pointer gives an empty result.
 VOK_EXPORT std::string WstringToString(wchar_t const* text, int codePage);

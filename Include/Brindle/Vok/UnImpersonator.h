@@ -7,7 +7,8 @@
 //     // impersonating as before
 //
 // The object doesn't tell whether impersonation could be stopped: the log does. On a thread that doesn't impersonate it
-// changes nothing. It lives on one thread's stack and touches no other thread.
+// changes nothing, but what impersonation begins in its scope ends with it. It lives on one thread's stack and touches
+// no other thread.
 #pragma once
 
 #include <Brindle/Vok/ImpersonationSaver.h>

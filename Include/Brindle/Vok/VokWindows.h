@@ -68,8 +68,8 @@ VOK_EXPORT std::wstring VokGetSystemDirectory();
 VOK_EXPORT std::wstring VokGetSystemDirectory(Error& error);
 
 /// LoadLibraryW. The library is released with its owner. Throws WindowsError: ERROR_MOD_NOT_FOUND for a missing library
-/// or one that needs something missing, ERROR_BAD_EXE_FORMAT for a file that isn't one, ERROR_INVALID_PARAMETER for a
-/// null or empty name.
+/// or one that needs something missing, ERROR_BAD_EXE_FORMAT for a file that isn't one, ERROR_ACCESS_DENIED for a
+/// directory, ERROR_INVALID_PARAMETER for a null or empty name.
 VOK_EXPORT HandleOwner<Detail::ModuleHandleTraits> VokLoadLibrary(wchar_t const* filename);
 
 /// GetEnvironmentVariableW. The result's size() counts a NUL behind the value: the value abc has size 4. A missing
@@ -80,7 +80,8 @@ VOK_EXPORT std::wstring VokGetEnvironmentVariable(std::wstring const& name, bool
 
 /// GetFileVersionInfoW: the bytes of a file's version resource, as its resource compiler wrote them. Throws
 /// WindowsError and logs nothing: ERROR_RESOURCE_DATA_NOT_FOUND for a file without resources, ERROR_FILE_NOT_FOUND for
-/// a missing one, ERROR_PATH_NOT_FOUND for an empty path, ERROR_INVALID_NAME for one with a NUL in it. The message ends
+/// a missing one, ERROR_PATH_NOT_FOUND for an empty path and a missing directory, ERROR_ACCESS_DENIED for a directory,
+/// ERROR_INVALID_NAME for one with a NUL in it. The message ends
 /// at the system's text and code, so a caller adds the path.
 VOK_EXPORT std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path);
 /// The same; on failure it assigns that error and returns no bytes.
@@ -101,7 +102,8 @@ VOK_EXPORT HandleOwner<Detail::InvalidHandleTraits> VokCreateSemaphore(SECURITY_
 /// opened key, or null after a failure: a key that it held before is closed in either case. A null or empty `subkey`
 /// means the key itself, `\` stands between names, `options` is 0 or REG_OPTION_OPEN_LINK, and `access` has KEY_
 /// rights. A missing key is ERROR_FILE_NOT_FOUND, rights that can't be had are ERROR_ACCESS_DENIED, what is no `key` is
-/// ERROR_INVALID_HANDLE.
+/// ERROR_INVALID_HANDLE, a `subkey` that begins with `\` is ERROR_BAD_PATHNAME, other options are
+/// ERROR_INVALID_PARAMETER.
 VOK_EXPORT long VokRegOpenKey(HKEY key, wchar_t const* subkey, unsigned long options, unsigned long access,
                               HandleOwner<Detail::RegistryHkeyHandleTraits>& result);
 
