@@ -2,10 +2,11 @@
 # wherever the tree was built, and the sanitizers that were asked for.
 add_library(Vok2Options INTERFACE)
 target_compile_features(Vok2Options INTERFACE cxx_std_20)
+file(RELATIVE_PATH sourceFromBuild ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 target_compile_options(Vok2Options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-    -fmacro-prefix-map=../../= # ccache makes paths relative to Build/PRESET
+    -fmacro-prefix-map=${sourceFromBuild}/= # ccache may make paths relative
     # A macro may be used with no variable argument at all.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 if(VOK2_SANITIZE)

@@ -1,7 +1,10 @@
 # What ./run, ./test and the checks share: messages, logs, ccache. To be sourced in the tree's root.
 
 logs=$PWD/Build/Logs
-mkdir -p "$logs"
+if ! mkdir -p "$logs" || [[ ! -w $logs ]]; then
+    echo "Build/Logs can't be written: this tree is read-only, or another user's" >&2
+    exit 1
+fi
 
 announce() {
     printf '== %s\n' "$*"

@@ -9,6 +9,13 @@ t backslash
 s|](\([A-Z][^)#]*\)#[^)]*)|](\1)|g
 s|\[\([^]]*\)\](#[^)]*)|\1|g
 
+# Pages by the names that it gives them, as its own links to them break in a directory whose path has a blank.
+s|](README\.md)|](index.html)|g
+s|](\([A-Z][A-Za-z-]*\)\.md)|](md_Docs_\1.html)|g
+:dash
+s|](md_Docs_\([A-Za-z_]*\)-|](md_Docs_\1_|
+t dash
+
 # Headers have pages; the other files are in the tree.
 s|\[`\([^]`]*\)`\](\.\./Include/[^)]*)|\1|g
 s|](\.\./|](../../|g

@@ -4,8 +4,9 @@
 //     Backup FROM TO        directories of the host
 //
 // Files are compared by size and contents, not by times, since the interface can't give a copy the time of its
-// original. It can't rename either: see Replace. Links are left out. The copies keep names, contents and whether they
-// are read-only; otherwise they are for their owner alone. In messages F: is FROM and T: is TO.
+// original. It can't rename either: see Replace. Nobody else may change TO meanwhile, another Backup neither. Links are
+// left out. The copies keep names, contents and whether they are read-only; otherwise they are for their owner alone.
+// In messages F: is FROM and T: is TO.
 #include "Arguments.h"
 #include "FilePieces.h"
 #include "OneLine.h"

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace Brindle::Vok;
@@ -95,6 +96,7 @@ int main(int argc, char** argv)
     SubscriptionForLogCallbacks const log([](LogStatement const& statement)
                                           { std::fprintf(stderr, "log: %s\n", statement.message.c_str()); },
                                           VokLogSeverity::error);
+    umask(077); // what one user gets is for no other
     try
     {
         HandOver(argv[1], argv[2], argv[3]);

@@ -22,7 +22,7 @@ namespace
 /// The host's root is the drive C:.
 Path OnDriveC(char const* hostPath)
 {
-    return Path::Join(L"C:\\", Path(std::filesystem::absolute(hostPath).relative_path().string())).Normalized();
+    return Path::Join(L"C:\\", Path(std::filesystem::weakly_canonical(hostPath).relative_path().string())).Normalized();
 }
 
 int Run(std::vector<Path> const& directories)

@@ -1,7 +1,9 @@
 # Holds the binary interface of the library against the one on record, that of the build before: a program that was
 # linked with that must run with this one. What is new is told and is no failure.
 #
-# Types of the C++ library and of fmt are part of it, so a record is for one kind of machine and compiler.
+# Types of the C++ library and of fmt are part of it, so a record is for one kind of machine and compiler. Not held are
+# what leaves no trace in the library's debug information: macros, default arguments, inline functions and classes that
+# it doesn't use itself, and structures that are passed as void*.
 
 step_abi() {
     local record

@@ -195,10 +195,10 @@ public:
 ///
 /// PathInfos, Directories and Files list the entries that fit a pattern of the platform, in the platform's order, no
 /// deeper: `*` for all, `*.txt`, a plain name. `*` stands for any characters and `?` for one, or for none at the end or
-/// in front of a dot; `*.` finds names without a dot, and `*.*` all; `<`, `>` and `"` are the platform's own; A to Z
-/// fit a to z. A plain name is found as the host has it, in its case. No match is an empty list. They throw
-/// WindowsError: 3 for a missing directory, 267 for what is none, 206 for a path that is too long, 5, 53, 123, 4
-/// without descriptors. "." and ".." are left out. An entry that comes or goes meanwhile is met or not.
+/// in front of a dot; `*.` finds names without a dot, and `*.*` all; the platform's own wildcards, which no name can
+/// hold, are known too; A to Z fit a to z. A plain name is found as the host has it, in its case. No match is an empty
+/// list. They throw WindowsError: 3 for a missing directory, 267 for what is none, 206 for a path that is too long, 5,
+/// 53, 123, 4 without descriptors. "." and ".." are left out. An entry that comes or goes meanwhile is met or not.
 ///
 /// Each entry's path is that of the directory joined with the entry's bare name. So a pattern with a directory part
 /// (`sub\*`) gives paths without it, and an empty one, which finds the directory itself, gives its path joined with its
