@@ -111,7 +111,9 @@ bool MakeWithParents(std::string const& path, mode_t mode)
     for (std::size_t end = 0; end != path.npos;)
     {
         end = path.find('/', end + 1);
-        if (SystemCalls::MakeDirectory(path.substr(0, end).c_str(), mode) != 0 && errno != EEXIST)
+        std::string const directory = path.substr(0, end);
+        bool const made = Uninterrupted([&] { return SystemCalls::MakeDirectory(directory.c_str(), mode); }) == 0;
+        if (!made && errno != EEXIST)
             return FailWithHost(errno);
     }
     return true;
