@@ -1,6 +1,7 @@
 #include <Brindle/Platform/Environment.h>
 
 #include "Ascii.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Names.h"
 #include "ProcessEnvironment.h"
@@ -13,7 +14,6 @@
 #include <limits>
 #include <mutex>
 #include <optional>
-#include <pthread.h>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -27,9 +27,7 @@ namespace
 // The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
 constinit std::mutex environmentMutex;
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
-    [] { environmentMutex.lock(); }, [] { environmentMutex.unlock(); }, [] { environmentMutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<environmentMutex>();
 
 struct Variable
 {

@@ -1,5 +1,6 @@
 #include "Identity.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -11,7 +12,6 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
-#include <pthread.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -304,9 +304,7 @@ bool Refuse(int error) noexcept
 /// One thread at a time changes, as some of what is kept belongs to the process.
 constinit std::mutex changing;
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { changing.lock(); }, [] { changing.unlock(); }, [] { changing.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<changing>();
 
 /// Keeps what the kernel takes away with every change of ids: that the process may be dumped and traced by those who
 /// have its rights, and the signal that the thread gets when its parent ends.

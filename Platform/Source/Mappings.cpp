@@ -1,6 +1,7 @@
 #include "Mappings.h"
 
 #include "Ascii.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "HostFile.h"
 #include "SystemCalls.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <pthread.h>
 #include <set>
 #include <utility>
 #include <vector>
@@ -51,9 +51,7 @@ Mappings& TheMappings()
     return mappings;
 }
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 std::size_t IndexOf(wchar_t letter)
 {

@@ -1,5 +1,6 @@
 #include "SearchedDirectory.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -10,7 +11,6 @@
 #include <iterator>
 #include <mutex>
 #include <new>
-#include <pthread.h>
 #include <vector>
 
 namespace Brindle::Vok::Platform
@@ -68,11 +68,9 @@ void SearchedDirectory::StartAnewInChild() noexcept
             each->torn = each;
         std::construct_at(&each->use);
     }
-    listMutex.unlock();
 }
 
-[[maybe_unused]] int const SearchedDirectory::keepsOrderInChild =
-    pthread_atfork([] { listMutex.lock(); }, [] { listMutex.unlock(); }, StartAnewInChild);
+[[maybe_unused]] int const SearchedDirectory::keepsOrderInChild = HoldInForks<listMutex, StartAnewInChild>();
 
 std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
 {

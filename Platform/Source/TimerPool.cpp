@@ -1,5 +1,6 @@
 #include "TimerPool.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Identity.h"
 #include "ShortTurns.h"
@@ -88,13 +89,13 @@ void BeTheProcess() noexcept
 } // namespace
 
 // A child has none of the threads, and shares the descriptors with its parent.
-[[maybe_unused]] int const TimerPool::startsAnewInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
-                                                                         []
-                                                                         {
-                                                                             if (pool)
-                                                                                 pool->Forget();
-                                                                             mutex.unlock();
-                                                                         });
+void TimerPool::StartAnewInChild() noexcept
+{
+    if (pool)
+        pool->Forget();
+}
+
+[[maybe_unused]] int const TimerPool::startsAnewInChild = HoldInForks<mutex, StartAnewInChild>();
 
 TimerPool& TimerPool::Get() noexcept
 {

@@ -2,6 +2,7 @@
 
 #include "Ascii.h"
 #include "EnvironmentFile.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "HostFile.h"
 #include "Names.h"
@@ -15,7 +16,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <pthread.h>
 #include <string>
 #include <string_view>
 
@@ -47,9 +47,7 @@ std::map<void*, std::unique_ptr<wchar_t[]>>& Blocks()
     return blocks;
 }
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 // Under the spelling that is added, which may be another one.
 template <class Text>

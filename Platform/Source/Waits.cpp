@@ -1,3 +1,4 @@
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Signal.h"
 #include "ToldStatus.h"
@@ -9,7 +10,6 @@
 #include <array>
 #include <map>
 #include <mutex>
-#include <pthread.h>
 #include <string>
 
 namespace Brindle::Vok::Platform
@@ -29,9 +29,7 @@ Names& TheNames()
 // Guards the names.
 constinit std::mutex mutex;
 
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 /// Makes a signal, or gives the one that has the name. May throw std::bad_alloc.
 std::shared_ptr<Signal> MakeOrFind(std::wstring_view name, bool& isNew, auto make)
