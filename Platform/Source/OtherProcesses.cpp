@@ -1,9 +1,9 @@
 #include "OtherProcesses.h"
 
+#include "Clock.h"
 #include "HostErrors.h"
 #include "RangeLock.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <atomic>
 #include <chrono>

@@ -189,10 +189,10 @@ EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanos
     toldBefore = toldUnasked;
     if (toldUnasked < entriesOfListing)
     {
-        Stopwatch const stopwatch;
+        TimedLook const look;
         EntryStatus const status = StatusOfEntry(stream.Descriptor(), entry.name);
         if (status.error == 0)
-            holdsUntil = stopwatch.Stop();
+            holdsUntil = look.End();
         return status;
     }
     if (pattern.FitsAll() && !wantsDirectories)

@@ -1,10 +1,10 @@
 #include "Signal.h"
 
+#include "Clock.h"
 #include "Forks.h"
 #include "HostErrors.h"
 #include "ShortTurns.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <Brindle/Platform/Waits.h>
 

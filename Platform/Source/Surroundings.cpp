@@ -1,10 +1,10 @@
 #include "Surroundings.h"
 
+#include "Clock.h"
 #include "DirectoryWatch.h"
 #include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <algorithm>
 #include <cstddef>

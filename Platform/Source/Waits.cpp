@@ -1,7 +1,7 @@
+#include "Clock.h"
 #include "Forks.h"
 #include "HostErrors.h"
 #include "Signal.h"
-#include "ToldStatus.h"
 
 #include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Waits.h>
