@@ -51,7 +51,7 @@ public:
     {
         constexpr off_t most = 64 << 20; // lists as long as that were made by nobody
         std::optional<std::string> text;
-        if (!ReadSettings(path, text, most))
+        if (!ReadSmallFile(path, text, most))
             code = GetLastError();
         return text;
     }

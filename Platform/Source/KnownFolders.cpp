@@ -77,7 +77,7 @@ std::string const& DirectoryOf(Base base, XdgDirectories const& user) noexcept
 bool FindInUserDirs(Folder const& folder, XdgDirectories const& user, bool takesSettings, std::string& path)
 {
     std::optional<std::string> file;
-    if (takesSettings && !ReadSettings(user.config + "/user-dirs.dirs", file))
+    if (takesSettings && !ReadSmallFile(user.config + "/user-dirs.dirs", file))
         return false;
     path = FindUserDirectory(file.value_or(""), folder.name, user.home)
                .value_or(folder.id == FOLDERID_Desktop ? user.home + "/Desktop" : user.home);

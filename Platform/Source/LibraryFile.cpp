@@ -80,7 +80,7 @@ LibraryFile ExamineLibrary(char const* path) noexcept
     if (!file.IsOpen())
         return {errno == ENOENT || errno == ENOTDIR ? DWORD{ERROR_MOD_NOT_FOUND} : CodeFromHost(errno)};
     struct stat status;
-    if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+    if (SystemCalls::Status(file.Get(), &status) != 0)
         return {CodeFromHost(errno)};
     if (S_ISDIR(status.st_mode))
         return {ERROR_ACCESS_DENIED};

@@ -1,3 +1,4 @@
+#include "Descriptor.h"
 #include "FileStatus.h"
 #include "HandleTable.h"
 #include "HostErrors.h"
@@ -94,11 +95,11 @@ bool Search::Open(HostPath const& path)
     Place const place(path);
     if (!place.IsReachable())
         return false;
-    int const flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (place.RefusesLinks() ? O_NOFOLLOW : 0);
-    int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), place.Name(), flags, 0); });
-    if (descriptor >= 0)
+    int const flags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | (place.RefusesLinks() ? O_NOFOLLOW : 0);
+    Descriptor opened = OpenHost(place.Directory(), place.Name(), flags);
+    if (opened)
     {
-        directory = SearchedDirectory::Remember(descriptor, std::move(absolute), true);
+        directory = SearchedDirectory::Remember(std::move(opened), std::move(absolute), true);
         return true;
     }
     int const error = errno;
@@ -123,11 +124,11 @@ bool Search::FindPlainName(HostPath const& path, WIN32_FIND_DATAW& data)
     std::string const name = absolute.substr(absolute.rfind('/') + 1);
     absolute.resize(std::max<std::size_t>(absolute.size() - name.size(), 2) - 1);
     char const* const parent = place.IsSearched() ? "." : absolute.c_str();
-    int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-    int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), parent, flags, 0); });
-    if (descriptor < 0)
+    Descriptor opened = OpenHost(place.Directory(), parent, O_PATH | O_DIRECTORY);
+    int const descriptor = opened.Get();
+    if (!opened)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
-    directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
+    directory = SearchedDirectory::Remember(std::move(opened), std::move(absolute), false);
     isPlain = true;
     EntryStatus const status = StatusOfEntry(descriptor, name.c_str());
     if (status.error != 0)

@@ -72,17 +72,12 @@ void SearchedDirectory::StartAnewInChild() noexcept
 
 [[maybe_unused]] int const SearchedDirectory::keepsOrderInChild = HoldInForks<listMutex, StartAnewInChild>();
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
+std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(Descriptor descriptor, std::string path, bool hasEntries)
 {
-    std::unique_ptr<SearchedDirectory> made(new (std::nothrow)
-                                                SearchedDirectory(descriptor, std::move(path), hasEntries));
-    if (!made)
-    {
-        SystemCalls::Close(descriptor);
-        throw std::bad_alloc();
-    }
+    std::unique_ptr<SearchedDirectory> made(new SearchedDirectory(descriptor.Get(), std::move(path), hasEntries));
+    int const number = descriptor.Release();
     std::shared_ptr<SearchedDirectory> const directory(std::move(made));
-    directory->isLocal = IsOnLocalDisk(descriptor);
+    directory->isLocal = IsOnLocalDisk(number);
     {
         std::lock_guard const lock(listMutex);
         directory->owner = NumberOfThisThread();

@@ -10,6 +10,7 @@
 // opened again when their turn comes. So descriptors stay bounded however deep a tree is.
 #pragma once
 
+#include "Descriptor.h"
 #include "DirectoryStream.h"
 #include "Names.h"
 #include "QuickDeletion.h"
@@ -33,8 +34,8 @@ class SearchedDirectory
 public:
     /// Takes over the descriptor, and may park any other directory of the thread, so a Place that was made before must
     /// not be used afterwards. `path` is absolute. From here until Forget() the calling thread's places are found in
-    /// it. May throw std::bad_alloc, and closes the descriptor then.
-    static std::shared_ptr<SearchedDirectory> Remember(int descriptor, std::string path, bool hasEntries);
+    /// it. May throw std::bad_alloc.
+    static std::shared_ptr<SearchedDirectory> Remember(Descriptor descriptor, std::string path, bool hasEntries);
     /// The search has ended, perhaps on another thread.
     void Forget() noexcept;
 

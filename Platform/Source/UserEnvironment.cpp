@@ -60,7 +60,7 @@ void Put(std::map<Text, Text, LessWithoutCase>& variables, Text name, Text value
 bool AddSystem(HostVariables& variables)
 {
     std::optional<std::string> file;
-    if (!ReadSettings("/etc/environment", file))
+    if (!ReadSmallFile("/etc/environment", file))
         return false;
     for (auto& [name, value] : ParseEnvironmentFile(file.value_or("")))
         Put(variables, std::move(name), std::move(value));

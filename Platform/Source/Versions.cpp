@@ -3,6 +3,7 @@
 #include "FileObject.h"
 #include "HostErrors.h"
 #include "PortableExecutable.h"
+#include "ReadOnlyFile.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Files.h>
@@ -50,21 +51,11 @@ public:
 
     DWORD Read(std::uint64_t offset, std::span<unsigned char> target) noexcept override
     {
-        while (!target.empty())
-        {
-            ssize_t const count = Uninterrupted(
-                [&] {
-                    return SystemCalls::ReadAt(file->Descriptor(), target.data(), target.size(),
-                                               static_cast<off_t>(offset));
-                });
-            if (count < 0)
-                return CodeFromHost(errno);
-            if (count == 0)
-                return ERROR_HANDLE_EOF; // somebody cut it meanwhile
-            offset += static_cast<std::uint64_t>(count);
-            target = target.subspan(static_cast<std::size_t>(count));
-        }
-        return ERROR_SUCCESS;
+        ssize_t const count = ReadWholeAt(file->Descriptor(), static_cast<off_t>(offset), target.data(), target.size());
+        if (count < 0)
+            return CodeFromHost(errno);
+        // Somebody may have cut it meanwhile.
+        return static_cast<std::size_t>(count) == target.size() ? ERROR_SUCCESS : ERROR_HANDLE_EOF;
     }
 
 private:
