@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <iconv.h>
-#include <string_view>
 
 namespace Brindle::Vok::Platform::CodePages
 {

@@ -9,7 +9,6 @@
 #include "Utf.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <mutex>

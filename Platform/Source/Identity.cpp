@@ -142,7 +142,7 @@ bool ReadSecureBits(int& bits) noexcept
     return bits >= 0 || FailWithHost(errno);
 }
 
-bool Read(Credentials& credentials)
+bool ReadCredentials(Credentials& credentials)
 {
     if (!ReadIds(credentials.users, credentials.groups) || !ReadOtherGroups(credentials.otherGroups) ||
         !ReadCapabilities(credentials.capabilities))
@@ -164,7 +164,7 @@ KnownCredentials const* FindEqual(KnownCredentials const* from, Credentials cons
 Credentials const* Publish()
 {
     auto fresh = std::make_unique<KnownCredentials>();
-    if (!Read(fresh->credentials))
+    if (!ReadCredentials(fresh->credentials))
         return nullptr;
     fresh->older = newest.load(std::memory_order_acquire);
     do
@@ -293,7 +293,7 @@ void SetAmbient(std::uint64_t from, std::uint64_t to) noexcept
             SystemCalls::ChangeAmbient(PR_CAP_AMBIENT_RAISE, bit);
 }
 
-bool Refuse(int error) noexcept
+bool FailToChange(int error) noexcept
 {
     if (error == EAGAIN)
         return FailWith(ERROR_NO_SYSTEM_RESOURCES);
@@ -344,11 +344,11 @@ bool TakeBack(Credentials const& from, Credentials const& to, std::size_t made) 
 }
 
 /// All or nothing: when one change is refused, those before it are taken back.
-bool Change(Credentials const& from, Credentials const& to) noexcept
+bool ChangeCredentials(Credentials const& from, Credentials const& to) noexcept
 {
     KeptSettings const kept;
     if (!Raise(from.capabilities))
-        return Refuse(errno);
+        return FailToChange(errno);
     std::size_t made = 0;
     while (made < std::size(changes) && changes[made](from, to))
         ++made;
@@ -360,7 +360,7 @@ bool Change(Credentials const& from, Credentials const& to) noexcept
     int const error = errno;
     if (!TakeBack(from, to, made))
         std::terminate();
-    return Refuse(error);
+    return FailToChange(error);
 }
 
 /// The process's own ids stay as they are.
@@ -398,12 +398,12 @@ bool IsThereAWayBack(Credentials const& process, Credentials const& other) noexc
 bool ActAs(Identity const& identity, Credentials& present, Credentials& changed)
 {
     Credentials const* process;
-    if (!FindOwn(process) || (!process && !(process = Publish())) || !Read(present))
+    if (!FindOwn(process) || (!process && !(process = Publish())) || !ReadCredentials(present))
         return false;
     changed = MakeCredentials(identity, *process);
     if (!IsThereAWayBack(*process, changed))
         return FailWith(ERROR_PRIVILEGE_NOT_HELD);
-    if (!Change(present, changed))
+    if (!ChangeCredentials(present, changed))
         return false;
     own = process;
     return true;
@@ -459,7 +459,7 @@ bool ActAsProcess()
     Credentials present;
     if (!FindOwn(process))
         return false;
-    if (process && (!Read(present) || !Change(present, *process)))
+    if (process && (!ReadCredentials(present) || !ChangeCredentials(present, *process)))
         return false;
     own = nullptr;
     return true;
@@ -484,7 +484,7 @@ ActingAs::~ActingAs()
 {
     if (!way)
         return;
-    if (!Change(way->meanwhile, way->before))
+    if (!ChangeCredentials(way->meanwhile, way->before))
         std::terminate();
     own = way->ownBefore;
 }

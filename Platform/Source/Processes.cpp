@@ -157,7 +157,7 @@ bool FindSession(DWORD processId, DWORD& session) noexcept
 namespace
 {
 
-HANDLE Open(DWORD access, DWORD processId) noexcept
+HANDLE OpenProcessObject(DWORD access, DWORD processId) noexcept
 {
     constexpr DWORD rights = PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION;
     if (processId == 0 || processId > INT_MAX)
@@ -194,7 +194,7 @@ HANDLE GetCurrentProcess() noexcept
 
 HANDLE OpenProcess(DWORD access, BOOL, DWORD processId) noexcept
 {
-    return Brindle::Vok::Platform::Open(access, processId);
+    return Brindle::Vok::Platform::OpenProcessObject(access, processId);
 }
 
 BOOL ProcessIdToSessionId(DWORD processId, DWORD* sessionId) noexcept

@@ -247,7 +247,7 @@ HandleTable::Unopened<Search> BeginSearch(std::wstring_view text, bool wantsDire
     return {};
 }
 
-HANDLE Find(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
+HANDLE OpenSearch(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
 {
     try
     {
@@ -280,7 +280,7 @@ HANDLE FindFirstFileExW(LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data, 
              (operation != FindExSearchNameMatch && operation != FindExSearchLimitToDirectories))
         code = ERROR_NOT_SUPPORTED;
     if (code == ERROR_SUCCESS)
-        return Find(pattern, operation == FindExSearchLimitToDirectories, *static_cast<WIN32_FIND_DATAW*>(data));
+        return OpenSearch(pattern, operation == FindExSearchLimitToDirectories, *static_cast<WIN32_FIND_DATAW*>(data));
     FailWith(code);
     return INVALID_HANDLE_VALUE;
 }

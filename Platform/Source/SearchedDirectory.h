@@ -1,10 +1,9 @@
 // Directories whose searches are open, and the places in them.
 //
 // While a search is open, what the same thread searches, deletes or makes writable in its directory goes through the
-// search's descriptor.
-// That is faster than a walk along the whole path, and it stays in that very directory, whatever has been put in the
-// place of any directory on the way. A name that the search told of as no link isn't followed if it has become one. A
-// search for a plain name keeps the directory of the name open in the same way.
+// search's descriptor. That is faster than a walk along the whole path, and it stays in that very directory, whatever
+// has been put in the place of any directory on the way. A name that the search told of as no link isn't followed if it
+// has become one. A search for a plain name keeps the directory of the name open in the same way.
 //
 // Of the searches of a thread only so many keep their directories open; those that were opened first are parked, and
 // opened again when their turn comes. So descriptors stay bounded however deep a tree is.
