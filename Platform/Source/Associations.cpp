@@ -94,7 +94,7 @@ struct Desktop
             config = {user.config};
             data = {user.data};
         }
-        Append(config, FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg"));
+        Append(config, FindListedDirectories("XDG_CONFIG_DIRS", configurationOfMachine));
         Append(data, FindListedDirectories("XDG_DATA_DIRS", "/usr/local/share:/usr/share"));
         AppendList(ReadHostVariable("XDG_CURRENT_DESKTOP").value_or(""), ':', names);
         for (std::string& name : names)

@@ -88,7 +88,9 @@ bool FindFolder(Folder const& folder, uid_t user, bool takesSettings, std::strin
 {
     if (folder.base == Base::ofMachine)
     {
-        path = takesSettings ? FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg")[0] : "/etc/xdg";
+        path = configurationOfMachine;
+        if (takesSettings)
+            path = FindListedDirectories("XDG_CONFIG_DIRS", path)[0];
         path += folder.name;
         return true;
     }

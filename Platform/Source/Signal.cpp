@@ -6,8 +6,6 @@
 #include "ShortTurns.h"
 #include "SystemCalls.h"
 
-#include <Brindle/Platform/Waits.h>
-
 #include <algorithm>
 #include <array>
 #include <condition_variable>
