@@ -4,7 +4,7 @@
 
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
-#include "SeenWhole.h"
+#include "PathText.h"
 #include "TextFormat.h"
 #include "UninitializedStorage.h"
 #include "WholeFile.h"
@@ -265,7 +265,7 @@ FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path
     FINDEX_SEARCH_OPS const operation =
         type == FileSystemIterateType::Directories ? FindExSearchLimitToDirectories : FindExSearchNameMatch;
     std::wstring const pattern = directory.ToString() + L"\\*";
-    if (Detail::IsSeenWhole(pattern))
+    if (!Detail::RefuseNul(pattern))
         findHandle.Reset(FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0));
     if (findHandle.IsValid())
     {
