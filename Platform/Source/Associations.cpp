@@ -51,7 +51,7 @@ public:
     {
         constexpr off_t most = 64 << 20; // lists as long as that were made by nobody
         std::optional<std::string> text;
-        if (!ReadSettings(path, text, most))
+        if (!ReadSmallFile(path, text, most))
             code = GetLastError();
         return text;
     }
@@ -94,7 +94,7 @@ struct Desktop
             config = {user.config};
             data = {user.data};
         }
-        Append(config, FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg"));
+        Append(config, FindListedDirectories("XDG_CONFIG_DIRS", configurationOfMachine));
         Append(data, FindListedDirectories("XDG_DATA_DIRS", "/usr/local/share:/usr/share"));
         AppendList(ReadHostVariable("XDG_CURRENT_DESKTOP").value_or(""), ':', names);
         for (std::string& name : names)
@@ -264,7 +264,7 @@ HRESULT FindAssociation(ASSOCF flags, ASSOCSTR kind, std::wstring_view associati
     return text.empty() ? noAssociation : S_OK;
 }
 
-HRESULT Give(std::wstring const& text, ASSOCF flags, LPWSTR out, DWORD& size) noexcept
+HRESULT CopyAnswer(std::wstring const& text, ASSOCF flags, LPWSTR out, DWORD& size) noexcept
 {
     auto const needed = static_cast<DWORD>(text.size() + 1);
     DWORD const given = std::exchange(size, needed);
@@ -276,7 +276,7 @@ HRESULT Give(std::wstring const& text, ASSOCF flags, LPWSTR out, DWORD& size) no
     return fits ? S_OK : E_POINTER;
 }
 
-HRESULT Query(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR out, LPDWORD size) noexcept
+HRESULT AnswerQuery(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR out, LPDWORD size) noexcept
 {
     if (!assoc || !size || kind < ASSOCSTR_COMMAND || kind >= ASSOCSTR_MAX || (flags & ~knownFlags) != 0)
         return E_INVALIDARG;
@@ -286,7 +286,7 @@ HRESULT Query(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR 
     {
         std::wstring text;
         HRESULT const result = FindAssociation(flags, kind, assoc, extra ? extra : L"", text);
-        return result == S_OK ? Give(text, flags, out, *size) : result;
+        return result == S_OK ? CopyAnswer(text, flags, out, *size) : result;
     }
     catch (std::bad_alloc const&)
     {
@@ -300,7 +300,7 @@ HRESULT Query(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR 
 HRESULT AssocQueryStringW(ASSOCF flags, ASSOCSTR kind, LPCWSTR assoc, LPCWSTR extra, LPWSTR out, LPDWORD size) noexcept
 {
     DWORD const lastError = GetLastError();
-    HRESULT const result = Brindle::Vok::Platform::Query(flags, kind, assoc, extra, out, size);
+    HRESULT const result = Brindle::Vok::Platform::AnswerQuery(flags, kind, assoc, extra, out, size);
     SetLastError(lastError);
     return result;
 }

@@ -1,5 +1,6 @@
 #include "DirectoryWatch.h"
 #include "FileObject.h"
+#include "Forks.h"
 #include "HostErrors.h"
 
 #include <Brindle/Platform/Changes.h>
@@ -8,7 +9,6 @@
 
 #include <cstdint>
 #include <mutex>
-#include <pthread.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -35,9 +35,7 @@ DWORD CodeAgainst(FileObject const& file, void const* buffer, BOOL subtree, DWOR
 // For the watches of all files; their own work is done without it.
 constinit std::mutex watchesMutex;
 
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { watchesMutex.lock(); }, [] { watchesMutex.unlock(); }, [] { watchesMutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<watchesMutex>();
 
 std::shared_ptr<DirectoryWatch> WatchOf(FileObject const& file) noexcept
 {

@@ -1,5 +1,6 @@
 #include "CodePages.h"
 
+#include "Descriptor.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 #include "Utf.h"
@@ -10,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <iconv.h>
-#include <string_view>
 
 namespace Brindle::Vok::Platform::CodePages
 {
@@ -107,12 +107,10 @@ private:
     // not read one. So it is not asked while there is no descriptor for it.
     bool DescriptorIsFree() noexcept
     {
-        int const probe = SystemCalls::Open(AT_FDCWD, "/", O_PATH | O_CLOEXEC, 0);
-        if (probe < 0)
-            error = CodeFromHost(errno);
-        else
-            SystemCalls::Close(probe);
-        return probe >= 0;
+        if (OpenHost(AT_FDCWD, "/", O_PATH))
+            return true;
+        error = CodeFromHost(errno);
+        return false;
     }
 
     iconv_t descriptor = reinterpret_cast<iconv_t>(-1);

@@ -9,7 +9,6 @@
 #include <Brindle/Platform/Files.h>
 
 #include <chrono>
-#include <new>
 #include <sys/resource.h>
 
 namespace Brindle::Vok::Platform

@@ -11,7 +11,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-bool Remove(HostPath const& path) noexcept
+bool RemoveDirectoryAt(HostPath const& path) noexcept
 {
     if (path.IsRoot())
         return FailWith(ERROR_ACCESS_DENIED);
@@ -33,7 +33,7 @@ bool Remove(HostPath const& path) noexcept
     return errno == EEXIST ? FailWith(ERROR_DIR_NOT_EMPTY) : FailOnPath(path, errno);
 }
 
-bool Make(HostPath const& path) noexcept
+bool MakeDirectoryAt(HostPath const& path) noexcept
 {
     if (Uninterrupted([&] { return SystemCalls::MakeDirectory(path.Text(), 0777); }) == 0)
         return true;
@@ -49,12 +49,12 @@ BOOL CreateDirectoryW(LPCWSTR text, LPSECURITY_ATTRIBUTES security) noexcept
     if (security && security->lpSecurityDescriptor)
         return FailWith(ERROR_NOT_SUPPORTED);
     HostPath path;
-    return path.Assign(text) && Make(path);
+    return path.Assign(text) && MakeDirectoryAt(path);
 }
 
 BOOL RemoveDirectoryW(LPCWSTR text) noexcept
 {
     using namespace Brindle::Vok::Platform;
     HostPath path;
-    return path.Assign(text) && Remove(path);
+    return path.Assign(text) && RemoveDirectoryAt(path);
 }

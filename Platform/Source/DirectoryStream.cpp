@@ -1,5 +1,6 @@
 #include "DirectoryStream.h"
 
+#include "Descriptor.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -38,8 +39,7 @@ int OpenPath(std::string const& path) noexcept
             end = path.rfind('/', begin + sizeof piece - 1);
         path.copy(piece, end - begin, begin);
         piece[end - begin] = 0;
-        int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-        int const opened = Uninterrupted([&] { return SystemCalls::Open(directory, piece, flags, 0); });
+        int const opened = OpenHost(directory, piece, O_PATH | O_DIRECTORY).Release();
         int const error = errno;
         if (directory >= 0)
             SystemCalls::Close(directory);

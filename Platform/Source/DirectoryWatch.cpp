@@ -1,8 +1,8 @@
 #include "DirectoryWatch.h"
 
+#include "Clock.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <algorithm>
 #include <climits>

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "ChangeQueue.h"
-#include "Sharing.h"
+#include "Forks.h"
 #include "Signal.h"
 #include "Surroundings.h"
 

@@ -1,6 +1,7 @@
 #include <Brindle/Platform/Environment.h>
 
 #include "Ascii.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Names.h"
 #include "ProcessEnvironment.h"
@@ -8,12 +9,10 @@
 #include "Utf.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <mutex>
 #include <optional>
-#include <pthread.h>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -27,9 +26,7 @@ namespace
 // The host's environment has no lock of its own, so the calls of this file keep out of each other's way.
 constinit std::mutex environmentMutex;
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild = pthread_atfork(
-    [] { environmentMutex.lock(); }, [] { environmentMutex.unlock(); }, [] { environmentMutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<environmentMutex>();
 
 struct Variable
 {
@@ -37,23 +34,32 @@ struct Variable
     char const* value;
 };
 
-// The host's variable of this name: one that is spelled the same, or else the first that differs in case only.
-std::optional<Variable> FindVariable(std::string_view name)
+// Calls use(variable) for each of the host's variables until it gives false.
+template <class Use>
+void ForEachVariable(Use use)
 {
-    std::optional<Variable> alike;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
     {
         std::string_view const text(*entry);
         auto const end = text.find('=');
-        if (end != name.size() || !EqualWithoutCase(text.substr(0, end), name))
-            continue;
-        Variable const variable{text.substr(0, end), *entry + end + 1};
-        if (variable.name == name)
-            return variable;
-        if (!alike)
-            alike = variable;
+        if (end != text.npos && !use(Variable{text.substr(0, end), *entry + end + 1}))
+            return;
     }
-    return alike;
+}
+
+// The host's variable of this name: one that is spelled the same, or else the first that differs in case only.
+std::optional<Variable> FindVariable(std::string_view name)
+{
+    std::optional<Variable> found;
+    ForEachVariable(
+        [&](Variable const& variable)
+        {
+            bool const isSame = variable.name == name;
+            if (isSame || (!found && EqualWithoutCase(variable.name, name)))
+                found = variable;
+            return !isSame;
+        });
+    return found;
 }
 
 bool IsNameUsable(std::wstring_view name)
@@ -161,13 +167,13 @@ std::vector<std::pair<std::string, std::string>> ReadHostVariables()
 {
     std::lock_guard const lock(environmentMutex);
     std::vector<std::pair<std::string, std::string>> variables;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
-    {
-        std::string_view const text(*entry);
-        auto const end = text.find('=');
-        if (end != 0 && end != text.npos)
-            variables.emplace_back(text.substr(0, end), text.substr(end + 1));
-    }
+    ForEachVariable(
+        [&](Variable const& variable)
+        {
+            if (!variable.name.empty())
+                variables.emplace_back(variable.name, variable.value);
+            return true;
+        });
     return variables;
 }
 

@@ -23,6 +23,12 @@ FILETIME FileTimeOf(struct statx_timestamp const& time) noexcept
     return FileTimeFromHost(time.tv_sec, time.tv_nsec);
 }
 
+// The last change of a file whose file system doesn't keep its birth.
+FILETIME CreationTimeOf(struct statx const& status) noexcept
+{
+    return FileTimeOf(status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
+}
+
 // The status of what the path leads to, or of a link that leads nowhere itself.
 bool GetStatus(HostPath const& path, struct stat& status) noexcept
 {
@@ -115,7 +121,7 @@ EntryStatus StatusOfEntry(int directory, char const* name) noexcept
     result.mode = status.stx_mode;
     result.number = status.stx_ino;
     result.size = S_ISREG(status.stx_mode) ? status.stx_size : 0;
-    result.creation = FileTimeOf(status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
+    result.creation = CreationTimeOf(status);
     result.lastAccess = FileTimeOf(status.stx_atime);
     result.lastWrite = FileTimeOf(status.stx_mtime);
     return result;
@@ -198,7 +204,7 @@ BOOL GetFileTime(HANDLE handle, LPFILETIME creation, LPFILETIME lastAccess, LPFI
     if (SystemCalls::ExtendedStatusAt(file->Descriptor(), "", AT_EMPTY_PATH, wanted, &status) != 0)
         return FailWithHost(errno);
     if (creation)
-        *creation = FileTimeOf(status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime);
+        *creation = CreationTimeOf(status);
     if (lastAccess)
         *lastAccess = FileTimeOf(status.stx_atime);
     if (lastWrite)

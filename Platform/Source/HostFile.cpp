@@ -8,7 +8,7 @@ namespace Brindle::Vok::Platform
 namespace
 {
 
-bool CountsAsNone(int error) noexcept
+bool MeansNoFile(int error) noexcept
 {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG || error == EACCES ||
            error == ENXIO;
@@ -16,19 +16,14 @@ bool CountsAsNone(int error) noexcept
 
 } // namespace
 
-Descriptor OpenHost(int directory, char const* path, int flags) noexcept
-{
-    return Descriptor(Uninterrupted([&] { return SystemCalls::Open(directory, path, flags | O_CLOEXEC, 0); }));
-}
-
-bool ReadSettings(std::string const& path, std::optional<std::string>& content, off_t most)
+bool ReadSmallFile(std::string const& path, std::optional<std::string>& content, off_t most)
 {
     content.reset();
     ReadOnlyFile const file(path.c_str());
     if (!file.IsOpen())
-        return CountsAsNone(errno) || FailWithHost(errno);
+        return MeansNoFile(errno) || FailWithHost(errno);
     struct stat status;
-    if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+    if (SystemCalls::Status(file.Get(), &status) != 0)
         return FailWithHost(errno);
     if (!S_ISREG(status.st_mode) || status.st_size > most)
         return true;
@@ -51,6 +46,17 @@ bool ReadWorkingDirectory(std::string& directory)
             return FailWithHost(errno);
     }
     directory.resize(directory.find('\0'));
+    return true;
+}
+
+bool MakeAbsolute(std::string& path)
+{
+    if (path.starts_with('/'))
+        return true;
+    std::string directory;
+    if (!ReadWorkingDirectory(directory))
+        return false;
+    path = directory + '/' + path;
     return true;
 }
 

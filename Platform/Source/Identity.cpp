@@ -1,5 +1,6 @@
 #include "Identity.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -11,7 +12,6 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
-#include <pthread.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -142,7 +142,7 @@ bool ReadSecureBits(int& bits) noexcept
     return bits >= 0 || FailWithHost(errno);
 }
 
-bool Read(Credentials& credentials)
+bool ReadCredentials(Credentials& credentials)
 {
     if (!ReadIds(credentials.users, credentials.groups) || !ReadOtherGroups(credentials.otherGroups) ||
         !ReadCapabilities(credentials.capabilities))
@@ -164,7 +164,7 @@ KnownCredentials const* FindEqual(KnownCredentials const* from, Credentials cons
 Credentials const* Publish()
 {
     auto fresh = std::make_unique<KnownCredentials>();
-    if (!Read(fresh->credentials))
+    if (!ReadCredentials(fresh->credentials))
         return nullptr;
     fresh->older = newest.load(std::memory_order_acquire);
     do
@@ -293,7 +293,7 @@ void SetAmbient(std::uint64_t from, std::uint64_t to) noexcept
             SystemCalls::ChangeAmbient(PR_CAP_AMBIENT_RAISE, bit);
 }
 
-bool Refuse(int error) noexcept
+bool FailToChange(int error) noexcept
 {
     if (error == EAGAIN)
         return FailWith(ERROR_NO_SYSTEM_RESOURCES);
@@ -304,9 +304,7 @@ bool Refuse(int error) noexcept
 /// One thread at a time changes, as some of what is kept belongs to the process.
 constinit std::mutex changing;
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { changing.lock(); }, [] { changing.unlock(); }, [] { changing.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<changing>();
 
 /// Keeps what the kernel takes away with every change of ids: that the process may be dumped and traced by those who
 /// have its rights, and the signal that the thread gets when its parent ends.
@@ -346,11 +344,11 @@ bool TakeBack(Credentials const& from, Credentials const& to, std::size_t made) 
 }
 
 /// All or nothing: when one change is refused, those before it are taken back.
-bool Change(Credentials const& from, Credentials const& to) noexcept
+bool ChangeCredentials(Credentials const& from, Credentials const& to) noexcept
 {
     KeptSettings const kept;
     if (!Raise(from.capabilities))
-        return Refuse(errno);
+        return FailToChange(errno);
     std::size_t made = 0;
     while (made < std::size(changes) && changes[made](from, to))
         ++made;
@@ -362,7 +360,7 @@ bool Change(Credentials const& from, Credentials const& to) noexcept
     int const error = errno;
     if (!TakeBack(from, to, made))
         std::terminate();
-    return Refuse(error);
+    return FailToChange(error);
 }
 
 /// The process's own ids stay as they are.
@@ -400,12 +398,12 @@ bool IsThereAWayBack(Credentials const& process, Credentials const& other) noexc
 bool ActAs(Identity const& identity, Credentials& present, Credentials& changed)
 {
     Credentials const* process;
-    if (!FindOwn(process) || (!process && !(process = Publish())) || !Read(present))
+    if (!FindOwn(process) || (!process && !(process = Publish())) || !ReadCredentials(present))
         return false;
     changed = MakeCredentials(identity, *process);
     if (!IsThereAWayBack(*process, changed))
         return FailWith(ERROR_PRIVILEGE_NOT_HELD);
-    if (!Change(present, changed))
+    if (!ChangeCredentials(present, changed))
         return false;
     own = process;
     return true;
@@ -461,7 +459,7 @@ bool ActAsProcess()
     Credentials present;
     if (!FindOwn(process))
         return false;
-    if (process && (!Read(present) || !Change(present, *process)))
+    if (process && (!ReadCredentials(present) || !ChangeCredentials(present, *process)))
         return false;
     own = nullptr;
     return true;
@@ -486,7 +484,7 @@ ActingAs::~ActingAs()
 {
     if (!way)
         return;
-    if (!Change(way->meanwhile, way->before))
+    if (!ChangeCredentials(way->meanwhile, way->before))
         std::terminate();
     own = way->ownBefore;
 }

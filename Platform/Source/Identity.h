@@ -37,12 +37,12 @@ bool FindImpersonated(Identity& identity);
 /// one user's rights beside another one's.
 bool ActAs(Identity const& identity);
 
-/// Whether the calling thread has begun to act as somebody and not gone back.
-bool IsActing() noexcept;
-
 /// The same for the process's own identity. Succeeds on a thread that doesn't impersonate. The ambient capabilities of
 /// the process come back only as far as the kernel allows, as having fewer is safe.
 bool ActAsProcess();
+
+/// Whether the calling thread has begun to act as somebody and not gone back.
+bool IsActing() noexcept;
 
 /// Lets the calling thread act as somebody for its own life, and then as before. Where the kernel refuses that the
 /// process is ended.

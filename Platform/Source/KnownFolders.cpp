@@ -77,7 +77,7 @@ std::string const& DirectoryOf(Base base, XdgDirectories const& user) noexcept
 bool FindInUserDirs(Folder const& folder, XdgDirectories const& user, bool takesSettings, std::string& path)
 {
     std::optional<std::string> file;
-    if (takesSettings && !ReadSettings(user.config + "/user-dirs.dirs", file))
+    if (takesSettings && !ReadSmallFile(user.config + "/user-dirs.dirs", file))
         return false;
     path = FindUserDirectory(file.value_or(""), folder.name, user.home)
                .value_or(folder.id == FOLDERID_Desktop ? user.home + "/Desktop" : user.home);
@@ -88,7 +88,9 @@ bool FindFolder(Folder const& folder, uid_t user, bool takesSettings, std::strin
 {
     if (folder.base == Base::ofMachine)
     {
-        path = takesSettings ? FindListedDirectories("XDG_CONFIG_DIRS", "/etc/xdg")[0] : "/etc/xdg";
+        path = configurationOfMachine;
+        if (takesSettings)
+            path = FindListedDirectories("XDG_CONFIG_DIRS", path)[0];
         path += folder.name;
         return true;
     }
@@ -111,7 +113,9 @@ bool MakeWithParents(std::string const& path, mode_t mode)
     for (std::size_t end = 0; end != path.npos;)
     {
         end = path.find('/', end + 1);
-        if (SystemCalls::MakeDirectory(path.substr(0, end).c_str(), mode) != 0 && errno != EEXIST)
+        std::string const directory = path.substr(0, end);
+        bool const made = Uninterrupted([&] { return SystemCalls::MakeDirectory(directory.c_str(), mode); }) == 0;
+        if (!made && errno != EEXIST)
             return FailWithHost(errno);
     }
     return true;

@@ -33,7 +33,7 @@ bool IsForThisMachine(Header const& header) noexcept
 }
 
 // Takes one segment into account. False for one that the file doesn't hold.
-bool Add(Segment const& segment, std::uint64_t fileSize, LibraryFile& library) noexcept
+bool TakeSegment(Segment const& segment, std::uint64_t fileSize, LibraryFile& library) noexcept
 {
     library.isProgram |= segment.p_type == PT_INTERP;
     if (segment.p_type != PT_LOAD)
@@ -66,7 +66,7 @@ LibraryFile ExamineOpen(ReadOnlyFile const& file, std::uint64_t fileSize) noexce
         auto const offset = static_cast<off_t>(header.e_phoff + at * sizeof segment);
         if (ssize_t const count = file.ReadAt(offset, &segment, sizeof segment); count != sizeof segment)
             return FailedToRead(count);
-        if (!Add(segment, fileSize, library))
+        if (!TakeSegment(segment, fileSize, library))
             return {ERROR_BAD_EXE_FORMAT};
     }
     return library;
@@ -80,7 +80,7 @@ LibraryFile ExamineLibrary(char const* path) noexcept
     if (!file.IsOpen())
         return {errno == ENOENT || errno == ENOTDIR ? DWORD{ERROR_MOD_NOT_FOUND} : CodeFromHost(errno)};
     struct stat status;
-    if (SystemCalls::Status(file.Descriptor(), &status) != 0)
+    if (SystemCalls::Status(file.Get(), &status) != 0)
         return {CodeFromHost(errno)};
     if (S_ISDIR(status.st_mode))
         return {ERROR_ACCESS_DENIED};

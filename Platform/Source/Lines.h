@@ -11,9 +11,14 @@ namespace Brindle::Vok::Platform
 
 inline constexpr std::string_view blanks = " \t\r";
 
-inline std::string_view WithoutBlanks(std::string_view text) noexcept
+inline void SkipBlanks(std::string_view& text) noexcept
 {
     text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+}
+
+inline std::string_view WithoutBlanks(std::string_view text) noexcept
+{
+    SkipBlanks(text);
     return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
 
@@ -28,7 +33,7 @@ inline std::string_view TakePart(std::string_view& text, char separator) noexcep
 /// Takes the first word; empty when there is none.
 inline std::string_view TakeWord(std::string_view& text) noexcept
 {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    SkipBlanks(text);
     std::string_view const word = text.substr(0, text.find_first_of(blanks));
     text.remove_prefix(word.size());
     return word;

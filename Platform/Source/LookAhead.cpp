@@ -1,8 +1,8 @@
 #include "LookAhead.h"
 
+#include "Clock.h"
 #include "SystemCalls.h"
 #include "Threads.h"
-#include "ToldStatus.h"
 
 #include <algorithm>
 #include <csignal>

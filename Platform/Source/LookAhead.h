@@ -12,7 +12,7 @@
 #pragma once
 
 #include "FileStatus.h"
-#include "Sharing.h"
+#include "Forks.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,6 +1,7 @@
 #include "Mappings.h"
 
 #include "Ascii.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "HostFile.h"
 #include "SystemCalls.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <pthread.h>
 #include <set>
 #include <utility>
 #include <vector>
@@ -51,9 +51,7 @@ Mappings& TheMappings()
     return mappings;
 }
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 std::size_t IndexOf(wchar_t letter)
 {
@@ -77,7 +75,7 @@ bool IsServerName(std::wstring_view name)
 }
 
 // Absolute, so that it stays the same when the working directory changes, and without a separator at the end.
-bool MakeAbsolute(std::string const& directory, std::string& absolute)
+bool FindDirectory(std::string const& directory, std::string& absolute)
 {
     if (directory.empty())
         return FailWith(ERROR_PATH_NOT_FOUND);
@@ -88,14 +86,9 @@ bool MakeAbsolute(std::string const& directory, std::string& absolute)
         return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromHost(errno));
     if (!S_ISDIR(status.st_mode))
         return FailWith(ERROR_DIRECTORY);
-    absolute.clear();
-    if (directory.front() != '/')
-    {
-        if (!ReadWorkingDirectory(absolute))
-            return false;
-        absolute += '/';
-    }
-    absolute += directory;
+    absolute = directory;
+    if (!MakeAbsolute(absolute))
+        return false;
     absolute.resize(absolute.find_last_not_of('/') + 1);
     return true;
 }
@@ -110,7 +103,7 @@ bool MapDrive(wchar_t letter, std::string const& directory)
             if (!IsLetter(letter))
                 return FailWith(ERROR_INVALID_DRIVE);
             std::string absolute;
-            if (UpperCase(letter) != L'C' && !MakeAbsolute(directory, absolute))
+            if (UpperCase(letter) != L'C' && !FindDirectory(directory, absolute))
                 return false;
             std::lock_guard const lock(mutex);
             Mappings& mappings = TheMappings();
@@ -143,7 +136,7 @@ bool MapShare(std::wstring const& server, std::wstring const& share, std::string
             if (!IsServerName(server) || !IsShareName(share))
                 return FailWith(ERROR_INVALID_NAME);
             std::string absolute;
-            if (!MakeAbsolute(directory, absolute))
+            if (!FindDirectory(directory, absolute))
                 return false;
             std::lock_guard const lock(mutex);
             Mappings& mappings = TheMappings();
@@ -167,7 +160,7 @@ bool MapRegistry(HKEY root, std::string const& directory)
             if (!IsRegistryRoot(root))
                 return FailWith(ERROR_INVALID_HANDLE);
             std::string absolute;
-            if (!MakeAbsolute(directory, absolute))
+            if (!FindDirectory(directory, absolute))
                 return false;
             std::lock_guard const lock(mutex);
             std::string const& known = *TheMappings().directories.insert(std::move(absolute)).first;

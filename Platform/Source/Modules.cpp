@@ -1,5 +1,6 @@
 #include <Brindle/Platform/Modules.h>
 
+#include "Descriptor.h"
 #include "HandleTable.h"
 #include "HostErrors.h"
 #include "HostFile.h"
@@ -72,18 +73,6 @@ bool ReadExecutable(std::string& path)
     constexpr std::string_view mark = " (deleted)";
     if (path.ends_with(mark) && !IsExecutable(path.c_str()))
         path.resize(path.size() - mark.size());
-    return true;
-}
-
-// Makes a relative path start at the root. False with the last error set.
-bool MakeAbsolute(std::string& path)
-{
-    if (path.starts_with('/'))
-        return true;
-    std::string directory;
-    if (!ReadWorkingDirectory(directory))
-        return false;
-    path = directory + '/' + path;
     return true;
 }
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <cwchar>
 #include <new>
 #include <type_traits>
 

@@ -1,9 +1,10 @@
 #include "OtherProcesses.h"
 
+#include "Clock.h"
+#include "Descriptor.h"
 #include "HostErrors.h"
 #include "RangeLock.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <atomic>
 #include <chrono>
@@ -121,7 +122,7 @@ bool LookAgain(std::chrono::nanoseconds now) noexcept
 // A number that is given anew was closed by the host, whatever it stood for.
 void OpenCommonFile(int& descriptor) noexcept
 {
-    int const opened = Uninterrupted([] { return SystemCalls::Open(AT_FDCWD, commonFile, O_RDONLY | O_CLOEXEC, 0); });
+    int const opened = OpenHost(AT_FDCWD, commonFile, O_RDONLY).Release();
     for (int* const each : {&presenceDescriptor, &inheritedDescriptor, &relianceDescriptor})
         if (*each == opened)
             *each = -1;

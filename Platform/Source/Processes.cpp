@@ -1,7 +1,7 @@
 #include "Processes.h"
 
+#include "Descriptor.h"
 #include "HostErrors.h"
-#include "HostFile.h"
 #include "ReadOnlyFile.h"
 
 #include <Brindle/Platform/Security.h>
@@ -26,21 +26,16 @@ public:
     static constexpr Kinds kinds = KindsOf(Kind::process);
 
     ProcessObject() noexcept : Object(Kind::process) {}
-    ~ProcessObject() override
-    {
-        if (descriptor >= 0)
-            SystemCalls::Close(descriptor);
-    }
 
     bool HasEnded() const noexcept
     {
-        pollfd ended{descriptor, POLLIN, 0};
+        pollfd ended{descriptor.Get(), POLLIN, 0};
         timespec const atOnce{};
         return Uninterrupted([&] { return SystemCalls::Poll(&ended, 1, &atOnce); }) > 0;
     }
 
     pid_t process = 0;
-    int descriptor = -1; // none for the calling process
+    Descriptor descriptor; // none for the calling process
 };
 
 struct ProcPath
@@ -127,7 +122,7 @@ bool FindSubjectOfProcess(HANDLE process, TokenSubject& found)
         auto const object = HandleTable::Find<ProcessObject>(process);
         if (!object)
             return false;
-        if (object->process != self || object->descriptor >= 0)
+        if (object->process != self || object->descriptor)
             return FindSubjectOfOther(*object, found);
     }
     return FindSession(static_cast<DWORD>(self), found.session) && FindProcessIdentity(found.identity);
@@ -162,7 +157,7 @@ bool FindSession(DWORD processId, DWORD& session) noexcept
 namespace
 {
 
-HANDLE Open(DWORD access, DWORD processId) noexcept
+HANDLE OpenProcessObject(DWORD access, DWORD processId) noexcept
 {
     constexpr DWORD rights = PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION;
     if (processId == 0 || processId > INT_MAX)
@@ -175,8 +170,8 @@ HANDLE Open(DWORD access, DWORD processId) noexcept
     object->process = static_cast<pid_t>(processId);
     if (object->process == SystemCalls::GetProcess())
         return object.Open();
-    object->descriptor = SystemCalls::OpenProcess(object->process);
-    if (object->descriptor < 0)
+    object->descriptor = Descriptor(SystemCalls::OpenProcess(object->process));
+    if (!object->descriptor)
         return errno == ESRCH ? FailWith<HANDLE>(ERROR_INVALID_PARAMETER) : FailWith<HANDLE>(CodeFromHost(errno));
     bool const mayOpen = (access & PROCESS_QUERY_INFORMATION) == 0 || MayLookInto(object->process);
     if (object->HasEnded())
@@ -199,7 +194,7 @@ HANDLE GetCurrentProcess() noexcept
 
 HANDLE OpenProcess(DWORD access, BOOL, DWORD processId) noexcept
 {
-    return Brindle::Vok::Platform::Open(access, processId);
+    return Brindle::Vok::Platform::OpenProcessObject(access, processId);
 }
 
 BOOL ProcessIdToSessionId(DWORD processId, DWORD* sessionId) noexcept

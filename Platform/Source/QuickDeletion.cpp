@@ -1,7 +1,7 @@
 #include "QuickDeletion.h"
 
+#include "Forks.h"
 #include "OtherProcesses.h"
-#include "Sharing.h"
 
 #include <atomic>
 #include <mutex>

@@ -1,10 +1,10 @@
 #include <Brindle/Platform/Registry.h>
 
 #include "Ascii.h"
+#include "Descriptor.h"
 #include "DirectoryStream.h"
 #include "HandleTable.h"
 #include "HostErrors.h"
-#include "HostFile.h"
 #include "Mappings.h"
 #include "Strings.h"
 #include "Utf.h"

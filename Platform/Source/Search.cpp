@@ -1,3 +1,4 @@
+#include "Descriptor.h"
 #include "FileStatus.h"
 #include "HandleTable.h"
 #include "HostErrors.h"
@@ -94,11 +95,11 @@ bool Search::Open(HostPath const& path)
     Place const place(path);
     if (!place.IsReachable())
         return false;
-    int const flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (place.RefusesLinks() ? O_NOFOLLOW : 0);
-    int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), place.Name(), flags, 0); });
-    if (descriptor >= 0)
+    int const flags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | (place.RefusesLinks() ? O_NOFOLLOW : 0);
+    Descriptor opened = OpenHost(place.Directory(), place.Name(), flags);
+    if (opened)
     {
-        directory = SearchedDirectory::Remember(descriptor, std::move(absolute), true);
+        directory = SearchedDirectory::Remember(std::move(opened), std::move(absolute), true);
         return true;
     }
     int const error = errno;
@@ -123,11 +124,11 @@ bool Search::FindPlainName(HostPath const& path, WIN32_FIND_DATAW& data)
     std::string const name = absolute.substr(absolute.rfind('/') + 1);
     absolute.resize(std::max<std::size_t>(absolute.size() - name.size(), 2) - 1);
     char const* const parent = place.IsSearched() ? "." : absolute.c_str();
-    int const flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-    int const descriptor = Uninterrupted([&] { return SystemCalls::Open(place.Directory(), parent, flags, 0); });
-    if (descriptor < 0)
+    Descriptor opened = OpenHost(place.Directory(), parent, O_PATH | O_DIRECTORY);
+    int const descriptor = opened.Get();
+    if (!opened)
         return errno == ENOENT || errno == ENOTDIR ? FailWith(ERROR_PATH_NOT_FOUND) : FailWithHost(errno);
-    directory = SearchedDirectory::Remember(descriptor, std::move(absolute), false);
+    directory = SearchedDirectory::Remember(std::move(opened), std::move(absolute), false);
     isPlain = true;
     EntryStatus const status = StatusOfEntry(descriptor, name.c_str());
     if (status.error != 0)
@@ -189,10 +190,10 @@ EntryStatus Search::Look(DirectoryStream::Entry const& entry, std::chrono::nanos
     toldBefore = toldUnasked;
     if (toldUnasked < entriesOfListing)
     {
-        Stopwatch const stopwatch;
+        TimedLook const look;
         EntryStatus const status = StatusOfEntry(stream.Descriptor(), entry.name);
         if (status.error == 0)
-            holdsUntil = stopwatch.Stop();
+            holdsUntil = look.End();
         return status;
     }
     if (pattern.FitsAll() && !wantsDirectories)
@@ -246,7 +247,7 @@ HandleTable::Unopened<Search> BeginSearch(std::wstring_view text, bool wantsDire
     return {};
 }
 
-HANDLE Find(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
+HANDLE OpenSearch(LPCWSTR text, bool wantsDirectories, WIN32_FIND_DATAW& data) noexcept
 {
     try
     {
@@ -279,7 +280,7 @@ HANDLE FindFirstFileExW(LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data, 
              (operation != FindExSearchNameMatch && operation != FindExSearchLimitToDirectories))
         code = ERROR_NOT_SUPPORTED;
     if (code == ERROR_SUCCESS)
-        return Find(pattern, operation == FindExSearchLimitToDirectories, *static_cast<WIN32_FIND_DATAW*>(data));
+        return OpenSearch(pattern, operation == FindExSearchLimitToDirectories, *static_cast<WIN32_FIND_DATAW*>(data));
     FailWith(code);
     return INVALID_HANDLE_VALUE;
 }

@@ -1,5 +1,6 @@
 #include "SearchedDirectory.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
 
@@ -10,7 +11,6 @@
 #include <iterator>
 #include <mutex>
 #include <new>
-#include <pthread.h>
 #include <vector>
 
 namespace Brindle::Vok::Platform
@@ -68,23 +68,16 @@ void SearchedDirectory::StartAnewInChild() noexcept
             each->torn = each;
         std::construct_at(&each->use);
     }
-    listMutex.unlock();
 }
 
-[[maybe_unused]] int const SearchedDirectory::keepsOrderInChild =
-    pthread_atfork([] { listMutex.lock(); }, [] { listMutex.unlock(); }, StartAnewInChild);
+[[maybe_unused]] int const SearchedDirectory::keepsOrderInChild = HoldInForks<listMutex, StartAnewInChild>();
 
-std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(int descriptor, std::string path, bool hasEntries)
+std::shared_ptr<SearchedDirectory> SearchedDirectory::Remember(Descriptor descriptor, std::string path, bool hasEntries)
 {
-    std::unique_ptr<SearchedDirectory> made(new (std::nothrow)
-                                                SearchedDirectory(descriptor, std::move(path), hasEntries));
-    if (!made)
-    {
-        SystemCalls::Close(descriptor);
-        throw std::bad_alloc();
-    }
+    std::unique_ptr<SearchedDirectory> made(new SearchedDirectory(descriptor.Get(), std::move(path), hasEntries));
+    int const number = descriptor.Release();
     std::shared_ptr<SearchedDirectory> const directory(std::move(made));
-    directory->isLocal = IsOnLocalDisk(descriptor);
+    directory->isLocal = IsOnLocalDisk(number);
     {
         std::lock_guard const lock(listMutex);
         directory->owner = NumberOfThisThread();

@@ -1,15 +1,15 @@
 // Directories whose searches are open, and the places in them.
 //
 // While a search is open, what the same thread searches, deletes or makes writable in its directory goes through the
-// search's descriptor.
-// That is faster than a walk along the whole path, and it stays in that very directory, whatever has been put in the
-// place of any directory on the way. A name that the search told of as no link isn't followed if it has become one. A
-// search for a plain name keeps the directory of the name open in the same way.
+// search's descriptor. That is faster than a walk along the whole path, and it stays in that very directory, whatever
+// has been put in the place of any directory on the way. A name that the search told of as no link isn't followed if it
+// has become one. A search for a plain name keeps the directory of the name open in the same way.
 //
 // Of the searches of a thread only so many keep their directories open; those that were opened first are parked, and
 // opened again when their turn comes. So descriptors stay bounded however deep a tree is.
 #pragma once
 
+#include "Descriptor.h"
 #include "DirectoryStream.h"
 #include "Names.h"
 #include "QuickDeletion.h"
@@ -33,8 +33,8 @@ class SearchedDirectory
 public:
     /// Takes over the descriptor, and may park any other directory of the thread, so a Place that was made before must
     /// not be used afterwards. `path` is absolute. From here until Forget() the calling thread's places are found in
-    /// it. May throw std::bad_alloc, and closes the descriptor then.
-    static std::shared_ptr<SearchedDirectory> Remember(int descriptor, std::string path, bool hasEntries);
+    /// it. May throw std::bad_alloc.
+    static std::shared_ptr<SearchedDirectory> Remember(Descriptor descriptor, std::string path, bool hasEntries);
     /// The search has ended, perhaps on another thread.
     void Forget() noexcept;
 

@@ -80,7 +80,7 @@ bool FindImpersonatedBy(HANDLE thread, TokenSubject& found)
 // What a token tells
 
 template <class Value>
-bool Give(Value value, void* information, DWORD length, DWORD* returnLength) noexcept
+bool CopyValue(Value value, void* information, DWORD length, DWORD* returnLength) noexcept
 {
     static_assert(sizeof value == 4);
     *returnLength = sizeof value;
@@ -102,8 +102,8 @@ bool GetInformation(HANDLE token, TOKEN_INFORMATION_CLASS informationClass, void
         return FailWith(ERROR_INVALID_PARAMETER);
     if (!returnLength)
         return FailWith(ERROR_NOACCESS);
-    return informationClass == TokenType ? Give(object->type, information, length, returnLength)
-                                         : Give(object->session, information, length, returnLength);
+    return informationClass == TokenType ? CopyValue(object->type, information, length, returnLength)
+                                         : CopyValue(object->session, information, length, returnLength);
 }
 
 bool Impersonate(HANDLE token)

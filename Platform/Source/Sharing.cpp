@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <pthread.h>
 
 namespace Brindle::Vok::Platform
 {
@@ -154,10 +153,6 @@ int LockWhole(int descriptor, int operation) noexcept
     bool const locked = Uninterrupted([&] { return SystemCalls::LockWhole(descriptor, operation | LOCK_NB); }) == 0;
     return locked ? 0 : errno;
 }
-
-[[maybe_unused]] int const countsForks = pthread_atfork(
-    nullptr, [] { forksMade.fetch_add(1, std::memory_order_relaxed); },
-    [] { forksDescended.fetch_add(1, std::memory_order_relaxed); });
 
 DWORD CodeOfRefusedLock(int error, DWORD shares) noexcept
 {

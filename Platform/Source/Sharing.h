@@ -11,13 +11,13 @@
 // the opening withdraw, wait a moment and try again, so that one of two racing openings succeeds.
 #pragma once
 
+#include "Forks.h"
 #include "HandleCounts.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Files.h>
 
-#include <sys/single_threaded.h>
 #include <utility>
 
 namespace Brindle::Vok::Platform
@@ -37,30 +37,6 @@ inline constexpr DWORD allShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHA
 
 /// Sleeps for a moment of random length that grows with the attempts, 20 microseconds to about 3 milliseconds.
 void PauseForOthers(int attempt) noexcept;
-
-/// Forks since the process started: those it made, and those that led to it.
-struct ForkCounts
-{
-    unsigned made = 0;
-    unsigned descended = 0;
-};
-
-// Counted by the handlers in Sharing.cpp. Here, so that opening and closing a file call no function for them.
-inline constinit std::atomic<unsigned> forksMade{0};
-inline constinit std::atomic<unsigned> forksDescended{0};
-
-inline ForkCounts CurrentForks() noexcept
-{
-    return {forksMade.load(std::memory_order_relaxed), forksDescended.load(std::memory_order_relaxed)};
-}
-
-/// Whether a child process may hold a copy of a descriptor that was opened at that count. With other threads around one
-/// may be starting a program this very moment, in ways that call no handler.
-inline bool MayBeCopied(ForkCounts const& then) noexcept
-{
-    ForkCounts const now = CurrentForks();
-    return now.descended == then.descended && (now.made != then.made || !__libc_single_threaded);
-}
 
 /// An open descriptor and the locks that it holds. The locks belong to the open file, which a child process shares from
 /// its fork until it runs its program. So where there may be such a child, closing gives the locks back by name instead

@@ -1,11 +1,10 @@
 #include "Signal.h"
 
+#include "Clock.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "ShortTurns.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
-
-#include <Brindle/Platform/Waits.h>
 
 #include <algorithm>
 #include <array>
@@ -53,15 +52,14 @@ int OpenAlarm() noexcept
     return alarm = SystemCalls::MakeEventDescriptor(0, EFD_CLOEXEC | EFD_NONBLOCK);
 }
 
-// A child has only the thread that made it, and nobody to unlock what another thread had locked. To wake from an alarm
-// of before would be to wake the parent's thread.
-[[maybe_unused]] int const keepsOrderInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
-                                                              []
-                                                              {
-                                                                  ++currentProcess;
-                                                                  CloseAlarm();
-                                                                  mutex.unlock();
-                                                              });
+// To wake from an alarm of before would be to wake the parent's thread.
+void StartAnewInChild() noexcept
+{
+    ++currentProcess;
+    CloseAlarm();
+}
+
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex, StartAnewInChild>();
 
 timespec TimeUntil(std::chrono::nanoseconds until) noexcept
 {

@@ -14,6 +14,8 @@
 
 #include "HandleTable.h"
 
+#include <Brindle/Platform/Waits.h>
+
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -127,13 +129,13 @@ public:
     std::shared_ptr<Signal> const signal;
 };
 
-inline constexpr std::size_t mostSignals = 64;
+inline constexpr std::size_t mostSignals = MAXIMUM_WAIT_OBJECTS;
 
 /// Gets what the calling thread needs to wait for operations, which it keeps, so that a wait can't fail for want of it.
 /// False with the last error set.
 bool PrepareToWait() noexcept;
 
-/// Waits until one of at most 64 signals is set, or all, and takes it or them. Gives the first one's place.
+/// Waits until one of at most `mostSignals` signals is set, or all, and takes it or them. Gives the first one's place.
 /// WAIT_TIMEOUT at the deadline, on the clock of TimeNow, which may be PendingOperation::never, or 0 to look only;
 /// WAIT_FAILED with the last error set when the host can't wait.
 DWORD WaitForSignals(std::span<Signal* const> signals, bool all, std::chrono::nanoseconds deadline) noexcept;

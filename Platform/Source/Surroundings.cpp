@@ -1,14 +1,14 @@
 #include "Surroundings.h"
 
+#include "Clock.h"
 #include "DirectoryWatch.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "SystemCalls.h"
-#include "ToldStatus.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <new>
-#include <pthread.h>
 #include <sys/inotify.h>
 #include <utility>
 
@@ -32,12 +32,7 @@ constinit std::mutex currentMutex;
 constinit Current current;
 
 // A child's own ones are others: what it read of its parent's would be lost to that.
-[[maybe_unused]] int const hasItsOwnInChild = pthread_atfork([] { currentMutex.lock(); }, [] { currentMutex.unlock(); },
-                                                             []
-                                                             {
-                                                                 current.one.reset();
-                                                                 currentMutex.unlock();
-                                                             });
+[[maybe_unused]] int const hasItsOwnInChild = HoldInForks<currentMutex, [] { current.one.reset(); }>();
 
 bool HasParent(int directory) noexcept
 {

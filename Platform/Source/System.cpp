@@ -45,7 +45,7 @@ bool FindDomain(std::string_view name, std::string& domain)
         return true;
     }
     std::optional<std::string> hosts;
-    if (!ReadSettings("/etc/hosts", hosts))
+    if (!ReadSmallFile("/etc/hosts", hosts))
         return false;
     domain.clear();
     std::string_view rest = hosts ? std::string_view(*hosts) : std::string_view();

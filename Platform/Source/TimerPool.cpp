@@ -1,5 +1,6 @@
 #include "TimerPool.h"
 
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Identity.h"
 #include "ShortTurns.h"
@@ -31,7 +32,7 @@ constexpr unsigned monotonic = 1;
 /// As many stay as long as there are timers: one that runs a callback, and one to take over.
 constexpr unsigned leastThreads = 2;
 constexpr unsigned mostThreads = 500;
-constexpr timespec whileThatIsTooLong{0, 1'000'000};
+constexpr timespec shortPause{0, 1'000'000};
 constexpr std::int64_t mostWaiting = 2 * ticksInMillisecond;
 constexpr int idleMilliseconds = 5000;
 
@@ -80,7 +81,7 @@ bool AreProcessorsBusy(std::int64_t time, std::int64_t processTime) noexcept
 void BeTheProcess() noexcept
 {
     while (!RevertToSelf() && GetLastError() == ERROR_NOT_ENOUGH_MEMORY)
-        SystemCalls::Sleep(&whileThatIsTooLong);
+        SystemCalls::Sleep(&shortPause);
     if (IsActing())
         std::terminate(); // the next function would run as somebody
 }
@@ -88,13 +89,13 @@ void BeTheProcess() noexcept
 } // namespace
 
 // A child has none of the threads, and shares the descriptors with its parent.
-[[maybe_unused]] int const TimerPool::startsAnewInChild = pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); },
-                                                                         []
-                                                                         {
-                                                                             if (pool)
-                                                                                 pool->Forget();
-                                                                             mutex.unlock();
-                                                                         });
+void TimerPool::StartAnewInChild() noexcept
+{
+    if (pool)
+        pool->Forget();
+}
+
+[[maybe_unused]] int const TimerPool::startsAnewInChild = HoldInForks<mutex, StartAnewInChild>();
 
 TimerPool& TimerPool::Get() noexcept
 {
@@ -418,7 +419,7 @@ bool TimerPool::NeedsMoreThreads(Lock& lock) noexcept
     std::int64_t const before = TicksOf(CLOCK_MONOTONIC);
     std::int64_t const processBefore = TicksOf(CLOCK_PROCESS_CPUTIME_ID);
     lock.unlock();
-    SystemCalls::Sleep(&whileThatIsTooLong);
+    SystemCalls::Sleep(&shortPause);
     lock.lock();
     if (begun == begunBefore)
         return true;

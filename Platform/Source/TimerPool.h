@@ -98,6 +98,7 @@ private:
     bool MayTake(Lock& lock) noexcept;
     bool NeedsMoreThreads(Lock& lock) noexcept;
 
+    static void StartAnewInChild() noexcept;
     static int const startsAnewInChild;
 
     std::condition_variable finished;

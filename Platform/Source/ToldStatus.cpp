@@ -1,6 +1,6 @@
 #include "ToldStatus.h"
 
-#include "SystemCalls.h"
+#include "Clock.h"
 
 #include <algorithm>
 #include <atomic>
@@ -16,33 +16,16 @@ constexpr std::int64_t looksToLearnFrom = 16;
 std::atomic<std::int64_t> looks{0};
 std::atomic<std::int64_t> shortestLook{1'000}; // nanoseconds
 
-std::chrono::nanoseconds TimeOf(clockid_t clock) noexcept
-{
-    timespec now{};
-    SystemCalls::GetTime(clock, &now);
-    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
-}
-
 } // namespace
-
-std::chrono::nanoseconds TimeNow() noexcept
-{
-    return TimeOf(CLOCK_MONOTONIC);
-}
-
-std::chrono::nanoseconds ApproximateTimeNow() noexcept
-{
-    return TimeOf(CLOCK_MONOTONIC_COARSE);
-}
 
 bool ToldStatus::Holds() const noexcept
 {
     return holdsUntil.count() != 0 && TimeNow() < holdsUntil;
 }
 
-Stopwatch::Stopwatch() noexcept : start(TimeNow()) {}
+TimedLook::TimedLook() noexcept : start(TimeNow()) {}
 
-std::chrono::nanoseconds Stopwatch::Stop() const noexcept
+std::chrono::nanoseconds TimedLook::End() const noexcept
 {
     std::chrono::nanoseconds const now = TimeNow();
     std::int64_t const look = (now - start).count();

@@ -23,21 +23,16 @@ struct ToldStatus
     std::chrono::nanoseconds holdsUntil{0};
 };
 
-/// Takes the time of a look.
-class Stopwatch
+/// A look that takes its time.
+class TimedLook
 {
 public:
-    Stopwatch() noexcept;
+    TimedLook() noexcept;
     /// Until when what was learned holds; zero for a look that took so long that it was held up.
-    std::chrono::nanoseconds Stop() const noexcept;
+    std::chrono::nanoseconds End() const noexcept;
 
 private:
     std::chrono::nanoseconds start;
 };
-
-/// Since some moment that stays the same.
-std::chrono::nanoseconds TimeNow() noexcept;
-/// The same a few milliseconds late, in a fraction of the time.
-std::chrono::nanoseconds ApproximateTimeNow() noexcept;
 
 } // namespace Brindle::Vok::Platform

@@ -2,17 +2,10 @@
 
 #include "Lines.h"
 
-#include <algorithm>
-
 namespace Brindle::Vok::Platform
 {
 namespace
 {
-
-void SkipBlanks(std::string_view& text) noexcept
-{
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-}
 
 bool Skip(std::string_view& text, std::string_view expected) noexcept
 {

@@ -2,6 +2,7 @@
 
 #include "Ascii.h"
 #include "EnvironmentFile.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "HostFile.h"
 #include "Names.h"
@@ -15,9 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <pthread.h>
 #include <string>
-#include <string_view>
 
 namespace Brindle::Vok::Platform
 {
@@ -47,13 +46,11 @@ std::map<void*, std::unique_ptr<wchar_t[]>>& Blocks()
     return blocks;
 }
 
-// A child must not wait for a thread that it doesn't have.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 // Under the spelling that is added, which may be another one.
 template <class Text>
-void Put(std::map<Text, Text, LessWithoutCase>& variables, Text name, Text value)
+void ReplaceVariable(std::map<Text, Text, LessWithoutCase>& variables, Text name, Text value)
 {
     variables.erase(name);
     variables.emplace(std::move(name), std::move(value));
@@ -62,10 +59,10 @@ void Put(std::map<Text, Text, LessWithoutCase>& variables, Text name, Text value
 bool AddSystem(HostVariables& variables)
 {
     std::optional<std::string> file;
-    if (!ReadSettings("/etc/environment", file))
+    if (!ReadSmallFile("/etc/environment", file))
         return false;
     for (auto& [name, value] : ParseEnvironmentFile(file.value_or("")))
-        Put(variables, std::move(name), std::move(value));
+        ReplaceVariable(variables, std::move(name), std::move(value));
     return true;
 }
 
@@ -90,19 +87,19 @@ void AddUser(Variables& variables, User const& user)
 {
     std::wstring const name = ToWide(user.name);
     std::wstring const home = WindowsPathFromHost(user.home);
-    Put<std::wstring>(variables, L"USERNAME", name);
-    Put<std::wstring>(variables, L"USERPROFILE", home);
-    Put<std::wstring>(variables, L"HOMEDRIVE", home.substr(0, 2));
-    Put<std::wstring>(variables, L"HOMEPATH", home.substr(2));
-    Put<std::wstring>(variables, L"APPDATA", WindowsPathFromHost(user.home + "/.config"));
-    Put<std::wstring>(variables, L"LOCALAPPDATA", WindowsPathFromHost(user.home + "/.local/share"));
-    Put<std::wstring>(variables, L"USER", name);
-    Put<std::wstring>(variables, L"LOGNAME", name);
-    Put<std::wstring>(variables, L"HOME", ToWide(user.home));
-    Put<std::wstring>(variables, L"SHELL", ToWide(user.shell));
+    ReplaceVariable<std::wstring>(variables, L"USERNAME", name);
+    ReplaceVariable<std::wstring>(variables, L"USERPROFILE", home);
+    ReplaceVariable<std::wstring>(variables, L"HOMEDRIVE", home.substr(0, 2));
+    ReplaceVariable<std::wstring>(variables, L"HOMEPATH", home.substr(2));
+    ReplaceVariable<std::wstring>(variables, L"APPDATA", WindowsPathFromHost(user.home + "/.config"));
+    ReplaceVariable<std::wstring>(variables, L"LOCALAPPDATA", WindowsPathFromHost(user.home + "/.local/share"));
+    ReplaceVariable<std::wstring>(variables, L"USER", name);
+    ReplaceVariable<std::wstring>(variables, L"LOGNAME", name);
+    ReplaceVariable<std::wstring>(variables, L"HOME", ToWide(user.home));
+    ReplaceVariable<std::wstring>(variables, L"SHELL", ToWide(user.shell));
 }
 
-bool Collect(HANDLE token, bool inherit, Variables& variables)
+bool CollectVariables(HANDLE token, bool inherit, Variables& variables)
 {
     Identity identity;
     User user;
@@ -153,7 +150,7 @@ BOOL CreateEnvironmentBlock(LPVOID* block, HANDLE token, BOOL inherit) noexcept
         [&]
         {
             Variables variables;
-            if (!Collect(token, inherit != FALSE, variables))
+            if (!CollectVariables(token, inherit != FALSE, variables))
                 return false;
             *block = MakeBlock(variables);
             return true;

@@ -22,7 +22,7 @@ namespace
 bool ReadList(char const* path, std::optional<std::string>& list)
 {
     constexpr off_t most = 64 << 20;
-    return ReadSettings(path, list, most);
+    return ReadSmallFile(path, list, most);
 }
 
 /// Whether a line of the list of groups, "name:password:number:user,user", says that somebody is in a group.

@@ -3,6 +3,7 @@
 #include "FileObject.h"
 #include "HostErrors.h"
 #include "PortableExecutable.h"
+#include "ReadOnlyFile.h"
 #include "SystemCalls.h"
 
 #include <Brindle/Platform/Files.h>
@@ -50,21 +51,11 @@ public:
 
     DWORD Read(std::uint64_t offset, std::span<unsigned char> target) noexcept override
     {
-        while (!target.empty())
-        {
-            ssize_t const count = Uninterrupted(
-                [&] {
-                    return SystemCalls::ReadAt(file->Descriptor(), target.data(), target.size(),
-                                               static_cast<off_t>(offset));
-                });
-            if (count < 0)
-                return CodeFromHost(errno);
-            if (count == 0)
-                return ERROR_HANDLE_EOF; // somebody cut it meanwhile
-            offset += static_cast<std::uint64_t>(count);
-            target = target.subspan(static_cast<std::size_t>(count));
-        }
-        return ERROR_SUCCESS;
+        ssize_t const count = ReadWholeAt(file->Descriptor(), static_cast<off_t>(offset), target.data(), target.size());
+        if (count < 0)
+            return CodeFromHost(errno);
+        // Somebody may have cut it meanwhile.
+        return static_cast<std::size_t>(count) == target.size() ? ERROR_SUCCESS : ERROR_HANDLE_EOF;
     }
 
 private:
@@ -74,7 +65,7 @@ private:
 };
 
 // Opens the file and finds its version. False with the last error set.
-bool Find(LPCWSTR path, ImageFile& image, VersionResource& version) noexcept
+bool FindVersion(LPCWSTR path, ImageFile& image, VersionResource& version) noexcept
 {
     if (!image.Open(path))
         return false;
@@ -82,11 +73,11 @@ bool Find(LPCWSTR path, ImageFile& image, VersionResource& version) noexcept
     return version.code == ERROR_SUCCESS || FailWith(version.code);
 }
 
-bool Copy(LPCWSTR path, std::span<unsigned char> target) noexcept
+bool CopyVersion(LPCWSTR path, std::span<unsigned char> target) noexcept
 {
     ImageFile image;
     VersionResource version;
-    if (!Find(path, image, version))
+    if (!FindVersion(path, image, version))
         return false;
     DWORD const code = image.Read(version.offset, target.first(std::min<std::size_t>(target.size(), version.size)));
     return code == ERROR_SUCCESS || FailWith(code);
@@ -102,7 +93,7 @@ DWORD GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle) noexcept
         *handle = 0;
     ImageFile image;
     VersionResource version;
-    return Find(path, image, version) ? version.size : 0;
+    return FindVersion(path, image, version) ? version.size : 0;
 }
 
 BOOL GetFileVersionInfoW(LPCWSTR path, DWORD, DWORD size, LPVOID data) noexcept
@@ -110,5 +101,5 @@ BOOL GetFileVersionInfoW(LPCWSTR path, DWORD, DWORD size, LPVOID data) noexcept
     using namespace Brindle::Vok::Platform;
     if (!data)
         return FailWith(ERROR_INVALID_PARAMETER);
-    return Copy(path, {static_cast<unsigned char*>(data), size});
+    return CopyVersion(path, {static_cast<unsigned char*>(data), size});
 }

@@ -1,6 +1,7 @@
+#include "Clock.h"
+#include "Forks.h"
 #include "HostErrors.h"
 #include "Signal.h"
-#include "ToldStatus.h"
 
 #include <Brindle/Platform/ErrorCodes.h>
 #include <Brindle/Platform/Waits.h>
@@ -9,7 +10,6 @@
 #include <array>
 #include <map>
 #include <mutex>
-#include <pthread.h>
 #include <string>
 
 namespace Brindle::Vok::Platform
@@ -29,9 +29,7 @@ Names& TheNames()
 // Guards the names.
 constinit std::mutex mutex;
 
-// A child has only the thread that made it, and nobody to unlock what another thread had locked.
-[[maybe_unused]] int const keepsOrderInChild =
-    pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
+[[maybe_unused]] int const keepsOrderInChild = HoldInForks<mutex>();
 
 /// Makes a signal, or gives the one that has the name. May throw std::bad_alloc.
 std::shared_ptr<Signal> MakeOrFind(std::wstring_view name, bool& isNew, auto make)
@@ -53,7 +51,7 @@ std::shared_ptr<Signal> MakeOrFind(std::wstring_view name, bool& isNew, auto mak
     return signal;
 }
 
-HANDLE Create(Kind kind, LPSECURITY_ATTRIBUTES security, LPCWSTR name, auto make) noexcept
+HANDLE CreateSignal(Kind kind, LPSECURITY_ATTRIBUTES security, LPCWSTR name, auto make) noexcept
 {
     if (security && security->lpSecurityDescriptor)
         return FailWith<HANDLE>(ERROR_NOT_SUPPORTED);
@@ -75,7 +73,7 @@ HANDLE Create(Kind kind, LPSECURITY_ATTRIBUTES security, LPCWSTR name, auto make
 }
 
 /// Null with ERROR_INVALID_HANDLE for what isn't of the kind.
-HandleTable::Reference<SignalObject> Find(HANDLE handle, Kind kind) noexcept
+HandleTable::Reference<SignalObject> FindSignal(HANDLE handle, Kind kind) noexcept
 {
     auto object = HandleTable::Find<SignalObject>(handle);
     if (object && object->kind == kind)
@@ -104,12 +102,13 @@ using namespace Brindle::Vok::Platform;
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR name) noexcept
 {
     Signal::Type const type = manualReset ? Signal::Type::manualReset : Signal::Type::autoReset;
-    return Create(Kind::event, security, name, [&] { return std::make_shared<Signal>(type, initialState ? 1 : 0, 1); });
+    return CreateSignal(Kind::event, security, name,
+                        [&] { return std::make_shared<Signal>(type, initialState ? 1 : 0, 1); });
 }
 
 BOOL SetEvent(HANDLE event) noexcept
 {
-    auto const object = Find(event, Kind::event);
+    auto const object = FindSignal(event, Kind::event);
     if (!object)
         return FALSE;
     object->signal->Set();
@@ -118,7 +117,7 @@ BOOL SetEvent(HANDLE event) noexcept
 
 BOOL ResetEvent(HANDLE event) noexcept
 {
-    auto const object = Find(event, Kind::event);
+    auto const object = FindSignal(event, Kind::event);
     if (!object)
         return FALSE;
     object->signal->Reset();
@@ -129,13 +128,13 @@ HANDLE CreateSemaphoreW(LPSECURITY_ATTRIBUTES security, LONG initialCount, LONG 
 {
     if (initialCount < 0 || maximumCount < 1 || initialCount > maximumCount)
         return FailWith<HANDLE>(ERROR_INVALID_PARAMETER);
-    return Create(Kind::semaphore, security, name,
-                  [&] { return std::make_shared<Signal>(Signal::Type::semaphore, initialCount, maximumCount); });
+    return CreateSignal(Kind::semaphore, security, name,
+                        [&] { return std::make_shared<Signal>(Signal::Type::semaphore, initialCount, maximumCount); });
 }
 
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LPLONG previousCount) noexcept
 {
-    auto const object = Find(semaphore, Kind::semaphore);
+    auto const object = FindSignal(semaphore, Kind::semaphore);
     if (!object)
         return FALSE;
     if (count < 1)

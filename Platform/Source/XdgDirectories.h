@@ -22,6 +22,8 @@ struct XdgDirectories
 /// host's database and what is below it. False with ERROR_NO_SUCH_USER or the host's failure.
 bool FindXdgDirectories(uid_t user, bool takesVariables, XdgDirectories& found);
 
+inline constexpr char const* configurationOfMachine = "/etc/xdg";
+
 /// The absolute directories of a variable that lists them, or those of the default list.
 std::vector<std::string> FindListedDirectories(char const* variable, std::string_view defaults);
 

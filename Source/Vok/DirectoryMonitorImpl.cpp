@@ -3,7 +3,7 @@
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/Log.h>
 
-#include "SeenWhole.h"
+#include "PathText.h"
 
 #include <utility>
 
@@ -88,7 +88,7 @@ void DirInfo::ProcessNotifications(DirectoryChangeCallback const& callback)
 
 HANDLE DirInfo::OpenDirectory(std::wstring const& text)
 {
-    if (!Detail::IsSeenWhole(text))
+    if (Detail::RefuseNul(text))
         return INVALID_HANDLE_VALUE;
     // Without FILE_SHARE_DELETE on purpose: what is watched stays where it is.
     return CreateFileW(text.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,

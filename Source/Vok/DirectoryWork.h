@@ -5,7 +5,7 @@
 #include <Brindle/Vok/Error.h>
 #include <Brindle/Vok/Path.h>
 
-#include "SeenWhole.h"
+#include "PathText.h"
 
 namespace Brindle::Vok::Detail
 {
@@ -16,7 +16,7 @@ template <class CreateParent>
 void MakeDirectory(Location const& location, Path const& path, CreateParent createParent)
 {
     auto const create = [&path]
-    { return IsSeenWhole(path.ToString()) && CreateDirectoryW(path.ToString().c_str(), nullptr); };
+    { return !RefuseNul(path.ToString()) && CreateDirectoryW(path.ToString().c_str(), nullptr); };
     if (create() || GetLastError() == ERROR_ALREADY_EXISTS)
         return;
     bool const lacksParent = GetLastError() == ERROR_PATH_NOT_FOUND && !path.DirectoryNormalized().empty();

@@ -5,7 +5,7 @@
 #include "DirectoryWork.h"
 #include "FileSystemImpl.h"
 #include "Missing.h"
-#include "SeenWhole.h"
+#include "PathText.h"
 #include "TextFormat.h"
 #include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
@@ -264,7 +264,7 @@ FileSystemIterator::FileSystemIterator(std::shared_ptr<FileSystem> service, Path
     FINDEX_SEARCH_OPS const operation =
         type == FileSystemIterateType::Directories ? FindExSearchLimitToDirectories : FindExSearchNameMatch;
     std::wstring const pattern = directory.ToString() + L"\\*";
-    if (Detail::IsSeenWhole(pattern))
+    if (!Detail::RefuseNul(pattern))
         findHandle.Reset(FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &findData, operation, nullptr, 0));
     if (findHandle.IsValid())
     {

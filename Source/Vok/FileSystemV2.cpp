@@ -7,7 +7,7 @@
 #include "DirectoryWork.h"
 #include "FileSystemV2Impl.h"
 #include "Missing.h"
-#include "SeenWhole.h"
+#include "PathText.h"
 #include "TextFormat.h"
 #include "ThrowIfFailed.h"
 #include "UninitializedStorage.h"
@@ -298,7 +298,7 @@ std::vector<std::shared_ptr<IPathInfo>> Directory::PathInfos(std::wstring filter
     Brindle::Vok::Path const pattern = Brindle::Vok::Path::Join(Path(), std::move(filter));
     WIN32_FIND_DATAW data;
     HandleOwner<Detail::FindHandleTraits> search;
-    if (Detail::IsSeenWhole(pattern.ToString()))
+    if (!Detail::RefuseNul(pattern.ToString()))
         search.Reset(FindFirstFileW(pattern.ToString().c_str(), &data));
     if (!search.IsValid())
     {
@@ -384,7 +384,7 @@ std::span<unsigned char const> Behind(std::span<unsigned char const> mark, std::
 
 bool File::Delete(Error& error)
 {
-    auto const deleteIt = [this] { return Detail::IsSeenWhole(ToString()) && DeleteFileW(ToString().c_str()); };
+    auto const deleteIt = [this] { return !Detail::RefuseNul(ToString()) && DeleteFileW(ToString().c_str()); };
     if (deleteIt())
         return true;
     if (GetLastError() == ERROR_FILE_NOT_FOUND)

@@ -3,7 +3,7 @@
 #include <Brindle/Vok/Log.h>
 #include <Brindle/Vok/UnImpersonator.h>
 
-#include "SeenWhole.h"
+#include "PathText.h"
 #include "ThrowIfFailed.h"
 
 #include <algorithm>
@@ -37,7 +37,7 @@ FileOwner CreateOwned(wchar_t const* path, unsigned long access, unsigned long s
 FileOwner CreateOwned(std::wstring const& path, unsigned long access, unsigned long share,
                       SECURITY_ATTRIBUTES* security, unsigned long disposition, unsigned long flags, void* templateFile)
 {
-    if (!Detail::IsSeenWhole(path))
+    if (Detail::RefuseNul(path))
         return {};
     return CreateOwned(path.c_str(), access, share, security, disposition, flags, templateFile);
 }
@@ -215,7 +215,7 @@ std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path)
 
 std::vector<unsigned char> VokGetFileVersionInfo(std::wstring const& path, Error& error)
 {
-    DWORD const size = Detail::IsSeenWhole(path) ? GetFileVersionInfoSizeW(path.c_str(), nullptr) : 0;
+    DWORD const size = Detail::RefuseNul(path) ? 0 : GetFileVersionInfoSizeW(path.c_str(), nullptr);
     std::vector<unsigned char> data(size);
     if (size == 0 || !GetFileVersionInfoW(path.c_str(), 0, size, data.data()))
     {

@@ -525,7 +525,7 @@ std::vector<Row> Table::Rows()
         {"`SHGetKnownFolderPath`, music", result([=] { return knownFolder(FOLDERID_Music, KF_FLAG_DONT_VERIFY); }),
          {none, badReads, shortReads, noMemory}},
         {"`SHGetKnownFolderPath`, make", result([=] { return knownFolder(FOLDERID_InternetCache, KF_FLAG_CREATE); }),
-         {At("mkdir", MakeDirectory, {ENOSPC})}},
+         {At("mkdir", MakeDirectory, {ENOSPC, EINTR})}},
         {"`RegOpenKeyExW`", result(opensKey), {none, At("getdents64", ReadDirectory, {EIO}), noMemory}},
         {"`AssocQueryStringW`", result([=] { return *count = 100, AssocQueryStringW(0, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, text, count); }),
          {none, badReads, shortReads, noMemory}},

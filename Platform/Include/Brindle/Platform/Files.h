@@ -20,9 +20,9 @@
 // - Handles of one file that share something slow each other down when they are many: a thousand are opened in 30
 //   milliseconds, eight thousand in three seconds.
 // - Files whose size the host doesn't know, such as those of /proc, have size 0 here and still hold what ReadFile
-// gives.
+//   gives.
 // - A write that starts at a size limit (RLIMIT_FSIZE) which was set after the file was opened raises the host's
-// signal.
+//   signal.
 #pragma once
 
 #include <Brindle/Platform/Types.h>

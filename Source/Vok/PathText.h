@@ -8,19 +8,19 @@
 namespace Brindle::Vok::Detail
 {
 
-/// False, with ERROR_INVALID_NAME as the last error, for a text with a NUL.
-inline bool IsSeenWhole(std::wstring const& text) noexcept
+/// True, with ERROR_INVALID_NAME as the last error, for a text with a NUL.
+inline bool RefuseNul(std::wstring const& text) noexcept
 {
     if (text.find(L'\0') == std::wstring::npos)
-        return true;
+        return false;
     SetLastError(ERROR_INVALID_NAME);
-    return false;
+    return true;
 }
 
 /// GetFileAttributesW of the whole text. INVALID_FILE_ATTRIBUTES with the last error set on failure.
 inline DWORD AttributesOf(std::wstring const& path) noexcept
 {
-    return IsSeenWhole(path) ? GetFileAttributesW(path.c_str()) : INVALID_FILE_ATTRIBUTES;
+    return RefuseNul(path) ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(path.c_str());
 }
 
 } // namespace Brindle::Vok::Detail
