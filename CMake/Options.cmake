@@ -2,7 +2,7 @@
 # wherever the tree was built, and the sanitizers that were asked for.
 add_library(Vok2Options INTERFACE)
 target_compile_features(Vok2Options INTERFACE cxx_std_20)
-file(RELATIVE_PATH sourceFromBuild ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_BINARY_DIR} OUTPUT_VARIABLE sourceFromBuild)
 target_compile_options(Vok2Options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
