@@ -143,8 +143,9 @@ public:
 private:
     static asio::io_context& Context()
     {
-        static asio::io_context context;
-        static auto const work = asio::make_work_guard(context);
+        // Neither goes at the end of the process, when the thread still uses them.
+        static asio::io_context& context = *new asio::io_context;
+        static auto const& work [[maybe_unused]] = *new auto(asio::make_work_guard(context));
         if constexpr (hasThread) [[maybe_unused]]
             static std::thread* const thread = new std::thread([] { context.run(); });
         return context;
