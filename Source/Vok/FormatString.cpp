@@ -16,10 +16,11 @@ namespace
 /// Up to this length the result is made on the stack, which spares the pass that finds out its length.
 constexpr std::size_t shortLength = 128;
 
-bool BeginsInAscii(std::wstring_view text)
+template <class Unit>
+bool BeginsInAscii(std::basic_string_view<Unit> text)
 {
-    std::wstring_view const begin = text.substr(0, shortLength);
-    return std::all_of(begin.begin(), begin.end(), [](wchar_t unit) { return unit < 0x80; });
+    std::basic_string_view<Unit> const begin = text.substr(0, shortLength);
+    return std::all_of(begin.begin(), begin.end(), [](Unit unit) { return unit >= 0 && unit < 0x80; });
 }
 
 /// ASCII has as many bytes as units, so that one pass does it. Any other text does not fit and gives false.
@@ -68,12 +69,14 @@ std::wstring Utf8ToWide(std::string_view text)
     if (text.empty() || text.size() > Detail::longestText)
         return result;
     int const length = static_cast<int>(text.size());
-    if (text.size() <= shortLength)
+    if (text.size() <= shortLength || BeginsInAscii(text))
     {
         // There are at most as many units as bytes, and in ASCII just as many.
         Detail::ResizeUninitialized(result, text.size());
         int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), length);
         result.resize(static_cast<std::size_t>(written));
+        if (result.size() < text.size() / 2)
+            result.shrink_to_fit();
         return result;
     }
     int const size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
