@@ -3,6 +3,7 @@
 
 #include <Brindle/Vok/Path.h>
 
+#include "FindLast.h"
 #include "PathNormalization.h"
 
 #include <algorithm>
@@ -75,7 +76,7 @@ private:
     /// stays in the name; only text that isn't normalised has one: `C:\\x`.
     std::size_t EndOfDirectory() const noexcept
     {
-        std::size_t const last = remainder.rfind(separator);
+        std::size_t const last = FindLast(remainder, separator);
         return last != missing && last > BehindRoot() ? last : BehindRoot();
     }
 
@@ -89,12 +90,12 @@ private:
 /// What stands before the last dot of a last component; all of it if there is no dot.
 inline std::wstring_view WithoutExtension(std::wstring_view name) noexcept
 {
-    return name.substr(0, name.rfind(L'.'));
+    return name.substr(0, FindLast(name, L'.'));
 }
 /// The last dot of a last component and what stands behind it; empty if there is no dot.
 inline std::wstring_view ExtensionWithDot(std::wstring_view name) noexcept
 {
-    return name.substr(std::min(name.rfind(L'.'), name.size()));
+    return name.substr(std::min(FindLast(name, L'.'), name.size()));
 }
 
 } // namespace Brindle::Vok::Detail

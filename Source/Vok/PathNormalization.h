@@ -15,6 +15,7 @@
 // other.)
 #pragma once
 
+#include "FindLast.h"
 #include "Separators.h"
 
 #include <algorithm>
@@ -183,9 +184,7 @@ inline std::size_t NormalizeNonExtendedLengthPath(std::wstring_view text, wchar_
 /// empty. This spares the walk over the whole text, which the Parse row of the benchmark shows.
 inline std::wstring_view FindPlainName(std::wstring_view text) noexcept
 {
-    std::size_t begin = text.size();
-    while (begin > 0 && !IsSeparatorOfAnyKind(text[begin - 1]))
-        --begin;
+    std::size_t const begin = FindLast(text, separator, L'/') + 1;
     std::wstring_view const name = text.substr(begin);
     if (begin == 0 || begin == text.size() || DotsAt(text, begin) != 0)
         return {};
