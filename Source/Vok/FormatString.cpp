@@ -117,21 +117,43 @@ void FormatInto(StackBuffer<Char>& buffer, Char const* format,
     fmt::vformat_to(Iterator(buffer), fmt::basic_string_view<Char>(format), arguments);
 }
 
-/// The one place where a failed format turns into the format itself. `make` makes the result from a view.
-template <class Char, class Make>
-auto FormatOrFallBack(Char const* format, fmt::basic_format_args<fmt::buffer_context<Char>> arguments, Make make)
+/// What a failed format gives; in a handler.
+template <class Char>
+std::basic_string<Char> FallBack(Char const* format)
 {
-    StackBuffer<Char> buffer;
+    Char const* const fallback = HandleFormatException(format);
+    return fallback == nullptr ? std::basic_string<Char>() : fallback;
+}
+
+template <class Char>
+std::basic_string<Char> FormatOrFallBack(Char const* format,
+                                         fmt::basic_format_args<fmt::buffer_context<Char>> arguments)
+{
+    try
+    {
+        StackBuffer<Char> buffer;
+        FormatInto(buffer, format, arguments);
+        return std::basic_string<Char>(UpToNul(buffer));
+    }
+    catch (std::exception const&)
+    {
+        return FallBack(format);
+    }
+}
+
+/// The same as UTF-8. What the conversion throws isn't the format's failure.
+std::string FormatOrFallBackAsUtf8(wchar_t const* format, fmt::wformat_args arguments)
+{
+    StackBuffer<wchar_t> buffer;
     try
     {
         FormatInto(buffer, format, arguments);
     }
     catch (std::exception const&)
     {
-        Char const* const fallback = HandleFormatException(format);
-        return make(fallback == nullptr ? std::basic_string_view<Char>() : fallback);
+        return WideToUtf8(FallBack(format));
     }
-    return make(UpToNul(buffer));
+    return WideToUtf8(UpToNul(buffer));
 }
 
 /// The text was made before anyone is asked whether it is wanted.
@@ -181,19 +203,19 @@ wchar_t const* HandleFormatException(wchar_t const* format)
 
 std::string FormatNarrow(char const* format, fmt::format_args arguments)
 {
-    return FormatOrFallBack<char>(format, arguments, [](std::string_view text) { return std::string(text); });
+    return FormatOrFallBack(format, arguments);
 }
 
 std::wstring FormatWide(wchar_t const* format, fmt::wformat_args arguments)
 {
-    return FormatOrFallBack<wchar_t>(format, arguments, [](std::wstring_view text) { return std::wstring(text); });
+    return FormatOrFallBack(format, arguments);
 }
 
 std::string FormatWideAsUtf8(wchar_t const* format, fmt::wformat_args arguments)
 {
     try
     {
-        return FormatOrFallBack<wchar_t>(format, arguments, [](std::wstring_view text) { return WideToUtf8(text); });
+        return FormatOrFallBackAsUtf8(format, arguments);
     }
     catch (std::system_error const&) // a subscriber of the failure's statement may throw one, say
     {

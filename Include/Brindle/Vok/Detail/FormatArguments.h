@@ -71,12 +71,23 @@ concept Streamable = requires(std::basic_ostream<Char>& stream, T const& value)
     stream << value;
 };
 
-/// An enumeration of its own operator; the standard ones, which would print a number, don't count.
+/// A class or enumeration with an operator of its own; the stream's own ones, which would print a number or an address,
+/// don't count.
 template <class T, class Char>
-concept HasOwnInsertion = std::is_enum_v<T> && requires(std::basic_ostream<Char>& stream, T const& value)
+concept HasOwnInsertion = requires(std::basic_ostream<Char>& stream, T const& value)
 {
     operator<<(stream, value);
 };
+
+/// Whether a value is printed by an operator of that width.
+template <class T, class Char>
+concept PrintsItself = HasOwnInsertion<T, Char> ||(!std::is_enum_v<T> && Streamable<T, Char>);
+
+/// A class that converts to a C string and says nothing else of how it is printed, such as _bstr_t.
+template <class T, class Char>
+concept ConvertsToText =
+    std::is_class_v<T> && std::convertible_to<T const&, Char const*> && !HasOwnInsertion<T, char> &&
+    !HasOwnInsertion<T, wchar_t>;
 
 template <class Char>
 constexpr std::basic_string_view<Char> TextOrNull(Char const* text)
@@ -109,8 +120,8 @@ auto AdaptText(std::wstring_view text)
 }
 
 template <class T>
-concept ForeignString =
-    std::same_as<T, WideStringAtl> || std::same_as<T, NarrowStringAtl> || std::same_as<T, Legacy::CString>;
+concept ForeignString = std::derived_from<T, WideStringAtl> || std::derived_from<T, NarrowStringAtl> ||
+    std::derived_from<T, Legacy::CString>;
 
 /// A foreign string, which goes through FormatParameter or FormatParameterW when it is formatted.
 template <class T>
@@ -137,11 +148,15 @@ decltype(auto) Adapt(T const& value)
         return AdaptText<Char>(static_cast<std::string_view>(value));
     else if constexpr (std::convertible_to<T const&, std::wstring_view>)
         return AdaptText<Char>(static_cast<std::wstring_view>(value));
+    else if constexpr (ConvertsToText<T, wchar_t>)
+        return AdaptText<Char>(TextOrNull<wchar_t>(value));
+    else if constexpr (ConvertsToText<T, char>)
+        return AdaptText<Char>(TextOrNull<char>(value));
     else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
         return static_cast<std::underlying_type_t<T>>(value);
     else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)
         return (value);
-    else if constexpr (Streamable<T, char> || Streamable<T, wchar_t>)
+    else if constexpr (PrintsItself<T, char> || PrintsItself<T, wchar_t>)
         return StreamedArgument<T>{value};
     else
         return (value);

@@ -77,7 +77,7 @@ struct fmt::formatter<Brindle::Vok::Detail::StreamedArgument<T>, Char> : fmt::ba
     {
         using Stream = fmt::basic_ostream_formatter<Char>;
         using Text = fmt::formatter<fmt::basic_string_view<Char>, Char>;
-        if constexpr (Brindle::Vok::Detail::Streamable<T, Char>)
+        if constexpr (Brindle::Vok::Detail::PrintsItself<T, Char>)
             return Stream::format(argument.value, context);
         else if constexpr (std::is_same_v<Char, char>)
             return Text::format(Brindle::Vok::WideToUtf8(fmt::format(L"{}", argument)), context);
