@@ -200,11 +200,14 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
             VOK_LOG(error, "Assertion failed: " text);                                                                 \
     } while (false)
 
+#define VOK_DETAIL_JOIN(a, b) VOK_DETAIL_JOIN_EXPANDED(a, b)
+#define VOK_DETAIL_JOIN_EXPANDED(a, b) a##b
+
 /// VOK_LOG_SCOPE() or VOK_LOG_SCOPE(format, arguments...): logs that the enclosing function was entered here and, at
 /// the end of the block, that it was left. The arguments are evaluated only if somebody wants severity info,
 /// although the statements are at trace.
 #define VOK_LOG_SCOPE(...)                                                                                             \
-    ::Brindle::Vok::Detail::LogScope const vokLogScope(                                                                \
+    ::Brindle::Vok::Detail::LogScope const VOK_DETAIL_JOIN(vokLogScope, __LINE__)(                                     \
         __FILE__, VOK_FUNCTION_NAME, __LINE__,                                                                         \
         ::Brindle::Vok::Detail::IsWanted(::Brindle::Vok::Detail::LogScope::highestSeverity)                            \
             ? ::Brindle::Vok::Detail::ScopeText(__VA_ARGS__)                                                           \

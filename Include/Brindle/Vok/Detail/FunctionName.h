@@ -263,7 +263,7 @@ private:
     {
         if (argument.ends_with("..."))
             argument = Trimmed(argument.substr(0, argument.size() - 3));
-        if (argument.empty())
+        if (argument.empty() || (argument[0] >= '0' && argument[0] <= '9'))
             return argument;
         // Searched by hand: under the undefined behaviour sanitizer one compiler can't evaluate the library's search.
         for (std::size_t at = 1; at < clause.size(); ++at)
