@@ -137,10 +137,12 @@ TEST(DirectoryMonitor, IsNotMadeWhenADirectoryCannotBeWatched)
     drive.Write("a/x");
     std::size_t const before = OpenDescriptors();
     std::string const opens = "Start The file was not found. (Windows Error 2). Failed to open directory to monitor ";
-    std::string const reads = "RefreshWatch A parameter is wrong. (Windows Error 87). Failed to ReadDirectoryChanges ";
+    std::string const refuses =
+        "Start The directory's name is not valid. (Windows Error 267). Failed to open directory "
+        "to monitor ";
     std::pair<std::wstring, std::string> const cases[] = {
         {L"ä", opens + WideToUtf8(drive.Path(L"ä"))},
-        {L"file", reads + WideToUtf8(drive.Path(L"file"))},
+        {L"file", refuses + WideToUtf8(drive.Path(L"file"))},
         {std::wstring(L"a\0b", 3), "Start The name or its syntax is wrong. (Windows Error 123). Failed to open "
                                    "directory to monitor " +
                                        WideToUtf8(drive.Path(L"a"))},

@@ -93,8 +93,10 @@ public:
     DirectoryMonitor(DirectoryMonitor const&) = delete;
     DirectoryMonitor& operator=(DirectoryMonitor const&) = delete;
     /// Waits for a callback that is running. None runs after this.
-    virtual ~DirectoryMonitor() = default;
+    virtual ~DirectoryMonitor() = 0;
 };
+
+inline DirectoryMonitor::~DirectoryMonitor() = default;
 
 /// Makes monitors. An implementation is used from any thread.
 class VOK_EXPORT_TYPE DirectoryMonitorFactory
@@ -108,7 +110,7 @@ public:
     /// Watches from its return on. The factory may go then. A directory that comes twice is told of twice; none at all
     /// is nothing to tell of. Throws WindowsError if one can't be watched, and watches none then: 2 or 3 for a missing
     /// one, 3 for an empty path, 5 without the right to read it, 32 while it is open and not shared, 53 for an unknown
-    /// server, 87 for what is no directory, 123 for a text with a NUL, 4 when the host has no descriptor or no inotify
+    /// server, 267 for what is no directory, 123 for a text with a NUL, 4 when the host has no descriptor or no inotify
     /// instance left, 1450 for no watch; std::system_error if no thread can be started.
     ///
     /// One monitor watches up to 63 directories. One with more is made, and ends at once with a statement as
