@@ -3,7 +3,7 @@
 #include <Brindle/Platform/CRuntime.h>
 
 #include <ctime>
-#include <type_traits>
+#include <cwctype>
 
 __time64_t _mktime64(struct tm* time) noexcept
 {
@@ -18,15 +18,26 @@ __time64_t _mktime64(struct tm* time) noexcept
     return seconds;
 }
 
+namespace
+{
+
+// Some locales of the host turn an I into a small letter without a dot, and the platform's don't.
+std::wint_t Folded(wchar_t unit) noexcept
+{
+    auto const value = static_cast<std::wint_t>(unit);
+    return value < 0x80 ? Brindle::Vok::Platform::LowerCase(value) : std::towlower(value);
+}
+
+} // namespace
+
 int _wcsicmp(wchar_t const* a, wchar_t const* b) noexcept
 {
-    using Unit = std::make_unsigned_t<wchar_t>;
     for (;; ++a, ++b)
     {
         if (*a != *b)
         {
-            Unit const foldedA = static_cast<Unit>(Brindle::Vok::Platform::LowerCase(*a));
-            Unit const foldedB = static_cast<Unit>(Brindle::Vok::Platform::LowerCase(*b));
+            std::wint_t const foldedA = Folded(*a);
+            std::wint_t const foldedB = Folded(*b);
             if (foldedA != foldedB)
                 return foldedA < foldedB ? -1 : 1;
         }

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cwctype>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -73,24 +74,24 @@ PathPrefix PrefixOf(std::wstring_view text)
 
 std::wstring const& ToString(PathPrefix prefix)
 {
-    static constexpr std::wstring_view none = L"none";
-    static constexpr std::wstring_view unc = L"unc";
-    static constexpr std::wstring_view extendedLength = L"extendedLength";
-    static constexpr std::wstring_view extendedLengthUnc = L"extendedLengthUnc";
-    static constexpr std::wstring_view unknown = L"unknown PathPrefix";
+    static constexpr std::wstring_view noneText = L"none";
+    static constexpr std::wstring_view uncText = L"unc";
+    static constexpr std::wstring_view extendedLengthText = L"extendedLength";
+    static constexpr std::wstring_view extendedLengthUncText = L"extendedLengthUnc";
+    static constexpr std::wstring_view unknownText = L"unknown PathPrefix";
     switch (prefix)
     {
     case PathPrefix::none:
-        return Lasting<none>();
+        return Lasting<noneText>();
     case PathPrefix::unc:
-        return Lasting<unc>();
+        return Lasting<uncText>();
     case PathPrefix::extendedLength:
-        return Lasting<extendedLength>();
+        return Lasting<extendedLengthText>();
     case PathPrefix::extendedLengthUnc:
-        return Lasting<extendedLengthUnc>();
+        return Lasting<extendedLengthUncText>();
     }
     VOK_LOG(error, "unknown PathPrefix {}", prefix);
-    return Lasting<unknown>();
+    return Lasting<unknownText>();
 }
 
 std::string ToStringA(PathPrefix prefix)
@@ -571,15 +572,22 @@ bool operator!=(Path const& lhs, Path const& rhs)
 namespace
 {
 
-/// Of what _wcsicmp looks at: up to the first NUL, with A to Z folded. The two must agree, or equal paths have
-/// different hashes.
+/// As _wcsicmp folds. The two must agree, or equal paths have different hashes.
+std::uint32_t Folded(wchar_t unit)
+{
+    auto const value = static_cast<std::uint32_t>(unit);
+    if (value >= 0x80)
+        return std::towlower(value);
+    return unit >= L'A' && unit <= L'Z' ? value - L'A' + L'a' : value;
+}
+
+/// Of what _wcsicmp looks at: up to the first NUL.
 std::size_t HashOfFolded(std::wstring_view text)
 {
     std::uint64_t hash = 0xCBF29CE484222325U; // FNV-1a, a code unit at a time
     for (wchar_t const unit : text.substr(0, text.find(L'\0')))
     {
-        wchar_t const folded = unit >= L'A' && unit <= L'Z' ? unit - L'A' + L'a' : unit;
-        hash = (hash ^ static_cast<std::uint32_t>(folded)) * 0x100000001B3U;
+        hash = (hash ^ Folded(unit)) * 0x100000001B3U;
     }
     return static_cast<std::size_t>(hash ^ (hash >> 32));
 }

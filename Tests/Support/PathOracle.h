@@ -4,6 +4,7 @@
 
 #include <Brindle/Vok/Path.h>
 
+#include <cwctype>
 #include <string>
 #include <utility>
 #include <vector>
@@ -326,7 +327,12 @@ private:
         return beginsWithSlash ? text + t : text + L"\\" + t;
     }
 
-    static wchar_t Lower(wchar_t unit) { return unit >= L'A' && unit <= L'Z' ? unit + 32 : unit; }
+    static wchar_t Lower(wchar_t unit)
+    {
+        if (unit >= 0x80)
+            return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(unit)));
+        return unit >= L'A' && unit <= L'Z' ? unit + 32 : unit;
+    }
 
     void LogInMerge(std::string const& message) const
     {

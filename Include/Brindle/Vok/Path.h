@@ -16,8 +16,8 @@
 // what a subscriber of the log throws.
 //
 // A drive is any code unit with a `:` behind it at the text's start. Lengths are UTF-16 code units. `==`, `<`, `>` and
-// the hash take A to Z for a to z and fold nothing else. (Where the platform's own C runtime compares, a locale that
-// the process has set may fold more, and equal paths may then have different hashes.)
+// the hash take A to Z for a to z, and further letters only in a locale that the process has set with setlocale, one
+// unit for one. (So an unordered container of paths doesn't outlive a change of the locale.)
 //
 // There are no `<=`, `>=` and `<=>`: std::sort sorts paths, and a range algorithm with std::less<>. Comparing paths of
 // different prefixes is well defined, but each time a statement at error tells of it, also while a container is sorted
@@ -52,7 +52,7 @@ namespace Brindle::Vok
 {
 
 /// What a path's text begins with.
-enum class PathPrefix : std::int32_t
+enum PathPrefix : std::int32_t
 {
     none = 0,             ///< anything else, such as `C:\`
     unc = 1,              ///< `\\`
