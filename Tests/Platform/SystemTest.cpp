@@ -1,18 +1,6 @@
-#include "SystemCalls.h"
+#include "Support/StandIn.h"
 
-#include <Brindle/Platform/System.h>
-
-#include "Support/HostFaults.h"
-#include "Support/KernelIdentity.h"
-#include "Support/OpenHandle.h"
-#include "Support/TestDrive.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cstring>
-#include <string>
-#include <thread>
 
 using namespace Brindle::Vok::Platform;
 using namespace Brindle::Vok::Testing;
@@ -80,16 +68,6 @@ TEST(ComputerNames, FollowTheHostsNameAndItsListOfHosts)
     }
 }
 
-TEST(ComputerNames, NeedAFormatAndASize)
-{
-    wchar_t buffer[1];
-    DWORD size = 1;
-    for (auto const& [format, text, count] :
-         {std::tuple{-1, buffer, &size}, {8, buffer, &size}, {0, buffer, nullptr}, {0, nullptr, &size}})
-        VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER,
-                        GetComputerNameExW(static_cast<COMPUTER_NAME_FORMAT>(format), text, count));
-}
-
 TEST(UserNames, AreOfTheThreadsEffectiveUser)
 {
     std::string const expected = ::getpwuid(::geteuid())->pw_name;
@@ -102,32 +80,6 @@ TEST(UserNames, AreOfTheThreadsEffectiveUser)
     };
     std::thread(check).join();
     EXPECT_EQ(UserName(), expected);
-}
-
-TEST(UserNames, NeedTheirSizeAndAUserOfThatNumber)
-{
-    auto const needed = static_cast<DWORD>(UserName().size() + 1);
-    wchar_t buffer[257];
-    DWORD size = needed - 1;
-    auto const code = [&](DWORD* size) { return CodeOf([&] { return GetUserNameW(buffer, size); }); };
-    EXPECT_EQ(code(&size), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(size, needed);
-    EXPECT_EQ(code(&size), 0U);
-    EXPECT_EQ(code(nullptr), DWORD{ERROR_INVALID_PARAMETER});
-    SystemCalls::Redirection const unknown(SystemCalls::GetEffectiveUser, [] { return uid_t{3'999'999'999}; });
-    EXPECT_EQ(code(&size), DWORD{ERROR_NO_SUCH_USER});
-    SystemCalls::Redirection const failing(SystemCalls::FindUser, [](auto, auto, auto, std::size_t room, auto)
-                                           { return room < 2048 ? ERANGE : EMFILE; });
-    EXPECT_EQ(code(&size), DWORD{ERROR_TOO_MANY_OPEN_FILES});
-}
-
-TEST(SystemDirectory, GivesItsTextOrTheSizeThatItNeeds)
-{
-    wchar_t buffer[11] = L"kept";
-    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 10) == 11);
-    EXPECT_STREQ(buffer, L"kept");
-    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 11) == 10);
-    EXPECT_STREQ(buffer, L"C:\\usr\\lib");
 }
 
 } // namespace
