@@ -23,16 +23,6 @@ std::wstring ComputerName(int format)
     return name.c_str();
 }
 
-std::string UserName()
-{
-    wchar_t buffer[257];
-    DWORD size = 257;
-    EXPECT_EQ(CodeOf([&] { return GetUserNameW(buffer, &size); }), 0U);
-    std::wstring const name(buffer);
-    EXPECT_EQ(size, name.size() + 1);
-    return {name.begin(), name.end()};
-}
-
 TEST(ComputerNames, FollowTheHostsNameAndItsListOfHosts)
 {
     struct
@@ -66,20 +56,6 @@ TEST(ComputerNames, FollowTheHostsNameAndItsListOfHosts)
             EXPECT_EQ(ComputerName(format), each.names[format % 4]) << each.hosts;
         }
     }
-}
-
-TEST(UserNames, AreOfTheThreadsEffectiveUser)
-{
-    std::string const expected = ::getpwuid(::geteuid())->pw_name;
-    EXPECT_EQ(UserName(), expected);
-    VOK_NEEDS_SUPERUSER();
-    auto const check = []
-    {
-        EXPECT_EQ(::syscall(SYS_setresuid, -1, 65534, -1), 0); // of this thread alone
-        EXPECT_EQ(UserName(), "nobody");
-    };
-    std::thread(check).join();
-    EXPECT_EQ(UserName(), expected);
 }
 
 } // namespace
