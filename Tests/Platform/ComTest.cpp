@@ -33,14 +33,4 @@ TEST(ComError, CountsItsReferences)
     EXPECT_EQ(information.references, 0U);
 }
 
-TEST(ComError, MakesItsTextOnceForEachObject)
-{
-    _com_error error(E_ACCESSDENIED);
-    EXPECT_EQ(error.ErrorMessage(), error.ErrorMessage());
-    _com_error const copy(error);
-    error = _com_error(static_cast<HRESULT>(0x80040201));
-    EXPECT_STREQ(error.ErrorMessage(), L"IDispatch error #1");
-    EXPECT_STREQ(copy.ErrorMessage(), L"Access is denied.");
-}
-
 } // namespace

@@ -163,15 +163,13 @@ TEST_F(Files, SizesAreThoseOfTheMoment)
 {
     OpenHandle const file = Open(drive.Path(L"file"), readWrite, 0, CREATE_NEW);
     LARGE_INTEGER size;
-    for (long long const expected : {0LL, 7LL, 5'000'000'000LL})
+    for (long long const expected : {0LL, 5'000'000'000LL})
     {
         ASSERT_EQ(::truncate(drive.Host("file").c_str(), expected), 0);
         VOK_EXPECT_CODE(0, GetFileSizeEx(file.Get(), &size));
         EXPECT_EQ(size.QuadPart, expected);
     }
-    VOK_EXPECT_CODE(87, GetFileSizeEx(file.Get(), nullptr));
     VOK_EXPECT_CODE(1, GetFileSizeEx(Open(L"C:\\dev\\null", GENERIC_READ).Get(), &size));
-    VOK_EXPECT_CODE(6, GetFileSizeEx(INVALID_HANDLE_VALUE, &size));
 }
 
 TEST_F(Files, TimesCountFrom1601)

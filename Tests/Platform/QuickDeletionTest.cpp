@@ -46,16 +46,12 @@ protected:
 };
 
 /// Other test programs that run at the same time aren't there for this one.
-class Alone
+struct Alone
 {
-    static constexpr off_t presence = 0;
-
-public:
     SystemCalls::Redirection<int(int, int, struct flock*)> const alone{
         SystemCalls::LockRange, [](int descriptor, int command, struct flock* range)
         {
-            bool const asksForOthers = command == F_OFD_GETLK && range->l_start == presence && range->l_len == 1;
-            if (!asksForOthers)
+            if (command != F_OFD_GETLK || range->l_start != 0 || range->l_len != 1)
                 return SystemCalls::LockRange.host(descriptor, command, range);
             range->l_type = F_UNLCK;
             return 0;

@@ -160,14 +160,11 @@ TEST_F(Sharing, IsAMatterOfTheHandleAndNotOfTheCopyInAForkedChild)
     for (DWORD const share : {0U, FILE_SHARE_READ})
     {
         OpenHandle held = OpenWith({GENERIC_READ | GENERIC_WRITE, share});
-        ChildProcess closing([&](ChildProcess::Channel&) { return held.Close(), 0; });
-        EXPECT_EQ(closing.Join(), 0);
+        RunInChild([&] { held.Close(); });
         EXPECT_EQ(CodeWith({GENERIC_WRITE, allShares}), 32U);
-        ChildProcess keeping([](ChildProcess::Channel& channel) { return channel.Wait() ? 0 : 1; });
+        HoldingProcess const keeping([] { return 0; });
         held.Close();
         EXPECT_EQ(CodeWith({GENERIC_WRITE, 0}), 0U);
-        keeping.Go();
-        EXPECT_EQ(keeping.Join(), 0);
     }
 }
 
