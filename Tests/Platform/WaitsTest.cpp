@@ -81,17 +81,13 @@ TEST(Waits, TakeWhatTheKindOfTheObjectSaysOrTheirTime)
 TEST(Waits, SemaphoresCountToTheirMaximum)
 {
     OpenHandle const semaphore = Semaphore(1, 3);
-    struct
-    {
-        LONG count;
-        DWORD code;
-        LONG previous;
-    } const cases[] = {{1, 0, 1}, {2, 298, -7}, {1, 0, 2}, {0x7FFFFFFF, 298, -7}, {0, 87, -7}, {-1, 87, -7}};
-    for (auto const& each : cases)
+    std::tuple<LONG, DWORD, LONG> const cases[] = {{1, 0, 1},   {2, 298, -7}, {1, 0, 2}, {0x7FFFFFFF, 298, -7},
+                                                   {0, 87, -7}, {-1, 87, -7}};
+    for (auto const& [count, code, expected] : cases)
     {
         LONG previous = -7;
-        VOK_EXPECT_CODE(each.code, ReleaseSemaphore(semaphore.Get(), each.count, &previous));
-        EXPECT_EQ(previous, each.previous) << each.count;
+        VOK_EXPECT_CODE(code, ReleaseSemaphore(semaphore.Get(), count, &previous));
+        EXPECT_EQ(previous, expected) << count;
     }
     for (DWORD const result : {0U, 0U, 0U, 258U})
         EXPECT_EQ(Look(semaphore), result);
@@ -140,19 +136,14 @@ TEST(Waits, ForSeveralTakeTheFirstOrAllAtOnce)
         for (char const each : which)
             each == 'c' ? ReleaseSemaphore(c.Get(), 1, nullptr) : SetEvent(each == 'a' ? a.Get() : b.Get());
     };
-    struct
-    {
-        char const* set;
-        bool all;
-        DWORD result;
-    } const cases[] = {
+    std::tuple<char const*, bool, DWORD> const cases[] = {
         {"", false, 258}, {"cb", false, 1}, {"a", false, 0},  {"", false, 2},   {"", false, 258}, {"ac", true, 258},
         {"", true, 258},  {"b", true, 0},   {"", false, 258}, {"abc", true, 0}, {"", true, 258},
     };
-    for (auto const& each : cases)
+    for (auto const& [which, all, result] : cases)
     {
-        set(each.set);
-        EXPECT_EQ(WaitFor(objects, each.all), each.result) << "case " << &each - cases;
+        set(which);
+        EXPECT_EQ(WaitFor(objects, all), result) << which << ' ' << all;
     }
 }
 
