@@ -2,6 +2,7 @@
 
 #include "Support/StandIn.h"
 
+using namespace Brindle::Vok;
 using namespace Brindle::Vok::Platform;
 
 namespace
@@ -38,11 +39,12 @@ TEST(HandleTable, OnlyAnOpenHandleOfTheRightKindIsFound)
     ASSERT_TRUE(CloseHandle(stale));
     HANDLE const reused = HandleTable::Make<Counted>(alive).Open();
     EXPECT_NE(reused, stale);
+    Testing::OpenHandle const event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
     VOK_EXPECT_CODE(0, HandleTable::Find<Counted>(open));
     std::int64_t const generation = std::int64_t{1} << 32;
-    for (HANDLE const wrong : {HANDLE(nullptr), INVALID_HANDLE_VALUE, stale, Moved(open, 1), Moved(open, generation),
-                               Moved(open, 4 * 1024 * 4096), Moved(nullptr, 0xFFFFFFFC)})
+    for (HANDLE const wrong : {HANDLE(nullptr), INVALID_HANDLE_VALUE, stale, event.Get(), Moved(open, 1),
+                               Moved(open, generation), Moved(open, 4 * 1024 * 4096), Moved(nullptr, 0xFFFFFFFC)})
         VOK_EXPECT_CODE(6, HandleTable::Find<Counted>(wrong)) << wrong;
     {
         auto const use = HandleTable::Find<Counted>(open);
