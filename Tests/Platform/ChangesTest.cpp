@@ -103,6 +103,26 @@ TEST_F(Changes, ReachAThreadThatWaitsSinceBefore)
     EXPECT_EQ(Name(), u"a");
 }
 
+// While another thread of the parent may be at work on them.
+TEST_F(Changes, AreNotTakenByAChild)
+{
+    EXPECT_TRUE(Read(directory, &overlapped));
+    std::atomic<bool> isOver = false;
+    auto const look = [&]
+    {
+        while (!isOver)
+            Result(FALSE);
+    };
+    std::thread looking(look);
+    for (int round = 0; round < 50; ++round)
+        RunInChild([&] { EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT); });
+    isOver = true;
+    looking.join();
+    Make("a");
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 10'000), WAIT_OBJECT_0);
+    EXPECT_EQ(Name(), u"a");
+}
+
 TEST_F(Changes, EndWhenCancelledOrClosed)
 {
     for (OVERLAPPED* const which : {&overlapped, static_cast<OVERLAPPED*>(nullptr)})
