@@ -6,6 +6,15 @@ namespace
 
 using namespace Brindle::Vok::Testing;
 
+TEST(Identifiers, AreRandomOnes)
+{
+    GUID guid;
+    EXPECT_EQ(CoCreateGuid(nullptr), E_INVALIDARG);
+    ASSERT_EQ(CoCreateGuid(&guid), S_OK);
+    EXPECT_EQ(guid.Data3 >> 12, 4) << "the version";
+    EXPECT_EQ(guid.Data4[0] >> 6, 2) << "the variant";
+}
+
 TEST(Bstrs, KnowTheirLengthAndAreSharedByTheirOwners)
 {
     _bstr_t copy;

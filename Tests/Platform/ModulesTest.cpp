@@ -94,4 +94,11 @@ TEST_F(Modules, ThatCannotBeLoadedSayWhy)
         }
 }
 
+TEST(ModulePaths, AreCutToTheBuffer)
+{
+    wchar_t path[] = L"####";
+    VOK_EXPECT_CODE(ERROR_INSUFFICIENT_BUFFER, GetModuleFileNameW(nullptr, path, 3) != 3);
+    EXPECT_EQ(std::wstring_view(path, 4), std::wstring_view(L"C:\0#", 4));
+}
+
 } // namespace

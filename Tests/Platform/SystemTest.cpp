@@ -55,4 +55,24 @@ TEST(ComputerNames, FollowTheHostsNameAndItsListOfHosts)
     }
 }
 
+TEST(UserNames, AreOfTheEffectiveUser)
+{
+    std::string const expected = ::getpwuid(::geteuid())->pw_name;
+    wchar_t buffer[257];
+    DWORD size = 1;
+    VOK_EXPECT_CODE(ERROR_INSUFFICIENT_BUFFER, GetUserNameW(buffer, &size));
+    EXPECT_EQ(size, expected.size() + 1);
+    VOK_EXPECT_CODE(0, GetUserNameW(buffer, &size));
+    EXPECT_EQ(std::filesystem::path(buffer), expected);
+}
+
+TEST(SystemDirectory, GivesItsTextOrTheSizeThatItNeeds)
+{
+    wchar_t buffer[11] = L"kept";
+    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 10) == 11);
+    EXPECT_STREQ(buffer, L"kept");
+    VOK_EXPECT_CODE(0, GetSystemDirectoryW(buffer, 11) == 10);
+    EXPECT_STREQ(buffer, L"C:\\usr\\lib");
+}
+
 } // namespace
