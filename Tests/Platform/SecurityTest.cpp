@@ -58,7 +58,7 @@ TEST(Impersonation, NeedsTheRightsOfATokenThatIsOpen)
     VOK_EXPECT_CODE(ERROR_SUCCESS, ImpersonateLoggedOnUser(OwnToken(TOKEN_QUERY | TOKEN_DUPLICATE).Get()));
     EXPECT_TRUE(RevertToSelf());
     // A primary token isn't for TOKEN_IMPERSONATE.
-    for (DWORD const access : {TOKEN_DUPLICATE, TOKEN_QUERY | TOKEN_IMPERSONATE})
+    for (DWORD const access : std::initializer_list<DWORD>{TOKEN_DUPLICATE, TOKEN_QUERY | TOKEN_IMPERSONATE})
         VOK_EXPECT_CODE(ERROR_ACCESS_DENIED, ImpersonateLoggedOnUser(OwnToken(access).Get())) << access;
     HANDLE const closed = OwnToken(MAXIMUM_ALLOWED).Get();
     for (HANDLE const wrong : {closed, HANDLE{nullptr}, GetCurrentProcess()})
