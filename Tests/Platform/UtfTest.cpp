@@ -59,13 +59,16 @@ Pieces const illFormedBytes = {
     {"\xFF", L"\xFFFD"},
     {"\x80", L"\xFFFD"},
     {"\xC2z", L"\xFFFDz"},
-    {"\xC0\xAF", L"\xFFFD\xFFFD"},
+    {"\xC1\xBF", L"\xFFFD\xFFFD"},
+    {"\xC3\xA9\x80", L"\u00E9\xFFFD"},
     {"\xE4\xB8z", L"\xFFFDz"},
     {"\xE0\x9F\xBF", L"\xFFFD\xFFFD\xFFFD"},
     {"\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},
     {"\xF0\x9F\x98z", L"\xFFFDz"},
     {"\xF0\x8F\xBF\xBF", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
     {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
+    {"\xF5\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
+    {"\xFF\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
 };
 
 Pieces const illFormedUnits = {
@@ -137,14 +140,21 @@ TEST_P(UtfTest, ConvertsTextsOfEveryLengthAndReplacesWhatIsIllFormed)
             ExpectWide(bytes, wide);
             ExpectUtf8(wide, bytes);
         }
-        for (int round = 0; round < 10; ++round)
+        for (char const* const tail : {"\xC3", "\xE4\xB8", "\xF0\x9F\x98"})
         {
             auto const [bytes, wide] = Text(illFormedBytes, count);
-            for (char const* const tail : {"\xC3", "\xE4\xB8", "\xF0\x9F\x98"})
-                ExpectWide(bytes + tail, wide + L'\xFFFD');
-            auto const [replaced, units] = Text(illFormedUnits, count);
-            ExpectUtf8(units + L'\xD83D', replaced + "\xEF\xBF\xBD");
+            ExpectWide(bytes + tail, wide + L'\xFFFD');
         }
+        auto const [replaced, units] = Text(illFormedUnits, count);
+        ExpectUtf8(units + L'\xD83D', replaced + "\xEF\xBF\xBD");
+        // A single fault, at each place of a block.
+        auto const length = static_cast<std::size_t>(count);
+        std::pair const before(std::string(length, 'a'), std::wstring(length, L'a'));
+        std::pair const behind(std::string(100, 'b'), std::wstring(100, L'b'));
+        for (auto const& [bytes, wide] : illFormedBytes)
+            ExpectWide(before.first + bytes + behind.first, before.second + wide + behind.second);
+        for (auto const& [bytes, wide] : illFormedUnits)
+            ExpectUtf8(before.second + wide + behind.second, before.first + bytes + behind.first);
     }
 }
 
