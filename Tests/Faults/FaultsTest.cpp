@@ -5,28 +5,11 @@
 //     VOK_WRITE_FAULTS=1 Build/release/Tests/FaultTests    # writes the page's table anew
 #include "HandleTable.h"
 
-#include "Support/ChildProcess.h"
-#include "Support/Descriptors.h"
 #include "Support/Heap.h"
-#include "Support/HostFaults.h"
-#include "Support/KernelIdentity.h"
-#include "Support/OpenHandle.h"
 #include "Support/PortableExecutableBuilder.h"
+#include "Support/StandIn.h"
 #include "Support/TestDesktop.h"
 
-#include <Brindle/Platform/Associations.h>
-#include <Brindle/Platform/Changes.h>
-#include <Brindle/Platform/Com.h>
-#include <Brindle/Platform/Environment.h>
-#include <Brindle/Platform/Modules.h>
-#include <Brindle/Platform/Registry.h>
-#include <Brindle/Platform/Shell.h>
-#include <Brindle/Platform/System.h>
-#include <Brindle/Platform/Text.h>
-#include <Brindle/Platform/Timers.h>
-#include <Brindle/Platform/UserEnvironment.h>
-#include <Brindle/Platform/Versions.h>
-#include <Brindle/Platform/Waits.h>
 #include <Brindle/Vok/DirectoryMonitor.h>
 #include <Brindle/Vok/FileSystemV2.h>
 #include <Brindle/Vok/Guid.h>
@@ -36,7 +19,6 @@
 #include <map>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <thread>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;

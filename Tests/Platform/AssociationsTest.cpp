@@ -1,11 +1,7 @@
-#include <Brindle/Platform/Associations.h>
-#include <Brindle/Platform/ErrorCodes.h>
-
 #include "MimeFiles.h"
-#include "Support/OpenHandle.h"
-#include "Support/TestDesktop.h"
 
-#include <gtest/gtest.h>
+#include "Support/StandIn.h"
+#include "Support/TestDesktop.h"
 
 using namespace Brindle::Vok::Platform;
 using namespace Brindle::Vok::Testing;
@@ -28,48 +24,22 @@ std::wstring Ask(ASSOCSTR kind, wchar_t const* association, wchar_t const* verb 
     return buffer;
 }
 
-TEST(Globs, FitNames)
-{
-    std::tuple<char const*, char const*, bool> const cases[] = {
-        {".txt", "*.txt", true},  {".txt", "*.tx", false}, {".txt", "*.TXT", false},
-        {"", "*", true},          {"", "?", false},        {"", "", true},
-        {"aab", "a*ab", true},    {"aXbXc", "*X*c", true}, {"aXbXc", "*X*d", false},
-        {"\xC3\xA9", "?", true},  {"\xC3", "?", true},     {"\xC3\xA9", "??", false},
-        {".3", ".[1-9]", true},   {".0", ".[1-9]", false}, {".0", ".[!1-9]", true},
-        {"]", "[]]", true},       {"-", "[a-]", true},     {"[a", "[a", true},
-        {"a", "[]", false},       {"b", "[^a]", true},     {"\xC3\xA9", "[\xC3\xA0-\xC3\xAF]", true},
-        {"a\xFF", "a\xFE", false}};
-    for (auto const& [name, pattern, fits] : cases)
-        EXPECT_EQ(MatchesGlob(name, pattern, false), fits) << name << ' ' << pattern;
-    EXPECT_TRUE(MatchesGlob("A.b", "*.[B-C]", true));
-    EXPECT_FALSE(MatchesGlob(std::string(100000, 'a'), "*a*a*a*a*a*a*b", false)); // in no time
-}
-
 TEST(Globs, RankByCaseWeightAndLength)
 {
-    std::tuple<char const*, std::vector<char const*>, char const*> const cases[] = {
-        {".txt", {"50:a/b:*.txt"}, "a/b"},
-        {".TXT", {"50:a/b:*.txt\n"}, "a/b"},
-        {".TXT", {"50:a/b:*.txt:cs"}, ""},
-        {".txt", {"50:a/b:*.txt:x,cs:more"}, "a/b"},
-        {".C", {"80:text/c:*.c\n50:text/c++:*.C:cs"}, "text/c++"},
-        {".gz", {"50:a/a:*.gz\n60:a/b:*.g*\n"}, "a/b"},
-        {".tar.gz", {"50:a/a:*.gz\n50:a/b:*.tar.gz\n50:a/c:*.tar.g?"}, "a/b"},
-        {".x", {"50:a/a:*.x", "50:a/b:*.x"}, "a/a"},
-        {".x", {"50:a/a:*.x", "60:a/b:*.x"}, "a/b"},
-        {".x", {"0:a/b:__NOGLOBS__\n50:a/b:*.y", "60:a/b:*.x\n50:a/c:*.x"}, "a/c"},
-        {".x", {"# 50:a/a:*.x\nx:a/a:*.x\n:a/a:*.x\n50:a/a:\n50:none:*.x\n50\n-1:a/a:*.x"}, ""},
+    std::tuple<char const*, char const*, char const*> const cases[] = {
+        {".TXT", "50:a/b:*.txt\n", "a/b"},
+        {".C", "80:text/c:*.c\n50:text/c++:*.C:cs", "text/c++"},
+        {".tar.gz", "50:a/a:*.gz\n50:a/b:*.tar.gz\n50:a/c:*.tar.g?", "a/b"},
+        {".x", "50:a/a:*.x\n60:a/b:*.x", "a/b"},
+        {".x", "# 50:a/a:*.x\nx:a/a:*.x\n:a/a:*.x\n50:a/a:\n50:none:*.x\n50\n-1:a/a:*.x", ""},
     };
-    for (auto const& [name, files, type] : cases)
+    for (auto const& [name, file, type] : cases)
     {
         TypeSearch search(name);
-        for (char const* file : files)
-            search.Add(file, TypeSearch::Form::globs2);
-        EXPECT_EQ(search.Type(), type) << name << ' ' << files[0];
+        search.Add(file, TypeSearch::Form::globs2);
+        EXPECT_EQ(search.Type(), type) << name << ' ' << file;
     }
-    TypeSearch search(".a:b");
-    search.Add("# comment\na/b:*.a:b\r\n", TypeSearch::Form::globs);
-    EXPECT_EQ(search.Type(), "a/b");
+    EXPECT_FALSE(MatchesGlob(std::string(100000, 'a'), "*a*a*a*a*a*a*b", false)); // in no time
 }
 
 class Associations : public testing::Test
@@ -103,15 +73,11 @@ TEST_F(Associations, TakeTheFirstApplicationThatCanBeStarted)
         desktop.AddEntry(file, "other", command);
     using Files = std::vector<std::pair<std::string, std::string>>;
     std::pair<Files, wchar_t const*> const cases[] = {
-        {{{systemList, defaults + "a.desktop"}}, L"a"},
-        {{{systemList, "text/plain=a.desktop\n[X]\ntext/plain=a.desktop"}}, L"none"},
         {{{systemList, added + "b.desktop\n" + defaults + "none.desktop;;a.desktop;"}}, L"a"},
         {{{systemList, defaults + "gone.desktop;open.desktop;tried.desktop;link.desktop;masked.desktop"}}, L"none"},
         {{{systemList, defaults + "../applications/a.desktop;a;vendor-x-y.desktop"}}, L"other"},
-        {{{systemList, defaults + "a.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"b"},
         {{{"home/.config/mimeapps.list", defaults + "c.desktop"}, {"etc/mimeapps.list", defaults + "b.desktop"}}, L"c"},
         {{{"etc/two-mimeapps.list", defaults + "b.desktop"}, {"etc/mimeapps.list", defaults + "a.desktop"}}, L"b"},
-        {{{"etc/two-mimeapps.list", added + "b.desktop"}}, L"none"},
         {{{"user:data/applications/mimeapps.list", added + "b.desktop"}, {systemList, added + "a.desktop"}}, L"b"},
         {{{"etc/mimeapps.list", removed + "a.desktop"}, {systemList, defaults + "a.desktop"}}, L"none"},
         {{{systemList, removed + "b.desktop"},
@@ -137,9 +103,6 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
     std::wstring const program = desktop.Program(L"edit");
     std::wstring const quoted = L'"' + program + L'"';
     std::pair<char const*, std::wstring> const commands[] = {
-        {"edit", L""},
-        {"edit %f", L" \"%1\""},
-        {"edit --new %U", L" --new \"%1\""},
         {"\"edit\" \"a \\\\\"b\\\\\\\\\" \"\" c", L" \"a \\\"b\\\\\" \"\" c"},
         {"edit %i %d %c 100%% --name=%u", L" --icon pic \"The Editor\" 100% \"--name=%1\""},
     };
@@ -150,8 +113,6 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
     }
     EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"open"), program);
     EXPECT_EQ(Ask(ASSOCSTR_EXECUTABLE, L".txt", L"print"), L"none");
-    EXPECT_EQ(Ask(ASSOCSTR_FRIENDLYDOCNAME, L".txt"), L"none");
-    EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".txt"), L"text/plain");
     EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, L".old"), L"text/old");
     for (wchar_t const* const unknown : {L"text/plain", L"/tmp/a.txt", L"", L".", L"txt", L".\xD800", L".none"})
         EXPECT_EQ(Ask(ASSOCSTR_CONTENTTYPE, unknown), L"none");
@@ -160,33 +121,20 @@ TEST_F(Associations, GiveCommandsProgramsAndTypes)
 TEST_F(Associations, KeepTheRulesOfTheBuffer)
 {
     wchar_t buffer[] = L"##################";
-    DWORD size;
-    std::tuple<wchar_t*, DWORD, ASSOCF, HRESULT, wchar_t const*> const sizes[] = {
+    std::tuple<wchar_t*, DWORD, ASSOCF, HRESULT, wchar_t const*> const cases[] = {
         {nullptr, 0, 0, S_FALSE, L"##################"},
         {buffer, 10, ASSOCF_NOTRUNCATE, E_POINTER, L"##################"},
-        {buffer, 0, 0, E_POINTER, L"##################"},
         {buffer, 10, 0, E_POINTER, L"text/plai"},
         {buffer, 11, 0, S_OK, L"text/plain"},
+        {buffer, 11, ASSOCF_INIT_BYEXENAME, E_NOTIMPL, L"text/plain"},
     };
-    for (auto const& [out, room, flags, result, text] : sizes)
+    for (auto const& [out, room, flags, result, text] : cases)
     {
-        size = room;
+        DWORD size = room;
         EXPECT_EQ(AssocQueryStringW(flags, ASSOCSTR_CONTENTTYPE, L".txt", nullptr, out, &size), result) << room;
         EXPECT_EQ(size, 11U);
         EXPECT_STREQ(buffer, text);
     }
-    std::tuple<ASSOCF, int, wchar_t const*, DWORD*, HRESULT> const cases[] = {
-        {0, ASSOCSTR_COMMAND, nullptr, &size, E_INVALIDARG},
-        {0, ASSOCSTR_COMMAND, L".txt", nullptr, E_INVALIDARG},
-        {0, 0, L".txt", &size, E_INVALIDARG},
-        {0, ASSOCSTR_MAX, L".txt", &size, E_INVALIDARG},
-        {0x80000000, 1, L".txt", &size, E_INVALIDARG},
-        {ASSOCF_INIT_BYEXENAME, 1, L".txt", &size, E_NOTIMPL},
-        {0, ASSOCSTR_COMMAND, L".txt", &size, noAssociation},
-    };
-    for (auto const& [flags, kind, association, place, result] : cases)
-        EXPECT_EQ(AssocQueryStringW(flags, static_cast<ASSOCSTR>(kind), association, nullptr, buffer, place), result);
-    EXPECT_EQ(size, 11U);
 }
 
 } // namespace

@@ -1,11 +1,6 @@
 #include "Names.h"
 
-#include "Support/OpenHandle.h"
-#include "Support/TestDrive.h"
-
-#include <gtest/gtest.h>
-
-#include <random>
+#include "Support/StandIn.h"
 
 using namespace Brindle::Vok::Platform;
 using namespace Brindle::Vok::Testing;
@@ -41,40 +36,22 @@ TEST_F(Names, EveryFormLeadsToItsHostPath)
     NameCase const cases[] = {
         {L"C:\\tmp\\a", "/tmp/a"},
         {L"c:/tmp/a", "/tmp/a"},
-        {L"\\tmp\\a", "/tmp/a"},
-        {L"C:\\", "/"},
-        {L"C:\\\\tmp\\\\\\a", "/tmp/a"},
         {L"C:\\tmp\\", "/tmp", true},
         {L"C:", "."},
-        {L"a\\b", "a/b"},
         {L"T:\\a", "~/a"},
-        {L"t:/a", "~/a"},
         {L"T:", "~"},
         {L"\\\\server\\SHARE\\a", "~/a"},
-        {L"//server/share/a", "~/a"},
-        {L"\\\\Server\\Share", "~"},
-        {L"\\\\?\\T:\\a\\b", "~/a/b"},
-        {L"\\\\?\\c:\\a\\", "/a", true},
         {L"\\\\?\\unc\\server\\share\\a", "~/a"},
         {L"\\\\.\\T:\\a\\..\\b/c", "~/b/c"},
-        {L"//?/C:/a/../b", "/b"},
         // Dots fold by text and stay below their root.
-        {L".", "."},
         {L"..\\..\\a", "../../a"},
         {L"..\\a\\..\\..\\b", "../../b"},
-        {L"a\\b\\..\\c\\", "a/c", true},
-        {L"C:..\\x", "../x"},
         {L"C:\\..\\..\\a", "/a"},
         {L"C:\\a\\.\\b\\..\\c", "/a/c"},
-        {L"T:\\..\\..\\a", "~/a"},
         {L"\\\\Server\\Share\\..\\..\\a\\", "~/a", true},
-        {L"C:\\a. \\b...", "/a. /b..."},
-        {L"C:\\...\\.a\\a.", "/.../.a/a."},
         // Characters become bytes.
         {L"C:\\\u00E9\xD83D\xDE00", "/\xC3\xA9\xF0\x9F\x98\x80"},
         {L"C:\\" + std::wstring(700, L'\u20AC'), many},
-        {L"C:\\\xF02F\xF000\xF020", "/\xEF\x80\xAF\xEF\x80\x80\xEF\x80\xA0"},
-        {L"C:\\\xD83D\xDC80", "/\xF0\x9F\x92\x80"},
     };
     for (NameCase const& each : cases)
     {
@@ -110,9 +87,7 @@ TEST(HostNames, BecomeTextThatLeadsBackToTheSameBytes)
         {"a:b\\c*?\"<>|\x01\x1F", L"a\xF03A"
                                   L"b\xF05C"
                                   L"c\xF02A\xF03F\xF022\xF03C\xF03E\xF07C\xF001\xF01F"},
-        {"\xC3\xA9", L"\u00E9"},
         {"\xFFx\xC3", L"\xDCFFx\xDCC3"},
-        {"\xE2\x82", L"\xDCE2\xDC82"},
         {"\xED\xA0\x80", L"\xDCED\xDCA0\xDC80"},
         {"\xEF\x80\xBA", L"\xDCEF\xDC80\xDCBA"},                         // U+F03A itself
         {"\xEF\x80\xAF\xEF\x80\x80\xEF\x81\xBF", L"\xF02F\xF000\xF07F"}, // Neighbours that stand for nothing
@@ -120,37 +95,10 @@ TEST(HostNames, BecomeTextThatLeadsBackToTheSameBytes)
     };
     for (auto const& [name, text] : cases)
     {
-        SCOPED_TRACE(testing::PrintToString(name));
         EXPECT_EQ(WideNameFromHost(name), text);
         HostPath path;
         EXPECT_TRUE(path.Assign(text));
         EXPECT_EQ(path.View(), name);
-    }
-}
-
-TEST(HostNames, OfAnyBytesSurviveTheRoundTrip)
-{
-    std::mt19937 random(20240229);
-    // Parts that are likely to form almost valid sequences and the characters with a meaning.
-    std::string const parts[] = {"a",    ".",        "\xC3", "\xA9",         "\xEF", "\x80", "\xBA", "\xED", "\xA0",
-                                 "\xB2", "\xF0\x9F", "\x98", "\xEF\x80\xAF", ":",    "\\",   "\x07", "\xFF", " "};
-    std::pair<std::wstring, std::string> const prefixes[] = {{L"", ""}, {L"C:\\", "/"}, {L"\\\\?\\C:\\d\\", "/d/"}};
-    for (int round = 0; round < 20000; ++round)
-    {
-        std::string name;
-        for (auto count = 1 + random() % 12; count > 0; --count)
-            if (random() % 4 != 0)
-                name += parts[random() % std::size(parts)];
-            else if (auto const byte = static_cast<char>(random()); byte != '/' && byte != '\0')
-                name += byte;
-        if (name.empty() || name == "." || name == "..")
-            continue;
-        for (auto const& [prefix, host] : prefixes)
-        {
-            HostPath path;
-            ASSERT_TRUE(path.Assign(prefix + WideNameFromHost(name))) << testing::PrintToString(name);
-            ASSERT_EQ(path.View(), host + name) << testing::PrintToString(name);
-        }
     }
 }
 
@@ -162,23 +110,7 @@ TEST(HostNames, WholePathsBecomeWindowsSyntax)
         EXPECT_EQ(WindowsPathFromHost(host), text);
 }
 
-TEST(Mappings, AreChecked)
-{
-    TestDrive drive;
-    drive.Write("file");
-    std::tuple<wchar_t, std::string, DWORD> const cases[] = {
-        {L'1', drive.Host(), 15},         {L'c', drive.Host(), 85},        {drive.Letter(), drive.Host(), 85},
-        {L'D', drive.Host("missing"), 3}, {L'D', drive.Host("file"), 267}, {L'D', std::string("/\0", 2), 123}};
-    for (auto const& [letter, directory, code] : cases)
-        VOK_EXPECT_CODE(code, MapDrive(letter, directory)) << directory;
-    VOK_EXPECT_CODE(15, UnmapDrive(L'C'));
-    VOK_EXPECT_CODE(3, UnmapDrive(L'D'));
-    for (auto const& [server, share] :
-         {std::pair(L"", L"s"), {L"s", L""}, {L"a\\b", L"s"}, {L"s", L"a/b"}, {L"?", L"s"}})
-        VOK_EXPECT_CODE(123, MapShare(server, share, drive.Host()));
-}
-
-TEST(Mappings, KeepTheirDirectoryWhenTheWorkingDirectoryChanges)
+TEST(Mappings, AreCheckedAndKeepTheirDirectoryWhenTheWorkingOneChanges)
 {
     TestDrive drive;
     drive.Write("inside/file");
@@ -188,16 +120,16 @@ TEST(Mappings, KeepTheirDirectoryWhenTheWorkingDirectoryChanges)
     EXPECT_TRUE(MapShare(L"relative", L"share", "inside"));
     std::filesystem::current_path(before);
     HostPath path;
-    EXPECT_TRUE(path.Assign(L"D:\\file"));
-    EXPECT_EQ(path.View(), drive.Host("inside/file"));
-    EXPECT_TRUE(path.Assign(L"\\\\RELATIVE\\SHARE\\file"));
-    EXPECT_EQ(path.View(), drive.Host("inside/file"));
-    // A share that is mapped again has its new directory.
-    EXPECT_TRUE(MapShare(L"Relative", L"Share", "/"));
-    EXPECT_TRUE(path.Assign(L"\\\\relative\\share\\file"));
-    EXPECT_EQ(path.View(), "/file");
+    for (wchar_t const* const text : {L"D:\\file", L"\\\\RELATIVE\\SHARE\\file"})
+    {
+        EXPECT_TRUE(path.Assign(text));
+        EXPECT_EQ(path.View(), drive.Host("inside/file"));
+    }
+    VOK_EXPECT_CODE(85, MapDrive(L'D', "/"));
     EXPECT_TRUE(UnmapDrive(L'D'));
     EXPECT_FALSE(path.Assign(L"D:\\file"));
+    VOK_EXPECT_CODE(15, MapDrive(L'1', "/"));
+    VOK_EXPECT_CODE(267, MapDrive(L'D', drive.Host("inside/file")));
 }
 
 } // namespace

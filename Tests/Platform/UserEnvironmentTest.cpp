@@ -1,19 +1,6 @@
-#include "EnvironmentFile.h"
-
-#include "Support/HostFaults.h"
-#include "Support/HostVariable.h"
-#include "Support/OpenHandle.h"
-#include "Support/TestDrive.h"
-
-#include <Brindle/Vok/Platform.h>
-#include <Brindle/Vok/PlatformHost.h>
+#include "Support/StandIn.h"
 
 #include <gmock/gmock.h>
-
-#include <pwd.h>
-#include <string>
-#include <string_view>
-#include <vector>
 
 using namespace Brindle::Vok::Platform;
 using namespace Brindle::Vok::Testing;
@@ -21,24 +8,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsSupersetOf;
 using testing::Not;
-
-TEST(EnvironmentFile, LinesOfAnotherFormCountAsNone)
-{
-    using Variables = std::vector<std::pair<std::string, std::string>>;
-    std::pair<std::string_view, Variables> const cases[] = {
-        {"", {}},
-        {"A=b", {{"A", "b"}}},
-        {" A1_=b c \r\n\n#B=c\nexport C=\"d # e\nexportD=\nA1_=e",
-         {{"A1_", "b c"}, {"C", "\"d"}, {"exportD", ""}, {"A1_", "e"}}},
-        {"A=\"b\"\nB='c d'\nC=\"'d'\"\nD=\"\nE='f\"",
-         {{"A", "b"}, {"B", "c d"}, {"C", "'d'"}, {"D", "\""}, {"E", "'f\""}}},
-        {"export\t A=b=c", {{"A", "b=c"}}},
-        {"A\n=b\nA-B=c\nA =d\nexport export A=e\nexport", {}},
-        {std::string_view("A=b\0c\nB=d", 9), {{"B", "d"}}},
-    };
-    for (auto const& [file, expected] : cases)
-        EXPECT_EQ(ParseEnvironmentFile(file), expected) << file;
-}
 
 namespace
 {
@@ -98,34 +67,14 @@ TEST_F(UserEnvironment, OfATokenHasWhatTheDatabaseSaysOfItsUser)
                             L"USER=nobody", L"USERNAME=nobody", L"USERPROFILE=C:\\nonexistent", L"X=y"));
 }
 
-TEST_F(UserEnvironment, FailuresHaveTheirCodesAndLeaveNull)
+TEST_F(UserEnvironment, NeedsATokensRightsAndFreesNothingThatIsNoBlock)
 {
-    auto const codeOf = [](HANDLE token)
-    {
-        void* block = &token;
-        DWORD const code = CodeOf([&] { return CreateEnvironmentBlock(&block, token, TRUE); });
-        EXPECT_EQ(block, nullptr);
-        return code;
-    };
-    EXPECT_EQ(CodeOf([] { return CreateEnvironmentBlock(nullptr, nullptr, TRUE); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(codeOf(INVALID_HANDLE_VALUE), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(codeOf(OwnToken(TOKEN_QUERY).Get()), DWORD{ERROR_ACCESS_DENIED});
-    SystemCalls::Redirection const none(SystemCalls::FindUser,
-                                        [](auto, auto, auto, auto, passwd** found)
-                                        {
-                                            *found = nullptr;
-                                            return 0;
-                                        });
-    EXPECT_EQ(codeOf(OwnToken(TOKEN_QUERY | TOKEN_DUPLICATE).Get()), DWORD{ERROR_NO_SUCH_USER});
-}
-
-TEST_F(UserEnvironment, NothingIsFreedThatIsNoBlock)
-{
-    wchar_t foreign[2] = {};
-    void* block = nullptr;
+    void* block = this;
+    VOK_EXPECT_CODE(ERROR_INVALID_HANDLE, CreateEnvironmentBlock(&block, INVALID_HANDLE_VALUE, TRUE));
+    VOK_EXPECT_CODE(ERROR_ACCESS_DENIED, CreateEnvironmentBlock(&block, OwnToken(TOKEN_QUERY).Get(), TRUE));
+    EXPECT_EQ(block, nullptr);
     ASSERT_TRUE(CreateEnvironmentBlock(&block, nullptr, FALSE));
-    for (void* const none : {static_cast<void*>(foreign), static_cast<void*>(static_cast<wchar_t*>(block) + 1),
-                             static_cast<void*>(nullptr)})
+    for (void* const none : {static_cast<void*>(this), static_cast<void*>(nullptr)})
         VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, DestroyEnvironmentBlock(none));
     VOK_EXPECT_CODE(ERROR_SUCCESS, DestroyEnvironmentBlock(block));
     VOK_EXPECT_CODE(ERROR_INVALID_PARAMETER, DestroyEnvironmentBlock(block));
