@@ -9,7 +9,6 @@
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -19,6 +18,7 @@ using Directories = DirectoryTests;
 /// The real service, with a record of what reaches it.
 struct RecordingService final : FileSystemImpl
 {
+    using FileSystemImpl::DeleteDirectory;
     void VokCreateDirectory(Path path) override
     {
         calls.push_back("create " + path.ToStringA());
@@ -29,87 +29,51 @@ struct RecordingService final : FileSystemImpl
     bool DeleteDirectory(Path path, Error& error) override
     {
         calls.push_back("delete& " + path.ToStringA());
-        return fails ? throw std::runtime_error("not deleted") : FileSystemImpl::DeleteDirectory(path, error);
-    }
-    bool DeleteDirectory(Path path) override
-    {
-        calls.push_back("delete " + path.ToStringA());
-        return FileSystemImpl::DeleteDirectory(path);
+        return FileSystemImpl::DeleteDirectory(path, error);
     }
 
     std::vector<std::string> calls;
     std::string madeMeanwhile;
-    bool fails = false;
 };
 
-TEST_F(Directories, AnAnswerIsKeptUntilRefresh)
+TEST_F(Directories, AreAskedForByTheFirstQuestionThatSucceedsUntilRefresh)
 {
     PathInfo info = fileSystem->MakePathInfo(drive.Path(L"file"));
+    {
+        SystemCalls::Redirection const refused(SystemCalls::StatusAt, FailingWith(EACCES));
+        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { info.Exists(); }).Message()),
+                  MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + Text(L"file") + "]"));
+    }
     EXPECT_FALSE(info.Exists() || info.IsDirectory() || info.IsFile());
     EXPECT_EQ(info.Attributes(), FileAttributes::none);
     drive.Write("file");
-    EXPECT_FALSE(info.Exists());
     PathInfo copy = info;
     info.Refresh();
     EXPECT_TRUE(info.Exists() && info.IsFile());
     EXPECT_FALSE(copy.Exists());
     EXPECT_FALSE(info.Delete());
     EXPECT_TRUE(drive.Exists("file"));
-    info = DirectoryInfo(drive.Path(), fileSystem);
-    EXPECT_TRUE(info.IsDirectory());
-    DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"new"));
-    directory.Create();
-    directory.MoveTo(drive.Path(L"elsewhere"));
-    EXPECT_TRUE(directory.Exists());
-    EXPECT_EQ(directory.ToString(), drive.Path(L"new"));
-    EXPECT_EQ(directory.CreateSubdirectory(L"x\\y").ToString(), drive.Path(L"new\\x\\y"));
-    EXPECT_TRUE(drive.Exists("new/x/y"));
-    EXPECT_TRUE(directory.Delete());
-    EXPECT_FALSE(directory.Delete());
-}
-
-TEST_F(Directories, AreAskedForOnlyByTheFirstQuestionThatSucceeds)
-{
-    drive.Write("file");
-    PathInfo info = fileSystem->MakePathInfo(drive.Path(L"file"));
-    {
-        SystemCalls::Redirection const refused(SystemCalls::StatusAt, FailingWith(EACCES));
-        for (int i = 0; i < 2; ++i)
-            EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { info.Exists(); }).Message()),
-                      MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + Text(L"file") + "]"));
-    }
-    int questions = 0;
-    auto const counted = [&](auto... arguments) { return ++questions, SystemCalls::StatusAt.host(arguments...); };
-    SystemCalls::Redirection const counting(SystemCalls::StatusAt, counted);
-    PathInfo unasked = info;
-    EXPECT_EQ(unasked.ToString(), info.Path().ToString());
-    EXPECT_EQ(questions, 0);
-    EXPECT_TRUE(info.Exists());
-    PathInfo copy = info;
-    EXPECT_TRUE(info.IsFile() && !copy.IsDirectory() && copy.Attributes() != FileAttributes::none);
-    EXPECT_EQ(questions, 1);
-    info.Refresh();
-    EXPECT_EQ(questions, 1);
-    EXPECT_TRUE(info.IsFile() && unasked.IsFile());
-    EXPECT_EQ(questions, 3);
 }
 
 TEST_F(Directories, AreAssignedWithTheirAnswersAndGoTheirOwnWay)
 {
     DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"new"));
     directory.Create();
+    EXPECT_EQ(directory.CreateSubdirectory(L"x\\y").ToString(), drive.Path(L"new\\x\\y"));
+    EXPECT_TRUE(drive.Exists("new/x/y"));
     PathInfo info = fileSystem->MakePathInfo(drive.Path(L"missing"));
     EXPECT_TRUE(!info.Exists() && directory.Exists());
     info = directory;
     DirectoryInfo other = fileSystem->MakeDirectoryInfo(drive.Path(L"other"));
     other = std::as_const(directory);
     other = *&other;
+    directory.MoveTo(drive.Path(L"elsewhere"));
+    EXPECT_EQ(directory.ToString(), drive.Path(L"new"));
     EXPECT_TRUE(directory.Delete());
+    EXPECT_FALSE(directory.Delete());
     EXPECT_EQ(info.ToString(), drive.Path(L"new"));
     EXPECT_TRUE(info.Exists());
     EXPECT_TRUE(other.Exists() && !directory.Exists());
-    info = std::move(other);
-    EXPECT_TRUE(info.IsDirectory());
 }
 
 TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
@@ -118,22 +82,10 @@ TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
     drive.Write("d/file");
     DirectoryInfo directory(drive.Path(L"d"), service);
     directory.Create();
-    directory.CreateSubdirectory(L"s\\t");
     directory.DeleteContent(); // the only one that it isn't asked for
     EXPECT_FALSE(drive.Exists("d/file"));
     directory.Delete();
-    {
-        TempDirectory temporary(service, drive.Path(L"t"));
-        temporary.Delete();
-    }
-    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "create " + Text(L"d\\s\\t"),
-                                            "create " + Text(L"d\\s"), "delete " + Text(L"d"), "delete& " + Text(L"d"),
-                                            "delete& " + Text(L"t"), "delete& " + Text(L"t")));
-    HostVariable const temp("TEMP", drive.Host("tmp").c_str());
-    service->calls.clear();
-    service->fails = true;
-    std::string const path = service->MakeTempDirectory().Path().ToStringA(); // whose end throws to nobody
-    EXPECT_EQ(service->calls.front(), "create " + path);
+    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "delete& " + Text(L"d")));
     // What somebody else made between the two attempts is an error.
     service->madeMeanwhile = drive.Host("x/y");
     EXPECT_EQ(Thrown<WindowsError>([&] { service->VokCreateDirectory(drive.Path(L"x\\y")); }).code().value(), 183);
@@ -147,9 +99,7 @@ TEST_F(Directories, CreationMakesParentsAndNamesWhatFails)
     auto const error = Thrown<WindowsError>([&] { fileSystem->VokCreateDirectory(L"Q:\\a\\b"); });
     EXPECT_EQ(WithoutLine(error.Message()),
               MessageOf("FileSystemImpl::VokCreateDirectory", 3, "CreateDirectory [Q:\\a]"));
-    FileSystemImpl unshared;
-    EXPECT_THROW(unshared.MakePathInfo(drive.Path()), std::bad_weak_ptr);
-    EXPECT_TRUE(unshared.MakeFile(drive.Path(L"file")));
+    EXPECT_THROW(FileSystemImpl().MakePathInfo(drive.Path()), std::bad_weak_ptr);
 }
 
 TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
@@ -161,10 +111,8 @@ TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
         std::wstring const path = first.Path().ToString();
         drive.Write("tmp/" + WideToUtf8(first.Path().NameWithExtension()) + "/file");
         TempDirectory second = std::move(first);
-        EXPECT_TRUE(fileSystem->MakePathInfo(path).Exists());
         second = TempDirectory(fileSystem, drive.Path(L"t"));
         EXPECT_FALSE(fileSystem->MakePathInfo(path).Exists());
-        EXPECT_THAT(recorder.Statements(), IsEmpty());
 
         // It stays the owner of what it has deleted.
         drive.Write("t/file");
@@ -189,9 +137,7 @@ TEST_F(Directories, ATemporaryOneThatStaysIsLogged)
         TempDirectory temporary(fileSystem, drive.Path(L"t"));
         EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { temporary.Delete(); }).Message()),
                   DeletionFailure(32, "DeleteFileW [" + Text(L"t\\file") + "]"));
-        EXPECT_THAT(recorder.Statements(), IsEmpty());
     }
-    EXPECT_TRUE(drive.Exists("t/file"));
     ASSERT_EQ(recorder.Statements().size(), 1U);
     EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::TempDirectory::Impl::~Impl");
     EXPECT_TRUE(recorder.Statements()[0].message.starts_with("Failed to delete TempDirectory[" + Text(L"t") +
