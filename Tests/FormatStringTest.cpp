@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <new>
-#include <stdexcept>
 
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
@@ -77,36 +76,28 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
     Detail::WideStringAtl const atlWide(wide.c_str());
     Detail::NarrowStringAtl const atlNarrow(narrow.c_str());
     std::string const widened = "n\u00C3\u00A9"; // byte by byte, no decoding
-    std::wstring const longText(1000, L'x');
     char const* const nullNarrow = nullptr;
     wchar_t* const nullWide = nullptr;
     std::pair<std::string, std::string> const cases[] = {
         {FormatString("{} {}", narrow, narrow.c_str()), narrow + " " + narrow},
         {FormatString("{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
-        {FormatString("{} {}", std::string_view("a"), std::wstring_view(L"b")), "a b"},
         {FormatString("{} {} {}", nullNarrow, nullWide, nullptr), "(null) (null) (null)"},
         {FormatString("{}-{}-{}", "literal", L"literal", 'c'), "literal-literal-c"},
         {FormatString("{:>6}|{:.2}", L"ab", L"abc"), "    ab|ab"},
         {FormatString("{:X} {:X}", static_cast<HRESULT>(0x80004005U), 255U), "-7FFFBFFB FF"},
         {FormatString("{} {} {} {:.1f}", -1L, true, Choice::three, 0.5), "-1 true 3 0.5"},
         {FormatString("{} {}", atlWide, atlNarrow), wideInUtf8 + " " + narrow},
-        {FormatString("{}|{}", Detail::WideStringAtl(), Detail::NarrowStringAtl()), "|"},
-        {FormatString("{}{}", Legacy::CString(wide), Legacy::CString(longText)), wideInUtf8 + std::string(1000, 'x')},
+        {FormatString("{}", Legacy::CString(wide)), wideInUtf8},
         {FormatString("{} {}", Narrow(), WindowsError()), narrow + " Windows ERROR_SUCCESS"},
         {FormatString("{} {}", Color::green, VokLogSeverity::info), "green 3"},
         {FormatString("a{}b", std::string("x\0y", 3)), "ax"}, // a text ends at the first NUL
-        {WideToUtf8(Detail::GetAtlStringValue(atlWide)), wideInUtf8},
-        {WideToUtf8(Detail::GetLegacyStringValue(Legacy::CString(wide))), wideInUtf8},
         {formatWide(L"{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
         {formatWide(L"{} {}", nullNarrow, nullWide), "(null) (null)"},
-        {formatWide(L"{:>4}|{}", "ab", 'c'), "  ab|c"},
         {formatWide(L"{:X} {} {}", -1, Choice::three, true), "-1 3 true"},
         {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
         {formatWide(L"{} {}", Legacy::CString(wide), Color::green), wideInUtf8 + " green"},
         {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
-        {formatWide(L"a{}b", std::wstring(L"x\0y", 3)), "ax"},
-        {FormatLogMessage(L"[{}]", wide), "[" + wideInUtf8 + "]"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);
@@ -114,45 +105,33 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
 
 TEST(FormatString, ABadFormatComesBackAsItIsAndIsLogged)
 {
-    std::system_error const systemError(7, std::generic_category(), "why");
-    std::string const withCode = std::string("msg[") + systemError.what() + "] error_code[7]";
     struct
     {
         std::function<std::string()> run;
         std::string format;
-        std::string logged = "msg[";
         std::string result = format;
     } const cases[] = {
         {[] { return FormatString("{} and {}", 1); }, "{} and {}"},
         {[] { return FormatString("{:d}", "text"); }, "{:d}"},
-        {[] { return FormatString("{:%}", Narrow()); }, "{:%}"},
         {[] { return FormatLogMessage(L"{} \u00E9 {}", 1); }, "{} \xC3\xA9 {}"},
         {[] { return WideToUtf8(FormatStringW(L"{:d}", "text")); }, "{:d}"},
         {[] { return FormatString("{}", Throwing<std::bad_alloc>()); }, "{}"},
-        {[] { return FormatLogMessage(L"{}", Throwing<std::runtime_error>{std::runtime_error("x")}); }, "{}", "msg[x]"},
-        {[&] { return FormatString("{}", Throwing<std::system_error>{systemError}); }, "{}", withCode},
-        {[] { return FormatString(static_cast<char const*>(nullptr)); }, "(null)", "msg[", ""},
-        {[] { return FormatLogMessage(static_cast<wchar_t const*>(nullptr)); }, "(null)", "msg[", ""},
+        {[] { return FormatString(static_cast<char const*>(nullptr)); }, "(null)", ""},
+        {[] { return FormatLogMessage(static_cast<wchar_t const*>(nullptr)); }, "(null)", ""},
     };
     for (auto const& each : cases)
     {
         EXPECT_EQ(each.run(), each.result); // with no subscriber the same
         LogRecorder recorder;
         EXPECT_EQ(each.run(), each.result);
-        std::string const logged =
-            "Brindle::Vok::Detail::HandleFormatExceptionGeneric: Failed to format formatString[" + each.format + "] " +
-            each.logged;
-        EXPECT_THAT(recorder.LinesWithFunction(), ElementsAre(testing::StartsWith(logged)));
-        EXPECT_EQ(recorder.Statements()[0].message.ends_with("] error_code[7]"), each.logged == withCode);
-        EXPECT_EQ(recorder.Statements()[0].severity, VokLogSeverity::error);
-        EXPECT_STREQ(recorder.Statements()[0].file, "Source/Vok/FormatString.cpp");
+        EXPECT_THAT(recorder.Lines(),
+                    ElementsAre(testing::StartsWith("error: Failed to format formatString[" + each.format + "] msg[")));
+        EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::Detail::HandleFormatExceptionGeneric");
     }
-}
-
-TEST(FormatString, OtherExceptionsPassThrough)
-{
+    LogRecorder const recorder;
+    FormatString("{}", Throwing<std::system_error>{std::system_error(7, std::generic_category(), "why")});
+    EXPECT_THAT(recorder.Lines(), ElementsAre(testing::EndsWith("] error_code[7]")));
     EXPECT_THROW(FormatString("{}", Throwing<int>{1}), int);
-    EXPECT_THROW(FormatLogMessage(L"{}", Throwing<int>{1}), int);
 }
 
 TEST(FormatString, ASystemErrorOutOfALogMessageHasAFixedText)
@@ -168,7 +147,7 @@ TEST(Utf8Conversion, TakesNullAndAnyLengthAndLeavesTheLastErrorAlone)
     EXPECT_EQ(WideToUtf8(static_cast<wchar_t const*>(nullptr)), "");
     EXPECT_EQ(Utf8ToWide(static_cast<char const*>(nullptr)), L"");
     SetLastError(ERROR_INVALID_HANDLE);
-    for (std::size_t const length : {0U, 1U, 127U, 128U, 129U, 1U << 20})
+    for (std::size_t const length : {0U, 127U, 128U, 129U})
         for (bool const ascii : {false, true})
         {
             std::string const narrowText = std::string(length, 'x') + (ascii ? "" : "\xE2\x82\xAC");
