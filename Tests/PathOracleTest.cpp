@@ -71,17 +71,3 @@ TEST(PathOracle, AgreesForRandomTextsAndPairs)
         }
     }
 }
-
-TEST(PathOracle, AgreesForLongTexts)
-{
-    RandomText random;
-    PathAgreement::Log log;
-    for (std::size_t const length : {1'023U, 1'024U, 32'768U})
-    {
-        std::wstring const piece = L"\\a\\.\\..\\b\\" + random.Make(40);
-        std::wstring text = L"C:";
-        while (text.size() < length)
-            text += piece;
-        ASSERT_EQ(PathAgreement::Check(text.substr(0, length), L"..\\b", log), "") << length;
-    }
-}
