@@ -1,6 +1,5 @@
 // Whole files of the second generation: reading, writing and deletion.
 #include "Support/ObjectsV2.h"
-#include "Support/Replacement.h"
 
 #include <unistd.h>
 
@@ -13,21 +12,9 @@ using testing::IsEmpty;
 namespace
 {
 
-/// How many bytes less than it wrote a write claims to have written.
-DWORD shortfall = 0;
-
-constexpr auto utf8 = TextEncoding::Utf8;
 constexpr auto utf16 = TextEncoding::Utf16;
 constexpr auto withMark = ByteOrderMarkPolicy::Write;
 constexpr auto unchanged = LineEndingPolicy::Unchanged;
-
-} // namespace
-
-VOK_TEST_REPLACE(shortfall != 0, (__real_WriteFile(a, b, c, d, e), *d -= shortfall, TRUE), BOOL, WriteFile,
-                 (HANDLE a, LPCVOID b, DWORD c, LPDWORD d, LPOVERLAPPED e), (a, b, c, d, e))
-
-namespace
-{
 
 using FileV2 = ObjectTests;
 
@@ -111,30 +98,6 @@ TEST_F(FileV2, TellsWhyItCannotBeReadOrWritten)
     expect(ERROR_FUNCTION_FAILED, "GetFileSize returned a big number. [4294967301]");
     ExpectThrown<WindowsError>([&] { fileSystem->MakeFile(L"\\dev\\null")->ReadAllBytes(); }, ERROR_INVALID_FUNCTION,
                                "File::ReadAllBytes", "GetFileSize failed [\\dev\\null]");
-}
-
-TEST_F(FileV2, LikeTheFirstGenerationTellsOfShortWritesAndGoesOn)
-{
-    shortfall = 1;
-    LogRecorder const recorder;
-    for (TextEncoding const encoding : {utf16, utf8})
-    {
-        File(L"file")->WriteAllText(L"text", encoding, withMark, unchanged);
-        MakeFileSystem()->MakeFile(drive.Path(L"file"))->WriteAllText(L"text", encoding, withMark, unchanged);
-    }
-    File(L"file")->WriteAllBytes({'x'});
-    shortfall = 0;
-    EXPECT_EQ(drive.Read("file"), "x");
-    std::string const failed = ": Assertion failed: bytesWritten == ";
-    std::string const first = "Brindle::Vok::FileImpl::WriteAllText" + failed;
-    std::string const second = "Brindle::Vok::V2::File::WriteAllText" + failed;
-    EXPECT_THAT(recorder.LinesWithFunction(),
-                ElementsAre(second + "std::size(utf16ByteOrderMark)", second + "toWrite.size() * sizeof(wchar_t)",
-                            first + "sizeof(utf16ByteOrderMark)", first + "toWrite.size() * sizeof(wchar_t)",
-                            second + "std::size(utf8ByteOrderMark)", second + "toWrite.size()",
-                            first + "sizeof(utf8ByteOrderMark)", first + "toWrite.size()",
-                            "Brindle::Vok::V2::File::WriteAllBytes" + failed + "bytes.size()"));
-    EXPECT_THAT(recorder.Lines(), testing::Each(testing::StartsWith("error: ")));
 }
 
 TEST_F(FileV2, IsDeletedInTwoAttempts)

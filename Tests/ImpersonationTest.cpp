@@ -7,12 +7,9 @@
 #include "Support/KernelIdentity.h"
 #include "Support/LogRecorder.h"
 #include "Support/OwnImpersonation.h"
-#include "Support/Replacement.h"
 
 #include <gmock/gmock.h>
 
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,46 +18,8 @@ using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace
-{
-
-/// The code with which OpenThreadToken fails; 0 lets it through.
-std::function<DWORD(DWORD access, BOOL openAsSelf)> refuseThreadToken;
-/// What GetTokenInformation tells as the type; 0 stands for a failure with the code 24.
-std::optional<int> tokenType;
-
-bool Refuses(DWORD access, BOOL openAsSelf)
-{
-    DWORD const code = refuseThreadToken ? refuseThreadToken(access, openAsSelf) : 0;
-    return code != 0 && (SetLastError(code), true);
-}
-
-BOOL TellType(void* information)
-{
-    *static_cast<TOKEN_TYPE*>(information) = static_cast<TOKEN_TYPE>(*tokenType);
-    return *tokenType != 0 || (SetLastError(24), false);
-}
-
-} // namespace
-
-VOK_TEST_REPLACE(Refuses(access, openAsSelf), FALSE, BOOL, OpenThreadToken,
-                 (HANDLE a, DWORD access, BOOL openAsSelf, PHANDLE d), (a, access, openAsSelf, d))
-VOK_TEST_REPLACE(kind == TokenType && tokenType, TellType(information), BOOL, GetTokenInformation,
-                 (HANDLE a, TOKEN_INFORMATION_CLASS kind, LPVOID information, DWORD d, DWORD* e),
-                 (a, kind, information, d, e))
-
-namespace
-{
-
-constexpr DWORD query = TOKEN_QUERY;
-constexpr DWORD impersonation = TOKEN_QUERY | TOKEN_IMPERSONATE;
-constexpr DWORD duplication = TOKEN_QUERY | TOKEN_DUPLICATE;
-constexpr DWORD self = 0x100; ///< added to the rights that are asked for as self
-
 using VokAccessTokens = ImpersonationTests;
 using ImpersonationSavers = ImpersonationTests;
-
-} // namespace
 
 TEST_F(VokAccessTokens, CaptureTheThreadsImpersonation)
 {
@@ -82,48 +41,6 @@ TEST_F(VokAccessTokens, CaptureTheThreadsImpersonation)
     TOKEN_TYPE type{};
     EXPECT_TRUE(captured.GetType(&type)); // is still open
     EXPECT_THAT(recorder.Lines(), IsEmpty());
-}
-
-TEST_F(VokAccessTokens, LogWhyNothingIsCaptured)
-{
-    struct Case
-    {
-        std::vector<DWORD> codes; // of each opening, 0 lets it through
-        std::optional<int> type;
-        bool isCaptured;
-        std::vector<DWORD> rights; // asked for
-        std::vector<std::string> lines;
-    };
-    std::string const asSelf = "warning: Error Failed to GetThreadToken Error [5]. Trying as self...";
-    std::string const neither = "error: Failed to GetThreadToken() as the current process. Error: [7]";
-    std::string const failed = "error: Error Failed to Get";
-    for (auto const& [codes, type, isCaptured, rights, lines] :
-         {Case{{5, 0, 0}, {}, true, {query, self + query, self + impersonation}, {asSelf}},
-          Case{{5, 7}, {}, false, {query, self + query}, {asSelf, neither}},
-          Case{{0, 6}, {}, false, {query, impersonation}, {failed + "ThreadToken impersonate Error [6]"}},
-          Case{{0, 0}, TokenPrimary, true, {query, duplication}, {}},
-          Case{{0, 6}, TokenPrimary, false, {query, duplication}, {failed + "ThreadToken primary Error [6]"}},
-          Case{{0}, 3, false, {query}, {failed + "ThreadToken. unknown type Error [77]"}},
-          Case{{0}, 0, false, {query}, {failed + "Type Error [24]"}}})
-    {
-        Impersonate();
-        VokAccessToken captured;
-        LogRecorder const recorder;
-        std::vector<DWORD> asked;
-        tokenType = type;
-        refuseThreadToken = [&, &codes = codes](DWORD access, BOOL openAsSelf)
-        {
-            asked.push_back(access + (openAsSelf ? self : 0));
-            return codes[std::min(asked.size(), codes.size()) - 1];
-        };
-        SetLastError(77);
-        EXPECT_EQ(captured.GetCurrentTokenForImpersonation(), isCaptured);
-        refuseThreadToken = nullptr;
-        tokenType.reset();
-        EXPECT_EQ(captured.GetHandle() != nullptr, isCaptured);
-        EXPECT_EQ(asked, rights);
-        EXPECT_EQ(recorder.Lines(), lines);
-    }
 }
 
 TEST_F(ImpersonationSavers, RevertByWhatIsReported)
