@@ -7,7 +7,6 @@
 
 #include <new>
 #include <stdexcept>
-#include <string_view>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
@@ -63,9 +62,8 @@ TEST(ExceptionTranslation, OfTheLibrarysOwnErrorsKeepsThem)
            "Caught Vok::WindowsError. [" + windowsError.Message() + "]");
     ComError const comError(E_ACCESSDENIED, "a", 1, "A", "\xC3\xA9");
     Expect(comError, E_ACCESSDENIED, com, comError.Message(), "Caught Vok::ComError. [" + comError.Message() + "]");
-    Error plain;
-    plain = windowsError;
-    Expect(plain, 5, win32, windowsError.Message(), "Caught Vok::Error. [" + windowsError.Message() + "]");
+    Expect(Error(windowsError), 5, win32, windowsError.Message(),
+           "Caught Vok::Error. [" + windowsError.Message() + "]");
 }
 
 TEST(ExceptionTranslation, OfComsExceptionsKeepsTheirCode)
@@ -93,12 +91,10 @@ TEST(ExceptionTranslation, OfSystemErrorsGoesByTheirCategory)
 {
     std::system_error const systemError(2, win32, "x");
     // This statement alone is wide and widens the standard library's texts, which follow the locale, byte by byte.
-    auto const byteByByte = [](std::string_view text)
+    auto const byteByByte = [](std::string const& text)
     {
-        std::wstring wide;
-        for (char const byte : text)
-            wide.push_back(static_cast<unsigned char>(byte));
-        return WideToUtf8(wide);
+        return WideToUtf8(std::wstring(reinterpret_cast<unsigned char const*>(text.data()),
+                                       reinterpret_cast<unsigned char const*>(text.data()) + text.size()));
     };
     Expect(systemError, 2, win32, MessageOf(2, std::string("std::system_error ") + systemError.what()),
            "Caught std::system_error code[2] message[" + byteByByte(systemError.code().message()) + "] what[" +

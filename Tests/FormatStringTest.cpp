@@ -27,11 +27,6 @@ private:
 namespace
 {
 
-enum class Choice : int
-{
-    three = 3
-};
-
 struct Narrow
 {
 };
@@ -75,7 +70,7 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
         {FormatString("{}-{}-{}", "literal", L"literal", 'c'), "literal-literal-c"},
         {FormatString("{:>6}|{:.2}", L"ab", L"abc"), "    ab|ab"},
         {FormatString("{:X} {:X}", static_cast<HRESULT>(0x80004005U), 255U), "-7FFFBFFB FF"},
-        {FormatString("{} {} {} {:.1f}", -1L, true, Choice::three, 0.5), "-1 true 3 0.5"},
+        {FormatString("{} {} {:.1f}", true, VokLogSeverity::info, 0.5), "true 3 0.5"},
         {FormatString("{} {}", atlWide, atlNarrow), wideInUtf8 + " " + narrow},
         {FormatString("{}", Legacy::CString(wide)), wideInUtf8},
         {FormatString("{} {}", Narrow(), WindowsError()), narrow + " Windows ERROR_SUCCESS"},

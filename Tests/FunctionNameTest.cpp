@@ -20,8 +20,7 @@ char const* Free(int (&)[2], void (*)(int))
     return NAME;
 }
 
-template <class T>
-std::string LambdaInFunctionTemplate(T const& value)
+std::string LambdaInFunctionTemplate(auto const& value)
 {
     return [&](auto) -> std::string { return NAME; }(value);
 }
@@ -36,8 +35,6 @@ struct Class final
     std::pair<char const*, std::vector<std::function<int(char)>>> NestedReturnType() { return {NAME, {}}; }
     char const* operator->*(int) { return NAME; }
     explicit operator bool() const { return (seen = NAME) != nullptr; }
-    int (*FunctionPointer(int))(double) { return seen = NAME, nullptr; }
-    auto TrailingReturnType() noexcept -> char const* { return NAME; }
     std::string NestedLambda()
     {
         return [] { return [](int) mutable -> std::string { return NAME; }(1); }();
@@ -87,11 +84,9 @@ namespace
 
 using Case = std::pair<std::string, char const*>;
 
-template <class Run>
-std::string Seen(Run run)
+std::string Seen(auto run)
 {
-    run();
-    return Shapes::seen;
+    return run(), Shapes::seen;
 }
 
 } // namespace
@@ -105,14 +100,12 @@ TEST(FunctionName, IsScopedInEveryShapeOfFunction)
     Case const cases[] = {
         {Free(array, nullptr), "Shapes::Free"},
         {object.NestedReturnType().first, "Shapes::Class::NestedReturnType"},
-        {object.TrailingReturnType(), "Shapes::Class::TrailingReturnType"},
         {LambdaInFunctionTemplate(1), "Shapes::LambdaInFunctionTemplate::<lambda_1>::operator ()"},
         {constructor, "Shapes::Class::Class"},
         {Seen([] { Class const made; }), "Shapes::Class::~Class"},
         {object.Member(), "Shapes::Class::Member"},
         {object->*1, "Shapes::Class::operator ->*"},
         {Seen([&] { (void)static_cast<bool>(object); }), "Shapes::Class::operator bool"},
-        {Seen([&] { object.FunctionPointer(1); }), "Shapes::Class::FunctionPointer"},
         {object.NestedLambda(), "Shapes::Class::NestedLambda::<lambda_1>::operator ()::<lambda_1>::operator ()"},
         {InUnnamedNamespace(), "Shapes::`anonymous-namespace'::InUnnamedNamespace"},
         {[] { return std::string(NAME); }(),
@@ -130,8 +123,6 @@ TEST(FunctionName, HasTheArgumentsOfClassTemplates)
         {ofFile.Member(), "Shapes::Template<class Shapes::IFile>::Member"},
         {ofFile.Lambda(), "Shapes::Template<class Shapes::IFile>::Lambda::<lambda_1>::operator ()"},
         {Seen([] { Template<int> made; }), "Shapes::Template<int>::~Template"},
-        {Template<Template<IFile*>>().Member(),
-         "Shapes::Template<class Shapes::Template<class Shapes::IFile*>>::Member"},
         {Two<int, IFile const*>::Member('c'), "Shapes::Two<int,const class Shapes::IFile*>::Member"},
         {MixedPack<Two<int, unsigned long>, -3, 2>().Member(),
          "Shapes::MixedPack<class Shapes::Two<int,unsigned long>,-3,2>::Member"},

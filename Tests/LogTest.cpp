@@ -200,15 +200,3 @@ TEST(LogScope, TellsEntryExitAndException)
                 ElementsAre("trace: [ENTER] a=1", "trace: [EXIT] a=1", "trace: [ENTER] a=1",
                             "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER] handler", "trace: [EXIT] handler"));
 }
-
-TEST(LogScope, PreparesItsTextAtInfoAndDeliversAtTrace)
-{
-    int evaluated = 0;
-    auto const run = [&] { VOK_LOG_SCOPE("{}", ++evaluated); };
-    run();
-    EXPECT_EQ(evaluated, 0);
-    LogRecorder recorder(VokLogSeverity::info);
-    run();
-    EXPECT_EQ(evaluated, 1);
-    EXPECT_THAT(recorder.Lines(), IsEmpty());
-}
