@@ -72,7 +72,6 @@ TEST(PathCreation, AsksFromTheEndAndCreatesFromTheBeginningUntilTheFirstFailure)
         bool isLogged = false;
     } const cases[] = {
         {LR"(C:\a\b)", {{LR"(C:\)"}}, 0, {LR"(C:\a\b)", LR"(C:\a)", LR"(C:\)", LR"(+C:\a)", LR"(+C:\a\b)"}},
-        {LR"(C:\a\b\c)", {{LR"(C:\a\b\c)"}}, 0, {LR"(C:\a\b\c)"}},
         {LR"(\\?\C:\a\b)", {{LR"(C:\)"}}, 0, {LR"(\\?\C:\a\b)", LR"(C:\a)", LR"(C:\)", LR"(+C:\a)", LR"(+\\?\C:\a\b)"}},
         {LR"(C:\x)", {{LR"(C:\)"}, 3, {{LR"(C:\x)", 183}}}, 0, {LR"(C:\x)", LR"(C:\)", LR"(+C:\x)"}},
         {LR"(\\server\share\a)", {{LR"(\)"}}, 0, {LR"(\\server\share\a)", LR"(\)", LR"(+\\server\share\a)"}},
@@ -97,18 +96,6 @@ TEST(PathCreation, AsksFromTheEndAndCreatesFromTheBeginningUntilTheFirstFailure)
                                             std::to_string(each.disk.queryFailure) + "]"};
         EXPECT_EQ(recorder.Lines(), each.isLogged ? line : std::vector<std::string>{});
     }
-}
-
-TEST(PathCreation, OnlySixteenIsADirectory)
-{
-    struct Answer : Path
-    {
-        explicit Answer(unsigned long answer) : answer(answer) {}
-        unsigned long IsDirectoryImpl() const override { return answer; }
-        unsigned long answer;
-    };
-    EXPECT_TRUE(Answer(16).IsDirectory() && Answer(16).DirectoryExists());
-    EXPECT_FALSE(Answer(17).IsDirectory() || Answer(17).DirectoryExists());
 }
 
 TEST(PathCreation, MakesDirectoriesOrTellsWhatIsInTheWay)
