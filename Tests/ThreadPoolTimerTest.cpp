@@ -2,16 +2,17 @@
 #include <Brindle/Vok/Synchronization.h>
 
 #include "Support/HostVariable.h"
+#include "Support/LogRecorder.h"
 #include "Support/Replacement.h"
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <functional>
-#include <memory>
-#include <string>
-#include <string_view>
+#include <thread>
 #include <vector>
 
 using namespace Brindle::Vok;
@@ -21,16 +22,11 @@ using testing::ElementsAre;
 namespace
 {
 
-/// What the calls of a thread give or get in the place of the platform's own.
-thread_local std::function<PTP_TIMER(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)> create;
-thread_local std::function<void(BOOL cancelsPending)> await;
-thread_local std::function<void(std::int64_t due, DWORD period, DWORD windowLength)> set;
+/// What a setting gets in the place of the platform.
+std::function<void(std::int64_t due, DWORD period, DWORD windowLength)> set;
 
 } // namespace
 
-VOK_TEST_REPLACE(create, create(a, b, c), PTP_TIMER, CreateThreadpoolTimer,
-                 (PTP_TIMER_CALLBACK a, PVOID b, PTP_CALLBACK_ENVIRON c), (a, b, c))
-VOK_TEST_REPLACE(await, await(b), void, WaitForThreadpoolTimerCallbacks, (PTP_TIMER a, BOOL b), (a, b))
 VOK_TEST_REPLACE(set,
                  set(static_cast<std::int64_t>(std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime), c, d),
                  void, SetThreadpoolTimer, (PTP_TIMER a, LPFILETIME due, DWORD c, DWORD d), (a, due, c, d))
@@ -39,12 +35,6 @@ namespace
 {
 
 constexpr std::int64_t year1970 = 116'444'736'000'000'000;
-
-FILETIME Due(std::int64_t ticks)
-{
-    auto const bits = static_cast<std::uint64_t>(ticks);
-    return {static_cast<DWORD>(bits), static_cast<DWORD>(bits >> 32)};
-}
 
 std::tm Local(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, int isDst = 0)
 {
@@ -61,45 +51,33 @@ std::tm Local(int year, int month, int day, int hour = 0, int minute = 0, int se
 
 } // namespace
 
-TEST(ThreadPoolTimer, LogsItsScopesInOrder)
+TEST(ThreadPoolTimer, PassesItselfStaysSetWhenCancelledAndEndsWithItsRun)
 {
-    std::function<void()> expire;
-    create = [&](PTP_TIMER_CALLBACK callback, PVOID context, PTP_CALLBACK_ENVIRON environment)
+    LogRecorder const recorder;
+    std::atomic<ThreadPoolTimer*> passed = nullptr;
+    std::atomic<bool> hasRun = false;
     {
-        VOK_LOG(trace, "created");
-        expire = [=] { callback(nullptr, context, nullptr); };
-        return __real_CreateThreadpoolTimer(callback, context, environment);
-    };
-    set = [](auto...) { VOK_LOG(trace, "set"); };
-    await = [](BOOL cancelsPending) { VOK_LOG(trace, "{}", cancelsPending ? "waited" : "waited for all"); };
-    std::string const name = "Brindle::Vok::ThreadPoolTimer::";
-    std::vector<std::string> lines;
-    SubscriptionForLogCallbacks const subscription(
-        [&](LogStatement const& statement)
-        {
-            std::string_view const function = statement.function;
-            bool const isScope = function.starts_with(name);
-            lines.push_back((isScope ? std::string(function.substr(name.size())) + ' ' : "") + statement.message);
-        },
-        VokLogSeverity::trace);
-    ThreadPoolTimer* passed = nullptr;
-    auto timer = std::make_unique<ThreadPoolTimer>([&](ThreadPoolTimer& timer) { passed = &timer; });
-    timer->Start(Due(-1));
-    timer->Cancel(); // which doesn't unset it
-    expire();
-    EXPECT_EQ(passed, timer.get());
-    timer.reset();
-    EXPECT_THAT(lines, ElementsAre("created", "Impl::Impl [ENTER]", "Impl::Impl [EXIT]", "ThreadPoolTimer [ENTER]",
-                                   "ThreadPoolTimer [EXIT]", "Start [ENTER]", "Impl::Start [ENTER]",
-                                   "Impl::Cancel [ENTER]", "waited", "Impl::Cancel [EXIT]", "set", "Impl::Start [EXIT]",
-                                   "Start [EXIT]", "Cancel [ENTER]", "Impl::Cancel [ENTER]", "waited",
-                                   "Impl::Cancel [EXIT]", "Cancel [EXIT]", "Impl::TimerCallback [ENTER]",
-                                   "Impl::OnTimer [ENTER]", "Impl::OnTimer [EXIT]", "Impl::TimerCallback [EXIT]",
-                                   "~ThreadPoolTimer [ENTER]", "~ThreadPoolTimer [EXIT]", "Impl::~Impl [ENTER]",
-                                   "Impl::Cancel [ENTER]", "waited", "Impl::Cancel [EXIT]", "Impl::~Impl [EXIT]"));
-    create = nullptr;
-    set = nullptr;
-    await = nullptr;
+        ThreadPoolTimer timer(
+            [&](ThreadPoolTimer& timer)
+            {
+                passed = &timer;
+                passed.notify_all();
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                hasRun = true;
+            });
+        constexpr auto in20Milliseconds = static_cast<std::uint64_t>(-200'000);
+        timer.Start(FILETIME{static_cast<DWORD>(in20Milliseconds), static_cast<DWORD>(in20Milliseconds >> 32)});
+        timer.Cancel();
+        passed.wait(nullptr);
+        EXPECT_EQ(passed, &timer);
+    }
+    EXPECT_TRUE(hasRun);
+    std::vector<std::string> const lines = recorder.LinesWithFunction();
+    EXPECT_THAT(std::vector(lines.begin() + 4, lines.begin() + 8),
+                ElementsAre("Brindle::Vok::ThreadPoolTimer::Start: [ENTER]",
+                            "Brindle::Vok::ThreadPoolTimer::Impl::Start: [ENTER]",
+                            "Brindle::Vok::ThreadPoolTimer::Impl::Cancel: [ENTER]",
+                            "Brindle::Vok::ThreadPoolTimer::Impl::Cancel: [EXIT]"));
 }
 
 TEST(ThreadPoolTimer, TakesLocalTimesAsTheZoneHasThem)

@@ -1,7 +1,6 @@
 // The checked forms of platform calls.
 #include "Support/Failures.h"
 #include "Support/PortableExecutableBuilder.h"
-#include "Support/Replacement.h"
 #include "Support/TestDrive.h"
 
 #include <Brindle/Vok/PlatformHost.h>
@@ -9,51 +8,13 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <vector>
 
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace
-{
-
-/// What a call gives in the place of the platform's own result.
-struct Answer
-{
-    DWORD result;
-    DWORD code;
-    DWORD size = 0; ///< where the call gives one back
-};
-
-std::vector<Answer> script; ///< empty for the platform's own calls
-std::vector<DWORD> sizes;   ///< that the calls of the script were given
-
-DWORD Play(wchar_t* buffer, DWORD size, DWORD* newSize = nullptr)
-{
-    Answer const answer = script.front();
-    script.erase(script.begin());
-    sizes.push_back(size);
-    std::fill_n(buffer, buffer ? size : 0, L'x');
-    if (newSize)
-        *newSize = answer.size;
-    SetLastError(answer.code);
-    return answer.result;
-}
-
-} // namespace
-
-VOK_TEST_REPLACE(!script.empty(), Play(text, size), DWORD, GetModuleFileNameW,
-                 (HMODULE module, LPWSTR text, DWORD size), (module, text, size))
-VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetComputerNameExW,
-                 (COMPUTER_NAME_FORMAT format, LPWSTR text, LPDWORD size), (format, text, size))
-VOK_TEST_REPLACE(!script.empty(), Play(text, *size, size), BOOL, GetUserNameW, (LPWSTR text, LPDWORD size),
-                 (text, size))
-VOK_TEST_REPLACE(!script.empty(), Play(text, size), UINT, GetSystemDirectoryW, (LPWSTR text, UINT size), (text, size))
 
 TEST(VokCreateFile, ThrowsOrSetsWhatFailedWithoutAStatement)
 {
@@ -106,54 +67,24 @@ TEST(VokEnvironment, GivesAVariableOrToleratesOrThrowsItsLack)
     SetEnvironmentVariableW(L"VOK_TEST", nullptr);
 }
 
-TEST(VokNames, AreAskedForWithTheRightSizes)
+TEST(VokNames, AreThePlatforms)
 {
-    auto const module = [] { return VokGetModuleFileName(nullptr); };
-    auto const computer = [] { return VokGetComputerNameEx(ComputerNameNetBIOS); };
-    auto const system = [] { return VokGetSystemDirectory(); };
-    struct
-    {
-        std::function<std::wstring()> run;
-        std::vector<Answer> answers;
-        std::vector<DWORD> sizes;
-        std::size_t length;   ///< of the result
-        std::string function; ///< that fails with the code of the last answer
-        std::string text;
-    } const cases[] = {
-        {module, {{1024, 122}, {16384, 122}}, {1024, 16384}, 16384, "", ""},
-        {module, {{1024, 122}, {0, 5}}, {1024, 16384}, 0, "VokGetModuleFileNameImpl", "GetModuleFileName"},
-        {computer, {{0, 234, 7}, {1, 0, 5}}, {0, 7}, 5, "", ""},
-        {computer, {{0, 234, 3}, {0, 234, 4}}, {0, 3}, 0, "VokGetComputerNameEx", "GetComputerNameEx Failed"},
-        {VokGetUserName, {{1, 0, 257}}, {257}, 256, "", ""},
-        {system, {{261, 0}, {261, 0}}, {260, 261}, 261, "", ""},
-        {system, {{0, 5}}, {260}, 0, "VokGetSystemDirectory", "GetSystemDirectory failed"},
-        {system, {{300, 0}, {301, 8}}, {260, 300}, 0, "VokGetSystemDirectory", "GetSystemDirectory resized failed"},
-    };
-    for (auto const& each : cases)
-    {
-        sizes.clear();
-        script = each.answers;
-        try
-        {
-            EXPECT_EQ(each.run(), std::wstring(each.length, L'x'));
-            EXPECT_EQ(each.function, "");
-        }
-        catch (Error const& error)
-        {
-            ExpectFailure(error, "VokWindows", each.function, each.answers.back().code, each.text);
-        }
-        EXPECT_EQ(sizes, each.sizes);
-    }
-    EXPECT_EQ(VokGetModuleFileNameA(nullptr), WideToUtf8(OfHost(std::filesystem::read_symlink("/proc/self/exe"))));
-}
-
-TEST(VokGetComputerNameEx, AssertsThatTheFirstCallGivesTheSize)
-{
-    LogRecorder recorder;
-    script = {{1, 0, 3}, {1, 0, 2}};
-    EXPECT_EQ(VokGetComputerNameEx(ComputerNameNetBIOS), L"xx");
-    EXPECT_THAT(recorder.Lines(),
-                ElementsAre("error: Assertion failed: !ok", "error: Assertion failed: GetLastError() == 234L"));
+    std::string const program = std::filesystem::read_symlink("/proc/self/exe");
+    EXPECT_EQ(VokGetModuleFileName(nullptr), OfHost(program));
+    EXPECT_EQ(VokGetModuleFileNameA(nullptr), WideToUtf8(OfHost(program)));
+    wchar_t name[257];
+    DWORD size = 257;
+    EXPECT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size));
+    EXPECT_EQ(VokGetComputerNameEx(ComputerNameDnsFullyQualified), name);
+    size = 257;
+    EXPECT_TRUE(GetUserNameW(name, &size));
+    EXPECT_EQ(VokGetUserName(), name);
+    EXPECT_EQ(VokGetSystemDirectory(), L"C:\\usr\\lib");
+    LogRecorder const recorder;
+    EXPECT_THAT(Thrown<WindowsError>([] { VokGetComputerNameEx(ComputerNameMax); }).Message(),
+                testing::EndsWith("(Windows Error 87). GetComputerNameEx Failed"));
+    std::string const assertion = "error: Assertion failed: GetLastError() == 234L";
+    EXPECT_THAT(recorder.Lines(), ElementsAre(assertion, testing::HasSubstr("Throwing last error")));
 }
 
 TEST(VokLoadLibrary, LoadsOrThrowsWhatThePlatformRefuses)
