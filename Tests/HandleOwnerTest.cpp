@@ -47,7 +47,6 @@ TEST(HandleOwner, ClosesWhatItOwnsOnce)
 
 TEST(HandleOwner, TheTraitsSayWhatIsNoHandle)
 {
-    EXPECT_TRUE(HandleOwner<Detail::InvalidHandleTraits>(nullptr).IsValid());
     EXPECT_FALSE(HandleOwner<Detail::InvalidHandleTraits>(INVALID_HANDLE_VALUE).IsValid());
     EXPECT_TRUE(HandleOwner<Detail::NullHandleTraits>(INVALID_HANDLE_VALUE).IsValid());
     EXPECT_FALSE(HandleOwner<Detail::NullHandleTraits>().IsValid());
