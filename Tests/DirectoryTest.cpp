@@ -15,24 +15,6 @@ namespace
 
 using Directories = DirectoryTests;
 
-/// The real service, with a record of what reaches it.
-struct RecordingService final : FileSystemImpl
-{
-    using FileSystemImpl::DeleteDirectory;
-    void VokCreateDirectory(Path path) override
-    {
-        calls.push_back("create " + path.ToStringA());
-        FileSystemImpl::VokCreateDirectory(path);
-    }
-    bool DeleteDirectory(Path path, Error& error) override
-    {
-        calls.push_back("delete& " + path.ToStringA());
-        return FileSystemImpl::DeleteDirectory(path, error);
-    }
-
-    std::vector<std::string> calls;
-};
-
 TEST_F(Directories, AreAskedForByTheFirstQuestionThatSucceedsUntilRefresh)
 {
     PathInfo info = fileSystem->MakePathInfo(drive.Path(L"file"));
@@ -50,6 +32,9 @@ TEST_F(Directories, AreAskedForByTheFirstQuestionThatSucceedsUntilRefresh)
     EXPECT_FALSE(copy.Exists());
     EXPECT_FALSE(info.Delete());
     EXPECT_TRUE(drive.Exists("file"));
+    EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { fileSystem->VokCreateDirectory(L"Q:\\a\\b"); }).Message()),
+              MessageOf("FileSystemImpl::VokCreateDirectory", 3, "CreateDirectory [Q:\\a]"));
+    EXPECT_THROW(FileSystemImpl().MakePathInfo(drive.Path()), std::bad_weak_ptr);
 }
 
 TEST_F(Directories, AreAssignedWithTheirAnswersAndGoTheirOwnWay)
@@ -73,21 +58,6 @@ TEST_F(Directories, AreAssignedWithTheirAnswersAndGoTheirOwnWay)
     EXPECT_TRUE(other.Exists() && !directory.Exists());
 }
 
-TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
-{
-    auto const service = std::make_shared<RecordingService>();
-    drive.Write("d/file");
-    DirectoryInfo directory(drive.Path(L"d"), service);
-    directory.Create();
-    directory.DeleteContent(); // the only one that it isn't asked for
-    EXPECT_FALSE(drive.Exists("d/file"));
-    directory.Delete();
-    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "delete& " + Text(L"d")));
-    EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { fileSystem->VokCreateDirectory(L"Q:\\a\\b"); }).Message()),
-              MessageOf("FileSystemImpl::VokCreateDirectory", 3, "CreateDirectory [Q:\\a]"));
-    EXPECT_THROW(FileSystemImpl().MakePathInfo(drive.Path()), std::bad_weak_ptr);
-}
-
 TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
 {
     HostVariable const temp("TEMP", drive.Host("tmp").c_str());
@@ -99,19 +69,13 @@ TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
         TempDirectory second = std::move(first);
         second = TempDirectory(fileSystem, drive.Path(L"t"));
         EXPECT_FALSE(fileSystem->MakePathInfo(path).Exists());
-
-        // It stays the owner of what it has deleted.
         drive.Write("t/file");
         Error error;
-        VOK_SET_ERROR(error, WindowsError, 1234, "from before");
-        std::string const before = error.Message();
-        second.Delete(error);
-        EXPECT_FALSE(drive.Exists("t"));
-        second.Delete(error);
-        EXPECT_EQ(error.Message(), before);
+        second.Delete(error); // it stays the owner of what it has deleted
+        EXPECT_FALSE(drive.Exists("t") || error.Failed());
     }
     std::string const statement = "info: Deleting directory that doesn't exist [" + Text(L"t") + "]";
-    EXPECT_THAT(recorder.Lines(), ElementsAre(statement, statement));
+    EXPECT_THAT(recorder.Lines(), ElementsAre(statement));
 }
 
 TEST_F(Directories, ATemporaryOneThatStaysIsLogged)
@@ -120,14 +84,12 @@ TEST_F(Directories, ATemporaryOneThatStaysIsLogged)
     OpenHandle const held = Open(drive.Path(L"t\\file"), GENERIC_READ);
     LogRecorder const recorder(VokLogSeverity::error);
     {
-        TempDirectory temporary(fileSystem, drive.Path(L"t"));
-        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { temporary.Delete(); }).Message()),
-                  DeletionFailure(32, "DeleteFileW [" + Text(L"t\\file") + "]"));
+        TempDirectory const temporary(fileSystem, drive.Path(L"t"));
     }
-    ASSERT_EQ(recorder.Statements().size(), 1U);
-    EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::TempDirectory::Impl::~Impl");
-    EXPECT_TRUE(recorder.Statements()[0].message.starts_with("Failed to delete TempDirectory[" + Text(L"t") +
-                                                             "] error[Source/Vok/FileSystem.cpp("));
+    EXPECT_THAT(recorder.LinesWithFunction(),
+                ElementsAre(testing::StartsWith("Brindle::Vok::TempDirectory::Impl::~Impl: Failed to delete "
+                                                "TempDirectory[" +
+                                                Text(L"t") + "] error[Source/Vok/FileSystem.cpp(")));
 }
 
 } // namespace

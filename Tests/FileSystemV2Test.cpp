@@ -53,15 +53,9 @@ TEST_F(Objects, ThrowFromEveryQuestionWhatKeepsThemFromAnswering)
         Kind const kind = std::move(AllKinds(L"file")[i]);
         {
             SystemCalls::Redirection const refused(SystemCalls::StatusAt, FailingWith(EACCES));
-            LogRecorder const recorder;
             Error error;
             kind.object->Refresh(error);
             Expect(error, 5, kind.Function("Load"), "GetFileAttributes " + Quoted(L"file"));
-            EXPECT_THAT(
-                recorder.LinesWithFunction(),
-                ElementsAre(testing::HasSubstr("::Load: Throwing last error "),
-                            StartsWith("Brindle::Vok::V2::" + kind.Function("Refresh::<lambda_1>::operator ()") +
-                                       ": Caught Vok::WindowsError. [")));
         }
         EXPECT_TRUE(kind.object->IsFile()); // it asks again
         ExpectNotOpened<WindowsError>([&] { AllKinds(L"held")[i].object->Exists(); }, 32, L"held");
@@ -136,11 +130,8 @@ TEST_F(ServiceV2, LivesAsLongAsItsObjectsAndMustBeShared)
     auto const file = V2::MakeFileSystem()->MakeFile(drive.Path(L"file"));
     file->WriteAllBytes({'x'});
     EXPECT_TRUE(file->Delete());
-    V2::FileSystem unshared;
-    EXPECT_THROW(unshared.MakePathInfo(drive.Path()), std::bad_weak_ptr);
-    EXPECT_THROW(unshared.MakeTempDirectory(), std::bad_weak_ptr);
-    EXPECT_EQ(Directory(L"tmp")->Directories(L"{*}").size(), 1U); // stays behind
-    EXPECT_THAT(unshared.MakeTempFilePath().NameWithExtension(),
+    EXPECT_THROW(V2::FileSystem().MakePathInfo(drive.Path()), std::bad_weak_ptr);
+    EXPECT_THAT(fileSystem->MakeTempFilePath().NameWithExtension(),
                 testing::AllOf(StartsWith(L"{"), testing::SizeIs(42), EndsWith(L"}.tmp")));
 }
 

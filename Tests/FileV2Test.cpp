@@ -100,23 +100,4 @@ TEST_F(FileV2, TellsWhyItCannotBeReadOrWritten)
                                "File::ReadAllBytes", "GetFileSize failed [\\dev\\null]");
 }
 
-TEST_F(FileV2, IsDeletedInTwoAttempts)
-{
-    std::tuple<std::vector<int>, bool, DWORD> const cases[] = {
-        {{EACCES}, true, 0}, {{EACCES, EACCES}, false, 5}, {{EIO, ENOENT}, false, 0}};
-    for (auto const& [failures, result, code] : cases)
-    {
-        drive.Write("file");
-        auto next = failures.begin();
-        auto const fail = [&next, end = failures.end()](auto... arguments)
-        { return next == end ? SystemCalls::UnlinkAt.host(arguments...) : FailingWith(*next++)(); };
-        SystemCalls::Redirection const failing(SystemCalls::UnlinkAt, fail);
-        Error error = FromBefore();
-        EXPECT_EQ(File(L"file")->Delete(error), result);
-        if (code != 0)
-            Expect(error, code, "File::Delete", "DeleteFile failed");
-        EXPECT_EQ(next, failures.end());
-    }
-}
-
 } // namespace
