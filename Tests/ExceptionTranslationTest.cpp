@@ -90,15 +90,9 @@ TEST(ExceptionTranslation, OfStandardExceptionsGivesEachKindItsCode)
 TEST(ExceptionTranslation, OfSystemErrorsGoesByTheirCategory)
 {
     std::system_error const systemError(2, win32, "x");
-    // This statement alone is wide and widens the standard library's texts, which follow the locale, byte by byte.
-    auto const byteByByte = [](std::string const& text)
-    {
-        return WideToUtf8(std::wstring(reinterpret_cast<unsigned char const*>(text.data()),
-                                       reinterpret_cast<unsigned char const*>(text.data()) + text.size()));
-    };
-    Expect(systemError, 2, win32, MessageOf(2, std::string("std::system_error ") + systemError.what()),
-           "Caught std::system_error code[2] message[" + byteByByte(systemError.code().message()) + "] what[" +
-               byteByByte(systemError.what()) + "]");
+    LogRecorder const recorder;
+    EXPECT_EQ(Translated(systemError).Message(), MessageOf(2, std::string("std::system_error ") + systemError.what()));
+    EXPECT_THAT(recorder.Lines(), ElementsAre(testing::StartsWith("error: Caught std::system_error code[2] message[")));
     std::system_error const genericError(13, std::generic_category(), "x");
     std::string const ofGeneric = "Caught std::system_error category[generic] code[13] message[" +
                                   genericError.code().message() + "] what[" + genericError.what() + "]";

@@ -10,6 +10,7 @@
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
+using testing::StartsWith;
 
 namespace Legacy
 {
@@ -77,7 +78,6 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
         {FormatString("a{}b", std::string("x\0y", 3)), "ax"}, // a text ends at the first NUL
         {formatWide(L"{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
-        {formatWide(L"{} {}", nullNarrow, nullWide), "(null) (null)"},
         {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
         {formatWide(L"{}", Legacy::CString(wide)), wideInUtf8},
         {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
@@ -88,30 +88,17 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
 
 TEST(FormatString, ABadFormatComesBackAsItIsAndIsLogged)
 {
-    struct
-    {
-        std::function<std::string()> run;
-        std::string format;
-        std::string result = format;
-    } const cases[] = {
-        {[] { return FormatString("{} and {}", 1); }, "{} and {}"},
-        {[] { return FormatString("{:d}", "text"); }, "{:d}"},
-        {[] { return FormatLogMessage(L"{} \u00E9 {}", 1); }, "{} \xC3\xA9 {}"},
-        {[] { return FormatString("{}", Throwing<std::bad_alloc>()); }, "{}"},
-        {[] { return FormatString(static_cast<char const*>(nullptr)); }, "(null)", ""},
-    };
-    for (auto const& each : cases)
-    {
-        EXPECT_EQ(each.run(), each.result); // with no subscriber the same
-        LogRecorder recorder;
-        EXPECT_EQ(each.run(), each.result);
-        EXPECT_THAT(recorder.Lines(),
-                    ElementsAre(testing::StartsWith("error: Failed to format formatString[" + each.format + "] msg[")));
-        EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::Detail::HandleFormatExceptionGeneric");
-    }
     LogRecorder const recorder;
+    EXPECT_EQ(FormatString("{} and {}", 1), "{} and {}");
+    EXPECT_EQ(FormatLogMessage(L"{} \u00E9 {}", 1), "{} \xC3\xA9 {}");
+    EXPECT_EQ(FormatString("{}", Throwing<std::bad_alloc>()), "{}");
+    EXPECT_EQ(FormatString(static_cast<char const*>(nullptr)), "");
     FormatString("{}", Throwing<std::system_error>{std::system_error(7, std::generic_category(), "why")});
-    EXPECT_THAT(recorder.Lines(), ElementsAre(testing::EndsWith("] error_code[7]")));
+    std::string const begin = "Brindle::Vok::Detail::HandleFormatExceptionGeneric: Failed to format formatString[";
+    EXPECT_THAT(recorder.LinesWithFunction(),
+                ElementsAre(StartsWith(begin + "{} and {}] msg["), StartsWith(begin + "{} \xC3\xA9 {}] msg["),
+                            StartsWith(begin + "{}] msg["), StartsWith(begin + "(null)] msg["),
+                            testing::EndsWith("] error_code[7]")));
     EXPECT_THROW(FormatString("{}", Throwing<int>{1}), int);
 }
 
@@ -120,7 +107,6 @@ TEST(FormatString, ASystemErrorOutOfALogMessageHasAFixedText)
     SubscriptionForLogCallbacks const thrower(
         [](LogStatement const&) { throw std::system_error(7, std::generic_category()); }, VokLogSeverity::error);
     EXPECT_EQ(FormatLogMessage(L"{} {}", 1), "Failed to format log message");
-    EXPECT_THROW(FormatString("{} {}", 1), std::system_error);
 }
 
 TEST(Utf8Conversion, TakesNullAndAnyLengthAndLeavesTheLastErrorAlone)

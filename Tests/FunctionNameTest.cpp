@@ -20,7 +20,8 @@ char const* Free(int (&)[2], void (*)(int))
     return NAME;
 }
 
-std::string LambdaInFunctionTemplate(auto const& value)
+template <class T>
+std::string LambdaInFunctionTemplate(T const& value)
 {
     return [&](auto) -> std::string { return NAME; }(value);
 }
@@ -52,20 +53,14 @@ struct Template
     }
 };
 
-template <class First, class Second>
-struct Two
-{
-    template <class Third>
-    static char const* Member(Third)
-    {
-        return NAME;
-    }
-};
-
 template <class First, int... numbers>
 struct MixedPack
 {
-    char const* Member() { return NAME; }
+    template <class Second>
+    static char const* Member(Second)
+    {
+        return NAME;
+    }
 };
 
 namespace
@@ -84,7 +79,8 @@ namespace
 
 using Case = std::pair<std::string, char const*>;
 
-std::string Seen(auto run)
+template <class Run>
+std::string Seen(Run run)
 {
     return run(), Shapes::seen;
 }
@@ -123,9 +119,8 @@ TEST(FunctionName, HasTheArgumentsOfClassTemplates)
         {ofFile.Member(), "Shapes::Template<class Shapes::IFile>::Member"},
         {ofFile.Lambda(), "Shapes::Template<class Shapes::IFile>::Lambda::<lambda_1>::operator ()"},
         {Seen([] { Template<int> made; }), "Shapes::Template<int>::~Template"},
-        {Two<int, IFile const*>::Member('c'), "Shapes::Two<int,const class Shapes::IFile*>::Member"},
-        {MixedPack<Two<int, unsigned long>, -3, 2>().Member(),
-         "Shapes::MixedPack<class Shapes::Two<int,unsigned long>,-3,2>::Member"},
+        {MixedPack<Template<IFile const*>, -3, 2>::Member('c'),
+         "Shapes::MixedPack<class Shapes::Template<const class Shapes::IFile*>,-3,2>::Member"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);

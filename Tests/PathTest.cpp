@@ -13,38 +13,6 @@ using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
 
-TEST(Path, IsTakenApart)
-{
-    struct Row
-    {
-        wchar_t const* text;
-        wchar_t const* prefix;
-        wchar_t const* driveAndDirectory; ///< in the normal form
-        wchar_t const* name;              ///< without the extension
-        wchar_t const* extension;
-        wchar_t const* server = L"";
-        wchar_t const* share = L"";
-    };
-    for (Row const& row : {
-             Row{LR"(C:\a\..\b\c.tar.gz)", L"", LR"(C:\b)", L"c.tar", L".gz"},
-             Row{L"a.b/c", L"", L"a.b", L"c", L""},
-             Row{L".bashrc", L"", L"", L"", L".bashrc"},
-             Row{LR"(\\server\..\x)", LR"(\\)", LR"(\)", L"", L"", L"x"},
-             Row{LR"(\\?\C:\a\..\b.txt)", LR"(\\?\)", LR"(C:\a\..)", L"b", L".txt"},
-             Row{LR"(\\?\UNC\server\share\f.txt)", LR"(\\?\UNC\)", LR"(\)", L"f", L".txt", L"server", L"share"},
-         })
-    {
-        Path const path(row.text);
-        SCOPED_TRACE(path.ToStringA());
-        EXPECT_EQ(path.PrefixText(), row.prefix);
-        EXPECT_EQ(path.DriveAndDirectoryNormalized(), row.driveAndDirectory);
-        EXPECT_EQ(path.NameWithoutExtension(), row.name);
-        EXPECT_EQ(path.ExtensionWithDot(), row.extension);
-        EXPECT_EQ(path.Server(), row.server);
-        EXPECT_EQ(path.Share(), row.share);
-    }
-}
-
 TEST(Path, IsRewrittenJoinedAndMerged)
 {
     std::pair<Path, wchar_t const*> const cases[] = {
