@@ -63,13 +63,8 @@ TEST_F(SessionIds, TellWhatTheWayRoundFailedAt)
     Error error;
     EXPECT_EQ(GetSessionId(0x7FFFFFFF, token, error), none);
     ExpectFailure(error, "VokWindows", "GetSessionId", 87, "ProcessIdToSessionId");
-    struct
-    {
-        HANDLE token;
-        int openError; // of the host's opening of the process
-        char const* function;
-        char const* text;
-    } const cases[] = {
+    // With a token, an error of the host's opening of the process, and what is told then.
+    std::tuple<HANDLE, int, char const*, char const*> const cases[] = {
         {blind.Get(), 0, "`anonymous-namespace'::SessionIdFromToken", "GetTokenInformation"},
         {nullptr, EACCES, "GetSessionId", "Error, Unable to OpenProcess()"},
         {nullptr, 0, "GetSessionId", "Unable to OpenThreadToken()"},
@@ -78,14 +73,14 @@ TEST_F(SessionIds, TellWhatTheWayRoundFailedAt)
     SystemCalls::Redirection const session(
         SystemCalls::GetSession, [&](pid_t process)
         { return process == other.Process() ? FailingWith(EPERM)() : SystemCalls::GetSession.host(process); });
-    for (auto const& each : cases)
+    for (auto const& [token, openError, function, text] : cases)
     {
         Error failed;
         SystemCalls::Redirection const process(
-            SystemCalls::OpenProcess, [openError = each.openError](pid_t id)
+            SystemCalls::OpenProcess, [openError = openError](pid_t id)
             { return openError != 0 ? FailingWith(openError)() : SystemCalls::OpenProcess.host(id); });
-        EXPECT_EQ(GetSessionId(static_cast<unsigned long>(other.Process()), each.token, failed), none);
-        ExpectFailure(failed, "VokWindows", each.function, 5, each.text);
+        EXPECT_EQ(GetSessionId(static_cast<unsigned long>(other.Process()), token, failed), none);
+        ExpectFailure(failed, "VokWindows", function, 5, text);
     }
 }
 
