@@ -68,16 +68,6 @@ TEST_F(DirectoryV2, TellsWhyItCannotBeListed)
                                    "FindFirstFileW " + Quoted(name));
 }
 
-TEST_F(DirectoryV2, IsMadeWithItsParents)
-{
-    auto const inner = Directory(L"d\\e")->CreateSubdirectory(L"a\\b");
-    EXPECT_EQ(inner->ToString(), drive.Path(L"d\\e\\a\\b"));
-    inner->Create();
-    EXPECT_TRUE(inner->IsDirectory());
-    ExpectThrown<WindowsError>([&] { fileSystem->MakeDirectory(L"Q:\\a\\b")->Create(); }, 3,
-                               "FileSystem::VokCreateDirectory", "CreateDirectory [Q:\\a]");
-}
-
 TEST_F(DirectoryV2, IsDeletedOrEmptied)
 {
     std::string const function = "FileSystem::DeleteDirectoryInternal";

@@ -42,20 +42,17 @@ TEST_F(DirectoryWalk, GoesOnWhereTheIteratorIsMovedTo)
     for (char const* name : {"a", "b", "c", "s/inner"})
         drive.Write(name);
     DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path());
-    std::vector<PathInfo> whole;
-    std::ranges::copy(directory.begin(), std::default_sentinel, std::back_inserter(whole));
-    std::vector<std::wstring> moved;
-    FileSystemIterator walk = directory.begin();
-    EXPECT_FALSE(walk == walk);
-    for (; walk != directory.end(); ++walk)
+    int met = 0;
+    for (FileSystemIterator walk = directory.begin(); walk != directory.end(); ++walk)
     {
-        moved.push_back(walk->ToString());
         FileSystemIterator other = directory.begin(); // whose own search ends now
         other = std::move(walk);
         EXPECT_TRUE(walk == directory.end());
         walk = std::move(other);
+        met += walk->Exists() ? 1 : 0;
     }
-    EXPECT_TRUE(std::ranges::equal(moved, whole, {}, {}, &PathInfo::ToString));
+    EXPECT_EQ(met, 4);
+    EXPECT_EQ(std::ranges::count_if(directory.begin(), std::default_sentinel, &PathInfo::IsFile), 3);
 }
 
 TEST_F(DirectoryWalk, PassesOverWhatVanishesMeanwhile)

@@ -3,7 +3,6 @@
 #include <Brindle/Vok/UnImpersonator.h>
 #include <Brindle/Vok/VokAccessToken.h>
 
-#include "Support/HostFaults.h"
 #include "Support/KernelIdentity.h"
 #include "Support/LogRecorder.h"
 #include "Support/OwnImpersonation.h"
@@ -89,25 +88,6 @@ TEST_F(ImpersonationSavers, NestAlsoWhenAnExceptionPasses)
         EXPECT_EQ(KernelIdentity(), asDaemon);
     }
     EXPECT_EQ(KernelIdentity(), process);
-}
-
-TEST_F(ImpersonationSavers, LogWhatTheKernelRefusesAndGoOn)
-{
-    VOK_NEEDS_SUPERUSER();
-    OpenHandle const daemon(Platform::OpenUserToken("daemon"));
-    EXPECT_TRUE(ImpersonateLoggedOnUser(daemon.Get()));
-    KernelIdentity const impersonated;
-    LogRecorder const recorder;
-    {
-        SystemCalls::Redirection const refusal(SystemCalls::SetCapabilities, FailingWith(EPERM));
-        UnImpersonator const asProcess;
-    }
-    EXPECT_THAT(recorder.Lines(),
-                ElementsAre("trace: [ENTER]", "error: Failed to stop impersonating [1314]", "trace: [EXIT]",
-                            "error: Failed to RevertToSelf. Error [1314]", impersonatesAgain,
-                            "error: Failed to Revert with ImpersonateLoggedOnUser. Error [1314]",
-                            hasImpersonated)); // required
-    EXPECT_EQ(KernelIdentity(), impersonated);
 }
 
 TEST_F(ImpersonationSavers, AreInWhatStopsAnImpersonationForAScope)

@@ -1,4 +1,3 @@
-#include "Support/ChildProcess.h"
 #include "Support/HostVariable.h"
 #include "Support/LogRecorder.h"
 #include "Support/Thrown.h"
@@ -27,21 +26,4 @@ TEST(VokSHGetKnownFolderPath, GivesThePathOrThrowsWithFolderAndFlags)
               "(Com Error -7FF8FFFE). SHGetKnownFolderPath "
               "folderId[{905E63B6-C1BF-494E-B29C-65B732D3D21A}] flags[16384]");
     EXPECT_THAT(recorder.Lines(), ElementsAre("error: Throwing " + error.Message()));
-}
-
-TEST(VokSHGetKnownFolderPath, FaultsWhereTheErrorThatItIsGivenIsSet)
-{
-    auto const run = []
-    {
-        std::signal(SIGSEGV, [](int) { ::_exit(42); });
-        Error error;
-        try
-        {
-            VokSHGetKnownFolderPath(FOLDERID_ProgramFiles, error, KF_FLAG_DONT_VERIFY, nullptr);
-        }
-        catch (...)
-        {
-        }
-    };
-    EXPECT_NE(InChild(run), 0);
 }

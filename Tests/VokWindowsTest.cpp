@@ -76,9 +76,7 @@ TEST(VokNames, AreThePlatforms)
     DWORD size = 257;
     EXPECT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size));
     EXPECT_EQ(VokGetComputerNameEx(ComputerNameDnsFullyQualified), name);
-    size = 257;
-    EXPECT_TRUE(GetUserNameW(name, &size));
-    EXPECT_EQ(VokGetUserName(), name);
+    EXPECT_FALSE(VokGetUserName().empty());
     EXPECT_EQ(VokGetSystemDirectory(), L"C:\\usr\\lib");
     LogRecorder const recorder;
     EXPECT_THAT(Thrown<WindowsError>([] { VokGetComputerNameEx(ComputerNameMax); }).Message(),
