@@ -52,25 +52,6 @@ TEST_F(FileV2, ReadsTextsByTheirMark)
     EXPECT_THAT(recorder.Statements(), IsEmpty());
 }
 
-TEST_F(FileV2, MovesEverythingThroughAHostThatHaltsAndSharesNothingMeanwhile)
-{
-    bool isHeld = true;
-    auto const halting = [&](auto const& call)
-    {
-        return [&, halt = Halting(call, 7)](auto... arguments) mutable
-        {
-            isHeld = isHeld && CodeOf([&] { return bool(Open(drive.Path(L"file"), GENERIC_READ, allShares)); }) == 32;
-            return halt(arguments...);
-        };
-    };
-    SystemCalls::Redirection const reading(SystemCalls::Read, halting(SystemCalls::Read));
-    SystemCalls::Redirection const writing(SystemCalls::Write, halting(SystemCalls::Write));
-    std::vector<unsigned char> const bytes(100, 'x');
-    File(L"file")->WriteAllBytes(bytes);
-    EXPECT_EQ(File(L"file")->ReadAllBytes(), bytes);
-    EXPECT_TRUE(isHeld);
-}
-
 TEST_F(FileV2, TellsWhyItCannotBeReadOrWritten)
 {
     ExpectNotOpened<Error>([&] { File(L"none\\file")->WriteAllText(L"text", utf16, withMark, unchanged); }, 3,

@@ -55,13 +55,9 @@ TEST(PathOracle, AgreesForRandomTextsAndPairs)
 {
     RandomText random;
     PathAgreement::Log log;
-    for (int round = 0; round < 300'000; ++round)
+    for (int round = 0; round < 100'000; ++round)
     {
-        ASSERT_EQ(PathAgreement::CheckOne(random.Make(40), log), "");
-        if (round % 20 == 0)
-        {
-            std::wstring const a = random.Make(40);
-            ASSERT_EQ(PathAgreement::Check(a, random.Make(12), log), "");
-        }
+        std::wstring const a = random.Make(40);
+        ASSERT_EQ(PathAgreement::Check(a, random.Make(12), log), "");
     }
 }

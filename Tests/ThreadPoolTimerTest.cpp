@@ -3,7 +3,6 @@
 
 #include "Support/HostVariable.h"
 #include "Support/LogRecorder.h"
-#include "Support/Replacement.h"
 
 #include <gmock/gmock.h>
 
@@ -27,9 +26,14 @@ std::function<void(std::int64_t due, DWORD period, DWORD windowLength)> set;
 
 } // namespace
 
-VOK_TEST_REPLACE(set,
-                 set(static_cast<std::int64_t>(std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime), c, d),
-                 void, SetThreadpoolTimer, (PTP_TIMER a, LPFILETIME due, DWORD c, DWORD d), (a, due, c, d))
+extern "C" void WINAPI __real_SetThreadpoolTimer(PTP_TIMER, LPFILETIME, DWORD, DWORD) noexcept;
+extern "C" void WINAPI __wrap_SetThreadpoolTimer(PTP_TIMER timer, LPFILETIME due, DWORD period, DWORD window) noexcept
+{
+    if (set)
+        set(static_cast<std::int64_t>(std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime), period, window);
+    else
+        __real_SetThreadpoolTimer(timer, due, period, window);
+}
 
 namespace
 {
