@@ -76,7 +76,7 @@ TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
 {
     drive.Write("outside/precious");
     drive.Write("d/x");
-    for (auto const& [link, target] : {std::pair{"link", "outside"}, {"dangling", "missing"}, {"circle", "circle"}})
+    for (auto const& [link, target] : {std::pair{"link", "outside"}, {"circle", "circle"}})
         std::filesystem::create_symlink(target, drive.Host(link));
     struct
     {
@@ -99,7 +99,6 @@ TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
             EXPECT_EQ(Thrown<WindowsError>([&] { directory.DeleteContent(); }).code().value(), static_cast<int>(code));
         }
     EXPECT_TRUE(drive.Exists("outside/precious") && drive.Exists("d/x"));
-    EXPECT_FALSE(fileSystem->MakeDirectoryInfo(drive.Path(L"dangling")).Delete()); // there is no directory
 }
 
 TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)

@@ -47,10 +47,14 @@ void Expect(Exception const& exception, int code, std::error_category const& cat
     EXPECT_EQ(recorder.Statements().at(0).severity, VokLogSeverity::error);
 }
 
-template <class Kind = WindowsError>
-std::string MessageOf(long code, std::string const& text)
+std::string MessageOf(unsigned long code, std::string const& text)
 {
-    return Kind(code, "src", 10, "F", text).Message();
+    return WindowsError(code, "src", 10, "F", text).Message();
+}
+
+std::string MessageOfCom(long code, std::string const& text)
+{
+    return ComError(code, "src", 10, "F", text).Message();
 }
 
 } // namespace
@@ -68,10 +72,9 @@ TEST(ExceptionTranslation, OfTheLibrarysOwnErrorsKeepsThem)
 
 TEST(ExceptionTranslation, OfComsExceptionsKeepsTheirCode)
 {
-    Expect(ATL::CAtlException(E_FAIL), E_FAIL, com, MessageOf<ComError>(E_FAIL, ""),
-           "Caught CAtlException [-7FFFBFFB]");
+    Expect(ATL::CAtlException(E_FAIL), E_FAIL, com, MessageOfCom(E_FAIL, ""), "Caught CAtlException [-7FFFBFFB]");
     ErrorInformation info;
-    std::string const ofCom = MessageOf<ComError>(E_ACCESSDENIED, "_com_error msg=Access is denied. source=the source");
+    std::string const ofCom = MessageOfCom(E_ACCESSDENIED, "_com_error msg=Access is denied. source=the source");
     Expect(_com_error(E_ACCESSDENIED, &info, true), E_ACCESSDENIED, com, ofCom, "Caught [" + ofCom + "]");
     EXPECT_EQ(info.references, 1U);
 }

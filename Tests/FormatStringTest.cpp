@@ -79,7 +79,6 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
         {formatWide(L"{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
         {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
-        {formatWide(L"{}", Legacy::CString(wide)), wideInUtf8},
         {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
     };
     for (auto const& [actual, expected] : cases)
