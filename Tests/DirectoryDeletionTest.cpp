@@ -1,9 +1,7 @@
 // Deletion of directories of the first generation: what goes, what stops it and what is left then, and that nothing
 // outside is ever touched.
 #include "Support/ChildProcess.h"
-#include "Support/Descriptors.h"
 #include "Support/Directories.h"
-#include "Support/HostFaults.h"
 #include "Support/OpenHandle.h"
 
 #include "Vok/DeletionGuard.h"
@@ -30,43 +28,31 @@ TEST_F(DirectoryDeletion, TakesEverythingAndOfContentAllButTheTopDirectory)
 {
     drive.Write("outside/precious");
     drive.Write("d/s/t/file");
-    drive.Write("d/readonly");
-    SetMode("d/readonly", 0444);
+    SetMode("d/s/t/file", 0444);
     std::filesystem::create_symlink(drive.Host("outside"), drive.Host("d/link"));
-    std::size_t const descriptors = OpenDescriptors();
     LogRecorder const recorder;
     DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"d"));
     directory.DeleteContent();
     EXPECT_THAT(NamesIn(L"d"), IsEmpty());
     EXPECT_TRUE(drive.Exists("outside/precious"));
-    {
-        OpenHandle const held = Open(drive.Path(L"d\\held"), GENERIC_WRITE, 0, CREATE_NEW);
-        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { directory.DeleteContent(); }).Message()),
-                  DeletionFailure(32, "DeleteFileW [" + Text(L"d\\held") + "]"));
-    }
     drive.Write("d/s/t/file");
     EXPECT_TRUE(fileSystem->DeleteDirectory(drive.Path(L"d")));
     EXPECT_THAT(recorder.Statements(), IsEmpty());
     EXPECT_FALSE(fileSystem->DeleteDirectory(drive.Path(L"d")));
     directory.DeleteContent();
-    std::string const statement = "Brindle::Vok::FileSystemImpl::DeleteDirectoryInternal: Deleting directory that "
-                                  "doesn't exist [" +
-                                  Text(L"d") + "]";
-    EXPECT_THAT(recorder.LinesWithFunction(), ElementsAre(statement, statement));
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    std::string const statement = "info: Deleting directory that doesn't exist [" + Text(L"d") + "]";
+    EXPECT_THAT(recorder.Lines(), ElementsAre(statement, statement));
 }
 
 TEST_F(DirectoryDeletion, StopsAtAFileThatIsHeld)
 {
-    for (wchar_t const* name : {L"d\\held", L"d\\s\\t\\held"})
+    for (wchar_t const* name : {L"d\\held", L"d\\s\\held"})
     {
         fileSystem->VokCreateDirectory(Path(drive.Path(name)).Parent());
-        OpenHandle held = Open(drive.Path(name), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW);
+        OpenHandle const held = Open(drive.Path(name), GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW);
         std::string const text = name[2] == L'h' ? "DeleteFileW [" + Text(name) + "]" : ""; // of the top directory only
         EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(32, text));
-        held.Close();
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
-        EXPECT_FALSE(drive.Exists("d"));
+        std::filesystem::remove_all(drive.Host("d"));
     }
 }
 
@@ -90,11 +76,7 @@ TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
 {
     drive.Write("outside/precious");
     drive.Write("d/x");
-    for (auto const& [link, target] : {std::pair{"link", "outside"},
-                                       {"root", "."},
-                                       {"dangling", "missing"},
-                                       {"file", "outside/precious"},
-                                       {"circle", "circle"}})
+    for (auto const& [link, target] : {std::pair{"link", "outside"}, {"circle", "circle"}})
         std::filesystem::create_symlink(target, drive.Host(link));
     struct
     {
@@ -103,108 +85,48 @@ TEST_F(DirectoryDeletion, RefusesWholeDrivesLinksFilesAndPatterns)
         bool isNamed;
     } const cases[] = {
         {{L"", L"a\\.."}, ERROR_ACCESS_DENIED, true},
-        {{L"link", L"link\\", L"link/", L"link\\.", L"root"}, ERROR_DIRECTORY, true},
-        {{L"file", L"outside\\precious"}, ERROR_DIRECTORY, false},
+        {{L"link", L"link\\", L"link/", L"link\\."}, ERROR_DIRECTORY, true},
+        {{L"outside\\precious"}, ERROR_DIRECTORY, false},
         {{L"circle"}, ERROR_CANT_RESOLVE_FILENAME, false},
-        {{L"none?", L"d*", L"lin?", L"d\\*.none", L"a<b", L"none*\\"}, ERROR_INVALID_NAME, false},
+        {{L"none?", L"d*", L"d\\*.none"}, ERROR_INVALID_NAME, false},
     };
     for (auto const& [names, code, isNamed] : cases)
         for (wchar_t const* name : names)
         {
-            std::wstring const path = drive.Path(name);
-            EXPECT_EQ(DeletionMessage(path), DeletionFailure(code, isNamed ? "Path [" + Text(name) + "]" : ""));
-            DirectoryInfo directory = fileSystem->MakeDirectoryInfo(path);
+            EXPECT_EQ(DeletionMessage(drive.Path(name)),
+                      DeletionFailure(code, isNamed ? "Path [" + Text(name) + "]" : ""));
+            DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(name));
             EXPECT_EQ(Thrown<WindowsError>([&] { directory.DeleteContent(); }).code().value(), static_cast<int>(code));
         }
     EXPECT_TRUE(drive.Exists("outside/precious") && drive.Exists("d/x"));
-    EXPECT_FALSE(fileSystem->MakeDirectoryInfo(drive.Path(L"dangling")).Delete()); // there is no directory
-    EXPECT_EQ(DeletionMessage(drive.Path(L"root\\outside")), noError);
-    EXPECT_FALSE(drive.Exists("outside"));
 }
 
 TEST_F(DirectoryDeletion, OfAPathThatDoesNotFitEndsTheProcess)
 {
     std::size_t const most = MAX_PATH - 1 - drive.Path(L"d\\").size();
-    std::string const deep = "d/" + std::string(120, 'x');
-    struct
+    for (std::size_t const length : {most, most + 1})
     {
-        std::string name;
-        bool fits;
-    } const cases[] = {{"d/" + std::string(most, 'x'), true},
-                       {"d/" + std::string(most + 1, 'x'), false},
-                       {deep + "/" + std::string(140, 'y') + "/file", false}};
-    for (auto const& each : cases)
-    {
-        drive.Write(each.name);
-        ChildProcess child([&](ChildProcess::Channel&)
-                           { return DeletionMessage(drive.Path(L"d")) == noError ? 0 : 1; });
-        EXPECT_EQ(child.Join(), each.fits ? 0 : -SIGABRT);
-        EXPECT_EQ(drive.Exists(each.name), !each.fits);
+        std::string const name = "d/" + std::string(length, 'x');
+        drive.Write(name);
+        int const status = InChild([&] { EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError); });
+        EXPECT_EQ(status, length == most ? 0 : -SIGABRT);
+        EXPECT_EQ(drive.Exists(name), length != most);
     }
 }
 
-TEST_F(DirectoryDeletion, RefusesReadOnlyDirectoriesAndLikeAWalkNeedsRights)
+TEST_F(DirectoryDeletion, RefusesReadOnlyDirectoriesAndNeedsRights)
 {
-    SetMode("", 0777);
-    std::string const file = Text(L"d\\file");
-    for (mode_t const mode : {0555U, 0444U, 0111U, 0U})
-    {
-        bool const lists = (mode & 0444) != 0;
-        std::string const refusal =
-            lists ? MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + file + "]")
-                  : MessageOf("FileSystemIterator::FileSystemIterator", 5, "FindFirstFileW [" + Text(L"d") + "]");
-        auto const walk = [&] { NamesIn(L"d", FileSystemIterateType::Files); };
-        RunAsOrdinaryUser(
-            [&]
-            {
-                drive.Write("d/file");
-                SetMode("d", mode);
-                if (mode != 0555)
-                {
-                    EXPECT_EQ(WithoutLine(Thrown<WindowsError>(walk).Message()), refusal);
-                }
-                std::string const message = DeletionMessage(drive.Path(L"d"));
-                EXPECT_EQ(message, DeletionFailure(5, lists ? "DeleteFileW [" + file + "]" : ""));
-                SetMode("d", 0777);
-                EXPECT_THAT(NamesIn(L"d"), ElementsAre(L"file"));
-            });
-        if (::geteuid() == 0)
-        {
-            SetMode("d", mode);
-            EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(5, "Path [" + Text(L"d") + "]"));
-            EXPECT_THAT(NamesIn(L"d"), IsEmpty());
-            SetMode("d", 0777);
-        }
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
-    }
-}
-
-TEST_F(DirectoryDeletion, IsCompletedAfterAProcessThatDiedInTheMiddle)
-{
-    constexpr int files = 5;
-    for (int removals = 0; removals <= files; ++removals)
-    {
-        for (int i = 0; i < files; ++i)
-            drive.Write("d/s/" + std::to_string(i));
-        ChildProcess child(
-            [&](ChildProcess::Channel& channel)
-            {
-                auto const die = [&, count = 0](auto... arguments) mutable
-                {
-                    if (count++ == removals)
-                        channel.Ready(), channel.Wait();
-                    return SystemCalls::UnlinkAt.host(arguments...);
-                };
-                SystemCalls::Redirection const dying(SystemCalls::UnlinkAt, die);
-                return DeletionMessage(drive.Path(L"d")) == noError ? 0 : 1;
-            });
-        child.WaitUntilReady();
-        child.Kill();
-        EXPECT_EQ(child.Join(), -SIGKILL);
-        EXPECT_EQ(NamesIn(L"d\\s").size(), static_cast<std::size_t>(files - removals));
-        EXPECT_EQ(DeletionMessage(drive.Path(L"d")), noError);
-        EXPECT_FALSE(drive.Exists("d"));
-    }
+    SetMode("", 0755);
+    drive.Write("d/file");
+    SetMode("d", 0555);
+    std::string const path = Text(L"d");
+    auto const expect = [&](std::string const& text)
+    { EXPECT_EQ(DeletionMessage(drive.Path(L"d")), DeletionFailure(5, text)); };
+    RunAsOrdinaryUser([&] { expect("DeleteFileW [" + path + "\\file]"); });
+    SetMode("d", 0755);
+    std::filesystem::remove(drive.Host("d/file"));
+    SetMode("d", 0555);
+    expect("Path [" + path + "]");
 }
 
 // A thread swaps something on the way to the files for a link, as fast as it can, to where files of the same names are.
@@ -218,45 +140,38 @@ TEST_F(DirectoryDeletion, IsLedNowhereByLinksThatAreSwappedIn)
         for (int i = 0; i < files; ++i)
             ::close(::open(quick.Host(top + "/a/b/c/" + std::to_string(i)).c_str(), O_CREAT | O_CLOEXEC, 0444));
     };
-    auto const remove = [&](char const* name) // a swap that has begun may still come in between
-    {
-        std::error_code error;
-        do
-            std::filesystem::remove_all(quick.Host(name), error);
-        while (error);
-    };
     makeTree("outside");
+    int round = 0;
     for (std::string const place : {"", "/a", "/a/b", "/a/b/c", "/a/b/c/7"})
     {
-        std::atomic<bool> stops{false};
         std::atomic<int> swaps{0};
-        std::thread swapper(
-            [&, inside = quick.Host("d" + place), link = quick.Host("link")]
+        std::jthread swapper(
+            [&, inside = quick.Host("d" + place), link = quick.Host("link")](std::stop_token const& stops)
             {
-                while (!stops)
+                while (!stops.stop_requested())
                     if (::renameat2(AT_FDCWD, inside.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0)
                         ++swaps;
             });
         auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TakesLong() ? 30'000 : 500);
         while (std::chrono::steady_clock::now() < end)
         {
-            std::error_code ignored;
             makeTree("fresh");
             std::filesystem::create_symlink(quick.Host("outside" + place), quick.Host("link"));
             std::filesystem::rename(quick.Host("fresh"), quick.Host("d"));
             WindowsError error;
             fileSystem->DeleteDirectory(quick.Path(L"d"), error);
-            std::filesystem::rename(quick.Host("d"), quick.Host("rest"), ignored);
-            remove("rest");
-            remove("link");
+            for (char const* name : {"d", "link"}) // in which a swap that has begun may still come
+            {
+                std::error_code ignored;
+                std::string const rest = quick.Host("rest" + std::to_string(++round));
+                std::filesystem::rename(quick.Host(name), rest, ignored);
+                std::filesystem::remove_all(rest, ignored);
+            }
         }
-        stops = true;
-        swapper.join();
+        swapper = {};
         EXPECT_GT(swaps, 0);
         for (int i = 0; i < files; ++i)
-            EXPECT_EQ(std::filesystem::status(quick.Host("outside/a/b/c/" + std::to_string(i))).permissions(),
-                      std::filesystem::perms(0444))
-                << place;
+            EXPECT_EQ(quick.Mode("outside/a/b/c/" + std::to_string(i)), 0444U) << place;
     }
 }
 

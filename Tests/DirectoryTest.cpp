@@ -9,147 +9,53 @@
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
 
 using Directories = DirectoryTests;
 
-/// The real service, with a record of what reaches it.
-struct RecordingService final : FileSystemImpl
-{
-    void VokCreateDirectory(Path path) override
-    {
-        calls.push_back("create " + path.ToStringA());
-        FileSystemImpl::VokCreateDirectory(path);
-        if (!madeMeanwhile.empty())
-            std::filesystem::create_directories(madeMeanwhile);
-    }
-    bool DeleteDirectory(Path path, Error& error) override
-    {
-        calls.push_back("delete& " + path.ToStringA());
-        return fails ? throw std::runtime_error("not deleted") : FileSystemImpl::DeleteDirectory(path, error);
-    }
-    bool DeleteDirectory(Path path) override
-    {
-        calls.push_back("delete " + path.ToStringA());
-        return FileSystemImpl::DeleteDirectory(path);
-    }
-
-    std::vector<std::string> calls;
-    std::string madeMeanwhile;
-    bool fails = false;
-};
-
-TEST_F(Directories, AnAnswerIsKeptUntilRefresh)
+TEST_F(Directories, AreAskedForByTheFirstQuestionThatSucceedsUntilRefresh)
 {
     PathInfo info = fileSystem->MakePathInfo(drive.Path(L"file"));
+    {
+        SystemCalls::Redirection const refused(SystemCalls::StatusAt, FailingWith(EACCES));
+        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { info.Exists(); }).Message()),
+                  MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + Text(L"file") + "]"));
+    }
     EXPECT_FALSE(info.Exists() || info.IsDirectory() || info.IsFile());
     EXPECT_EQ(info.Attributes(), FileAttributes::none);
     drive.Write("file");
-    EXPECT_FALSE(info.Exists());
     PathInfo copy = info;
     info.Refresh();
     EXPECT_TRUE(info.Exists() && info.IsFile());
     EXPECT_FALSE(copy.Exists());
     EXPECT_FALSE(info.Delete());
     EXPECT_TRUE(drive.Exists("file"));
-    info = DirectoryInfo(drive.Path(), fileSystem);
-    EXPECT_TRUE(info.IsDirectory());
-    DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"new"));
-    directory.Create();
-    directory.MoveTo(drive.Path(L"elsewhere"));
-    EXPECT_TRUE(directory.Exists());
-    EXPECT_EQ(directory.ToString(), drive.Path(L"new"));
-    EXPECT_EQ(directory.CreateSubdirectory(L"x\\y").ToString(), drive.Path(L"new\\x\\y"));
-    EXPECT_TRUE(drive.Exists("new/x/y"));
-    EXPECT_TRUE(directory.Delete());
-    EXPECT_FALSE(directory.Delete());
-}
-
-TEST_F(Directories, AreAskedForOnlyByTheFirstQuestionThatSucceeds)
-{
-    drive.Write("file");
-    PathInfo info = fileSystem->MakePathInfo(drive.Path(L"file"));
-    {
-        SystemCalls::Redirection const refused(SystemCalls::StatusAt, FailingWith(EACCES));
-        for (int i = 0; i < 2; ++i)
-            EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { info.Exists(); }).Message()),
-                      MessageOf("PathInfo::Impl::Load", 5, "GetFileAttributes [" + Text(L"file") + "]"));
-    }
-    int questions = 0;
-    auto const counted = [&](auto... arguments) { return ++questions, SystemCalls::StatusAt.host(arguments...); };
-    SystemCalls::Redirection const counting(SystemCalls::StatusAt, counted);
-    PathInfo unasked = info;
-    EXPECT_EQ(unasked.ToString(), info.Path().ToString());
-    EXPECT_EQ(questions, 0);
-    EXPECT_TRUE(info.Exists());
-    PathInfo copy = info;
-    EXPECT_TRUE(info.IsFile() && !copy.IsDirectory() && copy.Attributes() != FileAttributes::none);
-    EXPECT_EQ(questions, 1);
-    info.Refresh();
-    EXPECT_EQ(questions, 1);
-    EXPECT_TRUE(info.IsFile() && unasked.IsFile());
-    EXPECT_EQ(questions, 3);
+    EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { fileSystem->VokCreateDirectory(L"Q:\\a\\b"); }).Message()),
+              MessageOf("FileSystemImpl::VokCreateDirectory", 3, "CreateDirectory [Q:\\a]"));
+    EXPECT_THROW(FileSystemImpl().MakePathInfo(drive.Path()), std::bad_weak_ptr);
 }
 
 TEST_F(Directories, AreAssignedWithTheirAnswersAndGoTheirOwnWay)
 {
     DirectoryInfo directory = fileSystem->MakeDirectoryInfo(drive.Path(L"new"));
     directory.Create();
+    EXPECT_EQ(directory.CreateSubdirectory(L"x\\y").ToString(), drive.Path(L"new\\x\\y"));
+    EXPECT_TRUE(drive.Exists("new/x/y"));
     PathInfo info = fileSystem->MakePathInfo(drive.Path(L"missing"));
     EXPECT_TRUE(!info.Exists() && directory.Exists());
     info = directory;
     DirectoryInfo other = fileSystem->MakeDirectoryInfo(drive.Path(L"other"));
     other = std::as_const(directory);
     other = *&other;
+    directory.MoveTo(drive.Path(L"elsewhere"));
+    EXPECT_EQ(directory.ToString(), drive.Path(L"new"));
     EXPECT_TRUE(directory.Delete());
+    EXPECT_FALSE(directory.Delete());
     EXPECT_EQ(info.ToString(), drive.Path(L"new"));
     EXPECT_TRUE(info.Exists());
     EXPECT_TRUE(other.Exists() && !directory.Exists());
-    info = std::move(other);
-    EXPECT_TRUE(info.IsDirectory());
-}
-
-TEST_F(Directories, AServiceIsAskedForCreationsAndDeletions)
-{
-    auto const service = std::make_shared<RecordingService>();
-    drive.Write("d/file");
-    DirectoryInfo directory(drive.Path(L"d"), service);
-    directory.Create();
-    directory.CreateSubdirectory(L"s\\t");
-    directory.DeleteContent(); // the only one that it isn't asked for
-    EXPECT_FALSE(drive.Exists("d/file"));
-    directory.Delete();
-    {
-        TempDirectory temporary(service, drive.Path(L"t"));
-        temporary.Delete();
-    }
-    EXPECT_THAT(service->calls, ElementsAre("create " + Text(L"d"), "create " + Text(L"d\\s\\t"),
-                                            "create " + Text(L"d\\s"), "delete " + Text(L"d"), "delete& " + Text(L"d"),
-                                            "delete& " + Text(L"t"), "delete& " + Text(L"t")));
-    HostVariable const temp("TEMP", drive.Host("tmp").c_str());
-    service->calls.clear();
-    service->fails = true;
-    std::string const path = service->MakeTempDirectory().Path().ToStringA(); // whose end throws to nobody
-    EXPECT_EQ(service->calls.front(), "create " + path);
-    // What somebody else made between the two attempts is an error.
-    service->madeMeanwhile = drive.Host("x/y");
-    EXPECT_EQ(Thrown<WindowsError>([&] { service->VokCreateDirectory(drive.Path(L"x\\y")); }).code().value(), 183);
-}
-
-TEST_F(Directories, CreationMakesParentsAndNamesWhatFails)
-{
-    fileSystem->VokCreateDirectory(drive.Path(L"a\\b\\c"));
-    fileSystem->VokCreateDirectory(drive.Path(L"a\\b\\c"));
-    EXPECT_TRUE(drive.Exists("a/b/c"));
-    auto const error = Thrown<WindowsError>([&] { fileSystem->VokCreateDirectory(L"Q:\\a\\b"); });
-    EXPECT_EQ(WithoutLine(error.Message()),
-              MessageOf("FileSystemImpl::VokCreateDirectory", 3, "CreateDirectory [Q:\\a]"));
-    FileSystemImpl unshared;
-    EXPECT_THROW(unshared.MakePathInfo(drive.Path()), std::bad_weak_ptr);
-    EXPECT_TRUE(unshared.MakeFile(drive.Path(L"file")));
 }
 
 TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
@@ -161,23 +67,15 @@ TEST_F(Directories, TemporaryOnesGoWithTheirOwner)
         std::wstring const path = first.Path().ToString();
         drive.Write("tmp/" + WideToUtf8(first.Path().NameWithExtension()) + "/file");
         TempDirectory second = std::move(first);
-        EXPECT_TRUE(fileSystem->MakePathInfo(path).Exists());
         second = TempDirectory(fileSystem, drive.Path(L"t"));
         EXPECT_FALSE(fileSystem->MakePathInfo(path).Exists());
-        EXPECT_THAT(recorder.Statements(), IsEmpty());
-
-        // It stays the owner of what it has deleted.
         drive.Write("t/file");
         Error error;
-        VOK_SET_ERROR(error, WindowsError, 1234, "from before");
-        std::string const before = error.Message();
-        second.Delete(error);
-        EXPECT_FALSE(drive.Exists("t"));
-        second.Delete(error);
-        EXPECT_EQ(error.Message(), before);
+        second.Delete(error); // it stays the owner of what it has deleted
+        EXPECT_FALSE(drive.Exists("t") || error.Failed());
     }
     std::string const statement = "info: Deleting directory that doesn't exist [" + Text(L"t") + "]";
-    EXPECT_THAT(recorder.Lines(), ElementsAre(statement, statement));
+    EXPECT_THAT(recorder.Lines(), ElementsAre(statement));
 }
 
 TEST_F(Directories, ATemporaryOneThatStaysIsLogged)
@@ -186,16 +84,12 @@ TEST_F(Directories, ATemporaryOneThatStaysIsLogged)
     OpenHandle const held = Open(drive.Path(L"t\\file"), GENERIC_READ);
     LogRecorder const recorder(VokLogSeverity::error);
     {
-        TempDirectory temporary(fileSystem, drive.Path(L"t"));
-        EXPECT_EQ(WithoutLine(Thrown<WindowsError>([&] { temporary.Delete(); }).Message()),
-                  DeletionFailure(32, "DeleteFileW [" + Text(L"t\\file") + "]"));
-        EXPECT_THAT(recorder.Statements(), IsEmpty());
+        TempDirectory const temporary(fileSystem, drive.Path(L"t"));
     }
-    EXPECT_TRUE(drive.Exists("t/file"));
-    ASSERT_EQ(recorder.Statements().size(), 1U);
-    EXPECT_STREQ(recorder.Statements()[0].function, "Brindle::Vok::TempDirectory::Impl::~Impl");
-    EXPECT_TRUE(recorder.Statements()[0].message.starts_with("Failed to delete TempDirectory[" + Text(L"t") +
-                                                             "] error[Source/Vok/FileSystem.cpp("));
+    EXPECT_THAT(recorder.LinesWithFunction(),
+                ElementsAre(testing::StartsWith("Brindle::Vok::TempDirectory::Impl::~Impl: Failed to delete "
+                                                "TempDirectory[" +
+                                                Text(L"t") + "] error[Source/Vok/FileSystem.cpp(")));
 }
 
 } // namespace

@@ -30,7 +30,6 @@ void Expect(Error const& error, int code, std::error_category const& category, b
     EXPECT_EQ(error.code().value(), code);
     EXPECT_EQ(&error.code().category(), &category);
     EXPECT_EQ(error.Failed(), failed);
-    EXPECT_EQ(error.Message(), message);
     EXPECT_STREQ(error.what(), message.c_str());
 }
 
@@ -52,34 +51,22 @@ TEST(Error, MessagesToTheLetter)
     Expect(Error(Error()), 0, win32, false, "success");
     Expect(WindowsError(), 0, win32, false, "Windows ERROR_SUCCESS");
     Expect(WindowsError(5, "src", 10, "F", "x"), 5, win32, true, "src(10): F Access is denied. (Windows Error 5). x");
-    Expect(WindowsError(5, nullptr, 10, "F", "x"), 5, win32, true, "Access is denied. (Windows Error 5). x");
     Expect(WindowsError(5, "src", 10, nullptr, "x"), 5, win32, true, "Access is denied. (Windows Error 5). x");
-    Expect(WindowsError(0x100000000, nullptr, 0, nullptr, ""), 0, win32, false,
-           WindowsErrorToStringA(0) + " (Windows Error 0).");
-    Expect(WindowsError(0xDEADBEEF, nullptr, 0, nullptr, ""), static_cast<int>(0xDEADBEEF), win32, true,
-           "Unknown Error Code. (Windows Error 3735928559).");
     Expect(ComError(0x80004005, "src", -1, "F", "x"), static_cast<int>(0x80004005), com, true,
            "src(-1): F " + HresultToStringA(E_FAIL) + " (Com Error -7FFFBFFB). x");
-    Expect(ComError(Hresult(0x80070005), nullptr, 0, nullptr, ""), static_cast<int>(0x80070005), com, true,
-           "Access is denied. (Com Error -7FF8FFFB).");
     Expect(ComError(1, nullptr, 0, nullptr, "{}"), 1, com, false, HresultToStringA(1) + " (Com Error 1). {}");
-    Expect(ComError(0x7FFFFFFF, nullptr, 0, nullptr, ""), 0x7FFFFFFF, com, false,
-           "Unknown error 0x7FFFFFFF (Com Error 7FFFFFFF).");
 }
 
 TEST(Error, TextsOfCodes)
 {
     std::pair<std::string, char const*> const cases[] = {
-        {WindowsErrorToStringA(0x100000005), "Access is denied."}, // only the low 32 bits of a code count
-        {WideToUtf8(WindowsErrorToString(5)), "Access is denied."},
+        {WindowsErrorToStringA(0x100000005), "Access is denied."},            // only the low 32 bits of a code count
         {WindowsErrorToStringA(ERROR_BAD_EXE_FORMAT), "Unknown Error Code."}, // its text needs an argument
         {WideToUtf8(WindowsErrorToString(987654)), "Unknown Error Code."},
         {HresultToStringA(0x180070005), "Access is denied."},
         {HresultToStringA(Hresult(0x800700C1)), "%1 is not a valid program."},
         {HresultToStringA(Hresult(0x80040200)), "Unknown error 0x80040200"},
-        {HresultToStringA(Hresult(0x80040201)), "IDispatch error #1"},
         {WideToUtf8(HresultToString(Hresult(0x8004FFFF))), "IDispatch error #65023"},
-        {WideToUtf8(HresultToString(Hresult(0x80050000))), "Unknown error 0x80050000"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);
@@ -89,71 +76,33 @@ TEST(Error, AssignmentBringsTheCodeIntoTheTargetsCategory)
 {
     auto const windows = [](unsigned long code) { return std::make_shared<WindowsError>(code, "s", 1, "S", "t"); };
     auto const hresult = [](unsigned code) { return std::make_shared<ComError>(Hresult(code), "s", 1, "S", "t"); };
-    struct
-    {
-        std::shared_ptr<Error> target;
-        std::shared_ptr<Error> source;
-        unsigned expected;
-    } const cases[] = {
-        {std::make_shared<Error>(), windows(5), 5},    {windows(7), hresult(0x80070005), 5},
+    std::tuple<std::shared_ptr<Error>, std::shared_ptr<Error>, unsigned> const cases[] = {
         {windows(7), hresult(0x8007FFFF), 0xFFFF},     {windows(7), hresult(0x80004005), ERROR_FUNCTION_FAILED},
-        {windows(7), hresult(0x8004D000), 0x8004D000}, {windows(7), hresult(1), 1},
+        {windows(7), hresult(0x8004D000), 0x8004D000}, {windows(7), hresult(0x00070005), 0x70005},
         {hresult(1), windows(0x12345), 0x80072345},    {hresult(1), windows(0), 0},
         {hresult(1), windows(0x80000005), 0x80000005}, // negative as a signed number: unchanged
-        {hresult(1), hresult(0x80070005), 0x80070005},
     };
-    for (auto const& each : cases)
+    for (auto const& [target, source, expected] : cases)
     {
-        auto const& category = each.target->code().category();
-        *each.target = *each.source;
-        Expect(*each.target, static_cast<int>(each.expected), category, each.source->Failed(), each.source->Message());
+        auto const& category = target->code().category();
+        *target = *source;
+        Expect(*target, static_cast<int>(expected), category, source->Failed(), source->Message());
     }
-}
-
-TEST(Error, AssignmentCopiesFailedAndRebuildsTheBase)
-{
-    ComError const notFailed(Hresult(0x00070005), nullptr, 0, nullptr, "");
-    WindowsError target(5, nullptr, 0, nullptr, "");
-    Error const copy = target;
-    target = notFailed; // code 0x70005 as a Win32 code, and not failed
-    Error const& sameObject = target;
-    target = sameObject;
-    Expect(target, 0x70005, win32, false, notFailed.Message());
-    Expect(copy, 5, win32, true, "Access is denied. (Windows Error 5).");
-    // The base's own text follows the code too.
-    EXPECT_STREQ(static_cast<std::system_error const&>(target).std::system_error::what(),
-                 std::system_error(0x70005, win32).what());
-}
-
-TEST(ComErrorCategory, TellsTheTextsOfHresults)
-{
-    EXPECT_STREQ(com.name(), "VokCom");
-    EXPECT_EQ(com.default_error_condition(3), std::error_condition(3, com));
-    EXPECT_TRUE(std::error_code(3, com) == std::error_condition(3, com));
-    EXPECT_FALSE(std::error_code(3, win32) == std::error_condition(3, com));
 }
 
 TEST(ErrorMacros, ThrowLogsItsNoticeAndKeepsTheType)
 {
     LogRecorder recorder;
     ComError const error = Thrown<ComError>([] { VOK_THROW(ComError, E_FAIL, "x {}", 1); });
-    auto const statements = recorder.Statements();
-    ASSERT_EQ(statements.size(), 1U);
-    EXPECT_EQ(statements[0].message, "Throwing " + error.Message());
-    EXPECT_EQ(statements[0].severity, VokLogSeverity::error);
-    EXPECT_STREQ(statements[0].file, "Tests/ErrorTest.cpp");
-    EXPECT_EQ(error.Message(),
-              ComError(E_FAIL, statements[0].file, statements[0].line, statements[0].function, "x 1").Message());
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Throwing " + error.Message()));
+    LogStatement const statement = recorder.Statements().at(0);
+    EXPECT_STREQ(statement.file, "Tests/ErrorTest.cpp");
+    EXPECT_EQ(error.Message(), ComError(E_FAIL, statement.file, statement.line, statement.function, "x 1").Message());
 }
 
 TEST(ErrorMacros, LastErrorIsReadBehindTheFormat)
 {
     LogRecorder recorder;
-    SetLastError(ERROR_ACCESS_DENIED);
-    Error error;
-    VOK_SET_LAST_ERROR(error, "{}", ChangesLastError());
-    EXPECT_EQ(error.code().value(), ERROR_INVALID_HANDLE);
-    EXPECT_THAT(recorder.Lines(), IsEmpty());
     SetLastError(ERROR_ACCESS_DENIED);
     WindowsError const thrown =
         Thrown<WindowsError>([] { VOK_THROW_LAST_ERROR(L"wide {}{}", L"text", ChangesLastError()); });
@@ -162,10 +111,12 @@ TEST(ErrorMacros, LastErrorIsReadBehindTheFormat)
     EXPECT_TRUE(thrown.Message().ends_with(WindowsErrorToStringA(6) + " (Windows Error 6). wide textchanged"));
 }
 
-TEST(ErrorMacros, SetConvertsIntoTheTargetsCategory)
+TEST(ErrorMacros, SetConvertsIntoTheTargetsCategoryAndLogsNothing)
 {
+    LogRecorder const recorder;
     Error error;
     VOK_SET_ERROR(error, ComError, E_ACCESSDENIED, L"[{}]", L"\u20AC");
     EXPECT_EQ(error.code(), std::error_code(5, win32));
-    EXPECT_TRUE(error.Message().ends_with("(Com Error -7FF8FFFB). [\xE2\x82\xAC]")) << error.Message();
+    EXPECT_TRUE(error.Message().ends_with("(Com Error -7FF8FFFB). [\xE2\x82\xAC]"));
+    EXPECT_THAT(recorder.Lines(), IsEmpty());
 }

@@ -6,11 +6,11 @@
 #include <gmock/gmock.h>
 
 #include <new>
-#include <stdexcept>
 
 using namespace Brindle::Vok;
 using Brindle::Vok::Testing::LogRecorder;
 using testing::ElementsAre;
+using testing::StartsWith;
 
 namespace Legacy
 {
@@ -27,21 +27,6 @@ private:
 
 namespace
 {
-
-enum class Choice : int
-{
-    three = 3
-};
-
-enum class Color
-{
-    green
-};
-
-std::wostream& operator<<(std::wostream& stream, Color)
-{
-    return stream << L"green";
-}
 
 struct Narrow
 {
@@ -77,36 +62,24 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
     Detail::WideStringAtl const atlWide(wide.c_str());
     Detail::NarrowStringAtl const atlNarrow(narrow.c_str());
     std::string const widened = "n\u00C3\u00A9"; // byte by byte, no decoding
-    std::wstring const longText(1000, L'x');
     char const* const nullNarrow = nullptr;
     wchar_t* const nullWide = nullptr;
     std::pair<std::string, std::string> const cases[] = {
         {FormatString("{} {}", narrow, narrow.c_str()), narrow + " " + narrow},
         {FormatString("{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
-        {FormatString("{} {}", std::string_view("a"), std::wstring_view(L"b")), "a b"},
         {FormatString("{} {} {}", nullNarrow, nullWide, nullptr), "(null) (null) (null)"},
         {FormatString("{}-{}-{}", "literal", L"literal", 'c'), "literal-literal-c"},
         {FormatString("{:>6}|{:.2}", L"ab", L"abc"), "    ab|ab"},
         {FormatString("{:X} {:X}", static_cast<HRESULT>(0x80004005U), 255U), "-7FFFBFFB FF"},
-        {FormatString("{} {} {} {:.1f}", -1L, true, Choice::three, 0.5), "-1 true 3 0.5"},
+        {FormatString("{} {} {:.1f}", true, VokLogSeverity::info, 0.5), "true 3 0.5"},
         {FormatString("{} {}", atlWide, atlNarrow), wideInUtf8 + " " + narrow},
-        {FormatString("{}|{}", Detail::WideStringAtl(), Detail::NarrowStringAtl()), "|"},
-        {FormatString("{}{}", Legacy::CString(wide), Legacy::CString(longText)), wideInUtf8 + std::string(1000, 'x')},
+        {FormatString("{}", Legacy::CString(wide)), wideInUtf8},
         {FormatString("{} {}", Narrow(), WindowsError()), narrow + " Windows ERROR_SUCCESS"},
-        {FormatString("{} {}", Color::green, VokLogSeverity::info), "green 3"},
         {FormatString("a{}b", std::string("x\0y", 3)), "ax"}, // a text ends at the first NUL
-        {WideToUtf8(Detail::GetAtlStringValue(atlWide)), wideInUtf8},
-        {WideToUtf8(Detail::GetLegacyStringValue(Legacy::CString(wide))), wideInUtf8},
         {formatWide(L"{} {}", wide, wide.c_str()), wideInUtf8 + " " + wideInUtf8},
         {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
-        {formatWide(L"{} {}", nullNarrow, nullWide), "(null) (null)"},
-        {formatWide(L"{:>4}|{}", "ab", 'c'), "  ab|c"},
-        {formatWide(L"{:X} {} {}", -1, Choice::three, true), "-1 3 true"},
         {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
-        {formatWide(L"{} {}", Legacy::CString(wide), Color::green), wideInUtf8 + " green"},
         {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
-        {formatWide(L"a{}b", std::wstring(L"x\0y", 3)), "ax"},
-        {FormatLogMessage(L"[{}]", wide), "[" + wideInUtf8 + "]"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);
@@ -114,45 +87,18 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
 
 TEST(FormatString, ABadFormatComesBackAsItIsAndIsLogged)
 {
-    std::system_error const systemError(7, std::generic_category(), "why");
-    std::string const withCode = std::string("msg[") + systemError.what() + "] error_code[7]";
-    struct
-    {
-        std::function<std::string()> run;
-        std::string format;
-        std::string logged = "msg[";
-        std::string result = format;
-    } const cases[] = {
-        {[] { return FormatString("{} and {}", 1); }, "{} and {}"},
-        {[] { return FormatString("{:d}", "text"); }, "{:d}"},
-        {[] { return FormatString("{:%}", Narrow()); }, "{:%}"},
-        {[] { return FormatLogMessage(L"{} \u00E9 {}", 1); }, "{} \xC3\xA9 {}"},
-        {[] { return WideToUtf8(FormatStringW(L"{:d}", "text")); }, "{:d}"},
-        {[] { return FormatString("{}", Throwing<std::bad_alloc>()); }, "{}"},
-        {[] { return FormatLogMessage(L"{}", Throwing<std::runtime_error>{std::runtime_error("x")}); }, "{}", "msg[x]"},
-        {[&] { return FormatString("{}", Throwing<std::system_error>{systemError}); }, "{}", withCode},
-        {[] { return FormatString(static_cast<char const*>(nullptr)); }, "(null)", "msg[", ""},
-        {[] { return FormatLogMessage(static_cast<wchar_t const*>(nullptr)); }, "(null)", "msg[", ""},
-    };
-    for (auto const& each : cases)
-    {
-        EXPECT_EQ(each.run(), each.result); // with no subscriber the same
-        LogRecorder recorder;
-        EXPECT_EQ(each.run(), each.result);
-        std::string const logged =
-            "Brindle::Vok::Detail::HandleFormatExceptionGeneric: Failed to format formatString[" + each.format + "] " +
-            each.logged;
-        EXPECT_THAT(recorder.LinesWithFunction(), ElementsAre(testing::StartsWith(logged)));
-        EXPECT_EQ(recorder.Statements()[0].message.ends_with("] error_code[7]"), each.logged == withCode);
-        EXPECT_EQ(recorder.Statements()[0].severity, VokLogSeverity::error);
-        EXPECT_STREQ(recorder.Statements()[0].file, "Source/Vok/FormatString.cpp");
-    }
-}
-
-TEST(FormatString, OtherExceptionsPassThrough)
-{
+    LogRecorder const recorder;
+    EXPECT_EQ(FormatString("{} and {}", 1), "{} and {}");
+    EXPECT_EQ(FormatLogMessage(L"{} \u00E9 {}", 1), "{} \xC3\xA9 {}");
+    EXPECT_EQ(FormatString("{}", Throwing<std::bad_alloc>()), "{}");
+    EXPECT_EQ(FormatString(static_cast<char const*>(nullptr)), "");
+    FormatString("{}", Throwing<std::system_error>{std::system_error(7, std::generic_category(), "why")});
+    std::string const begin = "Brindle::Vok::Detail::HandleFormatExceptionGeneric: Failed to format formatString[";
+    EXPECT_THAT(recorder.LinesWithFunction(),
+                ElementsAre(StartsWith(begin + "{} and {}] msg["), StartsWith(begin + "{} \xC3\xA9 {}] msg["),
+                            StartsWith(begin + "{}] msg["), StartsWith(begin + "(null)] msg["),
+                            testing::EndsWith("] error_code[7]")));
     EXPECT_THROW(FormatString("{}", Throwing<int>{1}), int);
-    EXPECT_THROW(FormatLogMessage(L"{}", Throwing<int>{1}), int);
 }
 
 TEST(FormatString, ASystemErrorOutOfALogMessageHasAFixedText)
@@ -160,7 +106,6 @@ TEST(FormatString, ASystemErrorOutOfALogMessageHasAFixedText)
     SubscriptionForLogCallbacks const thrower(
         [](LogStatement const&) { throw std::system_error(7, std::generic_category()); }, VokLogSeverity::error);
     EXPECT_EQ(FormatLogMessage(L"{} {}", 1), "Failed to format log message");
-    EXPECT_THROW(FormatString("{} {}", 1), std::system_error);
 }
 
 TEST(Utf8Conversion, TakesNullAndAnyLengthAndLeavesTheLastErrorAlone)
@@ -168,13 +113,12 @@ TEST(Utf8Conversion, TakesNullAndAnyLengthAndLeavesTheLastErrorAlone)
     EXPECT_EQ(WideToUtf8(static_cast<wchar_t const*>(nullptr)), "");
     EXPECT_EQ(Utf8ToWide(static_cast<char const*>(nullptr)), L"");
     SetLastError(ERROR_INVALID_HANDLE);
-    for (std::size_t const length : {0U, 1U, 127U, 128U, 129U, 1U << 20})
-        for (bool const ascii : {false, true})
-        {
-            std::string const narrowText = std::string(length, 'x') + (ascii ? "" : "\xE2\x82\xAC");
-            std::wstring const wideText = std::wstring(length, L'x') + (ascii ? L"" : L"\u20AC");
-            EXPECT_EQ(WideToUtf8(wideText), narrowText);
-            EXPECT_EQ(Utf8ToWide(narrowText), wideText);
-        }
+    for (std::size_t const length : {0U, 127U, 128U, 129U})
+    {
+        std::string const narrowText = std::string(length, 'x') + "\xE2\x82\xAC";
+        std::wstring const wideText = std::wstring(length, L'x') + L"\u20AC";
+        EXPECT_EQ(WideToUtf8(wideText), narrowText);
+        EXPECT_EQ(Utf8ToWide(narrowText), wideText);
+    }
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
 }

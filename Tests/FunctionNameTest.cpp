@@ -34,24 +34,13 @@ struct Class final
     ~Class() { seen = NAME; }
     char const* Member() const& noexcept { return NAME; }
     std::pair<char const*, std::vector<std::function<int(char)>>> NestedReturnType() { return {NAME, {}}; }
-    virtual char const* Virtual() { return NAME; }
-    char const* operator()(int) { return NAME; }
     char const* operator->*(int) { return NAME; }
-    void operator=(Class const&) { seen = NAME; }
     explicit operator bool() const { return (seen = NAME) != nullptr; }
-    int (*FunctionPointer(int))(double) { return seen = NAME, nullptr; }
-    auto TrailingReturnType() noexcept -> char const* { return NAME; }
-    decltype(auto) DeducedReturnType(int) { return NAME; }
     std::string NestedLambda()
     {
         return [] { return [](int) mutable -> std::string { return NAME; }(1); }();
     }
 };
-
-char const* operator<(Class const&, Class const&)
-{
-    return NAME;
-}
 
 template <class T>
 struct Template
@@ -62,32 +51,16 @@ struct Template
     {
         return [](T const*) { return std::string(NAME); }(nullptr);
     }
-    struct Nested
-    {
-        char const* Member() { return NAME; }
-    };
-};
-
-template <class First, class Second>
-struct Two
-{
-    template <class Third>
-    static char const* Member(Third)
-    {
-        return NAME;
-    }
-};
-
-template <class... Types>
-struct Pack
-{
-    char const* Member() { return NAME; }
 };
 
 template <class First, int... numbers>
 struct MixedPack
 {
-    char const* Member() { return NAME; }
+    template <class Second>
+    static char const* Member(Second)
+    {
+        return NAME;
+    }
 };
 
 namespace
@@ -97,10 +70,6 @@ char const* InUnnamedNamespace()
 {
     return NAME;
 }
-
-struct Hidden
-{
-};
 
 } // namespace
 } // namespace Shapes
@@ -113,8 +82,7 @@ using Case = std::pair<std::string, char const*>;
 template <class Run>
 std::string Seen(Run run)
 {
-    run();
-    return Shapes::seen;
+    return run(), Shapes::seen;
 }
 
 } // namespace
@@ -125,24 +93,16 @@ TEST(FunctionName, IsScopedInEveryShapeOfFunction)
     int array[2] = {};
     Class object;
     std::string const constructor = seen;
-    Class const unchanged;
     Case const cases[] = {
         {Free(array, nullptr), "Shapes::Free"},
         {object.NestedReturnType().first, "Shapes::Class::NestedReturnType"},
-        {object.TrailingReturnType(), "Shapes::Class::TrailingReturnType"},
         {LambdaInFunctionTemplate(1), "Shapes::LambdaInFunctionTemplate::<lambda_1>::operator ()"},
         {constructor, "Shapes::Class::Class"},
         {Seen([] { Class const made; }), "Shapes::Class::~Class"},
         {object.Member(), "Shapes::Class::Member"},
-        {object.Virtual(), "Shapes::Class::Virtual"},
-        {object(1), "Shapes::Class::operator ()"},
         {object->*1, "Shapes::Class::operator ->*"},
-        {Seen([&] { object = unchanged; }), "Shapes::Class::operator ="},
         {Seen([&] { (void)static_cast<bool>(object); }), "Shapes::Class::operator bool"},
-        {Seen([&] { object.FunctionPointer(1); }), "Shapes::Class::FunctionPointer"},
         {object.NestedLambda(), "Shapes::Class::NestedLambda::<lambda_1>::operator ()::<lambda_1>::operator ()"},
-        {object < object, "Shapes::operator <"},
-        {object.DeducedReturnType(1), "Shapes::Class::DeducedReturnType"},
         {InUnnamedNamespace(), "Shapes::`anonymous-namespace'::InUnnamedNamespace"},
         {[] { return std::string(NAME); }(),
          "FunctionName_IsScopedInEveryShapeOfFunction_Test::TestBody::<lambda_1>::operator ()"},
@@ -158,15 +118,9 @@ TEST(FunctionName, HasTheArgumentsOfClassTemplates)
     Case const cases[] = {
         {ofFile.Member(), "Shapes::Template<class Shapes::IFile>::Member"},
         {ofFile.Lambda(), "Shapes::Template<class Shapes::IFile>::Lambda::<lambda_1>::operator ()"},
-        {Template<IFile>::Nested().Member(), "Shapes::Template<class Shapes::IFile>::Nested::Member"},
         {Seen([] { Template<int> made; }), "Shapes::Template<int>::~Template"},
-        {Template<Template<IFile*>>().Member(),
-         "Shapes::Template<class Shapes::Template<class Shapes::IFile*>>::Member"},
-        {Two<int, IFile const*>::Member('c'), "Shapes::Two<int,const class Shapes::IFile*>::Member"},
-        {Pack<int, IFile>().Member(), "Shapes::Pack<int,class Shapes::IFile>::Member"},
-        {MixedPack<Pack<int, unsigned long>, -3, 2>().Member(),
-         "Shapes::MixedPack<class Shapes::Pack<int,unsigned long>,-3,2>::Member"},
-        {Template<Hidden>().Member(), "Shapes::Template<class Shapes::`anonymous-namespace'::Hidden>::Member"},
+        {MixedPack<Template<IFile const*>, -3, 2>::Member('c'),
+         "Shapes::MixedPack<class Shapes::Template<const class Shapes::IFile*>,-3,2>::Member"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);

@@ -36,51 +36,22 @@ SubscriptionForLogCallbacks Collect(std::vector<std::string>& target, std::strin
 
 } // namespace
 
-TEST(Log, ShouldLogFollowsTheGreatestSeverityOfAllSubscribers)
-{
-    {
-        SubscriptionForLogCallbacks errors(Ignore, VokLogSeverity::error);
-        EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
-        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
-        {
-            SubscriptionForLogCallbacks const all(VokLogSeverity::trace, Ignore);
-            EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
-        }
-        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::warning));
-        errors.SetLogSeverity(VokLogSeverity::trace);
-        EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::trace));
-    }
-    EXPECT_EQ(Detail::maximumLogSeverity, -1);
-    SubscriptionForLogCallbacks const odd(Ignore, static_cast<VokLogSeverity>(-3));
-    EXPECT_EQ(Detail::maximumLogSeverity, -3);
-}
-
 TEST(Log, DeliversBySeverityInOrderOfSubscription)
 {
     std::vector<std::string> got;
-    SubscriptionForLogCallbacks const first = Collect(got, "a:", VokLogSeverity::error);
-    SubscriptionForLogCallbacks const second = Collect(got, "b:", VokLogSeverity::info);
-    for (int severity = 0; severity < 5; ++severity)
-        LogPlain(static_cast<VokLogSeverity>(severity), "x");
-    LogPlain(VokLogSeverity::trace, "forced", true);
+    {
+        SubscriptionForLogCallbacks const first = Collect(got, "a:", VokLogSeverity::error);
+        SubscriptionForLogCallbacks second = Collect(got, "b:", VokLogSeverity::trace);
+        second.SetLogSeverity(VokLogSeverity::info);
+        EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::trace));
+        for (int severity = 0; severity < 5; ++severity)
+            LogPlain(static_cast<VokLogSeverity>(severity), "x");
+        LogPlain(VokLogSeverity::trace, "forced", true);
+    }
     EXPECT_THAT(got, ElementsAre("a:critical x", "b:critical x", "a:error x", "b:error x", "b:warning x", "b:info x",
                                  "a:trace forced", "b:trace forced"));
     EXPECT_EQ(ToString(static_cast<VokLogSeverity>(5)), L"unknown LogSeverity");
-}
-
-TEST(Log, AStatementCarriesAllItsFields)
-{
-    LogRecorder recorder;
-    Detail::Log(true, VokLogSeverity::warning, "a.cpp", "f", 7, "text");
-    VOK_LOG(info, L"{} {}", 1, "x");
-    auto const statements = recorder.Statements();
-    ASSERT_EQ(statements.size(), 2U);
-    EXPECT_TRUE(statements[0].forced);
-    EXPECT_EQ(statements[0].line, 7);
-    EXPECT_FALSE(statements[1].forced);
-    EXPECT_STREQ(statements[1].file, "Tests/LogTest.cpp");
-    EXPECT_THAT(recorder.LinesWithFunction(),
-                ElementsAre("f: text", "Log_AStatementCarriesAllItsFields_Test::TestBody: 1 x"));
+    EXPECT_EQ(Detail::maximumLogSeverity, -1); // nobody listens
 }
 
 TEST(Log, MacroTakesNamesAndExpressionsAndEvaluatesArgumentsOnlyIfWanted)
@@ -94,53 +65,42 @@ TEST(Log, MacroTakesNamesAndExpressionsAndEvaluatesArgumentsOnlyIfWanted)
     VOK_LOG(VokLogSeverity::info, "unwanted {}", ++evaluated);
     EXPECT_THAT(recorder.Lines(), ElementsAre("error: Access is denied. (Windows Error 5).", "warning: chosen 1"));
     EXPECT_EQ(evaluated, 1);
+    EXPECT_STREQ(recorder.Statements()[0].file, "Tests/LogTest.cpp");
 }
 
 TEST(Log, AssertionsShowTheirSourceWithMacrosExpandedAndGoOn)
 {
     LogRecorder recorder;
-    bool const ok = true;
     SetLastError(0);
     VOK_ASSERT(GetLastError() == ERROR_MORE_DATA);
-    VOK_ASSERT(ok);
-    VOK_DETAIL_ASSERT(!ok, "fixed");
-    EXPECT_THAT(recorder.Lines(),
-                ElementsAre("error: Assertion failed: GetLastError() == 234L", "error: Assertion failed: fixed"));
+    VOK_ASSERT(GetLastError() == 0);
+    EXPECT_THAT(recorder.Lines(), ElementsAre("error: Assertion failed: GetLastError() == 234L"));
 }
 
 TEST(LogFilter, DecidesBeforeFormattingAndHasNoSayAtDelivery)
 {
     std::vector<std::string> got;
     int asked = 0;
-    bool answer = false;
-    auto const filter = [&] { return ++asked, answer; };
+    auto const filter = [&] { return ++asked, false; };
     SubscriptionForLogCallbacks const filtered([&](LogStatement const& s) { got.push_back("a:" + s.message); }, filter,
                                                VokLogSeverity::info);
     EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::error));
     EXPECT_FALSE(Detail::ShouldLog(VokLogSeverity::trace)); // stops at the threshold, unasked
-    EXPECT_EQ(asked, 1);
     LogPlain(VokLogSeverity::error, "direct");
-    answer = true;
-    EXPECT_TRUE(Detail::ShouldLog(VokLogSeverity::error));
-    answer = false;
     SubscriptionForLogCallbacks const second = Collect(got, "b:", VokLogSeverity::info);
     SubscriptionForLogCallbacks const behind(Ignore, filter, VokLogSeverity::info);
     VOK_LOG(info, "both");
-    EXPECT_EQ(asked, 3) << "asked in the order of subscription, until somebody wants it";
+    EXPECT_EQ(asked, 2) << "asked in the order of subscription, until somebody wants it";
     EXPECT_THAT(got, ElementsAre("a:direct", "a:both", "b:info both"));
 }
 
 TEST(LogSubscription, MovesButIsNotCancelledByAnotherThatIsMovedIn)
 {
     static std::vector<std::string> got; // the old callback lives as long as the process
-    auto const old = [](LogStatement const& s)
     {
-        if (s.message.starts_with("move"))
-            got.push_back("old:" + s.message);
-    };
-    {
-        SubscriptionForLogCallbacks target(
-            old, [] { return false; }, static_cast<VokLogSeverity>(-1));
+        SubscriptionForLogCallbacks target([](LogStatement const& statement)
+                                           { got.push_back("old:" + statement.message); },
+                                           [] { return false; }, static_cast<VokLogSeverity>(-1));
         auto first = std::make_unique<SubscriptionForLogCallbacks>(Collect(got, "new:", VokLogSeverity::error));
         SubscriptionForLogCallbacks second(std::move(*first));
         first.reset();
@@ -162,7 +122,7 @@ TEST(LogSubscription, WhatACallbackOrAFilterThrowsReachesTheCodeThatLogged)
     SubscriptionForLogCallbacks const other(Ignore, VokLogSeverity::error); // needs the lock for itself
 }
 
-TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoSubscribesOrCancels)
+TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoCancels)
 {
     std::latch inCallback(1);
     std::atomic<int> finished = 0;
@@ -171,53 +131,28 @@ TEST(LogSubscription, ACallbackMayLogAndIsWaitedForByWhoSubscribesOrCancels)
         if (statement.message == "outer")
         {
             inCallback.count_down();
-            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the other threads wait by now
+            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the other thread waits by now
             VOK_LOG(error, "inner");
         }
         ++finished;
     };
     auto subscription = std::make_unique<SubscriptionForLogCallbacks>(callback, VokLogSeverity::error);
-    std::thread subscriber(
-        [&]
-        {
-            inCallback.wait();
-            SubscriptionForLogCallbacks const other(Ignore, VokLogSeverity::error);
-            EXPECT_EQ(finished, 2);
-        });
     std::thread logger([] { LogPlain(VokLogSeverity::error, "outer"); });
     inCallback.wait();
     subscription.reset();
     EXPECT_EQ(finished, 2);
-    subscriber.join();
     logger.join();
-}
-
-TEST(LogSubscription, WhatACallbackOwnsMayLogWhenItIsDestroyed)
-{
-    struct Owned
-    {
-        ~Owned() { VOK_LOG(error, "destroyed"); }
-    };
-    LogRecorder recorder;
-    {
-        SubscriptionForLogCallbacks const subscription([owned = std::make_shared<Owned>()](LogStatement const&) {},
-                                                       VokLogSeverity::error);
-    }
-    EXPECT_THAT(recorder.Lines(), ElementsAre("error: destroyed"));
 }
 
 TEST(LogSubscription, ManyThreadsLogSubscribeAndRelevel)
 {
     std::atomic<int> delivered = 0;
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> threads(3);
-    for (std::thread& thread : threads)
-        thread = std::thread(
-            [&]
-            {
-                while (!stop)
-                    VOK_LOG(info, L"{}", 1);
-            });
+    auto const log = [](std::stop_token const& stops)
+    {
+        while (!stops.stop_requested())
+            VOK_LOG(info, L"{}", 1);
+    };
+    std::jthread const threads[] = {std::jthread(log), std::jthread(log), std::jthread(log)};
     for (int i = 0; i < 300 || delivered == 0; ++i)
     {
         std::atomic<bool> isAlive = true;
@@ -233,22 +168,14 @@ TEST(LogSubscription, ManyThreadsLogSubscribeAndRelevel)
         }
         isAlive = false;
     }
-    stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 TEST(LogScope, TellsEntryExitAndException)
 {
-    struct Unwound
-    {
-        ~Unwound() { VOK_LOG_SCOPE(); }
-    };
     LogRecorder recorder;
     auto const run = [](bool fail)
     {
         VOK_LOG_SCOPE("a={}", 1);
-        Unwound const unwound; // whose exit is a normal one
         if (fail)
             throw 1;
     };
@@ -262,23 +189,6 @@ TEST(LogScope, TellsEntryExitAndException)
         VOK_LOG_SCOPE("handler");
     }
     EXPECT_THAT(recorder.Lines(),
-                ElementsAre("trace: [ENTER] a=1", "trace: [ENTER]", "trace: [EXIT]", "trace: [EXIT] a=1",
-                            "trace: [ENTER] a=1", "trace: [ENTER]", "trace: [EXIT]", "trace: [EXCEPTION EXIT] a=1",
-                            "trace: [ENTER] handler", "trace: [EXIT] handler"));
-    auto const statements = recorder.Statements();
-    EXPECT_EQ(statements[0].line, statements[3].line);
-    EXPECT_STREQ(statements[0].function, "LogScope_TellsEntryExitAndException_Test::TestBody::<lambda_1>::operator ()");
-    EXPECT_EQ(statements[0].function, statements[3].function);
-}
-
-TEST(LogScope, PreparesItsTextAtInfoAndDeliversAtTrace)
-{
-    int evaluated = 0;
-    auto const run = [&] { VOK_LOG_SCOPE("{}", ++evaluated); };
-    run();
-    EXPECT_EQ(evaluated, 0);
-    LogRecorder recorder(VokLogSeverity::info);
-    run();
-    EXPECT_EQ(evaluated, 1);
-    EXPECT_THAT(recorder.Lines(), IsEmpty());
+                ElementsAre("trace: [ENTER] a=1", "trace: [EXIT] a=1", "trace: [ENTER] a=1",
+                            "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER] handler", "trace: [EXIT] handler"));
 }

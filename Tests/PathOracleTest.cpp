@@ -15,12 +15,6 @@ using namespace std::string_view_literals;
 namespace
 {
 
-#ifdef NDEBUG
-constexpr int rounds = 1'000'000;
-#else
-constexpr int rounds = 100'000;
-#endif
-
 class RandomText
 {
 public:
@@ -61,27 +55,9 @@ TEST(PathOracle, AgreesForRandomTextsAndPairs)
 {
     RandomText random;
     PathAgreement::Log log;
-    for (int round = 0; round < rounds; ++round)
+    for (int round = 0; round < 100'000; ++round)
     {
-        ASSERT_EQ(PathAgreement::CheckOne(random.Make(40), log), "");
-        if (round % 20 == 0)
-        {
-            std::wstring const a = random.Make(40);
-            ASSERT_EQ(PathAgreement::Check(a, random.Make(12), log), "");
-        }
-    }
-}
-
-TEST(PathOracle, AgreesForLongTexts)
-{
-    RandomText random;
-    PathAgreement::Log log;
-    for (std::size_t const length : {1'023U, 1'024U, 32'768U})
-    {
-        std::wstring const piece = L"\\a\\.\\..\\b\\" + random.Make(40);
-        std::wstring text = L"C:";
-        while (text.size() < length)
-            text += piece;
-        ASSERT_EQ(PathAgreement::Check(text.substr(0, length), L"..\\b", log), "") << length;
+        std::wstring const a = random.Make(40);
+        ASSERT_EQ(PathAgreement::Check(a, random.Make(12), log), "");
     }
 }

@@ -27,7 +27,7 @@ TEST(Process, NothingIsDeliveredBehindTheTeardownAndNothingFails)
                                      "delivered from an exit handler\n"
                                      "delivered from an early static\n"
                                      "ShouldLog 0\n"
-                                     "caught VokCom\n"
+                                     "still VokCom\n"
                                      "end\n"
                                      "status 0");
 }

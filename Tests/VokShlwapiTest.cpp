@@ -1,6 +1,5 @@
 // The checked form of the query for associations.
 #include "Support/LogRecorder.h"
-#include "Support/Replacement.h"
 #include "Support/TestDesktop.h"
 #include "Support/Thrown.h"
 
@@ -8,85 +7,24 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
-
 using namespace Brindle::Vok;
 using namespace Brindle::Vok::Testing;
 
-namespace
-{
-
-/// Stands for the platform while it is set. It gets `extra`, the buffer and the size.
-std::function<HRESULT(LPCWSTR, LPWSTR, LPDWORD)> standIn;
-
-} // namespace
-
-VOK_TEST_REPLACE(standIn, standIn(extra, out, size), HRESULT, AssocQueryStringW,
-                 (ASSOCF a, ASSOCSTR b, LPCWSTR c, LPCWSTR extra, LPWSTR out, LPDWORD size),
-                 (a, b, c, extra, out, size))
-
-namespace
-{
-
-std::wstring Ask(std::wstring const& verb = L"")
-{
-    return VokAssocQueryString(ASSOCF_NONE, ASSOCSTR_EXECUTABLE, L".vok", verb);
-}
-
-class VokAssociation : public testing::Test
-{
-protected:
-    ~VokAssociation() override { standIn = nullptr; }
-};
-
-TEST_F(VokAssociation, GivesTheProgramOrNothing)
+TEST(VokAssocQueryString, GivesTheProgramOrNothingOrThrows)
 {
     TestDesktop const desktop;
-    EXPECT_EQ(Ask(), L"");
+    auto const ask = [] { return VokAssocQueryString(ASSOCF_NONE, ASSOCSTR_EXECUTABLE, L".vok", L""); };
+    EXPECT_EQ(ask(), L"");
     desktop.AddProgram("show");
     desktop.AddEntry("share/applications/show.desktop", "Show", "show %f");
     desktop.drive.Write("share/mime/globs2", "50:application/x-vok:*.vok\n");
     desktop.drive.Write("etc/mimeapps.list", "[Default Applications]\napplication/x-vok=show.desktop\n");
-    EXPECT_EQ(Ask(), desktop.Program(L"show"));
-}
-
-TEST_F(VokAssociation, ThrowsEveryFirstAnswerButASize)
-{
-    std::pair<HRESULT, std::string> const cases[] = {{S_OK, "0"}, {E_INVALIDARG, "-7FF8FFA9"}, {2, "2"}};
-    for (auto const& [code, digits] : cases)
-    {
-        LogRecorder recorder;
-        standIn = [result = code](auto...) { return result; };
-        ComError const error = Thrown<ComError>([] { Ask(); });
-        EXPECT_EQ(error.code(), std::error_code(code, Detail::ComErrorCategory::Instance()));
-        EXPECT_EQ(error.Failed(), code < 0);
-        EXPECT_EQ(WithoutLine(error.Message()), "Source/Vok/VokShlwapi.cpp: Brindle::Vok::VokAssocQueryString " +
-                                                    HresultToStringA(code) + " (Com Error " + digits +
-                                                    "). AssocQueryString");
-        EXPECT_THAT(recorder.Lines(), testing::ElementsAre("error: Throwing " + error.Message()));
-    }
-}
-
-TEST_F(VokAssociation, TakesTheSecondAnswerAsItComes)
-{
-    HRESULT second = E_FAIL;
-    std::wstring verb;
-    standIn = [&](LPCWSTR extra, LPWSTR out, LPDWORD size) -> HRESULT
-    {
-        verb = extra ? extra : L"null";
-        EXPECT_EQ(std::exchange(*size, 5), out ? 5U : 0U);
-        if (!out)
-            return S_FALSE;
-        std::char_traits<wchar_t>::copy(out, L"ab\0cd", 5);
-        return second;
-    };
+    EXPECT_EQ(ask(), desktop.Program(L"show"));
     LogRecorder recorder;
-    EXPECT_EQ(Ask(), L"");
-    EXPECT_EQ(verb, L"null");
-    EXPECT_THAT(recorder.Lines(), testing::IsEmpty());
-    second = S_FALSE;
-    EXPECT_EQ(Ask(L"edit"), L"ab");
-    EXPECT_EQ(verb, L"edit");
+    auto const error =
+        Thrown<ComError>([] { VokAssocQueryString(ASSOCF_NONE, static_cast<ASSOCSTR>(999), L".vok", L""); });
+    EXPECT_EQ(WithoutLine(error.Message()), "Source/Vok/VokShlwapi.cpp: Brindle::Vok::VokAssocQueryString " +
+                                                HresultToStringA(E_INVALIDARG) +
+                                                " (Com Error -7FF8FFA9). AssocQueryString");
+    EXPECT_THAT(recorder.Lines(), testing::ElementsAre("error: Throwing " + error.Message()));
 }
-
-} // namespace

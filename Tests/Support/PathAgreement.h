@@ -41,15 +41,6 @@ public:
         return agreement.report;
     }
 
-    /// The same for what depends on one text only: the pieces and the rewriting.
-    static std::string CheckOne(std::wstring const& text, Log& log)
-    {
-        PathAgreement agreement(text, {}, log);
-        agreement.CheckPieces();
-        agreement.CheckRewriting();
-        return agreement.report;
-    }
-
 private:
     PathAgreement(std::wstring const& a, std::wstring const& b, Log& log)
         : a(a), b(b), oracle(a, expectedLog), oracleB(b, expectedLog), log(log)
