@@ -37,6 +37,21 @@ std::ostream& operator<<(std::ostream& stream, Narrow const&)
     return stream << "n\xC3\xA9";
 }
 
+enum Unscoped
+{
+    unscoped
+};
+
+std::ostream& operator<<(std::ostream& stream, Unscoped)
+{
+    return stream << "name";
+}
+
+struct Derived : Detail::WideStringAtl
+{
+    using Detail::WideStringAtl::WideStringAtl;
+};
+
 template <class Exception>
 struct Throwing
 {
@@ -80,6 +95,8 @@ TEST(FormatString, TakesEveryKindOfArgumentInBothWidths)
         {formatWide(L"{} {}", narrow, narrow.c_str()), widened + " " + widened},
         {formatWide(L"{} {}", atlWide, atlNarrow), wideInUtf8 + " n\u00E9"},
         {formatWide(L"{} {}", Narrow(), WindowsError()), "n\u00E9 Windows ERROR_SUCCESS"},
+        {formatWide(L"{} {} {}", Derived(L"d"), _bstr_t(L"b"), unscoped), "d b name"},
+        {FormatString("{} {} {}", Derived(L"d"), _bstr_t(L"b"), unscoped), "d b name"},
     };
     for (auto const& [actual, expected] : cases)
         EXPECT_EQ(actual, expected);

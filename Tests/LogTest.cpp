@@ -187,8 +187,10 @@ TEST(LogScope, TellsEntryExitAndException)
     catch (int)
     {
         VOK_LOG_SCOPE("handler");
+        VOK_LOG_SCOPE("another");
     }
     EXPECT_THAT(recorder.Lines(),
                 ElementsAre("trace: [ENTER] a=1", "trace: [EXIT] a=1", "trace: [ENTER] a=1",
-                            "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER] handler", "trace: [EXIT] handler"));
+                            "trace: [EXCEPTION EXIT] a=1", "trace: [ENTER] handler", "trace: [ENTER] another",
+                            "trace: [EXIT] another", "trace: [EXIT] handler"));
 }

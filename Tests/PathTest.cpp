@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <clocale>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -51,6 +52,21 @@ TEST(Path, OddOnesAreLogged)
                             merging + "This shouldn't happen as if b starts with a slash it is not a relative path",
                             "Brindle::Vok::operator <: Assertion failed: lhs.Prefix() == rhs.Prefix()",
                             "Brindle::Vok::ToString: unknown PathPrefix 9"));
+}
+
+TEST(Path, FoldsLettersBeyondAsciiAsTheLocaleDoes)
+{
+    std::string const before = std::setlocale(LC_CTYPE, nullptr);
+    Path const capital(L"C:\\I\u00C9");
+    Path const small(L"C:\\i\u00E9");
+    std::setlocale(LC_CTYPE, "C");
+    EXPECT_NE(capital, small);
+    EXPECT_LT(capital, small);
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    EXPECT_EQ(capital, small);
+    EXPECT_FALSE(capital < small || small < capital);
+    EXPECT_EQ(std::hash<Path>()(capital), std::hash<Path>()(small));
+    std::setlocale(LC_CTYPE, before.c_str());
 }
 
 TEST(Path, KeepsItsTextThroughEveryConstruction)

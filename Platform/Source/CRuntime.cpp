@@ -21,7 +21,7 @@ __time64_t _mktime64(struct tm* time) noexcept
 namespace
 {
 
-// Some locales of the host turn an I into a small letter without a dot, and the platform's don't.
+// A to Z apart, as some locales of the host turn an I into a small letter without a dot, and the platform's don't.
 std::wint_t Folded(wchar_t unit) noexcept
 {
     auto const value = static_cast<std::wint_t>(unit);

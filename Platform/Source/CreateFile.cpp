@@ -57,10 +57,11 @@ struct Opening
     bool Writes() const noexcept { return overwrites || appends; }
     bool Empties() const noexcept { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
     bool Creates() const noexcept { return disposition != OPEN_EXISTING && disposition != TRUNCATE_EXISTING; }
-    // Asked for by who wants to read a directory's changes. The right alone is FILE_READ_DATA too.
-    bool OnlyListsDirectory() const noexcept
+    // How a caller opens a directory to read its changes. The right by itself is FILE_READ_DATA too.
+    bool WatchesDirectory() const noexcept
     {
-        return access == FILE_LIST_DIRECTORY && Has(FILE_FLAG_BACKUP_SEMANTICS) && Has(FILE_FLAG_OVERLAPPED);
+        return disposition == OPEN_EXISTING && access == FILE_LIST_DIRECTORY && Has(FILE_FLAG_BACKUP_SEMANTICS) &&
+               Has(FILE_FLAG_OVERLAPPED);
     }
     // Rights to attributes alone take part in no sharing and need no permission of the file's own.
     bool AttributesOnly() const noexcept { return !reads && !executes && !Writes() && !deletes && !Empties(); }
@@ -351,7 +352,7 @@ private:
         bool const isDirectory = file.type == FileObject::Type::directory;
         if (path.NamesDirectory() && !isDirectory)
             return ERROR_INVALID_NAME;
-        if (!isDirectory && opening.OnlyListsDirectory())
+        if (!isDirectory && opening.WatchesDirectory())
             return ERROR_DIRECTORY;
         if (isDirectory && (!opening.Has(FILE_FLAG_BACKUP_SEMANTICS) || opening.Empties()))
             return ERROR_ACCESS_DENIED;

@@ -6,6 +6,7 @@
 #include "UninitializedStorage.h"
 
 #include <algorithm>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -13,7 +14,8 @@ namespace Brindle::Vok
 {
 namespace
 {
-/// Up to this length the result is made on the stack, which spares the pass that finds out its length.
+/// Up to this length UTF-8 is made on the stack, which spares the pass that finds out its length. A longer text that
+/// begins with so much ASCII is taken to go on so.
 constexpr std::size_t shortLength = 128;
 
 template <class Unit>
@@ -75,7 +77,8 @@ std::wstring Utf8ToWide(std::string_view text)
         Detail::ResizeUninitialized(result, text.size());
         int const written = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), length);
         result.resize(static_cast<std::size_t>(written));
-        if (result.size() < text.size() / 2)
+        // It didn't go on in ASCII. A copy costs less than to keep more room than text.
+        if (text.size() > shortLength && result.size() < text.size() / 2)
             result.shrink_to_fit();
         return result;
     }
@@ -156,9 +159,28 @@ std::string FormatOrFallBackAsUtf8(wchar_t const* format, fmt::wformat_args argu
     return WideToUtf8(UpToNul(buffer));
 }
 
-/// The text was made before anyone is asked whether it is wanted.
-void LogFormatFailure(std::string text, int line, char const* function)
+/// Formats like FormatString, but doesn't fall back: without memory that would fail, and fall back, again and again.
+template <class... Arguments>
+std::string FormatWithoutFallBack(char const* format, Arguments const&... adapted)
 {
+    StackBuffer<char> buffer;
+    FormatInto(buffer, format, fmt::format_args(fmt::make_format_args(adapted...)));
+    return std::string(UpToNul(buffer));
+}
+
+/// The text is made before anyone is asked whether it is wanted. There is no statement if there is no memory for it.
+template <class... Arguments>
+void LogFormatFailure(int line, char const* function, char const* format, Arguments const&... arguments)
+{
+    std::string text;
+    try
+    {
+        text = FormatWithoutFallBack(format, Adapt<char>(arguments)...);
+    }
+    catch (std::bad_alloc const&)
+    {
+        return;
+    }
     if (ShouldLog(VokLogSeverity::error))
         Log(false, VokLogSeverity::error, __FILE__, function, line, std::move(text));
 }
@@ -179,14 +201,13 @@ Char const* HandleFormatExceptionGeneric(Char const* format)
     }
     catch (std::system_error const& exception)
     {
-        LogFormatFailure(FormatString("Failed to format formatString[{}] msg[{}] error_code[{}]", format,
-                                      exception.what(), exception.code().value()),
-                         __LINE__, VOK_FUNCTION_NAME);
+        LogFormatFailure(__LINE__, VOK_FUNCTION_NAME, "Failed to format formatString[{}] msg[{}] error_code[{}]",
+                         format, exception.what(), exception.code().value());
     }
     catch (std::exception const& exception)
     {
-        LogFormatFailure(FormatString("Failed to format formatString[{}] msg[{}]", format, exception.what()), __LINE__,
-                         VOK_FUNCTION_NAME);
+        LogFormatFailure(__LINE__, VOK_FUNCTION_NAME, "Failed to format formatString[{}] msg[{}]", format,
+                         exception.what());
     }
     return format;
 }

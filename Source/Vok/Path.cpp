@@ -572,7 +572,7 @@ bool operator!=(Path const& lhs, Path const& rhs)
 namespace
 {
 
-/// As _wcsicmp folds. The two must agree, or equal paths have different hashes.
+/// As _wcsicmp folds, A to Z in each locale alike. The two must agree, or equal paths have different hashes.
 std::uint32_t Folded(wchar_t unit)
 {
     auto const value = static_cast<std::uint32_t>(unit);

@@ -535,6 +535,7 @@ std::vector<Row> Table::Rows()
          {At("inotify_init1", MakeWatcher, {EMFILE}), At("inotify_add_watch", AddWatch, {ENOSPC}), noMemory, noDescriptors}},
         {"`ThreadPoolTimer`, the first", library([] { ThreadPoolTimer const timer([](auto&) {}); }),
          {At("timerfd_create", MakeTimer, {EMFILE}), At("pthread_create", StartThread, {EAGAIN}, false, true)}, Runs::inChild},
+        {"`FormatString`, of a long text", library([] { FormatString("{}", std::string_view("what is made is a text of some length, longer than its format")); }), {noMemory}},
         {"`VOK_LOG`, to a subscriber", library([] { VOK_LOG(VokLogSeverity::error, "{}", "what is told is a text of some length"); }), {noMemory},
          Runs::here, [] { static SubscriptionForLogCallbacks const hears([](auto const&) {}, VokLogSeverity::trace); }},
     };

@@ -92,7 +92,7 @@ public:
     DirectoryMonitor() = default;
     DirectoryMonitor(DirectoryMonitor const&) = delete;
     DirectoryMonitor& operator=(DirectoryMonitor const&) = delete;
-    /// Waits for a callback that is running. None runs after this.
+    /// Waits for a callback that is running. None runs after this. Pure, as a monitor of this class watches nothing.
     virtual ~DirectoryMonitor() = 0;
 };
 

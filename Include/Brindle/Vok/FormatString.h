@@ -6,7 +6,8 @@
 // A format string that is wrong, or that does not fit its arguments, gives the format string itself as the result, and
 // a statement at severity error tells why. A result ends at its first NUL. What is not guaranteed: that an exception
 // not derived from std::exception (from a stream insertion operator) stays inside, nor what a subscriber throws at that
-// statement, nor std::bad_alloc when there is no memory for the format string either.
+// statement, nor std::bad_alloc from the UTF-8 of a wide format, or when there is no memory for the format string
+// either.
 //
 // Every function may be called from any thread.
 #pragma once

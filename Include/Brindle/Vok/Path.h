@@ -16,8 +16,8 @@
 // what a subscriber of the log throws.
 //
 // A drive is any code unit with a `:` behind it at the text's start. Lengths are UTF-16 code units. `==`, `<`, `>` and
-// the hash take A to Z for a to z, and further letters only in a locale that the process has set with setlocale, one
-// unit for one. (So an unordered container of paths doesn't outlive a change of the locale.)
+// the hash take A to Z for a to z, and further letters as the calling thread's locale has it, unit by unit; in the "C"
+// locale, with which each process begins, there are none. (So no container of paths outlives a change of the locale.)
 //
 // There are no `<=`, `>=` and `<=>`: std::sort sorts paths, and a range algorithm with std::less<>. Comparing paths of
 // different prefixes is well defined, but each time a statement at error tells of it, also while a container is sorted
@@ -51,7 +51,7 @@
 namespace Brindle::Vok
 {
 
-/// What a path's text begins with.
+/// What a path's text begins with. Unscoped, so that it converts to its number.
 enum PathPrefix : std::int32_t
 {
     none = 0,             ///< anything else, such as `C:\`

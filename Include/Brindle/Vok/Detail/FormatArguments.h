@@ -71,22 +71,22 @@ concept Streamable = requires(std::basic_ostream<Char>& stream, T const& value)
     stream << value;
 };
 
-/// A class or enumeration with an operator of its own; the stream's own ones, which would print a number or an address,
-/// don't count.
+/// An operator found beside the type, or one of the library for C strings; the stream's members, which would print a
+/// number or an address, don't count.
 template <class T, class Char>
 concept HasOwnInsertion = requires(std::basic_ostream<Char>& stream, T const& value)
 {
     operator<<(stream, value);
 };
 
-/// Whether a value is printed by an operator of that width.
+/// Whether a value is printed by an operator of that width: an enumeration by its own only.
 template <class T, class Char>
 concept PrintsItself = HasOwnInsertion<T, Char> ||(!std::is_enum_v<T> && Streamable<T, Char>);
 
-/// A class that converts to a C string and says nothing else of how it is printed, such as _bstr_t.
-template <class T, class Char>
-concept ConvertsToText =
-    std::is_class_v<T> && std::convertible_to<T const&, Char const*> && !HasOwnInsertion<T, char> &&
+/// A class such as _bstr_t, of which a stream would print the address.
+template <class T>
+concept ConvertsToWideText =
+    std::is_class_v<T> && std::convertible_to<T const&, wchar_t const*> && !HasOwnInsertion<T, char> &&
     !HasOwnInsertion<T, wchar_t>;
 
 template <class Char>
@@ -148,10 +148,8 @@ decltype(auto) Adapt(T const& value)
         return AdaptText<Char>(static_cast<std::string_view>(value));
     else if constexpr (std::convertible_to<T const&, std::wstring_view>)
         return AdaptText<Char>(static_cast<std::wstring_view>(value));
-    else if constexpr (ConvertsToText<T, wchar_t>)
+    else if constexpr (ConvertsToWideText<T>)
         return AdaptText<Char>(TextOrNull<wchar_t>(value));
-    else if constexpr (ConvertsToText<T, char>)
-        return AdaptText<Char>(TextOrNull<char>(value));
     else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
         return static_cast<std::underlying_type_t<T>>(value);
     else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)

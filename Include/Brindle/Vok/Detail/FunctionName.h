@@ -263,8 +263,8 @@ private:
     {
         if (argument.ends_with("..."))
             argument = Trimmed(argument.substr(0, argument.size() - 3));
-        if (argument.empty() || (argument[0] >= '0' && argument[0] <= '9'))
-            return argument;
+        if (argument.empty() || argument[0] == '-' || (argument[0] >= '0' && argument[0] <= '9'))
+            return argument; // a number binds nothing, though `auto:1` may stand in the clause
         // Searched by hand: under the undefined behaviour sanitizer one compiler can't evaluate the library's search.
         for (std::size_t at = 1; at < clause.size(); ++at)
         {

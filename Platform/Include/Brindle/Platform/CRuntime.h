@@ -10,8 +10,8 @@ using __time64_t = long long;
 extern "C"
 {
     /// Compares up to the first NUL, code unit by code unit by value, folded to lower case: negative, 0 or positive.
-    /// A to Z fold in each locale, other letters as the process's locale has it, in the "C" one not at all. Neither
-    /// argument may be null.
+    /// A to Z fold in each locale, other letters as the calling thread's has it (setlocale, uselocale), in the "C" one
+    /// not at all. Neither argument may be null.
     VOK_PLATFORM_EXPORT int _wcsicmp(wchar_t const* a, wchar_t const* b) noexcept;
 
     /// Seconds since 1970-01-01 UTC of a local time, and brings its fields into their ranges. A negative tm_isdst lets

@@ -107,6 +107,8 @@ extern "C"
     /// Share modes hold against every other handle of this and of all other processes. To be refused for another
     /// process's handle takes some 5 milliseconds, in which it may still be closed, and for one of this process 0.1. It
     /// takes up to 100 where many open the same file at the same moment, or create one that another process has open.
+    /// Opened as ReadDirectoryChangesW wants it (nothing but FILE_LIST_DIRECTORY, FILE_FLAG_BACKUP_SEMANTICS and
+    /// FILE_FLAG_OVERLAPPED), what is no directory is ERROR_DIRECTORY.
     VOK_PLATFORM_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
                                                   LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
                                                   HANDLE templateFile) noexcept;
