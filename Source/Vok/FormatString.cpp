@@ -18,6 +18,9 @@ namespace
 /// begins with so much ASCII is taken to go on so.
 constexpr std::size_t shortLength = 128;
 
+/// A longer text doesn't get room for as many units as it has bytes before it is known whether it has so many.
+constexpr std::size_t longestGuess = 16 << 20;
+
 template <class Unit>
 bool BeginsInAscii(std::basic_string_view<Unit> text)
 {
@@ -71,7 +74,7 @@ std::wstring Utf8ToWide(std::string_view text)
     if (text.empty() || text.size() > Detail::longestText)
         return result;
     int const length = static_cast<int>(text.size());
-    if (text.size() <= shortLength || BeginsInAscii(text))
+    if (text.size() <= shortLength || (text.size() <= longestGuess && BeginsInAscii(text)))
     {
         // There are at most as many units as bytes, and in ASCII just as many.
         Detail::ResizeUninitialized(result, text.size());

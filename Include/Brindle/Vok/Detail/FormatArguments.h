@@ -119,11 +119,23 @@ auto AdaptText(std::wstring_view text)
         return text;
 }
 
+/// A descendant of a foreign string without an operator of its own. (Of a type that is only declared nobody can say
+/// so.)
 template <class T>
-concept ForeignString = std::derived_from<T, WideStringAtl> || std::derived_from<T, NarrowStringAtl> ||
-    std::derived_from<T, Legacy::CString>;
+concept DerivedString = requires
+{
+    sizeof(T);
+}
+&&(std::derived_from<T, WideStringAtl> || std::derived_from<T, NarrowStringAtl> ||
+   std::derived_from<T, Legacy::CString>)&&!HasOwnInsertion<T, char> &&
+    !HasOwnInsertion<T, wchar_t>;
 
-/// A foreign string, which goes through FormatParameter or FormatParameterW when it is formatted.
+template <class T>
+concept ForeignString = std::same_as<T, WideStringAtl> || std::same_as<T, NarrowStringAtl> ||
+    std::same_as<T, Legacy::CString> || DerivedString<T>;
+
+/// A foreign string, which goes through FormatParameter or FormatParameterW when it is formatted, or a class that
+/// converts to wide text then.
 template <class T>
 struct ForeignArgument
 {
@@ -149,7 +161,7 @@ decltype(auto) Adapt(T const& value)
     else if constexpr (std::convertible_to<T const&, std::wstring_view>)
         return AdaptText<Char>(static_cast<std::wstring_view>(value));
     else if constexpr (ConvertsToWideText<T>)
-        return AdaptText<Char>(TextOrNull<wchar_t>(value));
+        return ForeignArgument<T>{value};
     else if constexpr (std::is_enum_v<T> && !HasOwnInsertion<T, char> && !HasOwnInsertion<T, wchar_t>)
         return static_cast<std::underlying_type_t<T>>(value);
     else if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<Plain>)

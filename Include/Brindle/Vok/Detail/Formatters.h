@@ -61,10 +61,21 @@ struct fmt::formatter<Brindle::Vok::Detail::ForeignArgument<T>, Char>
     auto format(Brindle::Vok::Detail::ForeignArgument<T> const& argument, Context& context) const
     {
         using Text = fmt::formatter<std::basic_string_view<Char>, Char>;
-        if constexpr (std::is_same_v<Char, char>)
+        if constexpr (!Brindle::Vok::Detail::ForeignString<T>)
+            return Text::format(FromWide(Brindle::Vok::Detail::TextOrNull<wchar_t>(argument.value)), context);
+        else if constexpr (std::is_same_v<Char, char>)
             return Text::format(Brindle::Vok::Detail::FormatParameter(argument.value), context);
         else
             return Text::format(Brindle::Vok::Detail::FormatParameterW(argument.value), context);
+    }
+
+private:
+    static auto FromWide(std::wstring_view text)
+    {
+        if constexpr (std::is_same_v<Char, char>)
+            return Brindle::Vok::WideToUtf8(text);
+        else
+            return text;
     }
 };
 
