@@ -200,7 +200,9 @@ std::string ScopeText(Char const* format, Arguments const&... arguments)
             VOK_LOG(error, "Assertion failed: " text);                                                                 \
     } while (false)
 
+/// One name of two, behind what each expands to.
 #define VOK_DETAIL_JOIN(a, b) VOK_DETAIL_JOIN_EXPANDED(a, b)
+/// Takes the names as they stand.
 #define VOK_DETAIL_JOIN_EXPANDED(a, b) a##b
 
 /// VOK_LOG_SCOPE() or VOK_LOG_SCOPE(format, arguments...): logs that the enclosing function was entered here and, at
