@@ -1,11 +1,11 @@
 // A child process that runs a part of a test. The child's function gets a channel on which it says that it is ready and
-// waits to be told to go on; its result is the child's exit status.
+// may wait until it is killed or its parent is gone; its result is the child's exit status.
 //
 //     ChildProcess child([&](ChildProcess::Channel& channel) { …; channel.Ready(); channel.Wait(); return 0; });
 //     child.WaitUntilReady();
 //     …
-//     child.Go();                 // or Kill()
-//     EXPECT_EQ(child.Join(), 0);
+//     child.Kill();               // unless it ends by itself
+//     EXPECT_EQ(child.Join(), -SIGKILL);
 #pragma once
 
 #include <gtest/gtest.h>
@@ -67,7 +67,6 @@ public:
     ChildProcess& operator=(ChildProcess const&) = delete;
 
     void WaitUntilReady() const { EXPECT_TRUE(Channel(socket).Wait()) << "the child ended early"; }
-    void Go() const { Channel(socket).Say(); }
     pid_t Process() const { return process; }
     void Kill() const { ::kill(process, SIGKILL); }
 
